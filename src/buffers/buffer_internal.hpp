@@ -1,0 +1,25 @@
+// Shared by the two kinds of buffer and their common front; not exported.
+#ifndef VESK_BUFFERS_BUFFER_INTERNAL_HPP
+#define VESK_BUFFERS_BUFFER_INTERNAL_HPP
+
+#include <stdio.h>
+
+#include <vesk/reader.h>
+#include <vesk/vesk_current_buffer.h>
+#include <vesk/vesk_hist_buffer.h>
+#include <vesk/writer.h>
+
+// A compressed stream over `fp`, which stays the caller's: destroying the stream leaves it open.
+// Null with the last error set on failure.
+reader *_vesk_buffer_create_reader(FILE *fp);
+writer *_vesk_buffer_create_writer(FILE *fp);
+
+// A buffer over an existing file whose kind was already read from `reader`. On success the buffer
+// owns `reader` and `file`; on failure they stay the caller's, and the result is null.
+vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *reader, FILE *file);
+vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *reader, FILE *fp);
+
+// Reads the next record without keeping the books of the buffer: 0, -43 at the end, or an error.
+int _vesk_hist_buffer_read_next(vesk_hist_buffer *hbuf, vesk_hb_record *rec);
+
+#endif

@@ -1,0 +1,19 @@
+// The byte order of every stored number: most significant byte first.
+#ifndef VESK_SUPPORT_BIG_ENDIAN_HPP
+#define VESK_SUPPORT_BIG_ENDIAN_HPP
+
+#include <bit>
+#include <cstdint>
+
+// Between host order and stored order, either way.
+constexpr uint32_t big_endian(uint32_t value)
+{
+    return std::endian::native == std::endian::big ? value : __builtin_bswap32(value);
+}
+
+constexpr uint64_t big_endian(uint64_t value)
+{
+    return std::endian::native == std::endian::big ? value : __builtin_bswap64(value);
+}
+
+#endif

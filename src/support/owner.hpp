@@ -1,0 +1,57 @@
+// Ownership inside a function: an owner destroys its object on every path out, unless the object
+// was released to somebody else before. This is the one idiom for clean-up in the library.
+#ifndef VESK_SUPPORT_OWNER_HPP
+#define VESK_SUPPORT_OWNER_HPP
+
+#include <cstdio>
+#include <cstdlib>
+
+template <typename T, auto Dispose>
+class owner
+{
+public:
+    explicit owner(T *object = nullptr) : object_(object) {}
+    owner(owner &&other) noexcept : object_(other.release()) {}
+    owner(const owner &) = delete;
+    owner &operator=(const owner &) = delete;
+    owner &operator=(owner &&) = delete;
+    ~owner() { reset(); }
+
+    T *get() const { return object_; }
+    T *operator->() const { return object_; }
+    T &operator*() const { return *object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+
+    // Gives the object away.
+    T *release()
+    {
+        T *object = object_;
+        object_ = nullptr;
+        return object;
+    }
+
+    // Destroys the object, if any, and takes another one.
+    void reset(T *object = nullptr)
+    {
+        if (object_ != nullptr) {
+            Dispose(object_);
+        }
+        object_ = object;
+    }
+
+private:
+    T *object_;
+};
+
+// An object that X_destroy(&p) destroys: owned<matrix, matrix_destroy>.
+template <typename T, void (*Destroy)(T **)>
+using owned = owner<T, [](T *object) { Destroy(&object); }>;
+
+// Memory from malloc().
+template <typename T>
+using owned_memory = owner<T, [](T *memory) { free(memory); }>;
+
+// An open stdio stream.
+using owned_file = owner<FILE, [](FILE *file) { (void)fclose(file); }>;
+
+#endif

@@ -1,0 +1,15 @@
+// Preconditions: a bad call ends the process in every build type, with a text that is part of the
+// interface and therefore written out, never generated from the condition.
+#ifndef VESK_SUPPORT_PRECONDITION_HPP
+#define VESK_SUPPORT_PRECONDITION_HPP
+
+// <assert.h> declares this only without NDEBUG, which a release build sets.
+extern "C" [[noreturn]] void __assert_fail(const char *assertion, const char *file,
+                                           unsigned int line, const char *function) noexcept;
+
+#define VESK_REQUIRE(condition, text)                                                              \
+    (__builtin_expect(static_cast<bool>(condition), 1)                                             \
+         ? static_cast<void>(0)                                                                    \
+         : __assert_fail(text, __FILE__, __LINE__, __func__))
+
+#endif
