@@ -1,0 +1,341 @@
+// The recorder beside its floor: the bare zlib and stdio calls on the same bytes. A benchmark named
+// X/... is the library, X_floor/... what the same bytes cost without it; bench/ratios.py divides
+// one by the other. Both are run interleaved, so that the noise of the machine meets both alike.
+#include <benchmark/benchmark.h>
+#include <cmath>
+#include <memory>
+#include <random>
+#include <stdio.h>
+#include <string.h>
+#include <string>
+#include <vector>
+#include <zlib.h>
+
+#include <vesk/matrix.h>
+#include <vesk/sensor_array.h>
+#include <vesk/telemetry_matrix.h>
+#include <vesk/timestamp.h>
+#include <vesk/vesk.h>
+#include <vesk/vesk_cb_record.h>
+#include <vesk/vesk_current_buffer.h>
+#include <vesk/vesk_hist_buffer.h>
+
+#include "common/memory_streams.hpp"
+#include "common/temporary_directory.hpp"
+
+namespace
+{
+
+constexpr int block = 2048;
+
+struct destroy_matrix {
+    void operator()(matrix *m) const { matrix_destroy(&m); }
+};
+using vector_ptr = std::unique_ptr<matrix, destroy_matrix>;
+
+// Telemetry as machines give it: every sensor walks, and one in four stands still.
+std::vector<vector_ptr> make_vectors(uint32_t n_sensors, uint32_t count)
+{
+    std::vector<std::string> names;
+    std::vector<const char *> pointers;
+    for (uint32_t i = 0; i < n_sensors; ++i) {
+        names.push_back("::machine.sensor" + std::to_string(i));
+    }
+    for (const auto &name : names) {
+        pointers.push_back(name.c_str());
+    }
+    sensor_array *sensors = sensor_array_create_from_names(pointers.data(), n_sensors);
+    std::mt19937 random(1);
+    std::normal_distribution<double> step(0.0, 0.25);
+    std::vector<double> values(n_sensors, 50.0);
+    std::vector<vector_ptr> vectors;
+    for (uint32_t t = 0; t < count; ++t) {
+        matrix *row = matrix_create(1, n_sensors);
+        for (uint32_t i = 0; i < n_sensors; ++i) {
+            if (i % 4 != 0) {
+                values[i] += std::round(step(random) * 100.0) / 100.0;
+            }
+            matrix_set(row, 0, i, values[i]);
+        }
+        const timeval time = {1700000000 + static_cast<time_t>(t), 0};
+        timestamp stamp;
+        timestamp_init_from_timeval(&stamp, &time);
+        vectors.emplace_back(
+            telemetry_matrix_create_vector(row, sensor_array_copy(sensors), &stamp));
+    }
+    sensor_array_destroy(&sensors);
+    return vectors;
+}
+
+// What the library hands to zlib for one sample.
+std::string serialized(const matrix *vector)
+{
+    vesk_cb_record_sensor_values values;
+    vesk_cb_record_sensor_values_init(&values, vector);
+    vesk_cb_record record;
+    vesk_cb_record_init_sensor_values(&record, &values);
+    memory_writer out;
+    binary_serializer_write_vesk_cb_record(&record, out.get());
+    vesk_cb_record_sensor_values_destruct(&values);
+    return out.bytes();
+}
+
+// One complete zlib stream of `content`, in blocks, each written and flushed.
+void write_stream(FILE *file, const std::string &content)
+{
+    z_stream stream = {};
+    deflateInit(&stream, Z_DEFAULT_COMPRESSION);
+    Bytef out[block];
+    std::size_t position = 0;
+    while (position < content.size()) {
+        const std::size_t n = std::min<std::size_t>(block, content.size() - position);
+        stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(content.data() + position));
+        stream.avail_in = static_cast<uInt>(n);
+        position += n;
+        const int flush = position == content.size() ? Z_FINISH : Z_NO_FLUSH;
+        do {
+            stream.next_out = out;
+            stream.avail_out = sizeof out;
+            deflate(&stream, flush);
+            if (stream.avail_out < sizeof out) {
+                fwrite(out, 1, sizeof out - stream.avail_out, file);
+                fflush(file);
+            }
+        } while (stream.avail_out == 0);
+    }
+    deflateEnd(&stream);
+}
+
+// The content of every zlib stream of a file, one string a stream.
+std::vector<std::string> read_streams(const std::string &path)
+{
+    std::vector<std::string> streams;
+    FILE *file = fopen(path.c_str(), "r");
+    Bytef in[block];
+    Bytef out[block];
+    z_stream stream = {};
+    bool open = false;
+    for (;;) {
+        if (stream.avail_in == 0) {
+            stream.next_in = in;
+            stream.avail_in = static_cast<uInt>(fread(in, 1, sizeof in, file));
+            if (stream.avail_in == 0) {
+                break;
+            }
+        }
+        if (!open) {
+            inflateInit(&stream);
+            open = true;
+            streams.emplace_back();
+        }
+        stream.next_out = out;
+        stream.avail_out = sizeof out;
+        const int result = inflate(&stream, Z_NO_FLUSH);
+        streams.back().append(reinterpret_cast<char *>(out), sizeof out - stream.avail_out);
+        if (result == Z_STREAM_END) {
+            inflateEnd(&stream);
+            open = false;
+        }
+    }
+    fclose(file);
+    return streams;
+}
+
+// Inflates every stream of a file and drops the content.
+void inflate_file(const std::string &path)
+{
+    FILE *file = fopen(path.c_str(), "r");
+    Bytef in[block];
+    Bytef out[block];
+    z_stream stream = {};
+    bool open = false;
+    for (;;) {
+        if (stream.avail_in == 0) {
+            stream.next_in = in;
+            stream.avail_in = static_cast<uInt>(fread(in, 1, sizeof in, file));
+            if (stream.avail_in == 0) {
+                break;
+            }
+        }
+        if (!open) {
+            inflateInit(&stream);
+            open = true;
+        }
+        stream.next_out = out;
+        stream.avail_out = sizeof out;
+        if (inflate(&stream, Z_NO_FLUSH) == Z_STREAM_END) {
+            inflateEnd(&stream);
+            open = false;
+        }
+        benchmark::DoNotOptimize(out);
+    }
+    fclose(file);
+}
+
+constexpr uint32_t n_vectors = 64;
+
+void write_vector(benchmark::State &state)
+{
+    const temporary_directory folder;
+    const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
+    vesk *recorder = vesk_create(folder.file("box").c_str(), 1U << 30, 2);
+    vesk_write_telemetry_vector(recorder, vectors[0].get());
+    std::size_t i = 0;
+    for (auto _ : state) {
+        if (vesk_write_telemetry_vector(recorder, vectors[++i % n_vectors].get()) != 0) {
+            state.SkipWithError("the write failed");
+            break;
+        }
+    }
+    vesk_close(&recorder);
+}
+
+void write_vector_floor(benchmark::State &state)
+{
+    const temporary_directory folder;
+    std::vector<std::string> records;
+    for (const auto &vector : make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors)) {
+        records.push_back(serialized(vector.get()));
+    }
+    FILE *file = fopen(folder.file("floor").c_str(), "w");
+    std::size_t i = 0;
+    for (auto _ : state) {
+        write_stream(file, records[++i % n_vectors]);
+    }
+    fclose(file);
+}
+
+constexpr uint32_t n_samples = 120;
+constexpr uint32_t n_intervals = 12;
+
+// A box whose open buffer is full, with a full history: the next vector rotates it.
+void fill(vesk *recorder, const std::vector<vector_ptr> &vectors, uint32_t count)
+{
+    for (uint32_t i = 0; i < count; ++i) {
+        vesk_write_telemetry_vector(recorder, vectors[i % n_vectors].get());
+    }
+}
+
+void rotation(benchmark::State &state)
+{
+    const temporary_directory folder;
+    const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
+    vesk *recorder = vesk_create(folder.file("box").c_str(), n_samples, n_intervals);
+    fill(recorder, vectors, 4 * n_samples);
+    for (auto _ : state) {
+        if (vesk_write_telemetry_vector(recorder, vectors[0].get()) != 0) {
+            state.SkipWithError("the rotation failed");
+            break;
+        }
+        state.PauseTiming();
+        fill(recorder, vectors, n_samples - 1);
+        state.ResumeTiming();
+    }
+    vesk_close(&recorder);
+}
+
+void rotation_floor(benchmark::State &state)
+{
+    const temporary_directory folder;
+    const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
+    vesk *recorder = vesk_create(folder.file("box").c_str(), n_samples, n_intervals);
+    fill(recorder, vectors, 4 * n_samples + 1);
+    vesk_close(&recorder);
+    // The rotation has just made 6.hbuf of 4.hbuf and 3.cbuf; it would now read 6 and 5.
+    const std::string history = folder.file("box.6.hbuf.z");
+    const std::string samples = folder.file("box.5.cbuf.z");
+    const auto streams = read_streams(history);
+    const std::string first_sample = serialized(vectors[0].get());
+    for (auto _ : state) {
+        inflate_file(history);
+        inflate_file(samples);
+        FILE *file = fopen(folder.file("floor.hbuf").c_str(), "w");
+        for (const auto &content : streams) {
+            write_stream(file, content);
+        }
+        fclose(file);
+        file = fopen(folder.file("floor.cbuf").c_str(), "w");
+        write_stream(file, first_sample);
+        fclose(file);
+        unlink(folder.file("floor.hbuf").c_str());
+        unlink(folder.file("floor.cbuf").c_str());
+    }
+}
+
+void reopen(benchmark::State &state)
+{
+    const temporary_directory folder;
+    const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
+    const std::string base = folder.file("box");
+    vesk *recorder = vesk_create(base.c_str(), n_samples, n_intervals);
+    fill(recorder, vectors, n_samples - 1);
+    vesk_close(&recorder);
+    for (auto _ : state) {
+        recorder = vesk_open(base.c_str());
+        vesk_close(&recorder);
+    }
+}
+
+void reopen_floor(benchmark::State &state)
+{
+    const temporary_directory folder;
+    const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
+    vesk *recorder = vesk_create(folder.file("box").c_str(), n_samples, n_intervals);
+    fill(recorder, vectors, n_samples - 1);
+    vesk_close(&recorder);
+    for (auto _ : state) {
+        inflate_file(folder.file("box.1.cbuf.z"));
+    }
+}
+
+void read_back(benchmark::State &state)
+{
+    const temporary_directory folder;
+    const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
+    const std::string path = folder.file("box.cbuf");
+    vesk_current_buffer *buffer = vesk_current_buffer_create(path.c_str(), n_samples);
+    for (uint32_t i = 0; i < n_samples; ++i) {
+        vesk_current_buffer_write_telemetry_vector(buffer, vectors[i % n_vectors].get());
+    }
+    vesk_current_buffer_close(&buffer);
+    for (auto _ : state) {
+        buffer = vesk_current_buffer_open_for_read_write(path.c_str());
+        vesk_cb_record record;
+        vesk_cb_record_init_null(&record);
+        double sum = 0.0;
+        while (vesk_current_buffer_read_record(buffer, &record) == 0) {
+            if (record.type == VESK_CB_RECORD_SENSOR_VALUES) {
+                sum += static_cast<double>(record.values->values[0]);
+            }
+        }
+        benchmark::DoNotOptimize(sum);
+        vesk_cb_record_destruct(&record);
+        vesk_current_buffer_close(&buffer);
+    }
+}
+
+void read_back_floor(benchmark::State &state)
+{
+    const temporary_directory folder;
+    const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
+    const std::string path = folder.file("box.cbuf");
+    vesk_current_buffer *buffer = vesk_current_buffer_create(path.c_str(), n_samples);
+    for (uint32_t i = 0; i < n_samples; ++i) {
+        vesk_current_buffer_write_telemetry_vector(buffer, vectors[i % n_vectors].get());
+    }
+    vesk_current_buffer_close(&buffer);
+    for (auto _ : state) {
+        inflate_file(path);
+    }
+}
+
+#define VESK_BENCHMARK(name)                                                                       \
+    BENCHMARK(name)->RangeMultiplier(10)->Range(10, 10000)->Unit(benchmark::kMicrosecond);         \
+    BENCHMARK(name##_floor)->RangeMultiplier(10)->Range(10, 10000)->Unit(benchmark::kMicrosecond)
+
+VESK_BENCHMARK(write_vector);
+VESK_BENCHMARK(rotation);
+VESK_BENCHMARK(reopen);
+VESK_BENCHMARK(read_back);
+
+} // namespace
