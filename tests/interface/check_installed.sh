@@ -1,0 +1,66 @@
+#!/bin/sh
+# Installs a build into a folder of its own and builds a C program, the one that the README shows,
+# and a C++ program against it, through pkg-config and through the CMake package; then runs them.
+#
+# usage: check_installed.sh SOURCE_DIR BUILD_DIR
+set -eu
+
+source=$1
+build=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build" --prefix "$prefix" >"$work/install.log" || {
+    cat "$work/install.log"
+    exit 1
+}
+libdir=$(dirname "$(find "$prefix" -name libvesk.so.1 | head -n 1)")
+pkgconfig=$libdir/pkgconfig
+
+# The program in the README is its first block of C.
+example=$work/example.c
+awk '/^```c$/ { inside = 1; next } /^```$/ { if (inside) exit } inside' "$source/README.md" >"$example"
+[ -s "$example" ] || {
+    echo "README.md shows no C program"
+    exit 1
+}
+
+run()
+{
+    (mkdir -p "$work/run" && cd "$work/run" && LD_LIBRARY_PATH=$libdir "$@")
+}
+
+flags=$(PKG_CONFIG_PATH=$pkgconfig pkg-config --cflags --libs vesk)
+static_flags=$(PKG_CONFIG_PATH=$pkgconfig pkg-config --static --libs vesk)
+case $static_flags in
+*-lz*-lm* | *-lm*-lz*) ;;
+*)
+    echo "vesk.pc does not name what a static program needs: $static_flags"
+    exit 1
+    ;;
+esac
+cc -std=c11 -Wall -Wextra -Werror "$example" $flags -o "$work/c_program"
+c++ -std=c++17 -Wall -Wextra -Werror "$source/tests/interface/consumer/consumer.cpp" $flags \
+    -o "$work/cxx_program"
+run "$work/c_program"
+run "$work/cxx_program"
+
+cmake -S "$source/tests/interface/consumer" -B "$work/cmake" "-DCMAKE_PREFIX_PATH=$prefix" \
+    "-DEXAMPLE=$example" >"$work/cmake.log" 2>&1 || {
+    cat "$work/cmake.log"
+    exit 1
+}
+cmake --build "$work/cmake" >"$work/cmake.log" 2>&1 || {
+    cat "$work/cmake.log"
+    exit 1
+}
+for program in c_program cxx_program static_program; do
+    run "$work/cmake/$program"
+done
+
+# Nothing that is installed names the place where it was built.
+if grep -rlF "$source" "$prefix"; then
+    echo "installed files name the source folder"
+    exit 1
+fi
