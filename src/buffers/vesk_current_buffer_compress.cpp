@@ -1,0 +1,220 @@
+// Summarising a file of raw samples: every so many consecutive vectors become one interval of the
+// history.
+#include <vesk/error.h>
+#include <vesk/hist_value.h>
+#include <vesk/hist_value_list.h>
+#include <vesk/sensor_array.h>
+#include <vesk/vesk_cb_record.h>
+#include <vesk/vesk_current_buffer.h>
+#include <vesk/vesk_current_buffer_compress.h>
+
+#include "support/owner.hpp"
+#include "support/precondition.hpp"
+
+// The work of one call.
+struct compression {
+    vesk_current_buffer *cbuf;
+    vesk_hist_buffer *hbuf;
+    uint32_t intervals_written;
+    timestamp start; // of the first sample of the open interval
+    timestamp end;   // of its latest sample
+    hist_value_list list;
+    vesk_hb_record_events events;
+    uint32_t samples_in_interval;
+    uint32_t samples_per_hb_interval;
+};
+
+static void _init(compression *state, vesk_current_buffer *cbuf, vesk_hist_buffer *hbuf,
+                  uint32_t samples_per_hb_interval)
+{
+    state->cbuf = cbuf;
+    state->hbuf = hbuf;
+    state->intervals_written = 0;
+    timestamp_init_null(&state->start);
+    timestamp_init_null(&state->end);
+    hist_value_list_init(&state->list);
+    vesk_hb_record_events_init_null(&state->events);
+    state->samples_in_interval = 0;
+    state->samples_per_hb_interval = samples_per_hb_interval;
+}
+
+static void _destruct(compression *state)
+{
+    hist_value_list_destruct(&state->list);
+    vesk_hb_record_events_destruct(&state->events);
+    timestamp_destruct(&state->start);
+    timestamp_destruct(&state->end);
+}
+
+static int _vesk_write_current_interval(compression *state)
+{
+    VESK_REQUIRE(state->hbuf != nullptr, "state->hbuf != ((void *)0)");
+    VESK_REQUIRE(!timestamp_is_null(&state->start), "!timestamp_is_null (&state->start)");
+    VESK_REQUIRE(!timestamp_is_null(&state->end), "!timestamp_is_null (&state->end)");
+    return vesk_hist_buffer_write_interval(state->hbuf, &state->start, &state->end, &state->list,
+                                           &state->events);
+}
+
+// `end` keeps its value until the next sample replaces it.
+static void _begin_interval(compression *state)
+{
+    hist_value_list_clear(&state->list);
+    state->samples_in_interval = 0;
+    timestamp_init_null(&state->start);
+    vesk_hb_record_events_init_null(&state->events);
+}
+
+// Folds one value a sensor into the open interval; returns 0 or a negative error.
+static int _fold(hist_value_list *list, const sensor_array *sensors, const float *values)
+{
+    const uint32_t n = sensor_array_get_size(sensors);
+    sensor *const *sensor_list = sensor_array_get_sensors(sensors);
+    for (uint32_t i = 0; i < n; ++i) {
+        hist_value *summary = hist_value_list_add_if_not_present(list, sensor_list[i]);
+        if (summary == nullptr) {
+            return qe_get_last_error();
+        }
+        hist_value_update(summary, values[i]);
+    }
+    return 0;
+}
+
+static int _vesk_update_current_interval(compression *state, vesk_cb_record_sensor_values *values)
+{
+    ++state->samples_in_interval;
+    const timestamp *taken = vesk_cb_record_sensor_values_get_timestamp(values);
+    timestamp_copy(taken, &state->end);
+    if (state->samples_in_interval == 1) {
+        timestamp_copy(taken, &state->start);
+    }
+
+    const float *readings = vesk_cb_record_sensor_values_get_values(values);
+    const uint32_t n_readings = vesk_cb_record_sensor_values_get_number_values(values);
+    const vesk_cb_record_sensor_names *names =
+        vesk_current_buffer_get_sensor_working_set(state->cbuf);
+    VESK_REQUIRE(readings != nullptr, "values != ((void *)0)");
+    VESK_REQUIRE(n_readings > 0, "n_values > 0");
+    VESK_REQUIRE(names != nullptr, "names != ((void *)0)");
+    const sensor_array *sensors = vesk_cb_record_sensor_names_get_sensors(names);
+    VESK_REQUIRE(sensor_array_get_size(sensors) > 0, "n_sensors > 0");
+    if (n_readings != sensor_array_get_size(sensors)) {
+        return QE_ERROR_MALFORMED;
+    }
+
+    int result = _fold(&state->list, sensors, readings);
+    if (result < 0 || state->samples_in_interval < state->samples_per_hb_interval) {
+        return result;
+    }
+    result = _vesk_write_current_interval(state);
+    if (result < 0) {
+        return result;
+    }
+    _begin_interval(state);
+    ++state->intervals_written;
+    return 0;
+}
+
+static int _vesk_update_event_stats(compression *state, const vesk_cb_record_event *event)
+{
+    vesk_hb_record_events *events = &state->events;
+    switch (vesk_cb_record_event_get_type(event)) {
+    case 1:
+        ++events->n_type1_events;
+        break;
+    case 2:
+        ++events->n_type2_events;
+        break;
+    case 3:
+        ++events->n_type3_events;
+        break;
+    case 4:
+        ++events->n_type4_events;
+        break;
+    case 5:
+        ++events->n_type5_events;
+        break;
+    default:
+        VESK_REQUIRE(false, "0");
+    }
+    return 0;
+}
+
+static int _vesk_handle_cb_record(compression *state, vesk_cb_record *rec)
+{
+    switch (rec->type) {
+    case VESK_CB_RECORD_SENSOR_NAMES:
+        // Reading it made it the working set of the buffer.
+        return 0;
+    case VESK_CB_RECORD_SENSOR_VALUES:
+        return _vesk_update_current_interval(state, rec->values);
+    case VESK_CB_RECORD_EVENT:
+        return _vesk_update_event_stats(state, rec->event);
+    default:
+        VESK_REQUIRE(false, "0");
+        return 0;
+    }
+}
+
+// Whether whole intervals come out and the history has room for them.
+static bool _fits(const vesk_current_buffer *cbuf, const vesk_hist_buffer *hbuf,
+                  uint32_t samples_per_hb_interval)
+{
+    const int room = vesk_hist_buffer_get_number_empty_intervals(hbuf);
+    return cbuf->max_data_records % samples_per_hb_interval == 0 && room >= 0 &&
+           static_cast<uint32_t>(room) >= cbuf->max_data_records / samples_per_hb_interval;
+}
+
+// Handles all records. Returns 0 at the end of the buffer or a negative error.
+static int _handle_all_records(compression *state)
+{
+    vesk_cb_record rec;
+    vesk_cb_record_init_null(&rec);
+    int result = 0;
+    while (result == 0) {
+        if (state->cbuf->num_data_records > state->cbuf->max_data_records) {
+            result = QE_ERROR_MALFORMED;
+            break;
+        }
+        result = vesk_current_buffer_read_record(state->cbuf, &rec);
+        if (result == 0) {
+            result = _vesk_handle_cb_record(state, &rec);
+        }
+    }
+    vesk_cb_record_destruct(&rec);
+    return result == QE_ERROR_END_OF_RECORDS ? 0 : result;
+}
+
+// Writes what an unfinished interval holds. A first sample that did not match its sensors leaves
+// nothing to write.
+static int _write_partial_interval(compression *state)
+{
+    if (state->samples_in_interval == 0 || hist_value_list_is_empty(&state->list)) {
+        return 0;
+    }
+    return _vesk_write_current_interval(state);
+}
+
+int vesk_current_buffer_compress(const char *cbuf_filename, vesk_hist_buffer *hbuf,
+                                 uint32_t samples_per_hb_interval)
+{
+    VESK_REQUIRE(cbuf_filename != nullptr, "cbuf_filename != ((void *)0)");
+    VESK_REQUIRE(hbuf != nullptr, "hbuf != ((void *)0)");
+    VESK_REQUIRE(samples_per_hb_interval > 0, "samples_per_hb_interval > 0");
+    owned<vesk_current_buffer, vesk_current_buffer_close> cbuf(
+        vesk_current_buffer_open_for_read_write(cbuf_filename));
+    if (!cbuf) {
+        return qe_get_last_error();
+    }
+    if (!_fits(cbuf.get(), hbuf, samples_per_hb_interval)) {
+        return QE_ERROR_MALFORMED;
+    }
+    compression state;
+    _init(&state, cbuf.get(), hbuf, samples_per_hb_interval);
+    int result = _handle_all_records(&state);
+    const int written = _write_partial_interval(&state);
+    if (result == 0) {
+        result = written;
+    }
+    _destruct(&state);
+    return result;
+}
