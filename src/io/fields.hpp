@@ -4,8 +4,10 @@
 #ifndef VESK_IO_FIELDS_HPP
 #define VESK_IO_FIELDS_HPP
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <iterator>
 
 #include <vesk/binary_serializer_common.h>
 #include <vesk/error.h>
@@ -42,6 +44,22 @@ public:
     {
         const double stored = hton_double(value);
         return bytes(&stored, sizeof stored);
+    }
+    // `count` floats; value(i) gives number i. They go out in blocks: every writer puts the same
+    // bytes on disk however they are cut, and one call a float would cost more than the float.
+    template <typename Value>
+    field_writer &f32s(uint32_t count, Value value)
+    {
+        uint32_t block[512];
+        for (uint32_t done = 0; done < count && !failed();) {
+            const uint32_t n = std::min<uint32_t>(count - done, std::size(block));
+            for (uint32_t i = 0; i < n; ++i) {
+                block[i] = big_endian(std::bit_cast<uint32_t>(value(done + i)));
+            }
+            bytes(block, n * static_cast<uint32_t>(sizeof block[0]));
+            done += n;
+        }
+        return *this;
     }
     // A nested form, by its own write function.
     template <typename T>
@@ -105,6 +123,22 @@ public:
         float stored = 0;
         if (bytes(&stored, sizeof stored).ok()) {
             *value = ntoh_float(stored);
+        }
+        return *this;
+    }
+    // `count` floats, in one piece where the reader is known to give the same bytes as for one
+    // float at a time; the garbage reader draws its errors by the call.
+    field_reader &f32s(float *values, uint32_t count)
+    {
+        const bool whole = source_->type == READER_TYPE_RAW || source_->type == READER_TYPE_ZLIB;
+        const uint32_t step = whole ? count : 1;
+        for (uint32_t done = 0; done < count && ok(); done += step) {
+            bytes(values + done, step * static_cast<uint32_t>(sizeof *values));
+        }
+        if (ok() && std::endian::native != std::endian::big) {
+            for (uint32_t i = 0; i < count; ++i) {
+                values[i] = std::bit_cast<float>(big_endian(std::bit_cast<uint32_t>(values[i])));
+            }
         }
         return *this;
     }
