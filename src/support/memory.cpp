@@ -37,11 +37,11 @@ void *qe_heapify(const void *p, size_t size)
 // Negative until the environment has been read.
 static int _qe_mem_level = -1;
 
-int _qe_get_mem_level(void)
+int _qe_get_mem_level()
 {
     if (_qe_mem_level < 0) {
         const char *level = getenv("QE_MEM_LEVEL");
-        _qe_mem_level = level == nullptr ? 0 : atoi(level); // NOLINT(cert-err34-c)
+        _qe_mem_level = level == nullptr ? 0 : atoi(level);
     }
     return _qe_mem_level;
 }

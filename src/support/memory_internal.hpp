@@ -3,6 +3,6 @@
 
 // The memory level that QE_MEM_LEVEL asks for, 0 when it is not set; the environment is read once.
 // A hook for debugging by callers: no stream takes its memory level from it.
-int _qe_get_mem_level(void);
+int _qe_get_mem_level();
 
 #endif
