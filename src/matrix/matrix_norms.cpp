@@ -1,0 +1,44 @@
+#include <cstdint>
+#include <math.h>
+
+#include <vesk/matrix.h>
+
+#include "matrix/element_access.hpp"
+#include "support/precondition.hpp"
+
+double matrix_norm_F(const matrix *m)
+{
+    VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
+    VESK_REQUIRE(m->version == 1, "m->version == ((char) 1)");
+    VESK_REQUIRE(m->type > 0, "m->type > 0");
+    const element_reader elements(m);
+    double norm = 0.0;
+    for (uint32_t i = 0; i < m->nrows; ++i) {
+        for (uint32_t j = 0; j < m->ncols; ++j) {
+            const double magnitude = fabs(elements.get(i, j));
+            norm = fma(magnitude, magnitude, norm);
+        }
+    }
+    // A NaN among the elements ends here.
+    VESK_REQUIRE(norm >= 0, "norm >= 0");
+    return sqrt(norm);
+}
+
+double matrix_norm_inf(const matrix *m)
+{
+    VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
+    VESK_REQUIRE(m->version == 1, "m->version == ((char) 1)");
+    VESK_REQUIRE(m->type > 0, "m->type > 0");
+    const element_reader elements(m);
+    double norm = 0.0;
+    for (uint32_t i = 0; i < m->nrows; ++i) {
+        double sum = 0.0;
+        for (uint32_t j = 0; j < m->ncols; ++j) {
+            sum += fabs(elements.get(i, j));
+        }
+        if (sum > norm) {
+            norm = sum;
+        }
+    }
+    return norm;
+}
