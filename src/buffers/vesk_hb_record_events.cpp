@@ -1,0 +1,128 @@
+// How many events of each type fell into an interval:
+//
+//   version           1 byte, 1
+//   n_type1_events    4 bytes
+//   n_type4_events    4 bytes
+//   n_type2_events    4 bytes
+//   n_type3_events    4 bytes
+//   n_type5_events    4 bytes
+//
+// The order of the counters is that of the first release of the format.
+
+#include <vesk/vesk_hb_record_events.h>
+
+#include "io/fields.hpp"
+#include "support/object.hpp"
+#include "support/precondition.hpp"
+
+int vesk_hb_record_events_init_null(vesk_hb_record_events *rec)
+{
+    VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
+    *rec = {};
+    rec->version = 1;
+    return 0;
+}
+
+vesk_hb_record_events *vesk_hb_record_events_create_null(void)
+{
+    return create_object<vesk_hb_record_events>(vesk_hb_record_events_init_null);
+}
+
+void vesk_hb_record_events_destruct(vesk_hb_record_events *rec)
+{
+    VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
+    VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
+    *rec = {};
+}
+
+void vesk_hb_record_events_destroy(vesk_hb_record_events **rec)
+{
+    VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
+    VESK_REQUIRE(*rec != nullptr, "*rec != ((void *)0)");
+    destroy_object(rec, vesk_hb_record_events_destruct);
+}
+
+vesk_hb_record_events *vesk_hb_record_events_copy(const vesk_hb_record_events *rec,
+                                                  vesk_hb_record_events *dst)
+{
+    VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
+    VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
+    if (dst == nullptr) {
+        dst = allocate<vesk_hb_record_events>();
+        if (dst == nullptr) {
+            return nullptr;
+        }
+    }
+    *dst = *rec;
+    return dst;
+}
+
+int vesk_hb_record_events_is_equal(const vesk_hb_record_events *rec1,
+                                   const vesk_hb_record_events *rec2)
+{
+    VESK_REQUIRE(rec1 != nullptr, "rec1 != ((void *)0)");
+    VESK_REQUIRE(rec2 != nullptr, "rec2 != ((void *)0)");
+    VESK_REQUIRE(rec1->version == 1, "rec1->version == ((char) 1)");
+    VESK_REQUIRE(rec2->version == 1, "rec2->version == ((char) 1)");
+    return static_cast<int>(rec1->n_type1_events == rec2->n_type1_events &&
+                            rec1->n_type4_events == rec2->n_type4_events &&
+                            rec1->n_type2_events == rec2->n_type2_events &&
+                            rec1->n_type3_events == rec2->n_type3_events &&
+                            rec1->n_type5_events == rec2->n_type5_events);
+}
+
+void vesk_hb_record_events_merge_with(vesk_hb_record_events *rec1,
+                                      const vesk_hb_record_events *rec2)
+{
+    VESK_REQUIRE(rec1 != nullptr, "rec1 != ((void *)0)");
+    VESK_REQUIRE(rec2 != nullptr, "rec2 != ((void *)0)");
+    VESK_REQUIRE(rec1->version == 1, "rec1->version == ((char) 1)");
+    VESK_REQUIRE(rec2->version == 1, "rec2->version == ((char) 1)");
+    rec1->n_type1_events += rec2->n_type1_events;
+    rec1->n_type4_events += rec2->n_type4_events;
+    rec1->n_type2_events += rec2->n_type2_events;
+    rec1->n_type3_events += rec2->n_type3_events;
+    rec1->n_type5_events += rec2->n_type5_events;
+}
+
+int binary_serializer_write_vesk_hb_record_events(const vesk_hb_record_events *rec, writer *target)
+{
+    VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
+    VESK_REQUIRE(target != nullptr, "writer != ((void *)0)");
+    VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
+    return field_writer(target)
+        .byte(1)
+        .u32(rec->n_type1_events)
+        .u32(rec->n_type4_events)
+        .u32(rec->n_type2_events)
+        .u32(rec->n_type3_events)
+        .u32(rec->n_type5_events)
+        .result();
+}
+
+// The one counter whose absence is a broken promise of the reader instead of a truncated record.
+static int _read_second_counter(uint32_t *counter, reader *source)
+{
+    uint32_t stored = 0;
+    const int nread = binary_serializer_read_bytes(&stored, sizeof stored, source);
+    VESK_REQUIRE(nread != 0, "nread != 0");
+    if (nread > 0) {
+        *counter = big_endian(stored);
+    }
+    return nread;
+}
+
+int binary_serializer_read_vesk_hb_record_events(vesk_hb_record_events *rec, reader *source)
+{
+    VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
+    VESK_REQUIRE(source != nullptr, "reader != ((void *)0)");
+    VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
+    return field_reader(source)
+        .version(1)
+        .u32(&rec->n_type1_events)
+        .form(_read_second_counter, &rec->n_type4_events)
+        .u32(&rec->n_type2_events)
+        .u32(&rec->n_type3_events)
+        .u32(&rec->n_type5_events)
+        .result();
+}
