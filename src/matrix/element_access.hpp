@@ -35,19 +35,19 @@ public:
         return found_.exchanged ? found_.rows[j][i] : found_.rows[i][j];
     }
 
-    // Row `i` as it lies in memory; null when it does not lie there in one piece.
-    const double *row(uint32_t i) const
+    // Row `i` where it lies in memory in one piece, null where it does not.
+    const double *find_row(uint32_t i) const
     {
-        return found_.rows == nullptr || found_.exchanged || i >= m_->nrows ? nullptr
-                                                                            : found_.rows[i];
+        const bool in_place = found_.rows != nullptr && !found_.exchanged && i < m_->nrows;
+        return in_place ? found_.rows[i] : nullptr;
     }
 
     // The `n` elements of row `i` from column `j` on, into memory that is not part of the matrix.
     void copy_run(uint32_t i, uint32_t j, uint32_t n, double *to) const
     {
-        const double *from = row(i);
-        if (from != nullptr && j <= m_->ncols && n <= m_->ncols - j) {
-            memcpy(to, from + j, n * sizeof(double));
+        const double *row = find_row(i);
+        if (row != nullptr && j <= m_->ncols && n <= m_->ncols - j) {
+            memcpy(to, row + j, n * sizeof(double));
             return;
         }
         for (uint32_t k = 0; k < n; ++k) {
@@ -58,6 +58,26 @@ public:
 private:
     const matrix *m_;
     element_rows found_;
+};
+
+// One row, to be read like an array within the bounds of the matrix.
+class element_row
+{
+public:
+    element_row(const element_reader &elements, uint32_t i)
+        : elements_(elements), in_place_(elements.find_row(i)), i_(i)
+    {
+    }
+
+    double operator[](uint32_t j) const
+    {
+        return in_place_ != nullptr ? in_place_[j] : elements_.get(i_, j);
+    }
+
+private:
+    const element_reader &elements_;
+    const double *in_place_;
+    uint32_t i_;
 };
 
 class element_writer

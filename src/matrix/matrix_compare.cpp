@@ -18,8 +18,10 @@ static int _matrix_holds_for_pairs(const matrix *m1, const matrix *m2, Holds hol
     const element_reader elements1(m1);
     const element_reader elements2(m2);
     for (uint32_t i = 0; i < nrows; ++i) {
+        const element_row row1(elements1, i);
+        const element_row row2(elements2, i);
         for (uint32_t j = 0; j < ncols; ++j) {
-            if (!holds(elements1.get(i, j), elements2.get(i, j))) {
+            if (!holds(row1[j], row2[j])) {
                 return 0;
             }
         }
@@ -35,8 +37,9 @@ static int _matrix_holds_for_elements(const matrix *m, Holds holds)
     const uint32_t ncols = matrix_get_number_columns(m);
     const element_reader elements(m);
     for (uint32_t i = 0; i < nrows; ++i) {
+        const element_row row(elements, i);
         for (uint32_t j = 0; j < ncols; ++j) {
-            if (!holds(elements.get(i, j))) {
+            if (!holds(row[j])) {
                 return 0;
             }
         }

@@ -14,8 +14,9 @@ double matrix_norm_F(const matrix *m)
     const element_reader elements(m);
     double norm = 0.0;
     for (uint32_t i = 0; i < m->nrows; ++i) {
+        const element_row row(elements, i);
         for (uint32_t j = 0; j < m->ncols; ++j) {
-            const double magnitude = fabs(elements.get(i, j));
+            const double magnitude = fabs(row[j]);
             norm = fma(magnitude, magnitude, norm);
         }
     }
@@ -32,9 +33,10 @@ double matrix_norm_inf(const matrix *m)
     const element_reader elements(m);
     double norm = 0.0;
     for (uint32_t i = 0; i < m->nrows; ++i) {
+        const element_row row(elements, i);
         double sum = 0.0;
         for (uint32_t j = 0; j < m->ncols; ++j) {
-            sum += fabs(elements.get(i, j));
+            sum += fabs(row[j]);
         }
         if (sum > norm) {
             norm = sum;

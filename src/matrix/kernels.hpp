@@ -1,0 +1,71 @@
+// The inner loops of matrix arithmetic, once for each width of vector that a processor may have.
+//
+// All levels give the same bits: they differ in how many columns they carry side by side, never in
+// the order of operations inside one result. Where a product is fused with a sum the processor's
+// fused instruction is used, or the C library's fma() where there is none; everywhere else the two
+// steps round one after the other (the build forbids contraction).
+#ifndef VESK_MATRIX_KERNELS_HPP
+#define VESK_MATRIX_KERNELS_HPP
+
+#include <cstddef>
+
+// Element (i, j) of a matrix in memory is base[i * row + j * column]; a transposed view has its two
+// strides exchanged.
+struct matrix_view {
+    const double *base;
+    std::size_t row;
+    std::size_t column;
+};
+
+// How many columns of a triangular inverse are carried together.
+inline constexpr std::size_t panel_columns = 64;
+
+struct matrix_kernels {
+    const char *name;
+
+    // The doubles of scratch memory that multiply() wants, 0 when it wants none.
+    std::size_t (*multiply_scratch)(std::size_t m, std::size_t n, std::size_t depth);
+
+    // c (m x n, rows c_row apart) = a (m x depth) times b (depth x n): each element is summed from
+    // 0.0 in increasing depth, fused at each step. Without scratch (null) it is slower, and equal.
+    void (*multiply)(const matrix_view &a, const matrix_view &b, double *c, std::size_t c_row,
+                     std::size_t m, std::size_t n, std::size_t depth, double *scratch);
+
+    // row r of `count` (1 to 4) rows, `stride` apart, loses factor[r] times the pivot row, not
+    // fused; largest[r] becomes the largest magnitude left in it, -1.0 when there is none but NaN.
+    void (*eliminate)(double *rows, std::size_t stride, std::size_t count, const double *factor,
+                      const double *pivot, std::size_t n, double *largest);
+
+    // The largest magnitude among n elements, -1.0 when there is none but NaN.
+    double (*largest_magnitude)(const double *row, std::size_t n);
+
+    // One row of a triangular inverse, `panel_columns` wide: sum[j] += factor[k * stride] times
+    // row k of the panel, not fused, for k = 0 .. n-1 in this order. Column j takes part while
+    // first[j] <= k < end, where the columns of a lower triangle begin one after the other ...
+    void (*accumulate_lower)(double *sum, const double *factor, const double *panel, std::size_t n);
+    // ... and those of an upper triangle end one after the other: of the last `panel_columns` rows
+    // (fewer where n is smaller), column j takes part up to and including row j of them.
+    void (*accumulate_upper)(double *sum, const double *factor, const double *panel, std::size_t n,
+                             std::size_t diagonal);
+
+    // sum[j] of each column, from 0.0 in increasing row.
+    void (*column_sum)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
+                       double *sum);
+
+    // mean[j] and m2[j] of each column by the running-mean method (Welford 1962).
+    void (*column_moments)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
+                           double *mean, double *m2);
+};
+
+// The levels, best first; null where this build or this processor has none.
+const matrix_kernels *_matrix_kernels_avx512(void);
+const matrix_kernels *_matrix_kernels_avx2(void);
+const matrix_kernels *_matrix_kernels_plain(void);
+
+// The best level of this processor, chosen once.
+const matrix_kernels &_matrix_kernels(void);
+
+// Makes everything use `kernels` from now on, or the best level again when null: for tests.
+void _matrix_force_kernels(const matrix_kernels *kernels);
+
+#endif
