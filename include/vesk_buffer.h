@@ -5,8 +5,8 @@
  * Every buffer file begins with a 4-byte kind, so that a file can be opened without knowing whether
  * it holds raw samples (vesk_current_buffer.h) or summarised intervals (vesk_hist_buffer.h).
  *
- * A file is a sequence of complete zlib streams, one a record that was acknowledged; what they
- * decompress to is one run of bytes:
+ * A file is a sequence of complete zlib streams, one for each write that was acknowledged; what
+ * they decompress to is one run of bytes:
  *
  * | offset | size | field |
  * |---|---|---|

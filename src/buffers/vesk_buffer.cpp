@@ -7,7 +7,7 @@
 //          9        records of that kind
 //
 // Integers are big-endian. Each flush ends one zlib stream and the next write begins another, so a
-// file is a sequence of complete zlib streams, one per record that was acknowledged.
+// file is a sequence of complete zlib streams, one for each write that was acknowledged.
 #include <vesk/raw_reader.h>
 #include <vesk/raw_writer.h>
 #include <vesk/vesk_buffer.h>
