@@ -17,6 +17,9 @@ struct matrix_view {
     std::size_t column;
 };
 
+// The most rows that one call of eliminate() takes: the pivot row is loaded once for all of them.
+inline constexpr std::size_t eliminate_rows = 4;
+
 // How many columns of a triangular inverse are carried together.
 inline constexpr std::size_t panel_columns = 64;
 
@@ -31,22 +34,22 @@ struct matrix_kernels {
     void (*multiply)(const matrix_view &a, const matrix_view &b, double *c, std::size_t c_row,
                      std::size_t m, std::size_t n, std::size_t depth, double *scratch);
 
-    // row r of `count` (1 to 4) rows, `stride` apart, loses factor[r] times the pivot row, not
-    // fused; largest[r] becomes the largest magnitude left in it, -1.0 when there is none but NaN.
+    // Row r of `count` (1 to eliminate_rows) rows, `stride` apart, loses factor[r] times the pivot
+    // row, not fused; largest[r] becomes the largest magnitude left in it, -1.0 when there is none
+    // but NaN.
     void (*eliminate)(double *rows, std::size_t stride, std::size_t count, const double *factor,
                       const double *pivot, std::size_t n, double *largest);
 
     // The largest magnitude among n elements, -1.0 when there is none but NaN.
     double (*largest_magnitude)(const double *row, std::size_t n);
 
-    // One row of a triangular inverse, `panel_columns` wide: sum[j] += factor[k * stride] times
-    // row k of the panel, not fused, for k = 0 .. n-1 in this order. Column j takes part while
-    // first[j] <= k < end, where the columns of a lower triangle begin one after the other ...
+    // One row of a triangular inverse, `panel_columns` wide: sum[j] += factor[k] times element j of
+    // row k of the panel, not fused, for k = 0 .. n-1 in this order. The columns of a lower
+    // triangle begin one after the other: column j takes part from k = j on.
     void (*accumulate_lower)(double *sum, const double *factor, const double *panel, std::size_t n);
-    // ... and those of an upper triangle end one after the other: of the last `panel_columns` rows
-    // (fewer where n is smaller), column j takes part up to and including row j of them.
+    // Those of an upper triangle end one after the other: column j takes part up to k = j - offset.
     void (*accumulate_upper)(double *sum, const double *factor, const double *panel, std::size_t n,
-                             std::size_t diagonal);
+                             std::ptrdiff_t offset);
 
     // sum[j] of each column, from 0.0 in increasing row.
     void (*column_sum)(const double *base, std::size_t stride, std::size_t m, std::size_t n,

@@ -1,0 +1,56 @@
+// The level of processors with AVX-512; the build compiles this file for them.
+#include "matrix/kernels.hpp"
+
+#ifdef __AVX512F__
+
+#include <immintrin.h>
+
+namespace
+{
+
+struct simd {
+    static constexpr const char *name = "avx512";
+    static constexpr std::size_t width = 8;
+    // 24 sums, three vectors of b and a factor leave four registers to spare.
+    static constexpr std::size_t tile_rows = 8;
+    static constexpr std::size_t tile_vectors = 3;
+    static constexpr std::size_t block_depth = 320;
+    static constexpr std::size_t block_rows = 192;
+    static constexpr std::size_t block_columns = 4080;
+
+    using vector = __m512d;
+    using mask = __mmask8;
+
+    static vector fill(double x) { return _mm512_set1_pd(x); }
+    static vector load(const double *from) { return _mm512_loadu_pd(from); }
+    static vector load(const double *from, mask m) { return _mm512_maskz_loadu_pd(m, from); }
+    static void store(double *to, vector v) { _mm512_storeu_pd(to, v); }
+    static void store(double *to, vector v, mask m) { _mm512_mask_storeu_pd(to, m, v); }
+    static vector add(vector a, vector b) { return _mm512_add_pd(a, b); }
+    static vector subtract(vector a, vector b) { return _mm512_sub_pd(a, b); }
+    static vector multiply(vector a, vector b) { return _mm512_mul_pd(a, b); }
+    static vector fused(vector a, vector b, vector c) { return _mm512_fmadd_pd(a, b, c); }
+    static vector magnitude(vector v) { return _mm512_abs_pd(v); }
+    // `kept` where the other is NaN.
+    static vector larger(vector v, vector kept) { return _mm512_mask_max_pd(kept, 0xff, v, kept); }
+    static vector choose(mask m, vector a, vector b) { return _mm512_mask_blend_pd(m, b, a); }
+    static mask first_lanes(std::size_t n) { return static_cast<mask>((1U << n) - 1); }
+};
+
+} // namespace
+
+#include "matrix/kernels_body.hpp"
+
+const matrix_kernels *_matrix_kernels_avx512(void)
+{
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("fma") ? &level : nullptr;
+}
+
+#else
+
+const matrix_kernels *_matrix_kernels_avx512(void)
+{
+    return nullptr;
+}
+
+#endif

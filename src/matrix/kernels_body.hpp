@@ -1,0 +1,433 @@
+// The inner loops themselves, written once over `struct simd`: the vector of a level and its
+// operations. A source of a level defines it, includes this file and names the table.
+//
+// Nothing here may come from another header's inline functions: a level is compiled for newer
+// processors, and the linker could keep its copy of such a function for all.
+#ifndef VESK_MATRIX_KERNELS_BODY_HPP
+#define VESK_MATRIX_KERNELS_BODY_HPP
+
+namespace
+{
+
+using std::size_t;
+
+constexpr size_t width = simd::width;
+constexpr size_t tile_columns = simd::tile_vectors * width;
+
+constexpr size_t smaller(size_t a, size_t b)
+{
+    return a < b ? a : b;
+}
+
+// --- multiplication: tiles of the result stay in registers while the depth passes by -------------
+
+struct tile_operands {
+    const double *a;
+    size_t a_row;
+    size_t a_column;
+    const double *b;
+    size_t b_row;
+    double *c;
+    size_t c_row;
+    size_t depth;
+    bool resume; // the tile holds the sums of an earlier block of the depth
+};
+
+// A tile of Rows rows and Vectors vectors; of the last vector only the lanes of `last` exist when
+// Edge is set.
+template <size_t Rows, size_t Vectors, bool Edge>
+void _tile(const tile_operands &t, simd::mask last)
+{
+    const auto load = [last](const double *from, size_t v) __attribute__((always_inline))
+    {
+        return Edge && v == Vectors - 1 ? simd::load(from + v * width, last)
+                                        : simd::load(from + v * width);
+    };
+    simd::vector sum[Rows][Vectors];
+#pragma GCC unroll 16
+    for (size_t i = 0; i < Rows; ++i) {
+#pragma GCC unroll 16
+        for (size_t v = 0; v < Vectors; ++v) {
+            sum[i][v] = t.resume ? load(t.c + i * t.c_row, v) : simd::fill(0.0);
+        }
+    }
+    const double *a = t.a;
+    const double *b = t.b;
+    for (size_t k = 0; k < t.depth; ++k, a += t.a_column, b += t.b_row) {
+        simd::vector row[Vectors];
+#pragma GCC unroll 16
+        for (size_t v = 0; v < Vectors; ++v) {
+            row[v] = load(b, v);
+        }
+#pragma GCC unroll 16
+        for (size_t i = 0; i < Rows; ++i) {
+            const simd::vector factor = simd::fill(a[i * t.a_row]);
+#pragma GCC unroll 16
+            for (size_t v = 0; v < Vectors; ++v) {
+                sum[i][v] = simd::fused(factor, row[v], sum[i][v]);
+            }
+        }
+    }
+#pragma GCC unroll 16
+    for (size_t i = 0; i < Rows; ++i) {
+#pragma GCC unroll 16
+        for (size_t v = 0; v < Vectors; ++v) {
+            double *to = t.c + i * t.c_row + v * width;
+            if (Edge && v == Vectors - 1) {
+                simd::store(to, sum[i][v], last);
+            } else {
+                simd::store(to, sum[i][v]);
+            }
+        }
+    }
+}
+
+// Every shape of tile that the edges of a matrix ask for.
+struct tile_table {
+    using function = void (*)(const tile_operands &, simd::mask);
+    function at[simd::tile_rows][simd::tile_vectors][2] = {};
+
+    template <size_t Rows, size_t Vectors>
+    constexpr void add()
+    {
+        at[Rows - 1][Vectors - 1][0] = _tile<Rows, Vectors, false>;
+        at[Rows - 1][Vectors - 1][1] = _tile<Rows, Vectors, true>;
+        if constexpr (Vectors > 1) {
+            add<Rows, Vectors - 1>();
+        } else if constexpr (Rows > 1) {
+            add<Rows - 1, simd::tile_vectors>();
+        }
+    }
+    constexpr tile_table() { add<simd::tile_rows, simd::tile_vectors>(); }
+};
+
+constexpr tile_table tiles;
+
+void _run_tile(const tile_operands &t, size_t rows, size_t columns)
+{
+    const size_t vectors = (columns + width - 1) / width;
+    const size_t last = columns - (vectors - 1) * width;
+    tiles.at[rows - 1][vectors - 1][last == width ? 0 : 1](t, simd::first_lanes(last));
+}
+
+// Operands as they lie; b must have its columns side by side.
+void _multiply_unpacked(const matrix_view &a, const matrix_view &b, double *c, size_t c_row,
+                        size_t m, size_t n, size_t depth)
+{
+    for (size_t j = 0; j < n; j += tile_columns) {
+        for (size_t i = 0; i < m; i += simd::tile_rows) {
+            _run_tile({a.base + i * a.row, a.row, a.column, b.base + j, b.row, c + i * c_row + j,
+                       c_row, depth, false},
+                      smaller(simd::tile_rows, m - i), smaller(tile_columns, n - j));
+        }
+    }
+}
+
+// b in slivers of tile_columns columns, row after row, so that a tile reads memory in one run.
+void _pack_columns(const matrix_view &b, size_t depth, size_t n, double *to)
+{
+    for (size_t j = 0; j < n; j += tile_columns) {
+        const size_t columns = smaller(tile_columns, n - j);
+        for (size_t k = 0; k < depth; ++k, to += tile_columns) {
+            const double *from = b.base + k * b.row + j * b.column;
+            for (size_t v = 0; v < columns; ++v) {
+                to[v] = from[v * b.column];
+            }
+        }
+    }
+}
+
+// a in slivers of tile_rows rows, column after column.
+void _pack_rows(const matrix_view &a, size_t m, size_t depth, double *to)
+{
+    for (size_t i = 0; i < m; i += simd::tile_rows) {
+        const size_t rows = smaller(simd::tile_rows, m - i);
+        for (size_t r = 0; r < rows; ++r) {
+            const double *from = a.base + (i + r) * a.row;
+            for (size_t k = 0; k < depth; ++k) {
+                to[k * simd::tile_rows + r] = from[k * a.column];
+            }
+        }
+        to += simd::tile_rows * depth;
+    }
+}
+
+// Blocks of a stay in the second-level cache, slivers of b in the first; the sums of a block of the
+// depth are carried in c to the next one.
+void _multiply_packed(const matrix_view &a, const matrix_view &b, double *c, size_t c_row, size_t m,
+                      size_t n, size_t depth, double *scratch)
+{
+    double *rows = scratch;
+    double *columns = scratch + simd::block_rows * simd::block_depth;
+    for (size_t j0 = 0; j0 < n; j0 += simd::block_columns) {
+        const size_t nj = smaller(simd::block_columns, n - j0);
+        for (size_t k0 = 0; k0 < depth; k0 += simd::block_depth) {
+            const size_t nk = smaller(simd::block_depth, depth - k0);
+            _pack_columns({b.base + k0 * b.row + j0 * b.column, b.row, b.column}, nk, nj, columns);
+            for (size_t i0 = 0; i0 < m; i0 += simd::block_rows) {
+                const size_t ni = smaller(simd::block_rows, m - i0);
+                _pack_rows({a.base + i0 * a.row + k0 * a.column, a.row, a.column}, ni, nk, rows);
+                for (size_t j = 0; j < nj; j += tile_columns) {
+                    for (size_t i = 0; i < ni; i += simd::tile_rows) {
+                        _run_tile({rows + i * nk, 1, simd::tile_rows, columns + j * nk,
+                                   tile_columns, c + (i0 + i) * c_row + j0 + j, c_row, nk, k0 > 0},
+                                  smaller(simd::tile_rows, ni - i), smaller(tile_columns, nj - j));
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Below this many elements b stays in the second-level cache as it lies, and packing costs more
+// than it brings.
+constexpr size_t unpacked_elements = size_t(1) << 17;
+
+size_t _multiply_scratch(size_t, size_t n, size_t depth)
+{
+    if (n * depth < unpacked_elements) {
+        return 0;
+    }
+    const size_t columns = smaller(n + tile_columns - 1, simd::block_columns);
+    return simd::block_depth * (simd::block_rows + columns);
+}
+
+void _multiply_slowly(const matrix_view &a, const matrix_view &b, double *c, size_t c_row, size_t m,
+                      size_t n, size_t depth)
+{
+    for (size_t i = 0; i < m; ++i) {
+        for (size_t j = 0; j < n; ++j) {
+            double sum = 0.0;
+            for (size_t k = 0; k < depth; ++k) {
+                sum = __builtin_fma(a.base[i * a.row + k * a.column],
+                                    b.base[k * b.row + j * b.column], sum);
+            }
+            c[i * c_row + j] = sum;
+        }
+    }
+}
+
+void _multiply(const matrix_view &a, const matrix_view &b, double *c, size_t c_row, size_t m,
+               size_t n, size_t depth, double *scratch)
+{
+    if (scratch != nullptr) {
+        _multiply_packed(a, b, c, c_row, m, n, depth, scratch);
+    } else if (b.column == 1) {
+        _multiply_unpacked(a, b, c, c_row, m, n, depth);
+    } else {
+        _multiply_slowly(a, b, c, c_row, m, n, depth);
+    }
+}
+
+// --- elimination
+// ----------------------------------------------------------------------------------
+
+// One vector of each row: the step of the elimination and the magnitudes that it leaves.
+template <size_t Rows, bool Edge>
+inline void _eliminate_vector(double *rows, size_t stride, const simd::vector *factor,
+                              const double *pivot, simd::mask lanes, simd::vector *largest)
+{
+    const simd::vector p = Edge ? simd::load(pivot, lanes) : simd::load(pivot);
+#pragma GCC unroll 4
+    for (size_t r = 0; r < Rows; ++r) {
+        double *at = rows + r * stride;
+        const simd::vector x = simd::subtract(Edge ? simd::load(at, lanes) : simd::load(at),
+                                              simd::multiply(factor[r], p));
+        const simd::vector grown = simd::larger(simd::magnitude(x), largest[r]);
+        if (Edge) {
+            simd::store(at, x, lanes);
+            largest[r] = simd::choose(lanes, grown, largest[r]);
+        } else {
+            simd::store(at, x);
+            largest[r] = grown;
+        }
+    }
+}
+
+double _largest_lane(simd::vector v)
+{
+    double lanes[width];
+    simd::store(lanes, v);
+    double largest = lanes[0];
+    for (size_t i = 1; i < width; ++i) {
+        largest = lanes[i] > largest ? lanes[i] : largest;
+    }
+    return largest;
+}
+
+// The elements before the first full vector that lies on a boundary of vectors: on long rows it
+// pays to step over them, because a store across a cache line costs two.
+size_t _elements_before_boundary(const double *row, size_t n)
+{
+    constexpr size_t long_row = 64;
+    const size_t misplaced = reinterpret_cast<size_t>(row) / sizeof(double) % width;
+    return n < long_row || misplaced == 0 ? 0 : width - misplaced;
+}
+
+template <size_t Rows>
+void _eliminate_in(double *rows, size_t stride, const double *factor, const double *pivot, size_t n,
+                   double *largest)
+{
+    simd::vector factors[Rows];
+    simd::vector magnitudes[Rows];
+#pragma GCC unroll 4
+    for (size_t r = 0; r < Rows; ++r) {
+        factors[r] = simd::fill(factor[r]);
+        magnitudes[r] = simd::fill(-1.0);
+    }
+    const simd::mask all = simd::first_lanes(width);
+    size_t j = _elements_before_boundary(rows, n);
+    if (j > 0) {
+        _eliminate_vector<Rows, true>(rows, stride, factors, pivot, simd::first_lanes(j),
+                                      magnitudes);
+    }
+    for (; j + width <= n; j += width) {
+        _eliminate_vector<Rows, false>(rows + j, stride, factors, pivot + j, all, magnitudes);
+    }
+    if (j < n) {
+        _eliminate_vector<Rows, true>(rows + j, stride, factors, pivot + j,
+                                      simd::first_lanes(n - j), magnitudes);
+    }
+    for (size_t r = 0; r < Rows; ++r) {
+        largest[r] = _largest_lane(magnitudes[r]);
+    }
+}
+
+void _eliminate(double *rows, size_t stride, size_t count, const double *factor,
+                const double *pivot, size_t n, double *largest)
+{
+    if (count == eliminate_rows) {
+        _eliminate_in<eliminate_rows>(rows, stride, factor, pivot, n, largest);
+        return;
+    }
+    for (size_t r = 0; r < count; ++r) {
+        _eliminate_in<1>(rows + r * stride, stride, factor + r, pivot, n, largest + r);
+    }
+}
+
+double _largest_magnitude(const double *row, size_t n)
+{
+    simd::vector largest = simd::fill(-1.0);
+    size_t j = 0;
+    for (; j + width <= n; j += width) {
+        largest = simd::larger(simd::magnitude(simd::load(row + j)), largest);
+    }
+    if (j < n) {
+        const simd::mask lanes = simd::first_lanes(n - j);
+        largest = simd::choose(
+            lanes, simd::larger(simd::magnitude(simd::load(row + j, lanes)), largest), largest);
+    }
+    return _largest_lane(largest);
+}
+
+// --- triangular inverses
+// --------------------------------------------------------------------------
+
+// The rows in which all columns of the panel take part, eight vectors of columns at a time.
+void _accumulate_all(double *sum, const double *factor, const double *panel, size_t n)
+{
+    constexpr size_t vectors = 8;
+    for (size_t j = 0; j < panel_columns; j += vectors * width) {
+        simd::vector total[vectors];
+#pragma GCC unroll 8
+        for (size_t v = 0; v < vectors; ++v) {
+            total[v] = simd::load(sum + j + v * width);
+        }
+        for (size_t k = 0; k < n; ++k) {
+            const simd::vector f = simd::fill(factor[k]);
+            const double *row = panel + k * panel_columns + j;
+#pragma GCC unroll 8
+            for (size_t v = 0; v < vectors; ++v) {
+                total[v] = simd::add(total[v], simd::multiply(f, simd::load(row + v * width)));
+            }
+        }
+#pragma GCC unroll 8
+        for (size_t v = 0; v < vectors; ++v) {
+            simd::store(sum + j + v * width, total[v]);
+        }
+    }
+}
+
+// The columns begin .. end-1 of one row.
+void _accumulate_some(double *sum, double factor, const double *row, size_t begin, size_t end)
+{
+    for (size_t j = begin; j < end; ++j) {
+        sum[j] = sum[j] + factor * row[j];
+    }
+}
+
+void _accumulate_lower(double *sum, const double *factor, const double *panel, size_t n)
+{
+    const size_t triangle = smaller(n, panel_columns);
+    for (size_t k = 0; k < triangle; ++k) {
+        _accumulate_some(sum, factor[k], panel + k * panel_columns, 0, k + 1);
+    }
+    _accumulate_all(sum, factor + triangle, panel + triangle * panel_columns, n - triangle);
+}
+
+void _accumulate_upper(double *sum, const double *factor, const double *panel, size_t n,
+                       std::ptrdiff_t offset)
+{
+    const size_t whole = offset < 1 ? smaller(n, static_cast<size_t>(1 - offset)) : 0;
+    _accumulate_all(sum, factor, panel, whole);
+    for (size_t k = whole; k < n; ++k) {
+        _accumulate_some(sum, factor[k], panel + k * panel_columns,
+                         static_cast<size_t>(static_cast<std::ptrdiff_t>(k) + offset),
+                         panel_columns);
+    }
+}
+
+// --- statistics of columns: rows outside, columns in vectors
+// --------------------------------------
+
+// So many columns of sums stay in the first-level cache.
+constexpr size_t statistics_columns = 512;
+
+void _column_sum(const double *base, size_t stride, size_t m, size_t n, double *sum)
+{
+    for (size_t j0 = 0; j0 < n; j0 += statistics_columns) {
+        const size_t columns = smaller(statistics_columns, n - j0);
+        double *__restrict total = sum + j0;
+        for (size_t j = 0; j < columns; ++j) {
+            total[j] = 0.0;
+        }
+        for (size_t i = 0; i < m; ++i) {
+            const double *__restrict row = base + i * stride + j0;
+            for (size_t j = 0; j < columns; ++j) {
+                total[j] += row[j];
+            }
+        }
+    }
+}
+
+void _column_moments(const double *base, size_t stride, size_t m, size_t n, double *mean,
+                     double *m2)
+{
+    for (size_t j0 = 0; j0 < n; j0 += statistics_columns) {
+        const size_t columns = smaller(statistics_columns, n - j0);
+        double *__restrict means = mean + j0;
+        double *__restrict squares = m2 + j0;
+        for (size_t j = 0; j < columns; ++j) {
+            means[j] = 0.0;
+            squares[j] = 0.0;
+        }
+        double count = 0.0;
+        for (size_t i = 0; i < m; ++i) {
+            const double *__restrict row = base + i * stride + j0;
+            count += 1.0;
+            for (size_t j = 0; j < columns; ++j) {
+                const double difference = row[j] - means[j];
+                means[j] = means[j] + difference / count;
+                squares[j] = __builtin_fma(difference, row[j] - means[j], squares[j]);
+            }
+        }
+    }
+}
+
+constexpr matrix_kernels level = {simd::name,        _multiply_scratch,  _multiply,
+                                  _eliminate,        _largest_magnitude, _accumulate_lower,
+                                  _accumulate_upper, _column_sum,        _column_moments};
+
+} // namespace
+
+#endif
