@@ -119,16 +119,10 @@ int binary_serializer_read_vesk_cb_record_event(vesk_cb_record_event *rec, reade
     VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
     VESK_REQUIRE(source != nullptr, "reader != ((void *)0)");
     VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
-    char *text = nullptr;
-    const int nread = field_reader(source)
-                          .version(1)
-                          .u32(&rec->type)
-                          .form(binary_serializer_read_timestamp, &rec->timestamp)
-                          .string(&text)
-                          .result();
-    if (text != nullptr) {
-        free(rec->text);
-        rec->text = text;
-    }
-    return nread;
+    return field_reader(source)
+        .version(1)
+        .u32(&rec->type)
+        .form(binary_serializer_read_timestamp, &rec->timestamp)
+        .replace_string(&rec->text)
+        .result();
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 
 #include <vesk/binary_serializer_common.h>
@@ -164,6 +165,17 @@ public:
             *text = binary_serializer_read_string(source_, &consumed);
             return *text == nullptr ? qe_get_last_error() : consumed;
         });
+    }
+    // As string(), for a place that may hold an older text: that is freed once the new one is
+    // there.
+    field_reader &replace_string(char **place)
+    {
+        char *text = nullptr;
+        if (string(&text).ok()) {
+            free(*place);
+            *place = text;
+        }
+        return *this;
     }
 
     field_reader &fail(int code)

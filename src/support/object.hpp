@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include <vesk/error.h>
 
@@ -32,6 +33,16 @@ T *allocate_zeroed(std::size_t count)
         qe_set_last_error(QE_ERROR_NO_MEMORY);
     }
     return storage;
+}
+
+// A copy of `text`; null and -22 in the cell when there is no memory.
+inline char *duplicate_string(const char *text)
+{
+    char *copy = strdup(text);
+    if (copy == nullptr) {
+        qe_set_last_error(QE_ERROR_NO_MEMORY);
+    }
+    return copy;
 }
 
 // Allocates an object and runs `init` on it, which returns 0 or a negative code. Null, with the
