@@ -82,7 +82,7 @@ class Case:
         if number == 0:  # the largest vector there is
             self.samples, self.intervals, width, self.rotations = 2, 2, 10000, 2
         elif number == 1:  # many samples, few sensors
-            self.samples, self.intervals, width, self.rotations = 1000, 10, 2, 2
+            self.samples, self.intervals, width, self.rotations = 300, 10, 2, 2
         else:
             self.samples, self.intervals = rng.choice(SIZES)
             width = rng.choice(WIDTHS)
