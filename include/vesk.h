@@ -1,3 +1,42 @@
+/**
+ * @file
+ * @brief The recorder: the black box itself.
+ *
+ * A recorder takes telemetry vectors and events and keeps them on disk in a bounded number of
+ * files. The newest samples are kept as they came, in current buffers; older ones are summarised
+ * per interval in a history buffer, and the older the history, the longer its intervals.
+ *
+ *     vesk *box = vesk_create("/var/lib/box/r", 3600, 60);
+ *     ...
+ *     if (vesk_write_telemetry_vector(box, vector) < 0) { ... }
+ *     ...
+ *     vesk_close(&box);
+ *
+ * Later, and after every restart, vesk_open("/var/lib/box/r") goes on where this stopped.
+ *
+ * 1. Files. On base name r they are r.state, r.N.cbuf.z and r.N.hbuf.z, and N grows with every
+ *    file that is made: r.1.cbuf.z is written first, then r.2.cbuf.z and r.3.cbuf.z; when that is
+ *    full, r.4.hbuf.z summarises the first two, which are deleted, and r.5.cbuf.z is opened. From
+ *    then on each full buffer makes a history and a current buffer, and takes away one of each.
+ *    The base name may contain folders; it has fewer than 1000 bytes, because the names of buffers
+ *    are cut at 1023. The names are stored in the state file as they were given: a relative name
+ *    depends on the working directory, and a copied recorder still means the original's buffers.
+ * 2. Sizes. A current buffer holds num_cb_samples vectors and is summarised into num_hb_intervals
+ *    intervals; a history buffer holds twice as many. Two consecutive intervals of a full history
+ *    become one when the next buffer is summarised. num_hb_intervals must not exceed 65534.
+ * 3. Durability. A vector or an event is with the operating system when the call returns; nothing
+ *    is synced to the disk. The state file is written when a recorder is created and whenever its
+ *    files change, in place, and never by vesk_close().
+ * 4. Failures. A vector that could not be written is not counted. When the call that failed had to
+ *    move on to the next file first, the recorder should be closed and opened again: its state may
+ *    be ahead of its files, and the next call may abort.
+ * 5. Events. An event is stored without the type that precedes every other record. It stays in the
+ *    file, but readers stop in front of it with -6: the buffer cannot be summarised any more, so
+ * the call that would have to do it fails with -6 from then on, and so does opening a recorder
+ * whose current buffer contains an event.
+ * 6. One process at a time may have a recorder open, and nobody else may read its current buffer
+ *    then. Nothing enforces this.
+ */
 #ifndef VESK_H
 #define VESK_H
 
@@ -17,40 +56,128 @@
 extern "C" {
 #endif
 
+/** The stages of a recorder, named after its files, oldest first: c current, h history, 0 none. */
 typedef enum vesk_zcf_state {
-    VESK_ZCF_STATE_C00 = 1,
-    VESK_ZCF_STATE_CC0 = 2,
-    VESK_ZCF_STATE_CCC = 3,
-    VESK_ZCF_STATE_HCC = 4
+    VESK_ZCF_STATE_C00 = 1, /**< the first current buffer is being filled */
+    VESK_ZCF_STATE_CC0 = 2, /**< the second one is being filled */
+    VESK_ZCF_STATE_CCC = 3, /**< the third one is being filled */
+    VESK_ZCF_STATE_HCC = 4  /**< a history, a full current buffer, and one that is being filled */
 } vesk_zcf_state;
 
+/** A recorder. */
 typedef struct vesk {
-    char version;
-    char *filename;
-    char *state_filename;
-    uint32_t state;
-    uint32_t num_cb_samples;
-    uint32_t num_hb_intervals;
-    uint32_t num_samples_per_interval;
-    uint32_t next_file_number;
+    char version;                      /**< 1 while live */
+    char *filename;                    /**< owned, the base name */
+    char *state_filename;              /**< owned, the base name and ".state" */
+    uint32_t state;                    /**< a vesk_zcf_state; 0 in a null recorder */
+    uint32_t num_cb_samples;           /**< vectors in a current buffer */
+    uint32_t num_hb_intervals;         /**< intervals that a current buffer is summarised into */
+    uint32_t num_samples_per_interval; /**< the quotient of the two */
+    uint32_t next_file_number;         /**< what the name of the next buffer carries */
     union {
-        void *stage;
-        vesk_zcf_state_c00 *c00;
-        vesk_zcf_state_cc0 *cc0;
-        vesk_zcf_state_ccc *ccc;
-        vesk_zcf_state_hcc *hcc;
+        void *stage;             /**< owned; null in a null recorder */
+        vesk_zcf_state_c00 *c00; /**< the stage in state 1 */
+        vesk_zcf_state_cc0 *cc0; /**< the stage in state 2 */
+        vesk_zcf_state_ccc *ccc; /**< the stage in state 3 */
+        vesk_zcf_state_hcc *hcc; /**< the stage in state 4 */
     };
-    uint32_t stage_type;
+    uint32_t stage_type; /**< private: what the stage really is, after a failed transition too */
 } vesk;
 
+/**
+ * Makes a new recorder on the base name @p filename: its state file and its first current buffer. A
+ * recorder that was there under this name is lost: both files are overwritten, and its other
+ * buffers stay behind.
+ *
+ * Aborts with "filename != ((void *)0)", "filename[0] != 0", "num_cb_samples > 0",
+ * "num_hb_intervals > 0", "num_cb_samples % num_hb_intervals == 0", "num_cb_samples % 2 == 0" or
+ * "num_hb_intervals % 2 == 0", in this order.
+ *
+ * @return the recorder, or null with the code in the cell: -40 when a file cannot be opened, -41
+ * when the state file cannot be written, -42 when the current buffer cannot, -49 when the name is
+ * longer than 10000 bytes, -22 without memory. A current buffer that was made stays on disk.
+ */
 VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
                            uint32_t num_hb_intervals);
+
+/**
+ * Opens the recorder with the base name @p filename and its current buffer, to go on writing there.
+ *
+ * A recorder is returned, too, when its state file could be read only in part or its current buffer
+ * not at all; the cell tells then: set it to 0 before the call and look at it afterwards. Such a
+ * recorder aborts when it is written to. vesk_close() takes it unless its state file ended, or was
+ * refused, between the state and the stage: then it aborts as well.
+ *
+ * Aborts with "filename != ((void *)0)" or "filename[0] != 0", and with "nread != 0" when the state
+ * file ends right behind the length of a name.
+ *
+ * @return the recorder, or null with -40 in the cell when there is no state file, -48 when it is
+ * empty, -22 without memory. With a recorder in part, the cell has -6 for impossible counts or an
+ * unknown state, -12 for an unknown version, -43 or -48 for a state file that ends early, or the
+ * code of vesk_current_buffer_open_for_append().
+ */
 VESK_API vesk *vesk_open(const char *filename);
+
+/** @return a new recorder of state 0 without names, to be read, or null with -22 in the cell. */
 VESK_API vesk *vesk_create_null(void);
+
+/**
+ * Records @p vector, a telemetry matrix of one row. When the current buffer is full, it first moves
+ * on to the next one and summarises and deletes the oldest files.
+ *
+ * A timestamp of 0 cannot be summarised, nor can more than 10000 sensors be stored.
+ *
+ * Aborts with "vesk != ((void *)0)", "vesk->version == ((char) 1)", "vector != ((void *)0)",
+ * "vesk->c00 != ((void *)0)", or the same of the stage at hand, in a recorder without its stage,
+ * and with "0" in an unknown state. It aborts in a process that cannot save the state file after
+ * the first history was made.
+ *
+ * @return 0; -41 when a file cannot be read or written, -40 when it cannot be opened, -6 when a
+ * full buffer cannot be summarised, or another code of the buffers. No file is deleted then, and a
+ * history buffer that was begun stays behind.
+ */
 VESK_API int vesk_write_telemetry_vector(vesk *vesk, const matrix *vector);
+
+/**
+ * Records @p event in the current buffer, also when that is full. See the fifth note above.
+ *
+ * Aborts as vesk_write_telemetry_vector() does, with "event != ((void *)0)".
+ *
+ * @return 0, -49 when the text is longer than 10000 bytes, or another negative result of the
+ * buffer.
+ */
 VESK_API int vesk_write_event(vesk *vesk, const vesk_cb_record_event *event);
+
+/**
+ * Closes the files of @p *vesk, frees it and sets it to null. The state file is not written.
+ *
+ * Aborts with "(*vesk) != ((void *)0)", "(*vesk)->version == ((char) 1)",
+ * "(*vesk)->c00 != ((void *)0)", or the same of the stage at hand, when there is a state but no
+ * stage, and with "0" in an unknown state.
+ */
 VESK_API void vesk_close(vesk **vesk);
+
+/**
+ * Writes the content of the state file.
+ *
+ * Aborts with "0" when @p vesk has no known state, and as vesk_write_telemetry_vector() does when
+ * it has no stage.
+ *
+ * @return what the writer reported; -49 when the base name is longer than 10000 bytes; or the
+ * negative result of the writer, except where that strikes a name of the stage: such a failure is
+ * not reported, and the form is cut there.
+ */
 VESK_API int binary_serializer_write_vesk(const vesk *vesk, writer *writer);
+
+/**
+ * Reads the content of a state file into @p vesk, which is live, and opens its current buffer. What
+ * was read before a failure stays in @p vesk.
+ *
+ * @return the bytes consumed; 0 at the end of the data; -12 on a version other than 1; -6 on counts
+ * that do not fit together or an unknown state; -43 where the data ends before a name, -48 where it
+ * ends elsewhere; -22 without memory; or the negative result of the reader or of
+ * vesk_current_buffer_open_for_append().
+ */
 VESK_API int binary_serializer_read_vesk(vesk *vesk, reader *reader);
 
 #ifdef __cplusplus

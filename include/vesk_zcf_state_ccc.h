@@ -1,3 +1,7 @@
+/**
+ * @file
+ * @brief The third stage of a recorder: two full current buffers and the open one.
+ */
 #ifndef VESK_ZCF_STATE_CCC_H
 #define VESK_ZCF_STATE_CCC_H
 
@@ -14,28 +18,99 @@
 extern "C" {
 #endif
 
+/** The third stage of a recorder: two full current buffers and the open one. */
 typedef struct vesk_zcf_state_ccc {
-    char version;
-    char *cbuf0_filename;
-    char *cbuf1_filename;
-    vesk_current_buffer *cbuf2;
+    char version;               /**< 1 while live */
+    char *cbuf0_filename;       /**< owned, name of the oldest buffer */
+    char *cbuf1_filename;       /**< owned, name of the next full buffer */
+    vesk_current_buffer *cbuf2; /**< owned, the open buffer; null only in a null stage */
 } vesk_zcf_state_ccc;
 
+/**
+ * Makes a stage of the full buffers @p cbuf0_filename, the older one, and @p cbuf1_filename, and a
+ * new, empty current buffer @p cbuf2_filename of @p max_data_records vectors. Names are copied.
+ *
+ * Aborts with "cbuf0_filename != ((void *)0)", "cbuf1_filename != ((void *)0)",
+ * "cbuf2_filename != ((void *)0)" or "max_data_records > 0".
+ *
+ * @return the stage, or null with the code in the cell: -22 without memory, or that of
+ * vesk_current_buffer_create().
+ */
 VESK_API vesk_zcf_state_ccc *vesk_zcf_state_ccc_create(const char *cbuf0_filename,
                                                        const char *cbuf1_filename,
                                                        const char *cbuf2_filename,
                                                        uint32_t max_data_records);
+
+/** @return a new stage without buffers, to be read, or null with -22 in the cell. */
 VESK_API vesk_zcf_state_ccc *vesk_zcf_state_ccc_create_null(void);
+
+/**
+ * Closes the open buffer, if any, which finishes its file, frees @p *state and sets it to null.
+ */
 VESK_API void vesk_zcf_state_ccc_destroy(vesk_zcf_state_ccc **state);
+
+/**
+ * Writes @p vector to the open buffer.
+ *
+ * Aborts with "cbuf2 != ((void *)0)" when there is none.
+ *
+ * @return the result of vesk_current_buffer_write_telemetry_vector(); -2 means that it is full.
+ */
 VESK_API int vesk_zcf_state_ccc_write_telemetry_vector(vesk_zcf_state_ccc *state,
                                                        const matrix *vector);
+
+/**
+ * Writes @p event to the open buffer.
+ *
+ * Aborts with "cbuf2 != ((void *)0)" when there is none.
+ *
+ * @return the result of vesk_current_buffer_write_event().
+ */
 VESK_API int vesk_zcf_state_ccc_write_event(vesk_zcf_state_ccc *state,
                                             const vesk_cb_record_event *event);
+
+/**
+ * Aborts with "cbuf0_filename != ((void *)0)" when it is missing.
+ *
+ * @return the name of the oldest buffer, which stays that of the stage.
+ */
 VESK_API const char *vesk_zcf_state_ccc_get_cbuf0_filename(const vesk_zcf_state_ccc *state);
+
+/**
+ * Aborts with "cbuf1_filename != ((void *)0)" when it is missing.
+ *
+ * @return the name of the next full buffer, which stays that of the stage.
+ */
 VESK_API const char *vesk_zcf_state_ccc_get_cbuf1_filename(const vesk_zcf_state_ccc *state);
+
+/**
+ * Aborts with "cbuf2 != ((void *)0)" when it is missing.
+ *
+ * @return the name of the open buffer, which stays that of the stage.
+ */
 VESK_API const char *vesk_zcf_state_ccc_get_cbuf2_filename(const vesk_zcf_state_ccc *state);
+
+/**
+ * Writes version 1 (1 byte) and the names of the buffers, oldest first, as strings.
+ *
+ * Aborts with "cbuf0_filename != ((void *)0)", "cbuf1_filename != ((void *)0)" or
+ * "cbuf2 != ((void *)0)" on a missing buffer.
+ *
+ * @return what the writer reported; its negative result when the version cannot be written; but 0
+ * when a name cannot.
+ */
 VESK_API int binary_serializer_write_vesk_zcf_state_ccc(const vesk_zcf_state_ccc *state,
                                                         writer *writer);
+
+/**
+ * Reads the names into @p state, a null stage, and opens the current buffer where it ends. The
+ * names that were read before a failure stay.
+ *
+ * @return the bytes consumed; 0 at the end of the data; -12 on a version other than 1; -43 where
+ * the data ends before a name, -48 where it ends elsewhere, -6 on an impossible name; -22 without
+ * memory; or the code of vesk_current_buffer_open_for_append(). It aborts with "nread != 0" where
+ * the data ends right behind the length of a name.
+ */
 VESK_API int binary_serializer_read_vesk_zcf_state_ccc(vesk_zcf_state_ccc *state, reader *reader);
 
 #ifdef __cplusplus
