@@ -1,0 +1,65 @@
+// Writing into a box: the one place where the command meets the recorder.
+#ifndef VESK_CLI_BOX_WRITER_HPP
+#define VESK_CLI_BOX_WRITER_HPP
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include <vesk/matrix.h>
+#include <vesk/sensor_array.h>
+#include <vesk/vesk.h>
+
+namespace cli
+{
+
+// How much a box holds. What the user did not say is empty.
+struct box_shape {
+    std::optional<uint32_t> samples;
+    std::optional<uint32_t> intervals;
+};
+
+// For new boxes: at one sample a second an hour in each buffer, summarised by the minute.
+constexpr uint32_t default_samples = 3600;
+constexpr uint32_t default_intervals = 60;
+
+// Refuses, as a usage failure, a shape that no box can have.
+void check_shape(uint32_t samples, uint32_t intervals);
+
+class box_writer
+{
+public:
+    // Opens the box on @p base, or makes one when there is none. An existing box keeps its shape:
+    // another one that is asked for is refused.
+    box_writer(const std::string &base, const box_shape &shape);
+    box_writer(const box_writer &) = delete;
+    box_writer &operator=(const box_writer &) = delete;
+
+    // True when the box was there before.
+    bool resumed() const { return resumed_; }
+    // From now on vectors hold values of these sensors.
+    void set_sensors(std::span<const std::string> names);
+    // One vector, on disk when this returns.
+    void write(int64_t time, std::span<const float> values);
+
+private:
+    // Refuses what the recorder could not go on with, before it touches anything.
+    void check_box() const;
+    void open(const box_shape &shape);
+    void create(const box_shape &shape);
+
+    struct closer {
+        void operator()(struct vesk *recorder) const { vesk_close(&recorder); }
+        void operator()(matrix *vector) const { matrix_destroy(&vector); }
+    };
+    std::string base_;
+    std::unique_ptr<struct vesk, closer> recorder_;
+    std::unique_ptr<matrix, closer> vector_;
+    bool resumed_ = false;
+};
+
+} // namespace cli
+
+#endif

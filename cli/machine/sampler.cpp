@@ -1,0 +1,45 @@
+#include "sampler.hpp"
+
+#include <algorithm>
+#include <ctime>
+#include <string_view>
+#include <unordered_set>
+
+#include "proc_files.hpp"
+
+namespace cli
+{
+namespace
+{
+
+double monotonic_seconds()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+// Two features may carry the same label, and a name may stand in a header line only once.
+void drop_repeated_names(measurements &taken)
+{
+    std::unordered_set<std::string> seen;
+    taken.erase(std::remove_if(taken.begin(), taken.end(),
+                               [&](const measurement &m) { return !seen.insert(m.name).second; }),
+                taken.end());
+}
+
+} // namespace
+
+snapshot sampler::take()
+{
+    snapshot result;
+    result.seconds = monotonic_seconds();
+    procps_.measure(result.taken);
+    measure_network(root_, result.taken);
+    measure_pressure(root_, result.taken);
+    hwmon_.measure(result.taken);
+    drop_repeated_names(result.taken);
+    return result;
+}
+
+} // namespace cli

@@ -1,0 +1,29 @@
+#include "schedule.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace cli
+{
+
+int64_t next_tick(double now, int64_t interval, double least)
+{
+    const auto length = static_cast<double>(interval);
+    auto tick = (static_cast<int64_t>(std::floor(now / length)) + 1) * interval;
+    while (static_cast<double>(tick) - now < least) {
+        tick += interval;
+    }
+    return tick;
+}
+
+double seconds_until(int64_t tick, double now, int64_t interval)
+{
+    const double rest = static_cast<double>(tick) - now;
+    // Twice the interval, because the first tick may be that far away.
+    if (rest > 2 * static_cast<double>(interval)) {
+        return -1;
+    }
+    return std::max(rest, 0.0);
+}
+
+} // namespace cli

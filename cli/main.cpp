@@ -1,0 +1,234 @@
+// The command line: what is asked for, and the help that teaches how to ask.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <fmt/format.h>
+#include <string_view>
+
+#include "failure.hpp"
+#include "suggestion.hpp"
+#include "terminal.hpp"
+#include "verbs.hpp"
+
+namespace
+{
+
+using namespace cli;
+
+constexpr std::array<std::string_view, 4> verb_names = {"record", "import", "dump", "info"};
+
+constexpr const char *exit_codes_text = "Exit codes:\n"
+                                        "  0  done\n"
+                                        "  1  failed\n"
+                                        "  2  wrong usage\n"
+                                        "  3  damaged, but what could be read was\n"
+                                        "  4  unreadable\n";
+
+struct all_options {
+    record_options record;
+    import_options import;
+    dump_options dump;
+    info_options info;
+};
+
+// CLI11 indents nothing and wraps nothing in a footer, so it is written as it is to be shown.
+std::string footer(const std::string &text)
+{
+    return text + "\n" + exit_codes_text;
+}
+
+void add_shape(CLI::App &verb, box_shape &shape)
+{
+    verb.add_option(
+            "--samples", shape.samples,
+            fmt::format("Samples in a buffer of a new box, even (default {})", default_samples))
+        ->type_name("N");
+    verb.add_option("--intervals", shape.intervals,
+                    fmt::format("Intervals that a full buffer is summarised into in a new box, "
+                                "even, a divisor of N (default {})",
+                                default_intervals))
+        ->type_name("M");
+}
+
+CLI::App *add_record(CLI::App &app, record_options &options)
+{
+    CLI::App *verb = app.add_subcommand("record", "Record this machine into a box");
+    verb->add_option("BASE", options.base,
+                     "Name of the box; its files are BASE.state, BASE.1.cbuf.z, ...")
+        ->required();
+    verb->add_option("--interval", options.interval,
+                     "Time between samples in whole seconds: 1s, 5m, 2h, 1d")
+        ->type_name("TIME")
+        ->capture_default_str();
+    verb->add_option("--for", options.duration, "End after this time (default: at Ctrl-C)")
+        ->type_name("TIME");
+    add_shape(*verb, options.shape);
+    verb->footer(footer("An existing box is resumed. SIGINT, SIGTERM and SIGHUP end the recording "
+                        "cleanly.\n"
+                        "\n"
+                        "Examples:\n"
+                        "  vesk record /var/lib/vesk/box\n"
+                        "      One sample a second; the last hours raw, all before in summary.\n"
+                        "  vesk record box --interval 10s --for 5m\n"
+                        "      Thirty samples, then the end.\n"
+                        "  vesk record box --interval 1m --samples 1440 --intervals 24\n"
+                        "      A day in each buffer, summarised by the hour.\n"));
+    return verb;
+}
+
+CLI::App *add_import(CLI::App &app, import_options &options)
+{
+    CLI::App *verb = app.add_subcommand("import", "Read text telemetry into a box");
+    verb->add_option("BASE", options.base, "Name of the box")->required();
+    verb->add_option("FILE", options.file, "Text telemetry, also with gzip; - for standard input")
+        ->capture_default_str();
+    add_shape(*verb, options.shape);
+    verb->add_flag("--utc", options.utc, "Times are in UTC, not in the local time zone");
+    verb->footer(footer("A line is a time and one field for each sensor: names in a header line, "
+                        "then values.\n"
+                        "  20240101:00:00:00,::cpu,::temp\n"
+                        "  20240101:00:00:00,12.5,nan\n"
+                        "A line that is wrong is refused as FILE:LINE: reason; the lines before it "
+                        "are in the box.\n"
+                        "\n"
+                        "Examples:\n"
+                        "  vesk import box telemetry.kelt.gz\n"
+                        "  vesk dump old | vesk import new\n"
+                        "  vesk import box --samples 86400 --intervals 1440 < day.kelt\n"));
+    return verb;
+}
+
+CLI::App *add_dump(CLI::App &app, dump_options &options)
+{
+    CLI::App *verb = app.add_subcommand("dump", "Print what a box holds, oldest first");
+    verb->add_option("BASE|FILE", options.name, "Name of a box, or one of its buffer files")
+        ->required();
+    verb->add_flag("--history", options.history,
+                   "Print the summarised intervals as CSV instead of the raw samples");
+    verb->add_flag("--utc", options.utc, "Print times in UTC, not in the local time zone");
+    verb->footer(
+        footer("Raw samples are printed as text telemetry. Values are the shortest decimals "
+               "that read back exactly;\n"
+               "nan is a missing value. Files are only read.\n"
+               "\n"
+               "Examples:\n"
+               "  vesk dump box > box.kelt\n"
+               "  vesk dump --history box | grep ,::cpu.total.busy_percent,\n"
+               "  vesk dump box.3.cbuf.z\n"));
+    return verb;
+}
+
+CLI::App *add_info(CLI::App &app, info_options &options)
+{
+    CLI::App *verb = app.add_subcommand("info", "Tell what a box is made of");
+    verb->add_option("BASE|FILE", options.name, "Name of a box, or one of its buffer files")
+        ->required();
+    verb->add_flag("--json", options.json, "Print JSON, with times in seconds since the epoch");
+    verb->add_flag("--utc", options.utc, "Print times in UTC, not in the local time zone");
+    verb->footer(footer("Examples:\n"
+                        "  vesk info box\n"
+                        "  vesk info --json box | jq .raw.samples\n"));
+    return verb;
+}
+
+// A verb that does not exist is told apart from wrong options of one that does.
+bool refuse_unknown_verb(int argc, char **argv)
+{
+    if (argc < 2 || argv[1][0] == '-' || std::string_view(argv[1]) == "help") {
+        return false;
+    }
+    const std::string_view typed = argv[1];
+    for (const std::string_view verb : verb_names) {
+        if (typed == verb) {
+            return false;
+        }
+    }
+    const std::string_view meant = nearest_word(typed, verb_names);
+    complain(fmt::format("there is no verb '{}'{}", printable(typed),
+                         meant.empty() ? "" : fmt::format("; did you mean '{}'?", meant)));
+    fmt::print(stderr, "Try 'vesk --help'.\n");
+    return true;
+}
+
+// "vesk help VERB" is "vesk VERB --help".
+std::vector<std::string> arguments(int argc, char **argv)
+{
+    std::vector<std::string> words(argv + 1, argv + argc);
+    if (!words.empty() && words[0] == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+    // CLI11 takes them from the end.
+    std::reverse(words.begin(), words.end());
+    return words;
+}
+
+int run(int argc, char **argv)
+{
+    CLI::App app(
+        "The black box of a computer: records telemetry in bounded space and reads it back.",
+        "vesk");
+    all_options options;
+    app.set_version_flag("--version", "vesk " VESK_VERSION, "Print the version");
+    app.require_subcommand(1);
+    app.footer(footer("Examples:\n"
+                      "  vesk record box              record this machine until Ctrl-C\n"
+                      "  vesk info box                what is in it\n"
+                      "  vesk dump box                the raw samples as text\n"
+                      "  vesk dump --history box      the summaries of what is older\n"
+                      "  vesk import box data.kelt    text telemetry into a box\n"
+                      "\n"
+                      "'vesk VERB --help' tells more about a verb.\n"));
+    const CLI::App *record_verb = add_record(app, options.record);
+    const CLI::App *import_verb = add_import(app, options.import);
+    const CLI::App *dump_verb = add_dump(app, options.dump);
+    const CLI::App *info_verb = add_info(app, options.info);
+    if (argc < 2) {
+        fmt::print(stderr, "{}", app.help());
+        return exit_usage;
+    }
+    if (refuse_unknown_verb(argc, argv)) {
+        return exit_usage;
+    }
+    try {
+        app.parse(arguments(argc, argv));
+    } catch (const CLI::Success &asked) {
+        return app.exit(asked);
+    } catch (const CLI::ParseError &wrong) {
+        complain(wrong.what());
+        const auto verbs = app.get_subcommands();
+        fmt::print(stderr, "Try 'vesk {}--help'.\n",
+                   verbs.empty() ? "" : verbs.front()->get_name() + " ");
+        return exit_usage;
+    }
+    if (record_verb->parsed()) {
+        return record(options.record);
+    }
+    if (import_verb->parsed()) {
+        return import_text(options.import);
+    }
+    if (dump_verb->parsed()) {
+        return dump(options.dump);
+    }
+    return info_verb->parsed() ? info(options.info) : exit_usage;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const bad_input &wrong) {
+        fmt::print(stderr, "{}\n", wrong.what());
+        return wrong.code();
+    } catch (const failure &reason) {
+        complain(reason.what());
+        return reason.code();
+    } catch (const std::exception &error) {
+        complain(error.what());
+        return exit_failed;
+    }
+}
