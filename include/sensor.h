@@ -1,3 +1,15 @@
+/**
+ * @file
+ * @brief Sensors: named channels of telemetry.
+ *
+ * Names are interned: for every name in use the process holds one canonical sensor, in a registry
+ * that counts the references to it (see sensors.h). Two sensors are equal when they stand for the
+ * same canonical one, so comparing them never looks at names.
+ *
+ * sensor_create() hands out the canonical sensor itself. sensor_init() makes a handle on it in
+ * storage of the caller. Each of them is one reference, to be given back with sensor_destroy() or
+ * sensor_destruct().
+ */
 #ifndef VESK_SENSOR_H
 #define VESK_SENSOR_H
 
@@ -11,26 +23,105 @@
 extern "C" {
 #endif
 
+/** A canonical sensor, a handle on one, or a null sensor that stands for none. */
 typedef struct sensor {
-    char version;
-    char *name;
-    uint32_t hash_code;
-    struct sensor *canonical;
+    char version;             /**< 1 while live */
+    char *name;               /**< name of a canonical sensor, the registry's own; else null */
+    uint32_t hash_code;       /**< sum of the bytes of the name of a canonical sensor; else 0 */
+    struct sensor *canonical; /**< the sensor of the registry, itself for a canonical one; null in a
+                                   null sensor */
 } sensor;
 
+/** @return the canonical sensor of that name, with one more reference; null with -22. */
 VESK_API sensor *sensor_create(const char *name);
+
+/**
+ * Makes @p s a handle on the canonical sensor of that name.
+ *
+ * @return 0, or -22 without memory: @p s is then a null sensor.
+ */
 VESK_API int sensor_init(sensor *s, const char *name);
+
+/** Makes @p s a null sensor. @return 0. */
 VESK_API int sensor_init_null(sensor *s);
+
+/** @return a new null sensor; null with -22 without memory. */
 VESK_API sensor *sensor_create_null(void);
+
+/**
+ * Makes the canonical sensors of @p nsensors names.
+ *
+ * Aborts with "nsensors > 0".
+ *
+ * @return a list from malloc() of sensors of the caller's, as sensor_array_init() takes it over;
+ * null with -22 without memory.
+ */
 VESK_API sensor **sensor_create_array(const char *const *names, uint32_t nsensors);
+
+/**
+ * Gives back the reference of @p sensor. A handle stays with the caller as storage, a canonical
+ * sensor must not be used again.
+ *
+ * Aborts with "sensor->hash_code == 0" or "sensor->name == ((void *)0)" on a handle that has a name
+ * of its own, and with "node != ((void *)0)" on a sensor that the registry does not know.
+ */
 VESK_API void sensor_destruct(sensor *sensor);
+
+/** Gives back the reference of `*sensor`, frees it unless it is canonical, and sets it to null. */
 VESK_API void sensor_destroy(sensor **sensor);
+
+/** @return 1 when both stand for the same name, or both are null sensors; else 0. */
 VESK_API int sensor_is_equal(const sensor *s1, const sensor *s2);
+
+/**
+ * Copies the name to @p dst as strncpy() does: a name of @p len characters or more is cut off and
+ * gets no terminator, the space behind a shorter one is filled with zeros.
+ *
+ * Aborts with "s->canonical != ((void *)0)" on a null sensor.
+ *
+ * @return @p dst.
+ */
 VESK_API char *sensor_get_name(const sensor *s, char *dst, uint32_t len);
+
+/** The same as sensor_get_name(). */
 VESK_API char *sensor_to_string(const sensor *s, char *dst, uint32_t len);
+
+/**
+ * Adds a reference to the canonical sensor of @p s and makes @p dest, which need not be
+ * initialised, a handle on it.
+ *
+ * Aborts with "s->canonical != ((void *)0)" on a null sensor.
+ *
+ * @return @p dest, or the canonical sensor when @p dest is null.
+ */
 VESK_API sensor *sensor_copy(const sensor *s, sensor *dest);
+
+/**
+ * Aborts with "s->canonical != ((void *)0)" on a null sensor.
+ *
+ * @return the sum of the bytes of the name.
+ */
 VESK_API uint32_t sensor_get_hash_code(const sensor *s);
+
+/**
+ * Writes the stored form: version 1 and the name as a string.
+ *
+ * Aborts with "sensor->canonical != ((void *)0)" on a null sensor.
+ *
+ * @return the bytes written; -49 for a name of more than 10000 bytes, of which the version is then
+ * written; or the first negative result of @p writer. An empty name can be written, but not read
+ * again.
+ */
 VESK_API int binary_serializer_write_sensor(const sensor *sensor, writer *writer);
+
+/**
+ * Reads the stored form and stores the canonical sensor, as from sensor_create(), in `*sensor`.
+ * After a failure `*sensor` is as before.
+ *
+ * @return the bytes read; 0 at the end of the data; -12 for an unknown version; -22 without memory;
+ * a failure of the name, see binary_serializer_read_string(), which is -43 when the data end right
+ * before it; or a negative result of @p reader.
+ */
 VESK_API int binary_serializer_read_sensor(sensor **sensor, reader *reader);
 
 #ifdef __cplusplus

@@ -1,3 +1,10 @@
+/**
+ * @file
+ * @brief Arrays of timestamps: the labels of the rows of telemetry.
+ *
+ * Copies of an array share one list, which is released with the last of them. A shared list is
+ * never changed.
+ */
 #ifndef VESK_TIMESTAMP_ARRAY_H
 #define VESK_TIMESTAMP_ARRAY_H
 
@@ -12,31 +19,113 @@
 extern "C" {
 #endif
 
+/** An array of timestamps. A null array, for a reader to fill, has no list. */
 typedef struct timestamp_array {
-    char version;
-    uint32_t ntimestamps;
-    int *ref_count;
-    timestamp **timestamps;
+    char version;           /**< 1 while live */
+    uint32_t ntimestamps;   /**< number of entries */
+    int *ref_count;         /**< arrays that share the list; null in a null array */
+    timestamp **timestamps; /**< the shared list, which owns its entries; null in a null array */
 } timestamp_array;
 
+/**
+ * Makes an array of @p ntimestamps timestamps and takes over the list, which comes from malloc(),
+ * and its entries.
+ *
+ * Aborts with "timestamps != ((void *)0)" or "ntimestamps > 0".
+ *
+ * @return 0, or -22 without memory: @p array is then a null array and the list still the caller's.
+ */
 VESK_API int timestamp_array_init(timestamp_array *array, timestamp **timestamps,
                                   uint32_t ntimestamps);
+
+/**
+ * @return a new array, see timestamp_array_init(); null with -22, and the list still the caller's.
+ */
 VESK_API timestamp_array *timestamp_array_create(timestamp **timestamps, uint32_t ntimestamps);
+
+/**
+ * Makes an array of @p ntimestamps null pointers, for the caller to fill before it is used.
+ *
+ * Aborts with "ntimestamps > 0".
+ *
+ * @return 0, or -22 without memory.
+ */
 VESK_API int timestamp_array_init_empty(timestamp_array *array, uint32_t ntimestamps);
+
+/** @return a new array, see timestamp_array_init_empty(); null with -22 without memory. */
 VESK_API timestamp_array *timestamp_array_create_empty(uint32_t ntimestamps);
+
+/**
+ * Makes an array of @p ntimestamps timestamps, one second apart, that begins with @p start.
+ *
+ * Aborts with "start != ((void *)0)" or "ntimestamps > 0".
+ *
+ * @return 0, or -22 without memory; the array is then destructed.
+ */
 VESK_API int timestamp_array_init_dummy(timestamp_array *array, const timestamp *start,
                                         uint32_t ntimestamps);
+
+/** @return a new array, see timestamp_array_init_dummy(); null with -22 without memory. */
 VESK_API timestamp_array *timestamp_array_create_dummy(const timestamp *start,
                                                        uint32_t ntimestamps);
+
+/** Makes a null array: no entries, no list. @return 0. */
 VESK_API int timestamp_array_init_null(timestamp_array *array);
+
+/** @return a new null array; null with -22 without memory. */
 VESK_API timestamp_array *timestamp_array_create_null(void);
+
+/**
+ * Makes another array that shares the list. The copy of a null array is a null array.
+ *
+ * Aborts with "*array->ref_count > 0" on a list that was released.
+ *
+ * @return the copy; null with -22 without memory.
+ */
 VESK_API timestamp_array *timestamp_array_copy(const timestamp_array *array);
+
+/**
+ * Compares two arrays entry by entry. Arrays that share a list are equal, a null array is equal to
+ * null arrays only.
+ *
+ * Aborts with "s1->timestamps[i] != ((void *)0)", or the same of s2, on an entry that is not
+ * filled; with "s1->ntimestamps == s2->ntimestamps" or "s1->ref_count == s2->ref_count" on arrays
+ * that share a list but disagree about it.
+ *
+ * @return 1 or 0.
+ */
 VESK_API int timestamp_array_is_equal(const timestamp_array *s1, const timestamp_array *s2);
+
+/** @return the list itself, which stays the array's; null for a null array. */
 VESK_API timestamp **timestamp_array_get_timestamps(const timestamp_array *array);
+
+/** @return the number of entries. */
 VESK_API uint32_t timestamp_array_get_size(const timestamp_array *array);
+
+/** Ends the life of @p array; the last one that shares the list frees it and its entries. */
 VESK_API void timestamp_array_destruct(timestamp_array *array);
+
+/** Destructs and frees `*array` and sets it to null. */
 VESK_API void timestamp_array_destroy(timestamp_array **array);
+
+/**
+ * Writes the stored form, 5 + 9 n bytes: version 1, n (4), n timestamps.
+ *
+ * Aborts with "array->timestamps != ((void *)0)", "array->ntimestamps > 0" or
+ * "array->timestamps[i] != ((void *)0)" on an array that is not filled.
+ *
+ * @return the bytes written; -49, before anything is written, for more than 10000 entries; or the
+ * first negative result of a timestamp.
+ */
 VESK_API int binary_serializer_write_timestamp_array(const timestamp_array *array, writer *writer);
+
+/**
+ * Reads the stored form into @p array, which must be a null array. After a failure it still is.
+ *
+ * @return the bytes read; 0 at the end of the data; -12 for an unknown version; -48 when the data
+ * end inside the form; -49 for a count outside 1..10000; -22 without memory; or the failure of a
+ * timestamp, see binary_serializer_read_timestamp().
+ */
 VESK_API int binary_serializer_read_timestamp_array(timestamp_array *array, reader *reader);
 
 #ifdef __cplusplus
