@@ -51,13 +51,18 @@ struct matrix_kernels {
     void (*accumulate_upper)(double *sum, const double *factor, const double *panel, std::size_t n,
                              std::ptrdiff_t offset);
 
-    // sum[j] of each column, from 0.0 in increasing row.
-    void (*column_sum)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
-                       double *sum);
+    // sum[j] += the elements of column j, in increasing row.
+    void (*add_rows)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
+                     double *sum);
 
-    // mean[j] and m2[j] of each column by the running-mean method (Welford 1962).
-    void (*column_moments)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
-                           double *mean, double *m2);
+    // mean[j] and m2[j] of each column go on by m rows after the first `count`, by the running-mean
+    // method (Welford 1962).
+    void (*add_moments)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
+                        std::size_t count, double *mean, double *m2);
+
+    // to (m rows of n, to_stride apart) = the transpose of n rows of m, from_stride apart.
+    void (*transpose)(const double *from, std::size_t from_stride, double *to,
+                      std::size_t to_stride, std::size_t m, std::size_t n);
 };
 
 // The levels, best first; null where this build or this processor has none.

@@ -383,14 +383,11 @@ void _accumulate_upper(double *sum, const double *factor, const double *panel, s
 // So many columns of sums stay in the first-level cache.
 constexpr size_t statistics_columns = 512;
 
-void _column_sum(const double *base, size_t stride, size_t m, size_t n, double *sum)
+void _add_rows(const double *base, size_t stride, size_t m, size_t n, double *sum)
 {
     for (size_t j0 = 0; j0 < n; j0 += statistics_columns) {
         const size_t columns = smaller(statistics_columns, n - j0);
         double *__restrict total = sum + j0;
-        for (size_t j = 0; j < columns; ++j) {
-            total[j] = 0.0;
-        }
         for (size_t i = 0; i < m; ++i) {
             const double *__restrict row = base + i * stride + j0;
             for (size_t j = 0; j < columns; ++j) {
@@ -400,33 +397,47 @@ void _column_sum(const double *base, size_t stride, size_t m, size_t n, double *
     }
 }
 
-void _column_moments(const double *base, size_t stride, size_t m, size_t n, double *mean,
-                     double *m2)
+void _add_moments(const double *base, size_t stride, size_t m, size_t n, size_t count, double *mean,
+                  double *m2)
 {
     for (size_t j0 = 0; j0 < n; j0 += statistics_columns) {
         const size_t columns = smaller(statistics_columns, n - j0);
         double *__restrict means = mean + j0;
         double *__restrict squares = m2 + j0;
-        for (size_t j = 0; j < columns; ++j) {
-            means[j] = 0.0;
-            squares[j] = 0.0;
-        }
-        double count = 0.0;
+        double counted = static_cast<double>(count);
         for (size_t i = 0; i < m; ++i) {
             const double *__restrict row = base + i * stride + j0;
-            count += 1.0;
+            counted += 1.0;
             for (size_t j = 0; j < columns; ++j) {
                 const double difference = row[j] - means[j];
-                means[j] = means[j] + difference / count;
+                means[j] = means[j] + difference / counted;
                 squares[j] = __builtin_fma(difference, row[j] - means[j], squares[j]);
             }
         }
     }
 }
 
-constexpr matrix_kernels level = {simd::name,        _multiply_scratch,  _multiply,
-                                  _eliminate,        _largest_magnitude, _accumulate_lower,
-                                  _accumulate_upper, _column_sum,        _column_moments};
+void _transpose(const double *from, size_t from_stride, double *to, size_t to_stride, size_t m,
+                size_t n)
+{
+    // Squares of both sides stay in the first-level cache.
+    constexpr size_t side = 32;
+    for (size_t i0 = 0; i0 < m; i0 += side) {
+        for (size_t j0 = 0; j0 < n; j0 += side) {
+            const size_t i1 = smaller(m, i0 + side);
+            const size_t j1 = smaller(n, j0 + side);
+            for (size_t j = j0; j < j1; ++j) {
+                for (size_t i = i0; i < i1; ++i) {
+                    to[i * to_stride + j] = from[j * from_stride + i];
+                }
+            }
+        }
+    }
+}
+
+constexpr matrix_kernels level = {
+    simd::name,        _multiply_scratch, _multiply, _eliminate,   _largest_magnitude,
+    _accumulate_lower, _accumulate_upper, _add_rows, _add_moments, _transpose};
 
 } // namespace
 

@@ -14,7 +14,11 @@ public:
     owner(owner &&other) noexcept : object_(other.release()) {}
     owner(const owner &) = delete;
     owner &operator=(const owner &) = delete;
-    owner &operator=(owner &&) = delete;
+    owner &operator=(owner &&other) noexcept
+    {
+        reset(other.release());
+        return *this;
+    }
     ~owner() { reset(); }
 
     T *get() const { return object_; }
@@ -43,15 +47,32 @@ private:
     T *object_;
 };
 
+template <typename T, void (*Destroy)(T **)>
+void destroy_owned(T *object)
+{
+    Destroy(&object);
+}
+
+template <typename T>
+void free_owned(T *memory)
+{
+    free(memory);
+}
+
+inline void close_owned(FILE *file)
+{
+    (void)fclose(file);
+}
+
 // An object that X_destroy(&p) destroys: owned<matrix, matrix_destroy>.
 template <typename T, void (*Destroy)(T **)>
-using owned = owner<T, [](T *object) { Destroy(&object); }>;
+using owned = owner<T, destroy_owned<T, Destroy>>;
 
 // Memory from malloc().
 template <typename T>
-using owned_memory = owner<T, [](T *memory) { free(memory); }>;
+using owned_memory = owner<T, free_owned<T>>;
 
 // An open stdio stream.
-using owned_file = owner<FILE, [](FILE *file) { (void)fclose(file); }>;
+using owned_file = owner<FILE, close_owned>;
 
 #endif

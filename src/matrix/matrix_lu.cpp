@@ -1,0 +1,460 @@
+#include <algorithm>
+#include <cmath>
+
+#include <vesk/error.h>
+#include <vesk/matrix_lu.h>
+#include <vesk/matrix_ops.h>
+
+#include <vesk/matrix_value.h>
+
+#include "matrix/kernels.hpp"
+#include "support/object.hpp"
+#include "support/owner.hpp"
+#include "support/precondition.hpp"
+
+using owned_matrix = owned<matrix, matrix_destroy>;
+using owned_lu = owned<matrix_lu, matrix_lu_destroy>;
+
+// --- decomposition
+// --------------------------------------------------------------------------------
+
+// Where the largest magnitude of the trailing block stands: its first row, when rows are read from
+// top to bottom. -1.0 when the block holds nothing but NaN.
+struct pivot_row {
+    double magnitude = -1.0;
+    uint32_t row = 0;
+
+    void offer(double candidate, uint32_t candidate_row)
+    {
+        if (candidate > magnitude) {
+            magnitude = candidate;
+            row = candidate_row;
+        }
+    }
+};
+
+static uint32_t _matrix_index_at(const matrix *indices, uint32_t k)
+{
+    return static_cast<uint32_t>(indices->values[k][0]);
+}
+
+// The pivot of step k: the element found first, row by row, among those of the largest magnitude. A
+// NaN at (k, k) stays, because no magnitude exceeds it.
+static void _matrix_lu_choose_pivot(matrix_lu *lu, uint32_t k, const pivot_row &largest)
+{
+    double **values = lu->matrix->values;
+    uint32_t row = k;
+    uint32_t column = k;
+    if (!std::isnan(values[k][k]) && largest.magnitude >= 0.0) {
+        row = largest.row;
+        while (fabs(values[row][column]) != largest.magnitude) {
+            ++column;
+        }
+    }
+    lu->p->values[k][0] = row;
+    lu->q->values[k][0] = column;
+}
+
+// Step k on the rows below the pivot row: exchanges the columns, eliminates unless the pivot is
+// negligible, and finds where the next pivot stands, all in one visit of each row.
+static pivot_row _matrix_lu_step(matrix_lu *lu, uint32_t k, bool eliminate)
+{
+    const matrix_kernels &kernels = _matrix_kernels();
+    const uint32_t n = lu->matrix->nrows;
+    double **values = lu->matrix->values;
+    const uint32_t column = _matrix_index_at(lu->q, k);
+    const std::size_t width = n - k - 1;
+    pivot_row next;
+    for (uint32_t r = k + 1; r < n; r += eliminate_rows) {
+        const uint32_t count = std::min<uint32_t>(eliminate_rows, n - r);
+        double factor[eliminate_rows];
+        double largest[eliminate_rows];
+        for (uint32_t i = 0; i < count; ++i) {
+            double *row = values[r + i];
+            std::swap(row[k], row[column]);
+            if (eliminate) {
+                row[k] = row[k] / values[k][k];
+                factor[i] = row[k];
+            } else {
+                largest[i] = kernels.largest_magnitude(row + k + 1, width);
+            }
+        }
+        if (eliminate) {
+            kernels.eliminate(values[r] + k + 1, n, count, factor, values[k] + k + 1, width,
+                              largest);
+        }
+        for (uint32_t i = 0; i < count; ++i) {
+            next.offer(largest[i], r + i);
+        }
+    }
+    return next;
+}
+
+// The exchanges of columns in the rows that were finished before: those of each later step.
+static void _matrix_lu_exchange_finished(matrix_lu *lu)
+{
+    const uint32_t n = lu->matrix->nrows;
+    for (uint32_t r = 0; r < n; ++r) {
+        double *row = lu->matrix->values[r];
+        for (uint32_t k = r + 1; k < n; ++k) {
+            std::swap(row[k], row[_matrix_index_at(lu->q, k)]);
+        }
+    }
+}
+
+static void _matrix_lu_factorise(matrix_lu *lu)
+{
+    const uint32_t n = lu->matrix->nrows;
+    double **values = lu->matrix->values;
+    pivot_row largest;
+    for (uint32_t r = 0; r < n; ++r) {
+        largest.offer(_matrix_kernels().largest_magnitude(values[r], n), r);
+    }
+    for (uint32_t k = 0; k < n; ++k) {
+        _matrix_lu_choose_pivot(lu, k, largest);
+        double *other = values[_matrix_index_at(lu->p, k)];
+        if (other != values[k]) {
+            std::swap_ranges(values[k], values[k] + n, other);
+        }
+        std::swap(values[k][k], values[k][_matrix_index_at(lu->q, k)]);
+        const bool eliminate = fabs(values[k][k]) > matrix_value_unit_roundoff();
+        if (eliminate) {
+            lu->rank = k + 1;
+        }
+        largest = _matrix_lu_step(lu, k, eliminate);
+    }
+    _matrix_lu_exchange_finished(lu);
+    for (uint32_t k = 0; k < n; ++k) {
+        lu->det = lu->det * values[k][k];
+    }
+}
+
+// All matrices of the record, or as many as there is memory for.
+static bool _matrix_lu_init(matrix_lu *lu, const matrix *m)
+{
+    const uint32_t n = matrix_get_number_rows(m);
+    *lu = {};
+    lu->rank = 1;
+    lu->det = 1.0;
+    lu->p = matrix_create(n, 1);
+    lu->q = lu->p == nullptr ? nullptr : matrix_create(n, 1);
+    lu->matrix = lu->q == nullptr ? nullptr : matrix_copy(m);
+    return lu->matrix != nullptr && matrix_enable_direct_access(lu->matrix) != nullptr;
+}
+
+static void _matrix_lu_free(matrix_lu *lu)
+{
+    for (matrix **part : {&lu->matrix, &lu->lower, &lu->upper, &lu->p, &lu->q}) {
+        if (*part != nullptr) {
+            matrix_destroy(part);
+        }
+    }
+    free(lu);
+}
+
+matrix_lu *matrix_lu_create(const matrix *m)
+{
+    VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
+    const uint32_t rows = matrix_get_number_rows(m);
+    const uint32_t cols = matrix_get_number_columns(m);
+    VESK_REQUIRE(rows == cols, "rows == cols");
+    matrix_lu *lu = allocate<matrix_lu>();
+    if (lu == nullptr) {
+        return nullptr;
+    }
+    if (!_matrix_lu_init(lu, m)) {
+        _matrix_lu_free(lu);
+        return nullptr;
+    }
+    _matrix_lu_factorise(lu);
+    return lu;
+}
+
+void matrix_lu_destroy(matrix_lu **m)
+{
+    VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
+    VESK_REQUIRE(*m != nullptr, "*m != ((void *)0)");
+    VESK_REQUIRE((*m)->matrix != nullptr, "(*m)->matrix != ((void *)0)");
+    VESK_REQUIRE((*m)->p != nullptr, "(*m)->p != ((void *)0)");
+    VESK_REQUIRE((*m)->q != nullptr, "(*m)->q != ((void *)0)");
+    _matrix_lu_free(*m);
+    *m = nullptr;
+}
+
+uint32_t matrix_lu_get_rank(const matrix_lu *lu)
+{
+    VESK_REQUIRE(lu != nullptr, "lu != ((void *)0)");
+    return lu->rank;
+}
+
+double matrix_lu_get_det(const matrix_lu *lu)
+{
+    VESK_REQUIRE(lu != nullptr, "lu != ((void *)0)");
+    return lu->det;
+}
+
+// --- exchanges of rows and columns
+// ----------------------------------------------------------------
+
+static void _matrix_exchange_rows(matrix *b, uint32_t i, uint32_t j)
+{
+    if (i == j) {
+        return;
+    }
+    if (b->values != nullptr) {
+        std::swap_ranges(b->values[i], b->values[i] + b->ncols, b->values[j]);
+        return;
+    }
+    for (uint32_t c = 0; c < b->ncols; ++c) {
+        const double held = matrix_get(b, i, c);
+        matrix_set(b, i, c, matrix_get(b, j, c));
+        matrix_set(b, j, c, held);
+    }
+}
+
+static void _matrix_permute_rows(matrix *b, const matrix *p)
+{
+    const uint32_t rows = matrix_get_number_rows(b);
+    VESK_REQUIRE(rows == matrix_get_number_rows(p), "rows == matrix_get_number_rows(p)");
+    for (uint32_t k = 0; k + 1 < rows; ++k) {
+        _matrix_exchange_rows(b, k, _matrix_index_at(p, k));
+    }
+}
+
+static void _matrix_permute_rows_reversed(matrix *b, const matrix *q)
+{
+    const uint32_t rows = matrix_get_number_rows(b);
+    VESK_REQUIRE(rows == matrix_get_number_rows(q), "rows == matrix_get_number_rows(p)");
+    for (uint32_t k = rows - 1; k-- > 0;) {
+        _matrix_exchange_rows(b, k, _matrix_index_at(q, k));
+    }
+}
+
+// The same for columns: each row is visited once.
+static void _matrix_permute_columns_reversed(matrix *b, const matrix *q)
+{
+    for (uint32_t r = 0; r < b->nrows; ++r) {
+        double *row = b->values[r];
+        for (uint32_t k = b->ncols - 1; k-- > 0;) {
+            std::swap(row[k], row[_matrix_index_at(q, k)]);
+        }
+    }
+}
+
+// --- factors
+// --------------------------------------------------------------------------------------
+
+matrix *matrix_lu_get_lower(matrix_lu *lu)
+{
+    VESK_REQUIRE(lu != nullptr, "lu != ((void *)0)");
+    if (lu->lower != nullptr) {
+        return lu->lower;
+    }
+    const uint32_t n = lu->matrix->nrows;
+    matrix *lower = matrix_create_identity(n);
+    if (lower == nullptr) {
+        return nullptr;
+    }
+    for (uint32_t i = 1; i < n; ++i) {
+        std::copy_n(lu->matrix->values[i], i, lower->values[i]);
+    }
+    _matrix_permute_rows_reversed(lower, lu->p);
+    lu->lower = lower;
+    return lower;
+}
+
+matrix *matrix_lu_get_upper(matrix_lu *lu)
+{
+    VESK_REQUIRE(lu != nullptr, "lu != ((void *)0)");
+    if (lu->upper != nullptr) {
+        return lu->upper;
+    }
+    const uint32_t n = lu->matrix->nrows;
+    matrix *upper = matrix_create(n, n);
+    if (upper == nullptr) {
+        return nullptr;
+    }
+    for (uint32_t i = 0; i < n; ++i) {
+        std::copy_n(lu->matrix->values[i] + i, n - i, upper->values[i] + i);
+    }
+    _matrix_permute_columns_reversed(upper, lu->q);
+    lu->upper = upper;
+    return upper;
+}
+
+// --- solving
+// --------------------------------------------------------------------------------------
+
+// (b(i) - the sum over columns begin .. end-1 of m(i, j) * b(j)) / m(i, i); false when the divisor
+// is exactly zero.
+static bool _matrix_substitute(const matrix *m, matrix *b, uint32_t i, uint32_t begin, uint32_t end)
+{
+    double sum = 0.0;
+    for (uint32_t j = begin; j < end; ++j) {
+        sum = fma(matrix_get(m, i, j), matrix_get(b, j, 0), sum);
+    }
+    const double diagonal = matrix_get(m, i, i);
+    if (diagonal == 0.0) {
+        return false;
+    }
+    // The first row has nothing to subtract.
+    const double value = matrix_get(b, i, 0);
+    matrix_set(b, i, 0, (begin == end ? value : value - sum) / diagonal);
+    return true;
+}
+
+static void _matrix_require_square(const matrix *m, const matrix *b)
+{
+    const uint32_t n = matrix_get_number_rows(b);
+    VESK_REQUIRE(matrix_get_number_rows(m) == n, "matrix_get_number_rows(m) == n");
+    VESK_REQUIRE(matrix_get_number_columns(m) == n, "matrix_get_number_columns(m) == n");
+}
+
+static void _matrix_forward_substitution(const matrix *L, matrix *b)
+{
+    _matrix_require_square(L, b);
+    const uint32_t n = matrix_get_number_rows(b);
+    for (uint32_t i = 0; i < n && _matrix_substitute(L, b, i, 0, i); ++i) {
+    }
+}
+
+static void _matrix_back_substitution(const matrix *U, matrix *b)
+{
+    _matrix_require_square(U, b);
+    const uint32_t n = matrix_get_number_rows(b);
+    for (uint32_t i = n; i > 0 && _matrix_substitute(U, b, i - 1, i, n); --i) {
+    }
+}
+
+matrix *matrix_lu_solve_for(const matrix *m, const matrix *b)
+{
+    VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
+    VESK_REQUIRE(b != nullptr, "b != ((void *)0)");
+    const uint32_t n = matrix_get_number_rows(m);
+    VESK_REQUIRE(matrix_get_number_columns(m) == n, "matrix_get_number_columns(m) == n");
+    VESK_REQUIRE(matrix_get_number_rows(b) == n, "matrix_get_number_rows(b) == n");
+    owned_lu lu(matrix_lu_create(m));
+    if (!lu || lu->rank < n) {
+        return nullptr;
+    }
+    owned_matrix x(matrix_copy(b));
+    if (!x) {
+        return nullptr;
+    }
+    _matrix_permute_rows(x.get(), lu->p);
+    const matrix *permuted = matrix_lu_get_lower(lu.get());
+    const owned_matrix lower(permuted == nullptr ? nullptr : matrix_copy(permuted));
+    if (!lower) {
+        return nullptr;
+    }
+    _matrix_permute_rows(lower.get(), lu->p);
+    _matrix_forward_substitution(lower.get(), x.get());
+    _matrix_back_substitution(lu->matrix, x.get());
+    _matrix_permute_rows_reversed(x.get(), lu->q);
+    return x.release();
+}
+
+// --- inverse
+// --------------------------------------------------------------------------------------
+
+// One row of the inverse of a triangle, for the columns of a panel that lie beside the diagonal:
+// finish(sum) of the sums that the kernel has left.
+template <typename Finish>
+static void _matrix_finish_row(const double *sum, double *row, uint32_t begin, uint32_t end,
+                               Finish finish)
+{
+    for (uint32_t j = begin; j < end; ++j) {
+        row[j] = finish(sum[j]);
+    }
+}
+
+// Both triangles are inverted in panels of columns, which lie in one piece meanwhile.
+using inverse_panel = void (*)(const matrix *lu, double *panel, uint32_t first, uint32_t width);
+
+static void _matrix_invert_lower_panel(const matrix *lu, double *panel, uint32_t first,
+                                       uint32_t width)
+{
+    const uint32_t n = lu->nrows;
+    for (uint32_t i = first; i < n; ++i) {
+        double *row = panel + static_cast<std::size_t>(i) * panel_columns;
+        double sum[panel_columns] = {};
+        _matrix_kernels().accumulate_lower(sum, lu->values[i] + first,
+                                           panel + static_cast<std::size_t>(first) * panel_columns,
+                                           i - first);
+        _matrix_finish_row(sum, row, 0, std::min(width, i - first), [](double s) { return -s; });
+        if (i - first < width) {
+            row[i - first] = 1.0;
+        }
+    }
+}
+
+static void _matrix_invert_upper_panel(const matrix *lu, double *panel, uint32_t first,
+                                       uint32_t width)
+{
+    for (uint32_t i = first + width; i-- > 0;) {
+        double *row = panel + static_cast<std::size_t>(i) * panel_columns;
+        double sum[panel_columns] = {};
+        const double diagonal = lu->values[i][i];
+        const uint32_t begin = i < first ? 0 : i - first + 1;
+        _matrix_kernels().accumulate_upper(
+            sum, lu->values[i] + i + 1, row + panel_columns, first + width - 1 - i,
+            static_cast<std::ptrdiff_t>(i) + 1 - static_cast<std::ptrdiff_t>(first));
+        _matrix_finish_row(sum, row, begin, width, [diagonal](double s) { return -s / diagonal; });
+        if (i >= first) {
+            row[i - first] = 1.0 / diagonal;
+        }
+    }
+}
+
+static matrix *_matrix_invert_triangle(const matrix *lu, inverse_panel invert)
+{
+    const uint32_t n = lu->nrows;
+    owned_matrix inverse(matrix_create_like(lu));
+    const owned_memory<double> panel(allocate<double>(static_cast<std::size_t>(n) * panel_columns));
+    if (!inverse || !panel) {
+        return nullptr;
+    }
+    for (uint32_t first = 0; first < n; first += panel_columns) {
+        const uint32_t width = std::min<uint32_t>(panel_columns, n - first);
+        std::fill_n(panel.get(), static_cast<std::size_t>(n) * panel_columns, 0.0);
+        invert(lu, panel.get(), first, width);
+        for (uint32_t i = 0; i < n; ++i) {
+            std::copy_n(panel.get() + static_cast<std::size_t>(i) * panel_columns, width,
+                        inverse->values[i] + first);
+        }
+    }
+    return inverse.release();
+}
+
+static matrix *_matrix_inverse_lower_triangular_unit_diagonal(const matrix *lu)
+{
+    return _matrix_invert_triangle(lu, _matrix_invert_lower_panel);
+}
+
+static matrix *_matrix_inverse_upper_triangular(const matrix *lu)
+{
+    return _matrix_invert_triangle(lu, _matrix_invert_upper_panel);
+}
+
+matrix *matrix_inverse(const matrix *m)
+{
+    VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
+    VESK_REQUIRE(m->version == 1, "m->version == ((char) 1)");
+    const uint32_t n = matrix_get_number_rows(m);
+    VESK_REQUIRE(n == matrix_get_number_columns(m), "rows == cols");
+    const owned_lu lu(matrix_lu_create(m));
+    if (!lu || lu->rank < n) {
+        return nullptr;
+    }
+    const owned_matrix lower(_matrix_inverse_lower_triangular_unit_diagonal(lu->matrix));
+    if (!lower) {
+        return nullptr;
+    }
+    _matrix_permute_columns_reversed(lower.get(), lu->p);
+    const owned_matrix upper(_matrix_inverse_upper_triangular(lu->matrix));
+    if (!upper) {
+        return nullptr;
+    }
+    _matrix_permute_rows_reversed(upper.get(), lu->q);
+    return matrix_multiply(upper.get(), lower.get());
+}

@@ -1,0 +1,86 @@
+// The elements of a matrix as they lie in memory, for whole-matrix arithmetic: a view's elements
+// are those of its source with the strides exchanged. What can only be had through slots is copied
+// once.
+#ifndef VESK_MATRIX_STRIDED_HPP
+#define VESK_MATRIX_STRIDED_HPP
+
+#include <cstddef>
+#include <cstdint>
+
+#include "matrix/element_access.hpp"
+#include "matrix/kernels.hpp"
+#include "support/object.hpp"
+#include "support/owner.hpp"
+
+// Element (i, j) is base[i * row + j * column].
+struct strided_elements {
+    double *base;
+    std::size_t row;
+    std::size_t column;
+
+    double &at(std::size_t i, std::size_t j) const { return base[i * row + j * column]; }
+};
+
+// False when the elements of `m` do not all lie in memory at fixed distances.
+inline bool _matrix_find_elements(const matrix *m, strided_elements *elements)
+{
+    const element_rows found = _matrix_find_rows(m);
+    if (found.rows == nullptr) {
+        return false;
+    }
+    const uint32_t source_rows = found.exchanged ? m->ncols : m->nrows;
+    const std::size_t distance =
+        source_rows > 1 ? static_cast<std::size_t>(found.rows[1] - found.rows[0]) : 1;
+    *elements = found.exchanged ? strided_elements{found.rows[0], 1, distance}
+                                : strided_elements{found.rows[0], distance, 1};
+    return true;
+}
+
+// The elements of an operand, in place or as a copy that lives as long as this object.
+class operand
+{
+public:
+    // How the operand must lie: anyhow, or with the elements of a row side by side.
+    enum class layout { any, rows };
+
+    explicit operand(const matrix *m, layout wanted = layout::any)
+    {
+        strided_elements found = {};
+        if (_matrix_find_elements(m, &found) && (wanted == layout::any || found.column == 1)) {
+            view_ = {found.base, found.row, found.column};
+            return;
+        }
+        copy(m);
+    }
+
+    // False, with -22 in the last-error cell, when there was no memory for a copy.
+    explicit operator bool() const { return view_.base != nullptr; }
+    const matrix_view &view() const { return view_; }
+    const double *row(std::size_t i) const { return view_.base + i * view_.row; }
+
+private:
+    void copy(const matrix *m)
+    {
+        const uint32_t nrows = m->nrows;
+        const uint32_t ncols = m->ncols;
+        copy_.reset(allocate<double>(static_cast<std::size_t>(nrows) * ncols));
+        view_ = {copy_.get(), ncols, 1};
+        if (!copy_) {
+            return;
+        }
+        strided_elements found = {};
+        if (_matrix_find_elements(m, &found)) {
+            _matrix_kernels().transpose(found.base, found.column, copy_.get(), ncols, nrows, ncols);
+            return;
+        }
+        const element_reader elements(m);
+        for (uint32_t i = 0; i < nrows; ++i) {
+            elements.copy_run(i, 0, ncols, copy_.get() + static_cast<std::size_t>(i) * ncols);
+        }
+    }
+
+    owned_memory<double> copy_;
+    matrix_view view_ = {};
+};
+
+#endif
