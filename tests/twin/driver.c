@@ -5,8 +5,10 @@
  *   sensors ID NAME...        defines a sensor array; names in hexadecimal
  *   create BASE S H           a new recorder
  *   open BASE                 the recorder that is stored
- *   vector ID SECONDS VALUES  writes a vector; VALUES are the bits of the doubles, 16 digits each,
- * in one word event TYPE SECONDS TEXT   writes an event; TEXT in hexadecimal close
+ *   vector ID SECONDS VALUES  writes a vector; VALUES are the bits of the doubles in one word
+ *   event TYPE SECONDS TEXT   writes an event; TEXT in hexadecimal
+ *   tagged TYPE SECONDS TEXT  writes an event as a record, into the open buffer
+ *   close                     closes the recorder
  *
  * Each command is answered by a line with its result and the last-error cell, which is cleared
  * before the command. The result of create and open is 1, or 0 for null.
@@ -23,7 +25,10 @@
 #include <vesk/telemetry_matrix.h>
 #include <vesk/timestamp.h>
 #include <vesk/vesk.h>
+#include <vesk/vesk_cb_record.h>
 #include <vesk/vesk_cb_record_event.h>
+#include <vesk/vesk_current_buffer.h>
+#include <vesk/writer.h>
 
 enum { MAX_ARRAYS = 64 };
 
@@ -134,12 +139,38 @@ static int write_vector(char **line)
     return result;
 }
 
-static int write_event(char **line)
+static const vesk_current_buffer *open_buffer(void)
+{
+    switch (recorder->state) {
+    case VESK_ZCF_STATE_C00:
+        return recorder->c00->cbuf0;
+    case VESK_ZCF_STATE_CC0:
+        return recorder->cc0->cbuf1;
+    case VESK_ZCF_STATE_CCC:
+        return recorder->ccc->cbuf2;
+    default:
+        return recorder->hcc->cbuf2;
+    }
+}
+
+/* The recorder has no call for this: events with a type go through the record writer. */
+static int write_tagged(vesk_cb_record_event *event)
+{
+    vesk_cb_record record;
+    writer *out = open_buffer()->writer;
+    vesk_cb_record_init_event(&record, event);
+    const int result = binary_serializer_write_vesk_cb_record(&record, out);
+    const int flushed = writer_flush(out);
+    vesk_cb_record_destruct(&record);
+    return result < 0 ? result : flushed < 0 ? flushed : 0;
+}
+
+static int write_event(char **line, int tagged)
 {
     const uint32_t type = next_number(line);
     timestamp time = next_timestamp(line);
     vesk_cb_record_event *event = vesk_cb_record_event_create(type, &time, unhex(next_word(line)));
-    const int result = vesk_write_event(recorder, event);
+    const int result = tagged ? write_tagged(event) : vesk_write_event(recorder, event);
     vesk_cb_record_event_destroy(&event);
     timestamp_destruct(&time);
     return result;
@@ -159,7 +190,10 @@ static int run(char *text)
         return write_vector(&line);
     }
     if (strcmp(command, "event") == 0) {
-        return write_event(&line);
+        return write_event(&line, 0);
+    }
+    if (strcmp(command, "tagged") == 0) {
+        return write_event(&line, 1);
     }
     if (strcmp(command, "create") == 0) {
         const char *base = next_word(&line);

@@ -73,6 +73,10 @@ def values_record(seconds, floats):
     return u32(2) + b"\1" + timestamp(seconds) + u32(len(floats)) + float_bytes(floats)
 
 
+def event_record(event_type, seconds, text):
+    return u32(3) + bare_event(event_type, seconds, text)
+
+
 def bare_event(event_type, seconds, text):
     return b"\1" + u32(event_type) + timestamp(seconds) + string(text)
 
@@ -202,7 +206,7 @@ def reopen_current(disk, path):
             return MALFORMED
         if kind == "names":
             buffer.sensors = body[1]
-        else:
+        if kind == "values":
             buffer.count += 1
     return buffer
 
@@ -222,6 +226,13 @@ def write_vector(buffer, seconds, names, doubles):
 
 def write_event(buffer, event_type, seconds, text):
     buffer.put(bare_event(event_type, seconds, text), "bare")
+    buffer.flush()
+    return 0
+
+
+def write_tagged_event(buffer, event_type, seconds, text):
+    """Only behind the first vector of a file: a buffer begins with names."""
+    buffer.put(event_record(event_type, seconds, text), "event", event_type)
     buffer.flush()
     return 0
 
@@ -248,12 +259,16 @@ def summarise(file, out, samples_per_interval):
     table = SensorTable()
     sensors = None
     samples = 0
+    events = dict(NO_EVENTS)
     start = end = None
     for kind, *body in file.records:
         if kind == "bare":
             if samples:
-                write_interval(out, start, end, table, NO_EVENTS)
+                write_interval(out, start, end, table, events)
             return MALFORMED
+        if kind == "event":
+            events[body[0]] += 1
+            continue
         if kind == "names":
             sensors = body[1]
             continue
@@ -264,11 +279,12 @@ def summarise(file, out, samples_per_interval):
         for name, value in zip(sensors, floats):
             table.get(name).update(value)
         if samples == samples_per_interval:
-            write_interval(out, start, end, table, NO_EVENTS)
+            write_interval(out, start, end, table, events)
             table.clear()
+            events = dict(NO_EVENTS)
             samples = 0
     if samples:
-        write_interval(out, start, end, table, NO_EVENTS)
+        write_interval(out, start, end, table, events)
     return 0
 
 
@@ -343,6 +359,9 @@ class Recorder:
 
     def write_event(self, event_type, seconds, text):
         return write_event(self.live, event_type, seconds, text)
+
+    def write_tagged_event(self, event_type, seconds, text):
+        return write_tagged_event(self.live, event_type, seconds, text)
 
     def write_vector(self, seconds, names, doubles):
         result = write_vector(self.live, seconds, names, doubles)

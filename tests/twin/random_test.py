@@ -95,6 +95,7 @@ class Case:
             self.pool = list(dict.fromkeys(any_name(rng) for _ in range(width)))
         self.change = rng.choice((0.0, 0.02, 0.3))
         self.restart = rng.choice((0.0, 0.02, 0.2))
+        self.events = rng.choice((0.0, 0.0, 0.1, 0.5))
         self.infinities = rng.random() < 0.5
         self.orderly = rng.random() < 0.5
 
@@ -114,6 +115,8 @@ class Case:
             recorder.sensors(identifier, names)
             seconds = seconds + 1 if self.orderly else rng.randint(-2 ** 31, 2 ** 31 - 1) or 1
             recorder.vector(identifier, seconds, [any_value(rng, self.infinities) for _ in names])
+            while rng.random() < self.events:
+                recorder.tagged_event(rng.randint(1, 5), seconds, any_name(rng))
         return vectors
 
     def interrupt(self, recorder):
@@ -139,7 +142,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     twin.add_arguments(parser)
     parser.add_argument("--seed", default="1", help="another seed gives other cases")
-    parser.add_argument("--vectors", type=int, default=12000, help="ends after the case that reaches so many vectors")
+    parser.add_argument("--vectors", type=int, default=60000, help="ends after the case that reaches so many vectors")
     parser.add_argument("--case", type=int, help="runs this case only")
     arguments = parser.parse_args()
 

@@ -130,6 +130,11 @@ class Twin:
         self._expect((result, 0), "event", event_type, seconds, text.hex())
         self.verify()
 
+    def tagged_event(self, event_type, seconds, text):
+        result = self.model.write_tagged_event(event_type, seconds, text)
+        self._expect((result, 0), "tagged", event_type, seconds, text.hex())
+        self.verify()
+
     def rewrite(self, rng):
         """Stores the same contents in other streams, as another program would; the recorder must be closed."""
         for path, file in self.disk.items():
