@@ -1,0 +1,200 @@
+#include <stdlib.h>
+
+#include <vesk/garbage_reader.h>
+#include <vesk/zlib_writer.h>
+
+#include "common/aborts.hpp"
+#include "common/memory_streams.hpp"
+#include "io/fields.hpp"
+
+TEST(FieldWriter, WritesFieldsInOrderAndAddsUp)
+{
+    memory_writer target;
+    const uint32_t nested = 7;
+    const auto write_nested = [](const uint32_t *value, writer *w) {
+        return field_writer(w).u32(*value).result();
+    };
+    const int result = field_writer(target.get())
+                           .byte(1)
+                           .u32(0x01020304)
+                           .f32(1.0F)
+                           .f64(1.0)
+                           .string("fan")
+                           .bytes("ab", 2)
+                           .form<uint32_t>(write_nested, &nested)
+                           .result();
+    EXPECT_EQ(from_hex("01 01020304 3f800000 3ff0000000000000 00000003 66616e 6162 00000007"),
+              target.bytes());
+    EXPECT_EQ(30, result);
+}
+
+TEST(FieldWriter, StopsAtTheFirstFailure)
+{
+    memory_writer target(6, -77);
+    field_writer fields(target.get());
+    fields.u32(1);
+    EXPECT_FALSE(fields.failed());
+    fields.u32(2);
+    EXPECT_TRUE(fields.failed());
+    fields.byte(3);
+    EXPECT_EQ(-77, fields.result());
+    EXPECT_EQ(from_hex("00000001"), target.bytes());
+}
+
+TEST(FieldWriter, CountsWhatACompressingWriterReports)
+{
+    memory_writer target;
+    writer *w = zlib_writer_create(target.lend());
+    EXPECT_EQ(0, field_writer(w).byte(1).u32(2).result());
+    writer_destroy(&w);
+}
+
+TEST(FieldWriter, WritesManyFloatsAsOneByOne)
+{
+    memory_writer one_by_one;
+    memory_writer together;
+    field_writer single(one_by_one.get());
+    for (uint32_t i = 0; i < 1000; ++i) {
+        single.f32(static_cast<float>(i) / 3);
+    }
+    const int result = field_writer(together.get())
+                           .f32s(1000, [](uint32_t i) { return static_cast<float>(i) / 3; })
+                           .result();
+    EXPECT_EQ(4000, result);
+    EXPECT_EQ(one_by_one.bytes(), together.bytes());
+}
+
+TEST(FieldReader, ReadsFieldsInOrderAndAddsUp)
+{
+    memory_reader source(
+        from_hex("01 02 01020304 3f800000 3ff0000000000000 00000003 66616e 6162 00000007"));
+    uint8_t byte = 0;
+    uint32_t number = 0;
+    float single = 0;
+    double twice = 0;
+    char *text = nullptr;
+    char raw[2] = {};
+    uint32_t nested = 0;
+    const auto read_nested = [](uint32_t *value, reader *r) {
+        return field_reader(r).u32(value).result();
+    };
+    field_reader fields(source.get());
+    fields.version(1).byte(&byte).u32(&number).f32(&single).f64(&twice).string(&text).bytes(raw, 2);
+    fields.form<uint32_t>(read_nested, &nested);
+    EXPECT_TRUE(fields.ok());
+    EXPECT_EQ(31, fields.result());
+    EXPECT_EQ(2, byte);
+    EXPECT_EQ(0x01020304U, number);
+    EXPECT_EQ(1.0F, single);
+    EXPECT_EQ(1.0, twice);
+    EXPECT_STREQ("fan", text);
+    EXPECT_EQ('b', raw[1]);
+    EXPECT_EQ(7U, nested);
+    free(text);
+}
+
+TEST(FieldReader, EndsCleanlyOnlyBeforeTheFirstField)
+{
+    memory_reader empty("");
+    uint32_t number = 5;
+    field_reader at_start(empty.get());
+    at_start.version(1).u32(&number);
+    EXPECT_FALSE(at_start.ok());
+    EXPECT_EQ(0, at_start.result());
+    EXPECT_EQ(5U, number);
+
+    memory_reader one_byte(from_hex("01"));
+    field_reader later(one_byte.get());
+    EXPECT_EQ(-48, later.version(1).u32(&number).result());
+    EXPECT_EQ(5U, number);
+
+    memory_reader two_bytes(from_hex("01 00"));
+    field_reader inside(two_bytes.get());
+    EXPECT_EQ(-48, inside.version(1).u32(&number).result());
+    EXPECT_EQ(5U, number);
+}
+
+TEST(FieldReader, TakesTheCleanEndOfANestedFormForTruncationLaterOn)
+{
+    memory_reader source(from_hex("01"));
+    const auto nothing = [](uint32_t *, reader *) { return 0; };
+    uint32_t unused = 0;
+    EXPECT_EQ(-48, field_reader(source.get()).version(1).form<uint32_t>(nothing, &unused).result());
+}
+
+TEST(FieldReader, RefusesOtherVersions)
+{
+    memory_reader source(from_hex("02 00000007"));
+    uint32_t number = 5;
+    EXPECT_EQ(-12, field_reader(source.get()).version(1).u32(&number).result());
+    EXPECT_EQ(1U, source.consumed());
+    EXPECT_EQ(5U, number);
+}
+
+TEST(FieldReader, KeepsTheFirstFailure)
+{
+    memory_reader source(from_hex("01"));
+    field_reader fields(source.get());
+    fields.version(1).fail(-6).fail(-49);
+    EXPECT_EQ(-6, fields.result());
+    uint8_t byte = 5;
+    fields.byte(&byte);
+    EXPECT_EQ(-6, fields.result());
+    EXPECT_EQ(5, byte);
+}
+
+TEST(FieldReader, ReturnsTheCodesOfReadersAndStrings)
+{
+    memory_reader failing("", -77);
+    uint8_t byte = 0;
+    EXPECT_EQ(-77, field_reader(failing.get()).byte(&byte).result());
+
+    memory_reader source(from_hex("01 00000000"));
+    char *text = nullptr;
+    EXPECT_EQ(-6, field_reader(source.get()).version(1).string(&text).result());
+    EXPECT_EQ(nullptr, text);
+
+    // A string that is missing altogether has a code of its own.
+    memory_reader ended(from_hex("01"));
+    EXPECT_EQ(-43, field_reader(ended.get()).version(1).string(&text).result());
+}
+
+TEST(FieldReader, ReadsManyFloatsAsOneByOne)
+{
+    memory_writer target;
+    field_writer(target.get()).f32s(1000, [](uint32_t i) { return static_cast<float>(i) / 3; });
+    memory_reader source(target.bytes());
+    float values[1000] = {};
+    EXPECT_EQ(4000, field_reader(source.get()).f32s(values, 1000).result());
+    for (uint32_t i = 0; i < 1000; ++i) {
+        EXPECT_EQ(static_cast<float>(i) / 3, values[i]);
+    }
+}
+
+TEST(FieldReader, TakesAnEndAmongManyFloatsForTruncation)
+{
+    for (const std::size_t size : {1U, 4U, 7U, 8U, 11U}) {
+        memory_reader source(std::string(1 + size, '\1'));
+        float values[3] = {};
+        EXPECT_EQ(-48, field_reader(source.get()).version(1).f32s(values, 3).result()) << size;
+    }
+}
+
+TEST(FieldReader, DamagesManyFloatsAsOneByOne)
+{
+    // The numbers that the garbage reader draws depend on how it is called.
+    float expected[3] = {};
+    float values[3] = {};
+    memory_reader first(std::string(4, '\1'));
+    memory_reader second(std::string(4, '\1'));
+    reader *r = garbage_reader_create(first.lend(), 0);
+    srand(3);
+    field_reader one_by_one(r);
+    one_by_one.f32(&expected[0]).f32(&expected[1]).f32(&expected[2]);
+    reader_destroy(&r);
+    r = garbage_reader_create(second.lend(), 0);
+    srand(3);
+    EXPECT_EQ(one_by_one.result(), field_reader(r).f32s(values, 3).result());
+    reader_destroy(&r);
+    EXPECT_EQ(0, memcmp(expected, values, sizeof values));
+}
