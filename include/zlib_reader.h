@@ -41,8 +41,8 @@ VESK_API reader *zlib_reader_create(reader *reader_base);
 
 /**
  * The compressed bytes, counted from where @p reader began, up to the end of the last complete zlib
- * stream that was read; 0 before the first, modulo 2^32. The end of a stream is usually passed by
- * the read that follows its last byte.
+ * stream that was read; 0 before the first, modulo 2^32. A stream is complete when its checksum was
+ * read, which may take one read more than its content.
  *
  * Aborts with "reader->type == READER_TYPE_ZLIB" on another kind of reader.
  */
