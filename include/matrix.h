@@ -204,7 +204,9 @@ VESK_API void matrix_destroy(matrix **m);
  */
 VESK_API double matrix_norm_F(const matrix *m);
 
-/** @return the infinity norm: the largest sum of magnitudes in a row; rows with a NaN are left out.
+/**
+ * @return the infinity norm: the largest sum of the magnitudes in a row. A row with a NaN in it
+ * does not count.
  */
 VESK_API double matrix_norm_inf(const matrix *m);
 
