@@ -19,7 +19,7 @@ public:
         for (const zlib_stream &stream : split_zlib_streams(file)) {
             content_ += stream.content;
             damaged_ = stream.damaged;
-            damaged_inside_ = stream.damaged && !stream.content.empty();
+            damage_shows_early_ = stream.damage_shows_early;
         }
     }
 
@@ -54,11 +54,11 @@ private:
         int code;
     };
 
-    // The bytes that one read gets. Damage is found by the read that takes the last good byte.
+    // The bytes that one read gets.
     std::string read(std::size_t n)
     {
         const std::size_t left = content_.size() - position_;
-        if (damaged_ && (n > left || (n == left && damaged_inside_))) {
+        if (damaged_ && (n > left || (n == left && damage_shows_early_))) {
             throw failure{-41};
         }
         const std::string bytes = content_.substr(position_, n);
@@ -208,7 +208,7 @@ private:
     std::string content_;
     std::size_t position_ = 0;
     bool damaged_ = false;
-    bool damaged_inside_ = false;
+    bool damage_shows_early_ = false;
     bool opened_ = false;
     uint32_t kind_ = 0;
     uint32_t capacity_ = 0;

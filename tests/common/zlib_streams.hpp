@@ -16,7 +16,25 @@ struct zlib_stream {
     std::string content;
     bool complete = false; // the trailer was there and right
     bool damaged = false;  // zlib refused it
+    // Whether zlib finds the damage while it gives out the last good byte, and not only when it is
+    // asked for more.
+    bool damage_shows_early = false;
 };
+
+// What inflate() says when it has room for just `size` bytes of the stream.
+inline int inflate_into(std::string_view stream, std::size_t size)
+{
+    z_stream z = {};
+    (void)inflateInit(&z);
+    std::string room(size, '\0');
+    z.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(stream.data()));
+    z.avail_in = static_cast<uInt>(stream.size());
+    z.next_out = reinterpret_cast<Bytef *>(room.data());
+    z.avail_out = static_cast<uInt>(size);
+    const int result = inflate(&z, Z_NO_FLUSH);
+    (void)inflateEnd(&z);
+    return result;
+}
 
 // Decompresses the stream at `offset`; one that ends early or is damaged takes the rest.
 inline zlib_stream inflate_stream(std::string_view file, std::size_t offset)
@@ -41,6 +59,10 @@ inline zlib_stream inflate_stream(std::string_view file, std::size_t offset)
     stream.damaged = result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR;
     stream.length = stream.complete ? z.total_in : file.size() - offset;
     (void)inflateEnd(&z);
+    if (stream.damaged && !stream.content.empty()) {
+        const int early = inflate_into(file.substr(offset), stream.content.size());
+        stream.damage_shows_early = early != Z_OK && early != Z_BUF_ERROR;
+    }
     return stream;
 }
 
