@@ -3,9 +3,10 @@
 #ifndef VESK_SUPPORT_PRECONDITION_HPP
 #define VESK_SUPPORT_PRECONDITION_HPP
 
-// <assert.h> declares this only without NDEBUG, which a release build sets.
-extern "C" [[noreturn]] void __assert_fail(const char *assertion, const char *file,
-                                           unsigned int line, const char *function) noexcept;
+// <assert.h> declares this only without NDEBUG, which a release build sets. The attribute is spelt
+// as there, because clang takes no [[noreturn]] on a second declaration.
+extern "C" void __assert_fail(const char *assertion, const char *file, unsigned int line,
+                              const char *function) noexcept __attribute__((noreturn));
 
 #define VESK_REQUIRE(condition, text)                                                              \
     (__builtin_expect(static_cast<bool>(condition), 1)                                             \
