@@ -32,6 +32,8 @@ public:
         if (found_.rows == nullptr || i >= m_->nrows || j >= m_->ncols) {
             return matrix_get(m_, i, j);
         }
+        // Row pointers are never null, which the analyzer cannot know.
+        // NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
         return found_.exchanged ? found_.rows[j][i] : found_.rows[i][j];
     }
 
