@@ -142,7 +142,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     twin.add_arguments(parser)
     parser.add_argument("--seed", default="1", help="another seed gives other cases")
-    parser.add_argument("--vectors", type=int, default=60000, help="ends after the case that reaches so many vectors")
+    parser.add_argument("--vectors", type=int, default=40000, help="ends after the case that reaches so many vectors")
     parser.add_argument("--case", type=int, help="runs this case only")
     arguments = parser.parse_args()
 
