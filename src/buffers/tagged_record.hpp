@@ -53,7 +53,7 @@ bool tagged_record_holds_other(const Record *rec, uint32_t type)
 // How payloads of one type are made, used again, read and destroyed.
 template <typename Payload>
 struct payload_operations {
-    Payload *(*create_null)(void);
+    Payload *(*create_null)();
     // Both empty a payload before it is read again; null when it is read over as it is.
     void (*destruct)(Payload *);
     int (*init_null)(Payload *);
