@@ -2,8 +2,10 @@
 #include <math.h>
 
 #include <vesk/matrix.h>
+#include <vesk/matrix_lu.h>
 
 #include "matrix/element_access.hpp"
+#include "support/owner.hpp"
 #include "support/precondition.hpp"
 
 double matrix_norm_F(const matrix *m)
@@ -43,4 +45,13 @@ double matrix_norm_inf(const matrix *m)
         }
     }
     return norm;
+}
+
+double matrix_condition_number_inf(const matrix *m)
+{
+    VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
+    VESK_REQUIRE(m->version == 1, "m->version == ((char) 1)");
+    VESK_REQUIRE(m->type > 0, "m->type > 0");
+    const owned<matrix, matrix_destroy> inverse(matrix_inverse(m));
+    return inverse ? matrix_norm_inf(m) * matrix_norm_inf(inverse.get()) : -1.0;
 }

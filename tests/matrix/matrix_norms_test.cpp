@@ -3,6 +3,7 @@
 #include <vesk/matrix.h>
 
 #include "common/aborts.hpp"
+#include "common/failing_calls.hpp"
 #include "common/matrices.hpp"
 
 TEST(MatrixNormInf, IsTheLargestRowSumOfMagnitudes)
@@ -42,13 +43,36 @@ TEST(MatrixNormF, AbortsOnNaN)
     EXPECT_ABORTS(matrix_norm_F(m.get()), "norm >= 0");
 }
 
+TEST(MatrixConditionNumber, IsTheNormTimesThatOfTheInverse)
+{
+    const owned_matrix m = make_matrix({{2, 0}, {0, 8}});
+    EXPECT_EQ(4, matrix_condition_number_inf(m.get()));
+    const owned_matrix view = make_view({{1, 1}, {0, 1}});
+    EXPECT_EQ(4, matrix_condition_number_inf(view.get()));
+    EXPECT_EQ((grid{{1, 1}, {0, 1}}), elements_of(view.get()));
+}
+
+TEST(MatrixConditionNumber, OfASingularMatrixIsMinusOne)
+{
+    const owned_matrix m = make_matrix({{1, 2}, {2, 4}});
+    EXPECT_EQ(-1, matrix_condition_number_inf(m.get()));
+}
+
+TEST(MatrixConditionNumber, IsMinusOneWithoutMemory)
+{
+    const owned_matrix m = make_matrix({{2, 0}, {0, 8}});
+    const failing_allocation failure(1);
+    EXPECT_EQ(-1, matrix_condition_number_inf(m.get()));
+}
+
 TEST(MatrixNorm, NeedsALiveMatrix)
 {
     const owned_matrix null_record(matrix_create_null());
     matrix dead;
     matrix_init(&dead, 1, 1);
     matrix_destruct(&dead);
-    for (double (*norm)(const matrix *) : {matrix_norm_F, matrix_norm_inf}) {
+    for (double (*norm)(const matrix *) :
+         {matrix_norm_F, matrix_norm_inf, matrix_condition_number_inf}) {
         EXPECT_ABORTS(norm(nullptr), "m != ((void *)0)");
         EXPECT_ABORTS(norm(&dead), "m->version == ((char) 1)");
         EXPECT_ABORTS(norm(null_record.get()), "m->type > 0");
