@@ -45,16 +45,22 @@ void add_shape(CLI::App &verb, box_shape &shape)
             "--samples", shape.samples,
             fmt::format("Samples in a buffer of a new box, even (default {})", default_samples))
         ->type_name("N");
-    verb.add_option("--intervals", shape.intervals,
-                    fmt::format("Intervals that a full buffer is summarised into in a new box, "
-                                "even, a divisor of N (default {})",
-                                default_intervals))
+    verb.add_option(
+            "--intervals", shape.intervals,
+            fmt::format("Intervals that sum up a full buffer of a new box, even, dividing N "
+                        "(default {})",
+                        default_intervals))
         ->type_name("M");
+}
+
+CLI::App *add_verb(CLI::App &app, const char *name, const char *purpose)
+{
+    return app.add_subcommand(name, purpose)->group("Verbs");
 }
 
 CLI::App *add_record(CLI::App &app, record_options &options)
 {
-    CLI::App *verb = app.add_subcommand("record", "Record this machine into a box");
+    CLI::App *verb = add_verb(app, "record", "Record this machine into a box");
     verb->add_option("BASE", options.base,
                      "Name of the box; its files are BASE.state, BASE.1.cbuf.z, ...")
         ->required();
@@ -80,7 +86,7 @@ CLI::App *add_record(CLI::App &app, record_options &options)
 
 CLI::App *add_import(CLI::App &app, import_options &options)
 {
-    CLI::App *verb = app.add_subcommand("import", "Read text telemetry into a box");
+    CLI::App *verb = add_verb(app, "import", "Read text telemetry into a box");
     verb->add_option("BASE", options.base, "Name of the box")->required();
     verb->add_option("FILE", options.file, "Text telemetry, also with gzip; - for standard input")
         ->capture_default_str();
@@ -102,7 +108,7 @@ CLI::App *add_import(CLI::App &app, import_options &options)
 
 CLI::App *add_dump(CLI::App &app, dump_options &options)
 {
-    CLI::App *verb = app.add_subcommand("dump", "Print what a box holds, oldest first");
+    CLI::App *verb = add_verb(app, "dump", "Print what a box holds, oldest first");
     verb->add_option("BASE|FILE", options.name, "Name of a box, or one of its buffer files")
         ->required();
     verb->add_flag("--history", options.history,
@@ -122,7 +128,7 @@ CLI::App *add_dump(CLI::App &app, dump_options &options)
 
 CLI::App *add_info(CLI::App &app, info_options &options)
 {
-    CLI::App *verb = app.add_subcommand("info", "Tell what a box is made of");
+    CLI::App *verb = add_verb(app, "info", "Tell what a box is made of");
     verb->add_option("BASE|FILE", options.name, "Name of a box, or one of its buffer files")
         ->required();
     verb->add_flag("--json", options.json, "Print JSON, with times in seconds since the epoch");
@@ -173,6 +179,9 @@ int run(int argc, char **argv)
     all_options options;
     app.set_version_flag("--version", "vesk " VESK_VERSION, "Print the version");
     app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "VERB");
+    app.get_formatter()->label("TEXT", "");
+    app.get_formatter()->column_width(22);
     app.footer(footer("Examples:\n"
                       "  vesk record box              record this machine until Ctrl-C\n"
                       "  vesk info box                what is in it\n"

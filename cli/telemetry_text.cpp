@@ -139,7 +139,7 @@ void telemetry_parser::parse_values(std::string_view values)
 
 std::string representable_name(std::string_view name)
 {
-    std::string result(name);
+    std::string result(name.empty() ? "_" : name);
     for (char &c : result) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte < 0x20 || byte == 0x7f || c == ',') {

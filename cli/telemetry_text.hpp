@@ -43,7 +43,7 @@ private:
 std::string header_line(int64_t time, std::span<const std::string> sensors);
 std::string values_line(int64_t time, std::span<const float> values);
 
-// The name with '_' for commas and control characters, which would break the line.
+// The name with '_' for commas and control characters, which would break the line, and for nothing.
 std::string representable_name(std::string_view name);
 
 } // namespace cli

@@ -132,7 +132,7 @@ private:
 // Quotes a name where CSV needs it.
 std::string csv_field(const std::string &text)
 {
-    const std::string name = printable(text);
+    std::string name = printable(text);
     if (name.find_first_of(",\"") == std::string::npos) {
         return name;
     }
