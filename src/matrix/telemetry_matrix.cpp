@@ -12,6 +12,8 @@
 #include "support/precondition.hpp"
 
 // Sensors and timestamps are treated alike: as the labels of the columns and of the rows.
+namespace
+{
 struct sensor_labels {
     using array = sensor_array;
     using entry = sensor;
@@ -31,6 +33,7 @@ struct timestamp_labels {
     static constexpr auto get_size = timestamp_array_get_size;
     static constexpr auto copy_entry = timestamp_copy;
 };
+} // namespace
 
 // Puts a copy of `from` into an entry that is empty. False without memory.
 template <typename Labels>
