@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Reads the JSON of a benchmark run on standard input and prints, as a table, how many times its
-floor each benchmark took: the median of X over the median of X_floor.
+floor each benchmark took: the median of X over the median of X_floor, in processor time, which other work on the machine disturbs
+least.
 """
 import json
 import re
@@ -12,15 +13,15 @@ def medians(report):
     for run in report["benchmarks"]:
         if run.get("aggregate_name") == "median":
             name, _, size = run["run_name"].partition("/")
-            found[name, int(re.match(r"\d+", size).group())] = run["real_time"], run["time_unit"]
+            found[name, int(re.match(r"\d+", size).group())] = run["cpu_time"], run["time_unit"]
     return found
 
 
 def main():
     times = medians(json.load(sys.stdin))
-    print("| what | sensors | library | floor | ratio |")
+    print("| what | size | library | floor | ratio |")
     print("|---|---:|---:|---:|---:|")
-    for (name, size), (time, unit) in times.items():
+    for (name, size), (time, unit) in sorted(times.items()):
         floor = times.get((name + "_floor", size))
         if floor:
             print(
