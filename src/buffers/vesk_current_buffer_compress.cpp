@@ -15,7 +15,6 @@
 struct compression {
     vesk_current_buffer *cbuf;
     vesk_hist_buffer *hbuf;
-    uint32_t intervals_written;
     timestamp start; // of the first sample of the open interval
     timestamp end;   // of its latest sample
     hist_value_list list;
@@ -29,7 +28,6 @@ static void _init(compression *state, vesk_current_buffer *cbuf, vesk_hist_buffe
 {
     state->cbuf = cbuf;
     state->hbuf = hbuf;
-    state->intervals_written = 0;
     timestamp_init_null(&state->start);
     timestamp_init_null(&state->end);
     hist_value_list_init(&state->list);
@@ -106,12 +104,10 @@ static int _vesk_update_current_interval(compression *state, vesk_cb_record_sens
         return result;
     }
     result = _vesk_write_current_interval(state);
-    if (result < 0) {
-        return result;
+    if (result == 0) {
+        _begin_interval(state);
     }
-    _begin_interval(state);
-    ++state->intervals_written;
-    return 0;
+    return result;
 }
 
 static int _vesk_update_event_stats(compression *state, const vesk_cb_record_event *event)

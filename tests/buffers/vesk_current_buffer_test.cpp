@@ -984,6 +984,16 @@ TEST_F(CurrentBuffer, ClosingRequiresAWholeBuffer)
                   "cbuf->writer != ((void *)0)");
 }
 
+TEST_F(CurrentBuffer, ClosingLeavesAloneAFileThatWasTakenAway)
+{
+    owned_cbuf cbuf = create(2);
+    FILE *file = cbuf->file;
+    cbuf->file = nullptr;
+    cbuf.reset();
+    EXPECT_EQ(0, fclose(file));
+    EXPECT_EQ(1U, contents().size());
+}
+
 TEST_F(CurrentBuffer, ClosingNullsTheCallersPointerAndTheDescriptor)
 {
     const auto before = count_open_files();

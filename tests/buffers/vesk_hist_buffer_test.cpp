@@ -709,6 +709,16 @@ TEST_F(HistBuffer, ClosingRequiresAWholeBuffer)
     EXPECT_ABORTS(write(hbuf, 1, 2, {{"a", {1}}}), "hbuf->writer != ((void *)0)");
 }
 
+TEST_F(HistBuffer, ClosingLeavesAloneAFileThatWasTakenAway)
+{
+    owned_hbuf hbuf = create(2);
+    FILE *file = hbuf->fp;
+    hbuf->fp = nullptr;
+    hbuf.reset();
+    EXPECT_EQ(0, fclose(file));
+    EXPECT_EQ(1U, contents().size());
+}
+
 TEST_F(HistBuffer, ClosingNullsTheCallersPointerAndTheDescriptor)
 {
     const auto before = count_open_files();
