@@ -1,5 +1,6 @@
 #include "box_writer.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
@@ -23,6 +24,8 @@ namespace
 
 // The table behind one summary cannot be cleared more often than this.
 constexpr uint32_t most_intervals = 65534;
+// Where only the number of intervals is given.
+constexpr uint32_t samples_per_interval = 60;
 // The recorder builds the names of its buffers in 1024 bytes and would cut longer ones off.
 constexpr std::size_t longest_base = 1000;
 
@@ -85,11 +88,22 @@ void check_open_buffer(const std::string &path)
 
 } // namespace
 
-void check_shape(uint32_t samples, uint32_t intervals)
+whole_shape complete_shape(const box_shape &shape)
 {
+    uint32_t samples = shape.samples.value_or(default_samples);
+    if (shape.intervals && !shape.samples && *shape.intervals != 0 &&
+        samples % *shape.intervals != 0) {
+        samples = *shape.intervals * samples_per_interval;
+    }
     if (samples == 0 || samples % 2 != 0) {
         throw failure(exit_usage, "--samples must be an even number above 0");
     }
+    // An even number always has the even divisor 2.
+    uint32_t intervals = std::min(default_intervals, samples);
+    while (samples % intervals != 0 || intervals % 2 != 0) {
+        --intervals;
+    }
+    intervals = shape.intervals.value_or(intervals);
     if (intervals == 0 || intervals % 2 != 0 || intervals > most_intervals) {
         throw failure(exit_usage, fmt::format("--intervals must be an even number from 2 to {}",
                                               most_intervals));
@@ -98,6 +112,14 @@ void check_shape(uint32_t samples, uint32_t intervals)
         throw failure(exit_usage,
                       fmt::format("--samples ({}) must be a multiple of --intervals ({})", samples,
                                   intervals));
+    }
+    return {samples, intervals};
+}
+
+void box_writer::check_shape_for(const std::string &base, const box_shape &shape)
+{
+    if (!exists(state_file_of(base))) {
+        complete_shape(shape);
     }
 }
 
@@ -146,16 +168,13 @@ void box_writer::open(const box_shape &shape)
                                                words_for(qe_get_last_error())));
     }
     recorder_.reset(recorder);
-    resumed_ = true;
     require_same(base_, "--samples", shape.samples, recorder->num_cb_samples);
     require_same(base_, "--intervals", shape.intervals, recorder->num_hb_intervals);
 }
 
 void box_writer::create(const box_shape &shape)
 {
-    const uint32_t samples = shape.samples.value_or(default_samples);
-    const uint32_t intervals = shape.intervals.value_or(default_intervals);
-    check_shape(samples, intervals);
+    const auto [samples, intervals] = complete_shape(shape);
     // A new recorder begins at number 1 and would empty a buffer that is there.
     const std::string first_buffer = base_ + ".1.cbuf.z";
     if (exists(first_buffer)) {

@@ -25,8 +25,12 @@ struct box_shape {
 constexpr uint32_t default_samples = 3600;
 constexpr uint32_t default_intervals = 60;
 
-// Refuses, as a usage failure, a shape that no box can have.
-void check_shape(uint32_t samples, uint32_t intervals);
+// What is missing is chosen to fit what is given. A shape that no box can have is a usage failure.
+struct whole_shape {
+    uint32_t samples;
+    uint32_t intervals;
+};
+whole_shape complete_shape(const box_shape &shape);
 
 class box_writer
 {
@@ -37,8 +41,9 @@ public:
     box_writer(const box_writer &) = delete;
     box_writer &operator=(const box_writer &) = delete;
 
-    // True when the box was there before.
-    bool resumed() const { return resumed_; }
+    // Refuses early what the constructor would refuse: a shape that a new box cannot have.
+    static void check_shape_for(const std::string &base, const box_shape &shape);
+
     // From now on vectors hold values of these sensors.
     void set_sensors(std::span<const std::string> names);
     // One vector, on disk when this returns.
@@ -57,7 +62,6 @@ private:
     std::string base_;
     std::unique_ptr<struct vesk, closer> recorder_;
     std::unique_ptr<matrix, closer> vector_;
-    bool resumed_ = false;
 };
 
 } // namespace cli

@@ -18,8 +18,13 @@ public:
     }
     exit_code code() const { return code_; }
 
+    // Something more that the user should know, shown behind the message.
+    const std::string &remark() const { return remark_; }
+    void set_remark(const std::string &text) { remark_ = text; }
+
 private:
     exit_code code_;
+    std::string remark_;
 };
 
 // Input that is refused at one line. It is shown as FILE:LINE: reason, the way compilers do, so

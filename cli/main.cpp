@@ -45,11 +45,10 @@ void add_shape(CLI::App &verb, box_shape &shape)
             "--samples", shape.samples,
             fmt::format("Samples in a buffer of a new box, even (default {})", default_samples))
         ->type_name("N");
-    verb.add_option(
-            "--intervals", shape.intervals,
-            fmt::format("Intervals that sum up a full buffer of a new box, even, dividing N "
-                        "(default {})",
-                        default_intervals))
+    verb.add_option("--intervals", shape.intervals,
+                    fmt::format("Intervals that sum up a full buffer of a new box, even, dividing "
+                                "N (default {} or what divides N below it)",
+                                default_intervals))
         ->type_name("M");
 }
 
@@ -88,8 +87,8 @@ CLI::App *add_import(CLI::App &app, import_options &options)
 {
     CLI::App *verb = add_verb(app, "import", "Read text telemetry into a box");
     verb->add_option("BASE", options.base, "Name of the box")->required();
-    verb->add_option("FILE", options.file, "Text telemetry, also with gzip; - for standard input")
-        ->capture_default_str();
+    verb->add_option("FILE", options.file,
+                     "Text telemetry, also with gzip; - or nothing is standard input");
     add_shape(*verb, options.shape);
     verb->add_flag("--utc", options.utc, "Times are in UTC, not in the local time zone");
     verb->footer(footer("A line is a time and one field for each sensor: names in a header line, "
@@ -181,6 +180,7 @@ int run(int argc, char **argv)
     app.require_subcommand(1);
     app.get_formatter()->label("SUBCOMMAND", "VERB");
     app.get_formatter()->label("TEXT", "");
+    app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->column_width(22);
     app.footer(footer("Examples:\n"
                       "  vesk record box              record this machine until Ctrl-C\n"
@@ -224,18 +224,27 @@ int run(int argc, char **argv)
     return info_verb->parsed() ? info(options.info) : exit_usage;
 }
 
+int give_up(const failure &reason)
+{
+    if (dynamic_cast<const bad_input *>(&reason) != nullptr) {
+        fmt::print(stderr, "{}\n", reason.what());
+    } else {
+        complain(reason.what());
+    }
+    if (!reason.remark().empty()) {
+        note(reason.remark());
+    }
+    return reason.code();
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     try {
         return run(argc, argv);
-    } catch (const bad_input &wrong) {
-        fmt::print(stderr, "{}\n", wrong.what());
-        return wrong.code();
     } catch (const failure &reason) {
-        complain(reason.what());
-        return reason.code();
+        return give_up(reason);
     } catch (const std::exception &error) {
         complain(error.what());
         return exit_failed;

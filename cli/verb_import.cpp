@@ -132,8 +132,7 @@ private:
 
 exit_code import_text(const import_options &options)
 {
-    check_shape(options.shape.samples.value_or(default_samples),
-                options.shape.intervals.value_or(default_intervals));
+    box_writer::check_shape_for(options.base, options.shape);
     if (options.utc) {
         use_utc();
     }
@@ -142,12 +141,12 @@ exit_code import_text(const import_options &options)
         const exit_code result = job.run();
         job.summarise();
         return result;
-    } catch (const failure &) {
+    } catch (failure &reason) {
         job.summarise();
         if (job.vectors() > 0) {
-            note(fmt::format("{} {} before that {} in {}", job.vectors(),
-                             job.vectors() == 1 ? "vector" : "vectors",
-                             job.vectors() == 1 ? "is" : "are", options.base));
+            reason.set_remark(fmt::format("{} {} before that {} in {}", job.vectors(),
+                                          job.vectors() == 1 ? "vector" : "vectors",
+                                          job.vectors() == 1 ? "is" : "are", options.base));
         }
         throw;
     }

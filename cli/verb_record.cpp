@@ -111,8 +111,6 @@ exit_code record(const record_options &options)
         }
         samples = duration / interval;
     }
-    check_shape(options.shape.samples.value_or(default_samples),
-                options.shape.intervals.value_or(default_intervals));
     recording(options, interval).run(samples);
     return exit_done;
 }

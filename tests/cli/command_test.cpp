@@ -164,27 +164,45 @@ TEST(LineSource, RefusesAFolderAndAFileThatIsNotThere)
     EXPECT_THROW(line_source(folder.file("none")), failure);
 }
 
-std::string refusal_of_shape(uint32_t samples, uint32_t intervals)
+std::string shape_of(const box_shape &shape)
 {
     try {
-        check_shape(samples, intervals);
+        const auto [samples, intervals] = complete_shape(shape);
+        return std::to_string(samples) + " in " + std::to_string(intervals);
     } catch (const failure &reason) {
         EXPECT_EQ(reason.code(), exit_usage);
         return reason.what();
     }
-    return "(accepted)";
+}
+
+TEST(BoxShape, IsAsItIsAskedFor)
+{
+    EXPECT_EQ(shape_of({4, 2}), "4 in 2");
+    EXPECT_EQ(shape_of({4294967294, 2}), "4294967294 in 2");
+    EXPECT_EQ(shape_of({65534, 65534}), "65534 in 65534");
+}
+
+TEST(BoxShape, WhatIsNotAskedForFitsWhatIs)
+{
+    EXPECT_EQ(shape_of({}), "3600 in 60");
+    EXPECT_EQ(shape_of({86400, {}}), "86400 in 60");
+    EXPECT_EQ(shape_of({100, {}}), "100 in 50");
+    EXPECT_EQ(shape_of({4, {}}), "4 in 4");
+    EXPECT_EQ(shape_of({2 * 7919, {}}), "15838 in 2");
+    EXPECT_EQ(shape_of({{}, 24}), "3600 in 24");
+    EXPECT_EQ(shape_of({{}, 14}), "840 in 14");
 }
 
 TEST(BoxShape, RefusesWhatTheRecorderWouldAbortOn)
 {
-    EXPECT_EQ(refusal_of_shape(4, 2), "(accepted)");
-    EXPECT_EQ(refusal_of_shape(default_samples, default_intervals), "(accepted)");
-    EXPECT_THAT(refusal_of_shape(0, 2), HasSubstr("--samples"));
-    EXPECT_THAT(refusal_of_shape(5, 5), HasSubstr("--samples"));
-    EXPECT_THAT(refusal_of_shape(6, 0), HasSubstr("--intervals"));
-    EXPECT_THAT(refusal_of_shape(6, 3), HasSubstr("--intervals"));
-    EXPECT_THAT(refusal_of_shape(65536, 65536), HasSubstr("--intervals"));
-    EXPECT_THAT(refusal_of_shape(6, 4), HasSubstr("multiple"));
+    EXPECT_THAT(shape_of({0, 2}), HasSubstr("--samples"));
+    EXPECT_THAT(shape_of({5, 5}), HasSubstr("--samples"));
+    EXPECT_THAT(shape_of({6, 0}), HasSubstr("--intervals"));
+    EXPECT_THAT(shape_of({{}, 0}), HasSubstr("--intervals"));
+    EXPECT_THAT(shape_of({6, 3}), HasSubstr("--intervals"));
+    EXPECT_THAT(shape_of({65536, 65536}), HasSubstr("--intervals"));
+    EXPECT_THAT(shape_of({{}, 4000000000}), HasSubstr("--intervals"));
+    EXPECT_THAT(shape_of({6, 4}), HasSubstr("multiple"));
 }
 
 TEST(StopRequest, ASignalEndsTheWait)
