@@ -25,8 +25,8 @@ namespace
 struct sensor_list_traits {
     using array = sensor_array;
     using item = sensor;
-    static constexpr auto count = &sensor_array::nsensors;
-    static constexpr auto items = &sensor_array::sensors;
+    static auto &count(auto *a) { return a->nsensors; }
+    static auto &items(auto *a) { return a->sensors; }
     static constexpr auto destroy = sensor_destroy;
     static constexpr auto is_equal = _is_same_sensor;
     static constexpr auto write = binary_serializer_write_sensor;

@@ -1,6 +1,4 @@
-#include <bit>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 
 #include <vesk/float_util.h>
@@ -8,8 +6,8 @@
 
 #include "support/precondition.hpp"
 
-// A quiet NaN with every bit of the fraction set.
-float _qe_invalid_sensor_value = std::bit_cast<float>(uint32_t{0x7FFFFFFF});
+// A quiet NaN with every bit of the fraction set, 0x7FFFFFFF.
+float _qe_invalid_sensor_value = __builtin_nanf("0x3fffff");
 
 int sensor_value_compare(float a, float b)
 {

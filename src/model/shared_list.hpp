@@ -17,7 +17,7 @@
 
 // `Traits` describes the array type:
 //   array, item                   the array and what its list points at
-//   count, items                  pointers to the array's members
+//   count, items                  access to the array's members
 //   destroy, is_equal             life and comparison of an item
 //   write, read                   the stored form of an item; read makes a new one
 //   *_text                        the texts of violated preconditions
@@ -26,10 +26,9 @@ struct shared_list {
     using array_type = typename Traits::array;
     using item_type = typename Traits::item;
 
-    static uint32_t &count(array_type *array) { return array->*Traits::count; }
-    static uint32_t count(const array_type *array) { return array->*Traits::count; }
-    static item_type **&items(array_type *array) { return array->*Traits::items; }
-    static item_type **items(const array_type *array) { return array->*Traits::items; }
+    // The members of `array`, to be read or, unless it is const, set.
+    static auto &count(auto *array) { return Traits::count(array); }
+    static auto &items(auto *array) { return Traits::items(array); }
 
     static void init_null(array_type *array)
     {

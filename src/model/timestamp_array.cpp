@@ -28,8 +28,8 @@ namespace
 struct timestamp_list_traits {
     using array = timestamp_array;
     using item = timestamp;
-    static constexpr auto count = &timestamp_array::ntimestamps;
-    static constexpr auto items = &timestamp_array::timestamps;
+    static auto &count(auto *a) { return a->ntimestamps; }
+    static auto &items(auto *a) { return a->timestamps; }
     static constexpr auto destroy = timestamp_destroy;
     static constexpr auto is_equal = timestamp_is_equal;
     static constexpr auto write = binary_serializer_write_timestamp;

@@ -15,6 +15,7 @@ T *allocate(std::size_t count = 1)
 {
     std::size_t size = 0;
     T *storage = nullptr;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): a list of pointers is meant where T is one
     if (!__builtin_mul_overflow(count, sizeof(T), &size)) {
         storage = static_cast<T *>(malloc(size));
     }
@@ -28,6 +29,7 @@ T *allocate(std::size_t count = 1)
 template <typename T>
 T *allocate_zeroed(std::size_t count)
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): as above
     T *storage = static_cast<T *>(calloc(count, sizeof(T)));
     if (storage == nullptr) {
         qe_set_last_error(QE_ERROR_NO_MEMORY);
