@@ -1,5 +1,4 @@
-#include <bit>
-#include <cmath>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -249,9 +248,11 @@ TEST_F(CurrentBuffer, LargeVectorsComeBackAsTheyWere)
 {
     std::vector<reading> readings;
     std::vector<float> values;
+    uint32_t noise = 1;
     for (int i = 0; i < 3000; ++i) {
-        readings.push_back({std::to_string(i), std::sin(i)});
-        values.push_back(static_cast<float>(std::sin(i)));
+        noise = noise * 1664525 + 1013904223;
+        readings.push_back({std::to_string(i), noise / 7.0});
+        values.push_back(static_cast<float>(noise / 7.0));
     }
     owned_cbuf cbuf = create(2);
     EXPECT_EQ(0, write(cbuf.get(), make_vector(5, readings)));

@@ -2,6 +2,7 @@
 #ifndef VESK_TESTS_COMMON_BUFFER_FILES_HPP
 #define VESK_TESTS_COMMON_BUFFER_FILES_HPP
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <string>
