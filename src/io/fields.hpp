@@ -46,21 +46,17 @@ public:
         const double stored = hton_double(value);
         return bytes(&stored, sizeof stored);
     }
-    // `count` floats; value(i) gives number i. They go out in blocks: every writer puts the same
-    // bytes on disk however they are cut, and one call a float would cost more than the float.
+    // `count` floats; value(i) gives number i.
     template <typename Value>
     field_writer &f32s(uint32_t count, Value value)
     {
-        uint32_t block[512];
-        for (uint32_t done = 0; done < count && !failed();) {
-            const uint32_t n = std::min<uint32_t>(count - done, std::size(block));
-            for (uint32_t i = 0; i < n; ++i) {
-                block[i] = big_endian(std::bit_cast<uint32_t>(value(done + i)));
-            }
-            bytes(block, n * static_cast<uint32_t>(sizeof block[0]));
-            done += n;
-        }
-        return *this;
+        return numbers<uint32_t>(count, value);
+    }
+    // `count` doubles.
+    template <typename Value>
+    field_writer &f64s(uint32_t count, Value value)
+    {
+        return numbers<uint64_t>(count, value);
     }
     // A nested form, by its own write function.
     template <typename T>
@@ -73,11 +69,33 @@ public:
         return add([&] { return binary_serializer_write_string(text, target_); });
     }
 
+    field_writer &fail(int code)
+    {
+        return add([code] { return code; });
+    }
+
     bool failed() const { return result_ < 0; }
     // The sum of what the writer reported, or the first negative result.
     int result() const { return result_; }
 
 private:
+    // Numbers of the width of `Word` go out in blocks: every writer puts the same bytes on disk
+    // however they are cut, and one call a number would cost more than the number.
+    template <typename Word, typename Value>
+    field_writer &numbers(uint32_t count, Value value)
+    {
+        Word block[2048 / sizeof(Word)];
+        for (uint32_t done = 0; done < count && !failed();) {
+            const uint32_t n = std::min<uint32_t>(count - done, std::size(block));
+            for (uint32_t i = 0; i < n; ++i) {
+                block[i] = big_endian(std::bit_cast<Word>(value(done + i)));
+            }
+            bytes(block, n * static_cast<uint32_t>(sizeof block[0]));
+            done += n;
+        }
+        return *this;
+    }
+
     template <typename Write>
     field_writer &add(Write write)
     {
@@ -127,22 +145,8 @@ public:
         }
         return *this;
     }
-    // `count` floats, in one piece where the reader is known to give the same bytes as for one
-    // float at a time; the garbage reader draws its errors by the call.
-    field_reader &f32s(float *values, uint32_t count)
-    {
-        const bool whole = source_->type == READER_TYPE_RAW || source_->type == READER_TYPE_ZLIB;
-        const uint32_t step = whole ? count : 1;
-        for (uint32_t done = 0; done < count && ok(); done += step) {
-            bytes(values + done, step * static_cast<uint32_t>(sizeof *values));
-        }
-        if (ok() && std::endian::native != std::endian::big) {
-            for (uint32_t i = 0; i < count; ++i) {
-                values[i] = std::bit_cast<float>(big_endian(std::bit_cast<uint32_t>(values[i])));
-            }
-        }
-        return *this;
-    }
+    // `count` floats.
+    field_reader &f32s(float *values, uint32_t count) { return numbers<uint32_t>(values, count); }
     field_reader &f64(double *value)
     {
         double stored = 0;
@@ -151,6 +155,8 @@ public:
         }
         return *this;
     }
+    // `count` doubles.
+    field_reader &f64s(double *values, uint32_t count) { return numbers<uint64_t>(values, count); }
     // A nested form, by its own read function, into an object that is already initialised.
     template <typename T>
     field_reader &form(int (*read)(T *, reader *), T *object)
@@ -192,6 +198,24 @@ public:
     int result() const { return failure_ < 0 ? failure_ : total_; }
 
 private:
+    // Numbers of the width of `Word`, in one piece where the reader is known to give the same bytes
+    // as for one number at a time; the garbage reader draws its errors by the call.
+    template <typename Word, typename Number>
+    field_reader &numbers(Number *values, uint32_t count)
+    {
+        const bool whole = source_->type == READER_TYPE_RAW || source_->type == READER_TYPE_ZLIB;
+        const uint32_t step = whole ? count : 1;
+        for (uint32_t done = 0; done < count && ok(); done += step) {
+            bytes(values + done, step * static_cast<uint32_t>(sizeof *values));
+        }
+        if (ok() && std::endian::native != std::endian::big) {
+            for (uint32_t i = 0; i < count; ++i) {
+                values[i] = std::bit_cast<Number>(big_endian(std::bit_cast<Word>(values[i])));
+            }
+        }
+        return *this;
+    }
+
     template <typename Read>
     field_reader &add(Read read)
     {
