@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Reads the JSON of a benchmark run on standard input and prints, as a table, how many times its
-floor each benchmark took: the median of X over the median of X_floor, in processor time, which other work on the machine disturbs
-least.
+floor each benchmark took: the median of X over the median of X_floor, in processor time, which
+other work on the machine disturbs least.
 """
 import json
 import re
@@ -22,12 +22,14 @@ def main():
     print("| what | size | library | floor | ratio |")
     print("|---|---:|---:|---:|---:|")
     for (name, size), (time, unit) in sorted(times.items()):
-        floor = times.get((name + "_floor", size))
-        if floor:
-            print(
-                f"| {name} | {size} | {time:.1f} {unit} | {floor[0]:.1f} {unit}"
-                f" | {time / floor[0]:.2f} |"
-            )
+        for kind in ("_floor", "_reset_floor"):
+            floor = times.get((name + kind, size))
+            if floor:
+                what = name if kind == "_floor" else f"{name}, stream reset"
+                print(
+                    f"| {what} | {size} | {time:.1f} {unit} | {floor[0]:.1f} {unit}"
+                    f" | {time / floor[0]:.2f} |"
+                )
 
 
 if __name__ == "__main__":
