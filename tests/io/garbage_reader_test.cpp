@@ -70,6 +70,16 @@ TEST(GarbageReader, DamagesEveryByteBehindTheCleanOnes)
     EXPECT_EQ(0U, unchanged(content.substr(10), r.buffer().substr(10)));
 }
 
+TEST(GarbageReader, NeverDrawsADamageOfZero)
+{
+    // Of so many draws, some are 0.
+    const std::string content = noise(10000);
+    memory_reader source(content);
+    owned_reader r(&source, 0);
+    EXPECT_EQ(10000, r.read(10000));
+    EXPECT_EQ(0U, unchanged(content, r.buffer()));
+}
+
 TEST(GarbageReader, CountsCleanBytesAcrossReads)
 {
     const std::string content = noise(100);
@@ -100,6 +110,11 @@ TEST(GarbageReader, PassesShortReadsWithinTheCleanBytes)
     owned_reader r(&source, 10);
     EXPECT_EQ(3, r.read(5));
     EXPECT_EQ("abc..", r.buffer());
+
+    memory_reader exact("abc");
+    owned_reader s(&exact, 3);
+    EXPECT_EQ(3, s.read(5));
+    EXPECT_EQ("abc..", s.buffer());
 }
 
 TEST(GarbageReader, ClaimsAllBytesOfADamagedReadThatCameShort)

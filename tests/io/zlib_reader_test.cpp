@@ -161,6 +161,15 @@ TEST(ZlibReader, IsAtTheEndOnlyAfterAReadCameBackShort)
     EXPECT_TRUE(r.at_end());
 }
 
+TEST(ZlibReader, IsAtTheEndFromTheStartWhenItsSourceIs)
+{
+    memory_reader source("");
+    char byte = 0;
+    reader_read_bytes(source.get(), &byte, 1);
+    owned_reader r(&source);
+    EXPECT_TRUE(r.at_end());
+}
+
 // ---- Savepoints ---------------------------------------------------------------------------------
 
 TEST(ZlibReader, RemembersTheEndOfTheLastCompleteStream)
