@@ -3,7 +3,7 @@
 
 #if defined __AVX2__ && defined __FMA__
 
-#include <immintrin.h>
+#include "matrix/kernels_transpose.hpp"
 
 namespace
 {
@@ -18,9 +18,16 @@ struct simd {
     static constexpr std::size_t block_rows = 192;
     static constexpr std::size_t block_columns = 4080;
 
+    static constexpr std::size_t square = 4;
+
     using vector = __m256d;
     using mask = __m256i;
 
+    static void transpose_square(const double *from, std::size_t from_stride, double *to,
+                                 std::size_t to_stride)
+    {
+        _transpose_four(from, from_stride, to, to_stride);
+    }
     static vector fill(double x) { return _mm256_set1_pd(x); }
     static vector load(const double *from) { return _mm256_loadu_pd(from); }
     static vector load(const double *from, mask m) { return _mm256_maskload_pd(from, m); }

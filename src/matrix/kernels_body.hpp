@@ -417,20 +417,22 @@ void _add_moments(const double *base, size_t stride, size_t m, size_t n, size_t 
     }
 }
 
+// Squares of the vectors' width, and what is left element by element.
 void _transpose(const double *from, size_t from_stride, double *to, size_t to_stride, size_t m,
                 size_t n)
 {
-    // Squares of both sides stay in the first-level cache.
-    constexpr size_t side = 32;
-    for (size_t i0 = 0; i0 < m; i0 += side) {
-        for (size_t j0 = 0; j0 < n; j0 += side) {
-            const size_t i1 = smaller(m, i0 + side);
-            const size_t j1 = smaller(n, j0 + side);
-            for (size_t j = j0; j < j1; ++j) {
-                for (size_t i = i0; i < i1; ++i) {
-                    to[i * to_stride + j] = from[j * from_stride + i];
-                }
-            }
+    constexpr size_t side = simd::square;
+    const size_t whole_m = m / side * side;
+    const size_t whole_n = n / side * side;
+    for (size_t j = 0; j < whole_n; j += side) {
+        for (size_t i = 0; i < whole_m; i += side) {
+            simd::transpose_square(from + j * from_stride + i, from_stride, to + i * to_stride + j,
+                                   to_stride);
+        }
+    }
+    for (size_t j = 0; j < n; ++j) {
+        for (size_t i = j < whole_n ? whole_m : 0; i < m; ++i) {
+            to[i * to_stride + j] = from[j * from_stride + i];
         }
     }
 }

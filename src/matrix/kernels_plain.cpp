@@ -13,9 +13,15 @@ struct simd {
     static constexpr std::size_t block_rows = 64;
     static constexpr std::size_t block_columns = 1024;
 
+    static constexpr std::size_t square = 1;
+
     using vector = double;
     using mask = bool;
 
+    static void transpose_square(const double *from, std::size_t, double *to, std::size_t)
+    {
+        *to = *from;
+    }
     static vector fill(double x) { return x; }
     static vector load(const double *from) { return *from; }
     static vector load(const double *from, mask) { return *from; }

@@ -4,7 +4,6 @@
 #include <vesk/error.h>
 #include <vesk/matrix_lu.h>
 #include <vesk/matrix_ops.h>
-
 #include <vesk/matrix_value.h>
 
 #include "matrix/kernels.hpp"

@@ -209,7 +209,9 @@ matrix *matrix_multiply(const matrix *m1, const matrix *m2)
 template <typename Visit>
 static bool _matrix_visit_rows(const matrix *m, Visit visit)
 {
-    constexpr std::size_t side = 128;
+    // A block and the part of the view that it comes from stay in the first-level cache.
+    constexpr std::size_t height = 32;
+    constexpr std::size_t side = 64;
     const std::size_t nrows = matrix_get_number_rows(m);
     const std::size_t ncols = matrix_get_number_columns(m);
     const operand elements(m);
@@ -221,14 +223,14 @@ static bool _matrix_visit_rows(const matrix *m, Visit visit)
         visit(view.base, view.row, nrows, ncols, std::size_t(0), std::size_t(0));
         return true;
     }
-    const owned_memory<double> block(allocate<double>(side * side));
+    const owned_memory<double> block(allocate<double>(height * side));
     if (!block) {
         return false;
     }
     for (std::size_t j = 0; j < ncols; j += side) {
         const std::size_t columns = std::min(side, ncols - j);
-        for (std::size_t i = 0; i < nrows; i += side) {
-            const std::size_t rows = std::min(side, nrows - i);
+        for (std::size_t i = 0; i < nrows; i += height) {
+            const std::size_t rows = std::min(height, nrows - i);
             _matrix_kernels().transpose(view.base + i * view.row + j * view.column, view.column,
                                         block.get(), side, rows, columns);
             visit(block.get(), side, rows, columns, i, j);
