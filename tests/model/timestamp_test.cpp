@@ -10,34 +10,10 @@
 #include "common/aborts.hpp"
 #include "common/failing_calls.hpp"
 #include "common/memory_streams.hpp"
+#include "common/time_zone.hpp"
 
 namespace
 {
-
-// Sets the time zone for one test.
-class time_zone
-{
-public:
-    explicit time_zone(const char *zone)
-    {
-        const char *now = getenv("TZ");
-        was_set_ = now != nullptr;
-        before_ = was_set_ ? now : "";
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    time_zone(const time_zone &) = delete;
-    time_zone &operator=(const time_zone &) = delete;
-    ~time_zone()
-    {
-        was_set_ ? setenv("TZ", before_.c_str(), 1) : unsetenv("TZ");
-        tzset();
-    }
-
-private:
-    bool was_set_;
-    std::string before_;
-};
 
 timestamp at(time_t seconds)
 {
