@@ -18,9 +18,6 @@
 #include "common/temporary_directory.hpp"
 #include "common/zlib_streams.hpp"
 
-using testing::ElementsAre;
-using testing::UnorderedElementsAre;
-
 namespace
 {
 
@@ -835,13 +832,13 @@ TEST_F(StateFile, CutAnywhereGivesTheCodeOfThePlace)
     }
 }
 
-TEST_F(StateFile, AnyFlippedBitIsARecorderOrACodeOrAnAbort)
+TEST_F(StateFile, AnyChangedByteIsARecorderOrACodeOrAnAbort)
 {
     for (const int vectors : {1, 5, 9, 13}) {
         create_with(vectors).reset();
         const std::string bytes = state();
         for (std::size_t i = 0; i < bytes.size(); ++i) {
-            for (const int flip : {0x01, 0x04, 0x80, 0xFF}) {
+            for (const int flip : {0x01, 0xFF}) {
                 std::string bad = bytes;
                 bad[i] = static_cast<char>(bad[i] ^ flip);
                 write_file("r.state", bad);
