@@ -81,7 +81,7 @@ typedef struct vesk {
         vesk_zcf_state_ccc *ccc; /**< the stage in state 3 */
         vesk_zcf_state_hcc *hcc; /**< the stage in state 4 */
     };
-    uint32_t stage_type; /**< private: what the stage really is, after a failed transition too */
+    uint32_t stage_type; /**< private: what the stage really is, also after a failed transition */
 } vesk;
 
 /**
@@ -93,9 +93,9 @@ typedef struct vesk {
  * "num_hb_intervals > 0", "num_cb_samples % num_hb_intervals == 0", "num_cb_samples % 2 == 0" or
  * "num_hb_intervals % 2 == 0", in this order.
  *
- * @return the recorder, or null with the code in the cell: -40 when a file cannot be opened, -41
- * when the state file cannot be written, -42 when the current buffer cannot, -49 when the name is
- * longer than 10000 bytes, -22 without memory. A current buffer that was made stays on disk.
+ * @return the recorder, or null with the code in the cell: -40 when the state file cannot be
+ * opened, -41 when it cannot be written, the code of vesk_current_buffer_create(), or -22 without
+ * memory. A current buffer that was made stays on disk.
  */
 VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
                            uint32_t num_hb_intervals);

@@ -130,11 +130,17 @@ static_assert(offsetof(vesk_zcf_state_ccc, cbuf1_filename) ==
               offsetof(vesk_zcf_state_hcc, cbuf1_filename));
 static_assert(offsetof(vesk_zcf_state_ccc, cbuf2) == offsetof(vesk_zcf_state_hcc, cbuf2));
 
+// What the stage really is. A stage that a caller put there himself is the one that `state` names.
+uint32_t stage_type(const vesk *recorder)
+{
+    return recorder->stage_type != 0 ? recorder->stage_type : recorder->state;
+}
+
 bool stage_fits(const vesk *recorder, uint32_t state)
 {
+    const uint32_t type = stage_type(recorder);
     return recorder->stage != nullptr &&
-           (recorder->stage_type == state ||
-            (recorder->stage_type == VESK_ZCF_STATE_CCC && state == VESK_ZCF_STATE_HCC));
+           (type == state || (type == VESK_ZCF_STATE_CCC && state == VESK_ZCF_STATE_HCC));
 }
 
 // The stage of the recorder, which must be the one that these functions work on.
@@ -157,7 +163,7 @@ static void _set_stage(vesk *recorder, uint32_t type, void *stage)
 static void _destroy_stage(vesk *recorder)
 {
     if (recorder->stage != nullptr) {
-        visit_stage(recorder->stage_type,
+        visit_stage(stage_type(recorder),
                     [&](auto functions) { functions.destroy(&(recorder->*functions.pointer)); });
     }
     _set_stage(recorder, 0, nullptr);
@@ -481,6 +487,8 @@ static int _vesk_hcc_to_hcc(vesk *recorder)
 // Makes room for more vectors: moves on to the next stage.
 static int _rotate(vesk *recorder)
 {
+    // The state changes before the old stage is destroyed.
+    recorder->stage_type = stage_type(recorder);
     int result = 0;
     switch (recorder->state) {
     case VESK_ZCF_STATE_C00:

@@ -1263,6 +1263,21 @@ TEST_F(Recorder, AStateRequiresItsStage)
     vesk_close(&recorder);
 }
 
+TEST_F(Recorder, TakesAStageThatIsPutIntoIt)
+{
+    owned_recorder recorder(vesk_create_null());
+    recorder->filename = strdup("r");
+    recorder->state_filename = strdup("r.state");
+    recorder->state = 1;
+    recorder->num_cb_samples = 2;
+    recorder->num_hb_intervals = 2;
+    recorder->num_samples_per_interval = 1;
+    recorder->next_file_number = 2;
+    recorder->c00 = vesk_zcf_state_c00_create("r.1.cbuf.z", 2);
+    write_all(recorder.get(), 1, 3);
+    EXPECT_EQ(2U, recorder->state);
+}
+
 TEST_F(Recorder, TheFirstHistoryRequiresItsSizes)
 {
     const owned_recorder recorder = create_with(12);
