@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <fmt/format.h>
 #include <sys/stat.h>
 
 #include <vesk/error.h>
 #include <vesk/sensor_array.h>
+#include <vesk/vesk.h>
 #include <vesk/vesk_buffer.h>
 
 #include "failure.hpp"
@@ -31,12 +33,52 @@ bool is_regular_file(const std::string &path, uint64_t &size)
     return true;
 }
 
-std::vector<stored_file> list_files(const std::string &base)
+uint64_t size_of(const std::string &path, bool &missing)
+{
+    uint64_t size = 0;
+    missing = !is_regular_file(path, size);
+    return size;
+}
+
+// The state file holds the names that the buffers had when they were made. The box may have been
+// moved since: what follows its base name tells the buffer, and it lies beside the state file.
+std::string where_it_is_now(const std::string &stored, const box_state &state,
+                            const std::string &base)
+{
+    if (stored.starts_with(state.filename + ".")) {
+        return base + stored.substr(state.filename.size());
+    }
+    return std::filesystem::path(base).replace_filename(std::filesystem::path(stored).filename());
+}
+
+std::vector<stored_file> named_files(const box_state &state, const std::string &base)
+{
+    std::vector<stored_file> files;
+    for (std::size_t i = 0; i < state.names.size(); ++i) {
+        stored_file file;
+        file.path = where_it_is_now(state.names[i], state, base);
+        const bool is_open = i + 1 == state.names.size();
+        const bool is_history = i == 0 && state.stage == VESK_ZCF_STATE_HCC;
+        file.buffer_kind = is_history ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
+        file.role = is_open ? VESK_SCAN_OPEN : is_history ? VESK_SCAN_HISTORY : VESK_SCAN_FULL;
+        file.size = size_of(file.path, file.missing);
+        files.push_back(file);
+    }
+    return files;
+}
+
+bool is_beside(const std::string &path, const std::string &base)
+{
+    return path.starts_with(base + ".");
+}
+
+// All buffers beside the state file, in the order of their numbers.
+std::vector<stored_file> files_beside(const std::string &base)
 {
     std::vector<stored_file> files;
     const auto visit = [](const vesk_scan_file *file, void *context) {
         static_cast<std::vector<stored_file> *>(context)->push_back(
-            {file->filename, file->buffer_kind, file->number, file->size, file->role,
+            {file->filename, file->buffer_kind, file->number, file->size, VESK_SCAN_ORPHAN,
              file->missing != 0});
         return 0;
     };
@@ -142,6 +184,11 @@ box_state read_state(const std::string &base)
     return state;
 }
 
+std::string state_words(const box_state &state)
+{
+    return state.error == QE_ERROR_OPEN ? "is missing or cannot be opened" : words_for(state.error);
+}
+
 box find_box(const std::string &name)
 {
     uint64_t size = 0;
@@ -154,9 +201,17 @@ box find_box(const std::string &name)
     const bool is_state = is_file && name.ends_with(".state");
     result.name = is_state ? name.substr(0, name.size() - std::string(".state").size()) : name;
     result.state = read_state(result.name);
-    for (stored_file &file : list_files(result.name)) {
-        const bool named = result.state.error != 0 || file.role != VESK_SCAN_ORPHAN;
-        (named ? result.files : result.others).push_back(std::move(file));
+    if (result.state.error == 0) {
+        result.files = named_files(result.state, result.name);
+    }
+    for (stored_file &file : files_beside(result.name)) {
+        const auto same_path = [&](const stored_file &named) { return named.path == file.path; };
+        if (result.state.error != 0) {
+            result.files.push_back(std::move(file));
+        } else if (!file.missing && is_beside(file.path, result.name) &&
+                   std::none_of(result.files.begin(), result.files.end(), same_path)) {
+            result.others.push_back(std::move(file));
+        }
     }
     if (result.files.empty() && result.state.error == QE_ERROR_OPEN) {
         throw failure(exit_unreadable, name + ": there is no such box and no such file");

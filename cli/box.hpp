@@ -38,6 +38,8 @@ struct box_state {
 };
 
 box_state read_state(const std::string &base);
+// Why the state file cannot be used.
+std::string state_words(const box_state &state);
 
 struct box {
     std::string name;

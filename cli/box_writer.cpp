@@ -16,6 +16,7 @@
 
 #include "box.hpp"
 #include "failure.hpp"
+#include "terminal.hpp"
 
 namespace cli
 {
@@ -24,6 +25,8 @@ namespace
 
 // The table behind one summary cannot be cleared more often than this.
 constexpr uint32_t most_intervals = 65534;
+constexpr uint32_t most_event_types = 5;
+constexpr std::size_t most_sensors = 10000;
 // Where only the number of intervals is given.
 constexpr uint32_t samples_per_interval = 60;
 // The recorder builds the names of its buffers in 1024 bytes and would cut longer ones off.
@@ -48,9 +51,8 @@ void require_same(const std::string &base, const char *option, std::optional<uin
                   uint32_t found)
 {
     if (wanted && *wanted != found) {
-        throw failure(exit_usage, fmt::format("{} {}: the box {} was made with {}, which cannot be "
-                                              "changed",
-                                              option, *wanted, base, found));
+        throw failure(exit_usage, fmt::format("{}: was made with {} {}, which cannot be changed",
+                                              base, option, found));
     }
 }
 
@@ -67,23 +69,23 @@ bool same_file(const std::string &one, const std::string &other)
     throw failure(exit_damaged, what + "; nothing was written");
 }
 
-// The recorder appends behind the last record, so that one must be whole.
-void check_open_buffer(const std::string &path)
+// Why the recorder could not go on behind or with this item, or nothing.
+std::string obstacle_in(const vesk_scan_item &item)
 {
-    bool any = false;
-    scan_file(path, [&](const vesk_scan_item &item) {
-        any = true;
-        if (item.kind == VESK_SCAN_BARE_EVENT) {
-            refuse_damaged(fmt::format("{}: the event at {} keeps the recorder from going on", path,
-                                       item.offset));
-        }
-        if (item.error != 0) {
-            refuse_damaged(path + ": " + damage_text(item));
-        }
-    });
-    if (!any) {
-        refuse_damaged(path + ": the header is missing");
+    if (item.kind == VESK_SCAN_BARE_EVENT) {
+        return fmt::format("the event at {} cannot be read by the recorder", item.offset);
     }
+    if (item.error != 0) {
+        return damage_text(item);
+    }
+    if (item.kind == VESK_SCAN_EVENT && item.event->type > most_event_types) {
+        return fmt::format("the event at {} is of the unknown type {}", item.offset,
+                           item.event->type);
+    }
+    if (item.kind == VESK_SCAN_SENSOR_VALUES && timestamp_is_null(&item.values->timestamp) != 0) {
+        return fmt::format("the sample at {} has no time", item.offset);
+    }
+    return {};
 }
 
 } // namespace
@@ -135,11 +137,11 @@ box_writer::box_writer(const std::string &base, const box_shape &shape) : base_(
     }
 }
 
-void box_writer::check_box() const
+void box_writer::check_box()
 {
     const box found = find_box(base_);
     if (found.state.error != 0) {
-        refuse_damaged(found.state.path + ": " + words_for(found.state.error));
+        refuse_damaged(found.state.path + ": " + state_words(found.state));
     }
     // The recorder goes by the names in the state file, wherever the box is now.
     for (const stored_file &file : found.files) {
@@ -153,7 +155,36 @@ void box_writer::check_box() const
                                   "read here, but not recorded to",
                                   base_, found.state.filename));
     }
-    check_open_buffer(found.files.back().path);
+    for (const stored_file &file : found.files) {
+        check_buffer(file);
+    }
+}
+
+// The recorder appends to the open buffer and will read the others, and what it does not expect
+// there stops it for good or ends the process.
+void box_writer::check_buffer(const stored_file &file)
+{
+    bool any_names = false;
+    bool any = false;
+    scan_file(file.path, [&](const vesk_scan_item &item) {
+        const std::string obstacle = obstacle_in(item);
+        if (!obstacle.empty()) {
+            refuse_damaged(file.path + ": " + obstacle);
+        }
+        any = true;
+        if (item.kind == VESK_SCAN_SENSOR_NAMES) {
+            any_names = true;
+            for (std::string &name : sensor_names(*item.names)) {
+                known_sensors_.insert(std::move(name));
+            }
+        }
+    });
+    if (!any) {
+        refuse_damaged(file.path + ": the header is missing");
+    }
+    if (!any_names && file.role != VESK_SCAN_OPEN) {
+        refuse_damaged(file.path + ": holds nothing");
+    }
 }
 
 void box_writer::open(const box_shape &shape)
@@ -196,6 +227,18 @@ void box_writer::create(const box_shape &shape)
         throw failure(exit_failed,
                       with_errno(fmt::format("{}: the box cannot be made: {}", base_, reason)));
     }
+}
+
+bool box_writer::admit(const std::string &name)
+{
+    if (known_sensors_.count(name) == 1) {
+        return true;
+    }
+    if (known_sensors_.size() == most_sensors) {
+        return false;
+    }
+    known_sensors_.insert(name);
+    return true;
 }
 
 void box_writer::set_sensors(std::span<const std::string> names)

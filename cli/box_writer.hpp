@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <unordered_set>
 
 #include <vesk/matrix.h>
 #include <vesk/sensor_array.h>
@@ -14,6 +15,8 @@
 
 namespace cli
 {
+
+struct stored_file;
 
 // How much a box holds. What the user did not say is empty.
 struct box_shape {
@@ -44,14 +47,18 @@ public:
     // Refuses early what the constructor would refuse: a shape that a new box cannot have.
     static void check_shape_for(const std::string &base, const box_shape &shape);
 
-    // From now on vectors hold values of these sensors.
+    // The oldest interval of a box keeps every sensor that ever was, and no more than 10000 fit
+    // into one. True when the box knows @p name or has room for it, which is then taken.
+    bool admit(const std::string &name);
+    // From now on vectors hold values of these sensors, which must have been admitted.
     void set_sensors(std::span<const std::string> names);
     // One vector, on disk when this returns.
     void write(int64_t time, std::span<const float> values);
 
 private:
     // Refuses what the recorder could not go on with, before it touches anything.
-    void check_box() const;
+    void check_box();
+    void check_buffer(const stored_file &file);
     void open(const box_shape &shape);
     void create(const box_shape &shape);
 
@@ -62,6 +69,7 @@ private:
     std::string base_;
     std::unique_ptr<struct vesk, closer> recorder_;
     std::unique_ptr<matrix, closer> vector_;
+    std::unordered_set<std::string> known_sensors_;
 };
 
 } // namespace cli

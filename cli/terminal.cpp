@@ -57,6 +57,11 @@ std::string printable(std::string_view text)
     return result;
 }
 
+std::string counted(uint64_t count, std::string_view noun)
+{
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
 status_line::status_line() : visible_(isatty(STDERR_FILENO) == 1) {}
 
 void status_line::show(std::string_view text)

@@ -2,6 +2,7 @@
 #ifndef VESK_CLI_TERMINAL_HPP
 #define VESK_CLI_TERMINAL_HPP
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,9 @@ void note(std::string_view text);
 
 // Control characters would let a damaged or foreign file talk to the terminal: they become '?'.
 std::string printable(std::string_view text);
+
+// "1 sample", "2 samples".
+std::string counted(uint64_t count, std::string_view noun);
 
 // One line that is rewritten in place; nothing at all when standard error is not a terminal.
 class status_line

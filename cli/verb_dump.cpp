@@ -47,7 +47,7 @@ public:
     void add_state(const box_state &state)
     {
         complain(fmt::format("{}: {}; reading the buffers that are there", state.path,
-                             words_for(state.error)));
+                             state_words(state)));
         ++damage_;
     }
     void add_unreadable(const std::string &message)

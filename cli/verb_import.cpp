@@ -50,8 +50,8 @@ public:
                              lines_.name(), lines_.line_number()));
         }
         if (backwards_ > 0) {
-            note(fmt::format("{}: {} {} earlier than the line before", lines_.name(), backwards_,
-                             backwards_ == 1 ? "time is" : "times are"));
+            note(fmt::format("{}: {} {} earlier than the line before", lines_.name(),
+                             counted(backwards_, "time"), backwards_ == 1 ? "is" : "are"));
         }
     }
 
@@ -96,6 +96,7 @@ private:
             box_.emplace(options_.base, options_.shape);
         }
         if (header_is_new_) {
+            admit_sensors();
             box_->set_sensors(parser_.sensors());
             header_is_new_ = false;
         }
@@ -103,6 +104,17 @@ private:
         backwards_ += vectors_ > 0 && parser_.time() < latest_ ? 1 : 0;
         latest_ = parser_.time();
         ++vectors_;
+    }
+
+    void admit_sensors()
+    {
+        for (const std::string &name : parser_.sensors()) {
+            if (!box_->admit(name)) {
+                throw bad_input(lines_.name(), lines_.line_number(),
+                                "the box has no room for '" + printable(name.substr(0, 60)) +
+                                    "': it holds 10000 different sensors already");
+            }
+        }
     }
 
     void show_progress()
@@ -113,7 +125,8 @@ private:
         const double fraction = lines_.fraction();
         const std::string done =
             fraction >= 0 ? fmt::format(", {:.0f} %", 100 * fraction) : std::string();
-        status_.show(fmt::format("importing {}: {} vectors{}", lines_.name(), vectors_, done));
+        status_.show(
+            fmt::format("importing {}: {}{}", lines_.name(), counted(vectors_, "vector"), done));
     }
 
     const import_options &options_;
@@ -144,8 +157,8 @@ exit_code import_text(const import_options &options)
     } catch (failure &reason) {
         job.summarise();
         if (job.vectors() > 0) {
-            reason.set_remark(fmt::format("{} {} before that {} in {}", job.vectors(),
-                                          job.vectors() == 1 ? "vector" : "vectors",
+            reason.set_remark(fmt::format("{} before that {} in {}",
+                                          counted(job.vectors(), "vector"),
                                           job.vectors() == 1 ? "is" : "are", options.base));
         }
         throw;

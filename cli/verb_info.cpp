@@ -214,7 +214,7 @@ void print_state(const box &what)
 {
     const box_state &state = what.state;
     if (state.error != 0) {
-        line("state", "{}: {}", state.path, words_for(state.error));
+        line("state", "{}: {}", state.path, state_words(state));
         return;
     }
     line("stage", "{}: {}", stage_name(state.stage), stage_words(state.stage));
@@ -238,10 +238,10 @@ void print_text(const report &found)
     if (!what.is_file) {
         print_state(what);
     }
-    line("history", "{}, {} intervals", span_text(found.history), found.all.intervals);
-    line("raw", "{}, {} samples", span_text(found.raw), found.all.samples);
+    line("history", "{}, {}", span_text(found.history), counted(found.all.intervals, "interval"));
+    line("raw", "{}, {}", span_text(found.raw), counted(found.all.samples, "sample"));
     line("sensors", "{}", found.all.sensors.size());
-    line("events", "{} in raw samples, {} counted in history",
+    line("events", "{} among the raw samples, {} counted in history",
          found.all.events + found.all.bare_events, found.all.counted_events);
     line("bytes", "{}", found.bytes);
     fmt::print("files\n");
@@ -291,7 +291,7 @@ ordered_json state_json(const box_state &state)
 {
     ordered_json result = {{"path", state.path}, {"error", nullptr}};
     if (state.error != 0) {
-        result["error"] = words_for(state.error);
+        result["error"] = state_words(state);
         return result;
     }
     result["stage"] = stage_name(state.stage);
@@ -337,6 +337,10 @@ exit_code info(const info_options &options)
         use_utc();
     }
     const report found = make_report(options.name);
+    if (found.what.is_file && !found.all.readable) {
+        throw failure(exit_unreadable,
+                      options.name + ": is no buffer file, or nothing in it can be read");
+    }
     if (options.json) {
         print_json(found);
     } else {

@@ -52,7 +52,7 @@ public:
     {
     }
 
-    void run(std::optional<int64_t> samples)
+    void run(std::optional<uint64_t> samples)
     {
         // Rates need two looks; the first must not lie too close to the second.
         snapshot before = machine_.take();
@@ -70,8 +70,31 @@ public:
     }
 
 private:
-    void write(const readings &found)
+    // A box keeps the name of every sensor for ever, and has room for so many only.
+    void drop_what_has_no_room(readings &found)
     {
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < found.names.size(); ++i) {
+            if (box_.admit(found.names[i])) {
+                std::swap(found.names[kept], found.names[i]);
+                found.values[kept] = found.values[i];
+                ++kept;
+            }
+        }
+        if (kept < found.names.size() && !noted_) {
+            status_.clear();
+            note(fmt::format("{}: holds 10000 different sensors already; '{}' and all other new "
+                             "ones are not recorded",
+                             base_, found.names[kept]));
+            noted_ = true;
+        }
+        found.names.resize(kept);
+        found.values.resize(kept);
+    }
+
+    void write(readings found)
+    {
+        drop_what_has_no_room(found);
         if (found.names.empty()) {
             throw failure(exit_failed, "this machine gives no readings (is /proc there?)");
         }
@@ -82,8 +105,8 @@ private:
         const auto now = static_cast<int64_t>(clock_seconds());
         box_.write(now, found.values);
         ++count_;
-        status_.show(fmt::format("recording {}: {} {}, {} sensors, {} (Ctrl-C ends)", base_, count_,
-                                 count_ == 1 ? "sample" : "samples", sensors_.size(),
+        status_.show(fmt::format("recording {}: {}, {}, {} (Ctrl-C ends)", base_,
+                                 counted(count_, "sample"), counted(sensors_.size(), "sensor"),
                                  format_time(now)));
     }
 
@@ -94,7 +117,8 @@ private:
     sampler machine_;
     status_line status_;
     std::vector<std::string> sensors_;
-    int64_t count_ = 0;
+    uint64_t count_ = 0;
+    bool noted_ = false;
 };
 
 } // namespace
@@ -102,14 +126,14 @@ private:
 exit_code record(const record_options &options)
 {
     const int64_t interval = parse_duration(options.interval, "--interval");
-    std::optional<int64_t> samples;
+    std::optional<uint64_t> samples;
     if (!options.duration.empty()) {
         const int64_t duration = parse_duration(options.duration, "--for");
         if (duration < interval) {
             throw failure(exit_usage, fmt::format("--for {} is shorter than --interval {}",
                                                   options.duration, options.interval));
         }
-        samples = duration / interval;
+        samples = static_cast<uint64_t>(duration / interval);
     }
     recording(options, interval).run(samples);
     return exit_done;

@@ -66,6 +66,10 @@ void parse_network(std::string_view text, measurements &out)
         }
         std::string_view name = line.substr(0, colon);
         name.remove_prefix(std::min(name.find_first_not_of(' '), name.size()));
+        // The ends of containers come and go under names that never come again.
+        if (name.starts_with("veth")) {
+            continue;
+        }
         const auto counts = parse_interface(line.substr(colon + 1));
         if (!counts || (counts->at(0) == 0 && counts->at(8) == 0)) {
             continue;

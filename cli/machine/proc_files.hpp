@@ -10,7 +10,8 @@
 namespace cli
 {
 
-// ROOT/proc/net/dev. Interfaces that never carried anything are left out.
+// ROOT/proc/net/dev. Interfaces that never carried anything are left out, and so are
+// those of containers (veth).
 void measure_network(const std::string &root, measurements &out);
 void parse_network(std::string_view text, measurements &out);
 

@@ -63,6 +63,8 @@ def near(one, other, scale):
 
 
 def check_interval(start, end, rows, stored):
+    if set(stored) != set().union(*(values for _, values in rows)):
+        sys.exit(f"{start} to {end}: other sensors than its rows have")
     for name, row in stored.items():
         values = [values[name] for _, values in rows
                   if name in values and not math.isnan(values[name])]

@@ -172,6 +172,13 @@ TEST(Network, ReadsAnInterfaceWithAnAlias)
     EXPECT_EQ(out.at(0).name, "::net.eth0_1.receive_bytes_per_s");
 }
 
+TEST(Network, LeavesOutTheInterfacesOfContainers)
+{
+    measurements out;
+    parse_network("veth8a3f: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16", out);
+    EXPECT_THAT(out, IsEmpty());
+}
+
 TEST(Pressure, IsTheShareOfTheTimeBetween)
 {
     measurements before;
