@@ -11,7 +11,22 @@ struct hist_value_list_node {
     struct sensor *sensor; // the canonical sensor, with a reference of the node's own
     hist_value hv;
     hist_value_list_node *next;
+    hist_value_list_node *follower; // looked up after this node the last time, or null
 };
+
+// Sensors are looked up in the same order for every sample, so what follows the latest lookup is a
+// good guess, where chains are long with thousands of names that are alike. The guess changes
+// neither the results nor the order of the list.
+static const hist_value_list *latest_list = nullptr;
+static hist_value_list_node *latest_node = nullptr;
+
+static void _forget_latest(const hist_value_list *list)
+{
+    if (latest_list == list) {
+        latest_list = nullptr;
+        latest_node = nullptr;
+    }
+}
 
 // Visits the nodes of the current generation in list order, which is the order of stored history,
 // until `visit(node, j)` returns false.
@@ -31,6 +46,7 @@ static void _visit_live_nodes(const hist_value_list *list, Visit visit)
 int hist_value_list_init(hist_value_list *list)
 {
     VESK_REQUIRE(list != nullptr, "list != ((void *)0)");
+    _forget_latest(list);
     *list = {};
     return 0;
 }
@@ -50,6 +66,7 @@ static void _destroy_node(hist_value_list_node *node)
 void hist_value_list_destruct(hist_value_list *list)
 {
     VESK_REQUIRE(list != nullptr, "list != ((void *)0)");
+    _forget_latest(list);
     for (hist_value_list_node *&head : list->buckets) {
         while (head != nullptr) {
             hist_value_list_node *node = head;
@@ -82,8 +99,33 @@ static hist_value_list_node *_add_node(hist_value_list *list, hist_value_list_no
     node->seq = list->seq;
     hist_value_init(&node->hv);
     node->next = *head;
+    node->follower = nullptr;
     *head = node;
     list->nitems += 1;
+    return node;
+}
+
+// The node of a sensor, of any generation; a new one if there is none, null without memory. Nodes
+// hold canonical sensors, so that a pointer decides without a look at the sensor.
+static hist_value_list_node *_find_or_add(hist_value_list *list, const sensor *s)
+{
+    hist_value_list_node *before = latest_list == list ? latest_node : nullptr;
+    if (before != nullptr && before->follower != nullptr &&
+        before->follower->sensor == s->canonical) {
+        return before->follower;
+    }
+    const uint32_t hash = sensor_get_hash_code(s);
+    hist_value_list_node **head = &list->buckets[hash & (HIST_VALUE_LIST_NBUCKETS - 1)];
+    hist_value_list_node *node = *head;
+    while (node != nullptr && node->sensor != s->canonical) {
+        node = node->next;
+    }
+    if (node == nullptr) {
+        node = _add_node(list, head, s);
+    }
+    if (before != nullptr) {
+        before->follower = node;
+    }
     return node;
 }
 
@@ -91,18 +133,12 @@ hist_value *hist_value_list_add_if_not_present(hist_value_list *list, const sens
 {
     VESK_REQUIRE(list != nullptr, "list != ((void *)0)");
     VESK_REQUIRE(s != nullptr, "sensor != ((void *)0)");
-    const uint32_t hash = sensor_get_hash_code(s);
-    hist_value_list_node **head = &list->buckets[hash & (HIST_VALUE_LIST_NBUCKETS - 1)];
-    // Chains are long where names are many and alike. Nodes hold canonical sensors, so that a
-    // pointer decides without a look at the sensor.
-    hist_value_list_node *node = *head;
-    while (node != nullptr && node->sensor != s->canonical) {
-        node = node->next;
-    }
+    hist_value_list_node *node = _find_or_add(list, s);
     if (node == nullptr) {
-        node = _add_node(list, head, s);
-        return node != nullptr ? &node->hv : nullptr;
+        return nullptr;
     }
+    latest_list = list;
+    latest_node = node;
     if (node->seq != list->seq) {
         // A node of an older generation keeps its place in the chain.
         hist_value_destruct(&node->hv);

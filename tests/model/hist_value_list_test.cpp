@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -195,6 +196,51 @@ TEST_F(HistValueList, HoldsManySensors)
         EXPECT_EQ(std::stof(sensors[j]), copies[j].sum);
     }
     free(copies);
+}
+
+TEST_F(HistValueList, FindsSensorsInAnyOrder)
+{
+    const names sensors = {"a", "b", "c", "ab", "ba", "ca", "ac"};
+    std::map<std::string, hist_value *> values;
+    for (const std::string &name : sensors) {
+        values[name] = add(name.c_str());
+    }
+    // A fixed walk through all pairs of neighbours, with clears in between.
+    uint32_t state = 1;
+    for (int i = 0; i < 2000; ++i) {
+        state = state * 1103515245 + 12345;
+        const std::string &name = sensors[(state >> 16) % sensors.size()];
+        EXPECT_EQ(values[name], add(name.c_str()));
+        if (i % 100 == 99) {
+            hist_value_list_clear(list_);
+        }
+    }
+}
+
+TEST_F(HistValueList, DoesNotMixUpLists)
+{
+    hist_value_list other;
+    hist_value_list_init(&other);
+    sensor *fan = sensor_create("fan");
+    sensor *psu = sensor_create("psu");
+    const hist_value *mine[] = {hist_value_list_add_if_not_present(list_, fan),
+                                hist_value_list_add_if_not_present(list_, psu)};
+    const hist_value *others[] = {hist_value_list_add_if_not_present(&other, fan),
+                                  hist_value_list_add_if_not_present(&other, psu)};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(mine[0], hist_value_list_add_if_not_present(list_, fan));
+        EXPECT_EQ(others[1], hist_value_list_add_if_not_present(&other, psu));
+        EXPECT_EQ(others[0], hist_value_list_add_if_not_present(&other, fan));
+        EXPECT_EQ(mine[1], hist_value_list_add_if_not_present(list_, psu));
+    }
+    // A list that begins again at the same place knows nothing of the old one.
+    hist_value_list_destruct(&other);
+    hist_value_list_init(&other);
+    EXPECT_EQ(0U, hist_value_list_add_if_not_present(&other, psu)->count);
+    EXPECT_EQ(1U, hist_value_list_get_size(&other));
+    hist_value_list_destruct(&other);
+    sensor_destroy(&fan);
+    sensor_destroy(&psu);
 }
 
 TEST_F(HistValueList, ReportsMissingMemory)
