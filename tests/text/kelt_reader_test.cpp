@@ -243,7 +243,9 @@ TEST_F(KeltReader, AbortsOnFewerValuesThanSensors)
 TEST_F(KeltReader, RefusesEmptyLines)
 {
     for (const char *line : {"\n", ",\n", ",,,\n"}) {
-        ASSERT_TRUE(open(header + line + data));
+        std::string text = header;
+        text.append(line).append(data);
+        ASSERT_TRUE(open(text));
         EXPECT_EQ(nullptr, next());
         EXPECT_EQ(-6, qe_get_last_error());
         EXPECT_EQ((std::vector<double>{1, 2.5}), next_values());
@@ -350,7 +352,8 @@ TEST_F(KeltReader, LeavesNothingBehindWithoutMemory)
 
 TEST_F(KeltReader, ReportsMissingMemoryForTheNextVector)
 {
-    ASSERT_TRUE(open(header + data + data));
+    const std::string text = header + data + data;
+    ASSERT_TRUE(open(text));
     for (int n = 1;; ++n) {
         const failing_allocation fails(n);
         const matrix *vector = next();
@@ -360,7 +363,7 @@ TEST_F(KeltReader, ReportsMissingMemoryForTheNextVector)
         }
         EXPECT_EQ(nullptr, vector);
         EXPECT_EQ(-22, qe_get_last_error());
-        ASSERT_TRUE(open(header + data + data));
+        ASSERT_TRUE(open(text));
     }
 }
 
