@@ -1,22 +1,52 @@
-// Makes chosen calls of the library fail: every test program is linked so that the library's
-// malloc(), calloc(), strdup(), deflate() and inflate() pass through here. Tests use it to walk a
+// Makes chosen calls of the library fail: every test program is linked so that what the library
+// asks of the allocator, of zlib and of the file system passes through here. Tests use it to walk a
 // function through its N-th failure, N = 1, 2, 3 ... until it succeeds.
 #ifndef VESK_TESTS_COMMON_FAILING_CALLS_HPP
 #define VESK_TESTS_COMMON_FAILING_CALLS_HPP
 
-// While it lives, the n-th allocation from now on fails: only that one, or also all that follow.
-class failing_allocation
+// What can be made to fail.
+enum class call_kind {
+    allocation, // malloc(), calloc(), realloc(), strdup(), strndup(), aligned_alloc(): no memory
+    zlib,       // deflateInit(), inflateInit(), inflate(): no memory
+    open,       // fopen(), opendir(): no descriptor is left
+    read,       // fread(), fgets(), readdir(): the medium fails, which is not the end of the file
+    write,      // fwrite() and what prints: the disk is full, nothing was taken
+    torn_write, // the same calls: the first half of the bytes reached the file
+    flush,      // fflush(): the disk is full, what was buffered is lost
+    close,      // fclose(), closedir(): the descriptor is gone all the same
+    remove,     // unlink(), remove()
+    rename,     // rename(), link()
+    sync,       // fsync(), fdatasync()
+};
+inline constexpr int call_kinds = 11;
+
+// While it lives, the n-th call of a kind from now on fails: only that one, or also all that
+// follow. There is one at a time.
+class failing_call
 {
 public:
     enum duration { once, for_ever };
 
-    explicit failing_allocation(int n, duration how_long = once);
-    failing_allocation(const failing_allocation &) = delete;
-    failing_allocation &operator=(const failing_allocation &) = delete;
-    ~failing_allocation();
+    // With n = 0 nothing fails and calls are counted only.
+    explicit failing_call(call_kind kind, int n, duration how_long = once);
+    failing_call(const failing_call &) = delete;
+    failing_call &operator=(const failing_call &) = delete;
+    ~failing_call();
 
-    // Whether the call got as far as the n-th allocation.
+    // Whether it came to the n-th call.
     static bool happened();
+    // How many calls of a kind there were, failed ones included.
+    static int count(call_kind kind);
+};
+
+// The same for allocations.
+class failing_allocation : public failing_call
+{
+public:
+    explicit failing_allocation(int n, duration how_long = once)
+        : failing_call(call_kind::allocation, n, how_long)
+    {
+    }
 };
 
 // While it lives, the n-th call of deflate() or inflate() from now on does nothing and returns
@@ -29,5 +59,9 @@ public:
     failing_zlib &operator=(const failing_zlib &) = delete;
     ~failing_zlib();
 };
+
+// How many blocks of memory are allocated and not freed: only the change from one point to another
+// tells something.
+long count_live_blocks();
 
 #endif
