@@ -5,6 +5,7 @@
 
 #include <vesk/error.h>
 #include <vesk/sensor_array.h>
+#include <vesk/sensors.h>
 
 #include "common/aborts.hpp"
 #include "common/failing_calls.hpp"
@@ -106,12 +107,12 @@ TEST(SensorArray, SetsEntriesForAllCopies)
     sensor_array *copy = sensor_array_copy(array);
     EXPECT_EQ(0, sensor_array_set(array, 0, sensor_create("disk")));
     EXPECT_EQ("disk", name_of(sensor_array_get(copy, 0)));
-    // The entry was destroyed, its name is gone: a new one is another object in a registry that
-    // would otherwise hand out two references.
-    sensor *fan = sensor_create("fan");
-    sensor_destroy(&fan);
     sensor_array_destroy(&array);
     sensor_array_destroy(&copy);
+    // The old entry was destroyed as well: the registry is empty and has no buckets.
+    sensor stray = {1, nullptr, 0, nullptr};
+    stray.canonical = &stray;
+    EXPECT_ABORTS(sensors_destroy_sensor(&stray), "_sensors.buckets != ((void *)0)");
 }
 
 TEST(SensorArray, CopiesNullArraysToNullArrays)
