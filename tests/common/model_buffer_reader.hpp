@@ -20,6 +20,7 @@ public:
             content_ += stream.content;
             damaged_ = stream.damaged;
             damage_shows_early_ = stream.damage_shows_early;
+            torn_ = !stream.complete;
         }
     }
 
@@ -37,6 +38,7 @@ public:
                     return -6;
                 }
                 if (!read_record()) {
+                    whole_ = !torn_;
                     return 0;
                 }
             }
@@ -48,6 +50,8 @@ public:
     // Whether opening succeeds, whatever comes behind the first record.
     bool opened() const { return opened_; }
     uint32_t values() const { return values_; }
+    // Whether the file was read to its end and has no torn end that reading takes for a clean one.
+    bool is_whole() const { return whole_; }
 
 private:
     struct failure {
@@ -126,6 +130,7 @@ private:
             require(!read_record() || type_ == 1, -4);
         } catch (const failure &stopped) {
             require(stopped.code == -43, stopped.code);
+            torn_ = true;
         }
     }
     // False at the end.
@@ -209,7 +214,9 @@ private:
     std::size_t position_ = 0;
     bool damaged_ = false;
     bool damage_shows_early_ = false;
+    bool torn_ = false;
     bool opened_ = false;
+    bool whole_ = false;
     uint32_t kind_ = 0;
     uint32_t capacity_ = 0;
     uint32_t version_ = 0;
