@@ -30,7 +30,7 @@ int LLVMFuzzerInitialize(int *argc, char ***argv)
         if (word.starts_with(prefix)) {
             has_prefix = true;
             word = prefix + (std::filesystem::current_path() / word.substr(prefix.size())).string();
-        } else if (!word.starts_with('-')) {
+        } else if (&word != &words.front() && !word.starts_with('-')) {
             word = std::filesystem::absolute(word);
         }
     }
