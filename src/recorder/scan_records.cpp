@@ -93,17 +93,22 @@ std::size_t _vesk_measure_record(uint32_t buffer_kind, const unsigned char *byte
     return at.ok() ? at.position() : 0;
 }
 
+std::size_t _vesk_measure_records(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n)
+{
+    std::size_t at = 0;
+    while (at < n) {
+        const std::size_t length = _vesk_measure_record(buffer_kind, bytes + at, n - at);
+        if (length == 0) {
+            break;
+        }
+        at += length;
+    }
+    return at;
+}
+
 bool _vesk_are_records(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n)
 {
-    while (n > 0) {
-        const std::size_t length = _vesk_measure_record(buffer_kind, bytes, n);
-        if (length == 0) {
-            return false;
-        }
-        bytes += length;
-        n -= length;
-    }
-    return true;
+    return _vesk_measure_records(buffer_kind, bytes, n) == n;
 }
 
 // --- making

@@ -91,6 +91,9 @@ struct scanned_record {
 // not begin with a whole one.
 std::size_t _vesk_measure_record(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n);
 
+// How many of the bytes are whole records, from the first byte on; `n` when they are nothing else.
+std::size_t _vesk_measure_records(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n);
+
 // Whether `bytes` are nothing but whole records.
 bool _vesk_are_records(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n);
 

@@ -194,6 +194,7 @@ public:
                 result = show_stream(at);
                 at += decoder_.length();
             } else {
+                charge_decoding();
                 result = skip_damage(bytes, size, end, &at);
             }
         }
@@ -209,6 +210,13 @@ private:
         return length >= tail && strcmp(filename + length - tail, suffix) == 0
                    ? VESK_BUFFER_TYPE_HIST
                    : VESK_BUFFER_TYPE_CURRENT;
+    }
+
+    // What was decoded for nothing counts against the budget.
+    void charge_decoding()
+    {
+        const std::size_t spent = decoder_.length() + decoder_.content().size() + 1;
+        budget_ -= std::min(budget_, spent);
     }
 
     // Shows the bytes from *at to the next complete stream, or to the end, as damage.
@@ -234,8 +242,7 @@ private:
                 decoder_.content().bytes()[0] <= 1) {
                 break;
             }
-            const std::size_t spent = decoder_.length() + decoder_.content().size() + 1;
-            budget_ -= std::min(budget_, spent);
+            charge_decoding();
         }
         vesk_scan_item item = {};
         item.kind = VESK_SCAN_DAMAGE;
@@ -364,11 +371,15 @@ private:
     std::size_t measure_fragment(const unsigned char *content, std::size_t n)
     {
         for (std::size_t length = 1; length < n && budget_ > 0; ++length) {
-            if (content[length] <= 1 &&
-                _vesk_are_records(buffer_kind_, content + length, n - length)) {
+            const std::size_t rest = n - length;
+            const std::size_t records =
+                content[length] <= 1 ? _vesk_measure_records(buffer_kind_, content + length, rest)
+                                     : 0;
+            if (records == rest) {
                 return length;
             }
-            --budget_;
+            // Many records that lead nowhere cost as much as their bytes, at each of them.
+            budget_ -= std::min(budget_, records + 1);
         }
         return n;
     }
