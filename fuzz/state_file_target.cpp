@@ -6,6 +6,7 @@
 
 #include <vesk/error.h>
 #include <vesk/vesk.h>
+#include <vesk/vesk_scan.h>
 
 #include "common/memory_streams.hpp"
 #include "common/telemetry.hpp"
@@ -78,12 +79,14 @@ static void _put_buffers()
     }
 }
 
-// Reads the input from memory. Returns the result, or 1 when it ended with an abort.
+static constexpr int reading_aborted = 1; // no result of a read: a state has more bytes
+
+// Reads the input from memory. Returns the result or reading_aborted.
 static int _read(std::string_view input)
 {
     memory_reader source{std::string(input)};
     memory_writer copy;
-    int result = 1;
+    int result = reading_aborted;
     guarded({.documented_aborts = reading_aborts}, [&] {
         vesk *box = vesk_create_null();
         const int nread = binary_serializer_read_vesk(box, source.get());
@@ -103,14 +106,38 @@ static int _read(std::string_view input)
     return result;
 }
 
+// The scanner says of the state file what the reader says, without aborting.
+static void _scan(int read_result)
+{
+    guarded({}, [&] {
+        vesk_state_summary summary;
+        const int error = vesk_scan_state("r.state", &summary);
+        expect_equal(error, summary.error, "the summary tells the result");
+        if (read_result > reading_aborted) {
+            expect_equal(0, error, "what can be read is good");
+            expect_equal(summary.num_names + 7, summary.fields, "a good state has all fields");
+        } else if (read_result == reading_aborted) {
+            expect_equal(-48, error, "an early end is told");
+        } else if (read_result == -12 || read_result == -43) {
+            expect_equal(read_result == -43 ? -48 : -12, error, "the reason is told");
+        }
+        vesk_state_summary_destruct(&summary);
+        const auto visit = [](const vesk_scan_file *file, void * /*context*/) {
+            expect(file->filename != nullptr && (file->missing == 0 || file->size == 0),
+                   "a file has a name");
+            return 0;
+        };
+        expect_equal(0, vesk_scan_files("r", visit, nullptr), "the files are listed");
+    });
+}
+
 // The recorder is opened and written to until a write fails, and closed.
-static void _go_on(std::string_view input)
+static void _go_on()
 {
     std::array<owned_matrix, 4> vectors;
     for (std::size_t i = 0; i < vectors.size(); ++i) {
         vectors[i] = make_vector(2000 + static_cast<long>(i), {{"cpu", 1}, {"fan", 2}});
     }
-    put_file("r.state", input);
     guarded({.documented_aborts = rotation_aborts}, [&] {
         vesk *box = vesk_open("r");
         int result = 0;
@@ -123,9 +150,8 @@ static void _go_on(std::string_view input)
 }
 
 // A recorder of which only a part can be read is opened and closed.
-static void _open_in_part(std::string_view input)
+static void _open_in_part()
 {
-    put_file("r.state", input);
     guarded({.documented_aborts = partial_aborts}, [&] {
         qe_set_last_error(0);
         vesk *box = vesk_open("r");
@@ -146,11 +172,13 @@ static void _run(std::string_view input)
         are_buffers_there = true;
     }
     const int result = _read(input);
-    if (result > 0) {
-        _go_on(input);
+    put_file("r.state", input);
+    _scan(result);
+    if (result > reading_aborted) {
+        _go_on();
         _put_buffers();
     } else {
-        _open_in_part(input);
+        _open_in_part();
     }
 }
 
