@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <dirent.h>
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -642,7 +643,12 @@ int find_orphans(const char *base, const vesk_state_summary &summary, orphan_lis
     if (!folder) {
         return QE_ERROR_OPEN;
     }
-    while (const dirent *entry = readdir(folder.get())) {
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(folder.get());
+        if (entry == nullptr) {
+            break;
+        }
         const auto left = sizeof path - folder_length;
         buffer_name name;
         if (snprintf(path + folder_length, left, "%s", entry->d_name) >= static_cast<int>(left) ||
@@ -653,6 +659,10 @@ int find_orphans(const char *base, const vesk_state_summary &summary, orphan_lis
         if (added < 0) {
             return added;
         }
+    }
+    // Only this tells a folder that could not be read from its end.
+    if (errno != 0) {
+        return QE_ERROR_OPEN;
     }
     orphans->sort();
     return 0;
