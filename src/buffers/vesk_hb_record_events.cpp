@@ -7,7 +7,7 @@
 //   n_type3_events    4 bytes
 //   n_type5_events    4 bytes
 //
-// The order of the counters is that of the first release of the format.
+// The counter of type 4 stands second: the order is part of the format.
 
 #include <vesk/vesk_hb_record_events.h>
 

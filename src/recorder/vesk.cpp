@@ -572,7 +572,7 @@ static void _read_counts(field_reader *fields, vesk *recorder)
         (recorder->num_cb_samples == 0 || recorder->num_cb_samples % 2 != 0)) {
         fields->fail(QE_ERROR_MALFORMED);
     }
-    // Old files may have an odd number of intervals, which vesk_create() refuses.
+    // An odd number of intervals is read, although vesk_create() refuses it.
     if (fields->u32(&recorder->num_hb_intervals).ok() &&
         (recorder->num_hb_intervals == 0 ||
          recorder->num_cb_samples % recorder->num_hb_intervals != 0)) {
