@@ -232,14 +232,15 @@ DIR *__wrap_opendir(const char *path)
 
 size_t __wrap_fread(void *to, size_t size, size_t n, FILE *fp)
 {
-    return _fails(call_kind::read) ? _fail_on<FILE, size_t>(fp, EIO, 0)
-                                   : __real_fread(to, size, n, fp);
+    // Behind the end, the medium is not asked any more.
+    return feof(fp) == 0 && _fails(call_kind::read) ? _fail_on<FILE, size_t>(fp, EIO, 0)
+                                                    : __real_fread(to, size, n, fp);
 }
 
 char *__wrap_fgets(char *to, int size, FILE *fp)
 {
-    return _fails(call_kind::read) ? _fail_on<FILE, char *>(fp, EIO, nullptr)
-                                   : __real_fgets(to, size, fp);
+    return feof(fp) == 0 && _fails(call_kind::read) ? _fail_on<FILE, char *>(fp, EIO, nullptr)
+                                                    : __real_fgets(to, size, fp);
 }
 
 dirent *__wrap_readdir(DIR *folder)

@@ -12,9 +12,11 @@
 class temporary_directory
 {
 public:
-    temporary_directory()
+    temporary_directory() : temporary_directory(std::filesystem::temp_directory_path()) {}
+    // In another folder than the system's one for temporary files.
+    explicit temporary_directory(const std::filesystem::path &parent)
     {
-        std::string pattern = std::filesystem::temp_directory_path() / "vesk-test-XXXXXX";
+        std::string pattern = parent / "vesk-test-XXXXXX";
         path_ = mkdtemp(pattern.data());
     }
     temporary_directory(const temporary_directory &) = delete;
