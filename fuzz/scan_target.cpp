@@ -152,7 +152,7 @@ static bool _is_whole(uint32_t kind, std::string_view file)
 {
     constexpr std::size_t most_streams = 32;
     const std::vector<zlib_stream> streams = split_zlib_streams(file);
-    return streams.size() <= most_streams &&
+    return !streams.empty() && streams.size() <= most_streams &&
            std::all_of(streams.begin(), streams.end(), [=](const zlib_stream &stream) {
                model_buffer_reader model(file.substr(0, stream.offset + stream.length));
                return model.read_all(kind) == 0 && model.is_whole();
