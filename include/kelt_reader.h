@@ -12,7 +12,7 @@
  * - A line is a header when something other than digits and ",-./:" stands in it, and one of these
  *   words occurs from there on: SSC ssc SB sb Temp temp PS ps VDC vdc N0 n0 CORE core CPU cpu DISK
  *   disk READ read WRITE write IDLE idle V_ v_ T_ t_ POWER power PACKET packet. It also is one when
- *   "::" stands right before that place, as in ::SENSOR0.
+ *   "::" stands right before that place, as in "::SENSOR0".
  */
 #ifndef VESK_KELT_READER_H
 #define VESK_KELT_READER_H

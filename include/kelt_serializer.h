@@ -26,9 +26,9 @@ extern "C" {
  * Writes a matrix of any type through @p writer, which is one of kelt_writer.h. A header is written
  * when the sensors are not those of the latest header of that writer.
  *
- * A regular or transposed matrix is written with sensors ::SENSOR0, ::SENSOR1 and so on, and with
- * timestamps one second apart from 20070101:00:00:00 on. This enables direct access to it, and so
- * turns a view into a regular matrix, see matrix_enable_direct_access(); its values stay.
+ * A regular or transposed matrix is written with sensors "::SENSOR0", "::SENSOR1" and so on, and
+ * with timestamps one second apart from 20070101:00:00:00 on. This enables direct access to it, and
+ * so turns a view into a regular matrix, see matrix_enable_direct_access(); its values stay.
  *
  * Aborts with "m != ((void *)0)"; with "m->type > 0" on a null record; with
  * "writer->type == WRITER_TYPE_KELT" on any other writer; with "nbytes <= sizeof (line)" on a line
