@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <dirent.h>
-#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -10,7 +8,9 @@
 #include <vesk/vesk_scan.h>
 
 #include "io/zlib_format.hpp"
+#include "recorder/box_files.hpp"
 #include "recorder/scan_records.hpp"
+#include "support/growing_list.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
@@ -21,36 +21,7 @@
 namespace
 {
 
-// Bytes that grow as they come.
-class byte_store
-{
-public:
-    const unsigned char *bytes() const { return bytes_.get(); }
-    std::size_t size() const { return size_; }
-    void clear() { size_ = 0; }
-
-    // Room for `n` more bytes; null without memory.
-    unsigned char *reserve(std::size_t n)
-    {
-        if (n > capacity_ - size_) {
-            const std::size_t capacity = std::max(2 * capacity_, size_ + n);
-            auto *larger = static_cast<unsigned char *>(realloc(bytes_.get(), capacity));
-            if (larger == nullptr) {
-                return nullptr;
-            }
-            (void)bytes_.release();
-            bytes_.reset(larger);
-            capacity_ = capacity;
-        }
-        return bytes_.get() + size_;
-    }
-    void add(std::size_t n) { size_ += n; }
-
-private:
-    owned_memory<unsigned char> bytes_;
-    std::size_t size_ = 0;
-    std::size_t capacity_ = 0;
-};
+using byte_store = growing_list<unsigned char>;
 
 } // namespace
 
@@ -240,7 +211,7 @@ private:
             }
             // A record, tagged or a bare event, is what every stream of a buffer begins with.
             if (found == stream_end::complete && decoder_.content().size() > 0 &&
-                decoder_.content().bytes()[0] <= 1) {
+                decoder_.content().begin()[0] <= 1) {
                 break;
             }
             charge_decoding();
@@ -259,7 +230,7 @@ private:
 
     int show_stream(std::size_t offset)
     {
-        const unsigned char *content = decoder_.content().bytes();
+        const unsigned char *content = decoder_.content().begin();
         const std::size_t n = decoder_.content().size();
         vesk_scan_item item = {};
         item.offset = offset;
@@ -428,7 +399,7 @@ int vesk_scan_buffer(const char *filename, vesk_scan_visitor visit, void *contex
     if (loaded < 0) {
         return loaded;
     }
-    return buffer_scan(filename, visit, context).run(file.bytes(), file.size());
+    return buffer_scan(filename, visit, context).run(file.begin(), file.size());
 }
 
 // --- the state file
@@ -517,7 +488,7 @@ int vesk_scan_state(const char *filename, vesk_state_summary *summary)
     summary->error = _load_file(filename, &file);
     summary->size = file.size();
     if (summary->error == 0) {
-        byte_cursor at(file.bytes(), file.size());
+        byte_cursor at(file.begin(), file.size());
         summary->error = _scan_state_fields(&at, summary);
     }
     return summary->error;
@@ -540,132 +511,11 @@ void vesk_state_summary_destruct(vesk_state_summary *summary)
 namespace
 {
 
-constexpr std::size_t max_filename = 4096;
-
-// What the name of a buffer file says: BASE.NUMBER.cbuf.z or BASE.NUMBER.hbuf.z.
-struct buffer_name {
-    uint32_t kind = 0;
-    uint32_t number = 0;
-};
-
-// False when `name` does not begin with `base` and go on as the name of a buffer.
-bool parse_buffer_name(const char *name, const char *base, buffer_name *parsed)
-{
-    const std::size_t length = strlen(base);
-    if (strncmp(name, base, length) != 0) {
-        return false;
-    }
-    char canonical[max_filename];
-    for (const uint32_t kind : {VESK_BUFFER_TYPE_CURRENT, VESK_BUFFER_TYPE_HIST}) {
-        if (sscanf(name + length, ".%u.", &parsed->number) != 1) {
-            return false;
-        }
-        const char *suffix = kind == VESK_BUFFER_TYPE_CURRENT ? "cbuf" : "hbuf";
-        snprintf(canonical, sizeof canonical, "%s.%u.%s.z", base, parsed->number, suffix);
-        if (strcmp(name, canonical) == 0) {
-            parsed->kind = kind;
-            return true;
-        }
-    }
-    return false;
-}
-
-struct orphan {
-    char *filename;
-    buffer_name name;
-};
-
-// The buffer files beside a box that its state file does not name, by number.
-class orphan_list
-{
-public:
-    orphan_list() = default;
-    orphan_list(const orphan_list &) = delete;
-    orphan_list &operator=(const orphan_list &) = delete;
-    ~orphan_list()
-    {
-        for (orphan &entry : *this) {
-            free(entry.filename);
-        }
-        free(entries_);
-    }
-
-    orphan *begin() { return entries_; }
-    orphan *end() { return entries_ + n_; }
-
-    int add(const char *filename, const buffer_name &name)
-    {
-        auto *larger = static_cast<orphan *>(realloc(entries_, (n_ + 1) * sizeof(orphan)));
-        if (larger == nullptr) {
-            return QE_ERROR_NO_MEMORY;
-        }
-        entries_ = larger;
-        entries_[n_] = {strdup(filename), name};
-        if (entries_[n_].filename == nullptr) {
-            return QE_ERROR_NO_MEMORY;
-        }
-        ++n_;
-        return 0;
-    }
-
-    void sort()
-    {
-        std::sort(begin(), end(), [](const orphan &a, const orphan &b) {
-            return a.name.number != b.name.number ? a.name.number < b.name.number
-                                                  : a.name.kind < b.name.kind;
-        });
-    }
-
-private:
-    orphan *entries_ = nullptr;
-    std::size_t n_ = 0;
-};
-
-void close_folder(DIR *folder)
-{
-    (void)closedir(folder);
-}
-using owned_folder = owner<DIR, close_folder>;
-
 bool is_named(const vesk_state_summary &summary, const char *filename)
 {
-    return std::any_of(summary.names, summary.names + summary.num_names,
-                       [=](const char *name) { return strcmp(name, filename) == 0; });
-}
-
-int find_orphans(const char *base, const vesk_state_summary &summary, orphan_list *orphans)
-{
-    const char *slash = strrchr(base, '/');
-    const auto folder_length = slash == nullptr ? 0 : static_cast<std::size_t>(slash - base) + 1;
-    char path[max_filename];
-    snprintf(path, sizeof path, "%.*s", static_cast<int>(folder_length), base);
-    const owned_folder folder(opendir(folder_length == 0 ? "." : path));
-    if (!folder) {
-        return QE_ERROR_OPEN;
-    }
-    for (;;) {
-        errno = 0;
-        const dirent *entry = readdir(folder.get());
-        if (entry == nullptr) {
-            break;
-        }
-        const auto left = sizeof path - folder_length;
-        buffer_name name;
-        if (snprintf(path + folder_length, left, "%s", entry->d_name) >= static_cast<int>(left) ||
-            !parse_buffer_name(path, base, &name) || is_named(summary, path)) {
-            continue;
-        }
-        const int added = orphans->add(path, name);
-        if (added < 0) {
-            return added;
-        }
-    }
-    // Only this tells a folder that could not be read from its end.
-    if (errno != 0) {
-        return QE_ERROR_OPEN;
-    }
-    orphans->sort();
-    return 0;
+    return std::any_of(summary.names, summary.names + summary.num_names, [=](const char *name) {
+        return strcmp(name, filename) == 0 || _vesk_is_same_file(name, filename);
+    });
 }
 
 int show_file(const char *filename, const buffer_name &name, vesk_scan_role role,
@@ -704,22 +554,24 @@ int vesk_scan_files(const char *filename, int (*visit)(const vesk_scan_file *fil
         return QE_ERROR_LIMIT;
     }
     vesk_state_summary summary;
-    orphan_list orphans;
+    buffer_names found;
     int result = vesk_scan_state(state_filename, &summary) == QE_ERROR_NO_MEMORY
                      ? QE_ERROR_NO_MEMORY
-                     : find_orphans(filename, summary, &orphans);
+                     : _vesk_list_buffer_names(filename, "", &found);
     for (uint32_t i = 0; i < summary.num_names && result == 0; ++i) {
         const vesk_scan_role role = role_of(summary, i);
         buffer_name name;
-        if (!parse_buffer_name(summary.names[i], summary.filename, &name)) {
+        if (!_vesk_parse_buffer_name(summary.names[i], summary.filename, &name)) {
             name.kind =
                 role == VESK_SCAN_HISTORY ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
         }
         result = show_file(summary.names[i], name, role, visit, context);
     }
-    for (const orphan &entry : orphans) {
-        if (result == 0) {
-            result = show_file(entry.filename, entry.name, VESK_SCAN_ORPHAN, visit, context);
+    char path[max_filename];
+    for (const buffer_name &name : found) {
+        if (result == 0 && _vesk_format_buffer_name(path, filename, name) &&
+            !is_named(summary, path)) {
+            result = show_file(path, name, VESK_SCAN_ORPHAN, visit, context);
         }
     }
     vesk_state_summary_destruct(&summary);

@@ -1,0 +1,40 @@
+// A writer that keeps what it is given. Forms are put together in memory with it where they must
+// be looked at, or be complete, before they go anywhere.
+#ifndef VESK_IO_MEMORY_WRITER_HPP
+#define VESK_IO_MEMORY_WRITER_HPP
+
+#include <vesk/error.h>
+#include <vesk/writer.h>
+
+#include "support/growing_list.hpp"
+
+using byte_list = growing_list<unsigned char>;
+
+class memory_writer
+{
+public:
+    // Appends to `bytes`, which outlive the writer.
+    explicit memory_writer(byte_list *bytes)
+    {
+        base_.version = 1;
+        base_.type = WRITER_TYPE_RAW;
+        base_.writer = bytes;
+        base_.fn_destruct = [](void *) { return 0; };
+        base_.fn_write_bytes = [](void *to, const void *buffer, uint32_t n) {
+            return static_cast<byte_list *>(to)->append(static_cast<const unsigned char *>(buffer),
+                                                        n)
+                       ? static_cast<int>(n)
+                       : static_cast<int>(QE_ERROR_NO_MEMORY);
+        };
+        base_.fn_flush = [](void *) { return 0; };
+    }
+    memory_writer(const memory_writer &) = delete;
+    memory_writer &operator=(const memory_writer &) = delete;
+
+    writer *get() { return &base_; }
+
+private:
+    writer base_ = {};
+};
+
+#endif
