@@ -20,6 +20,32 @@ stat_item tick_items[] = {STAT_TIC_ID,     STAT_TIC_USER,    STAT_TIC_NICE,
                           STAT_TIC_SYSTEM, STAT_TIC_IDLE,    STAT_TIC_IOWAIT,
                           STAT_TIC_IRQ,    STAT_TIC_SOFTIRQ, STAT_TIC_STOLEN};
 
+// libproc2 remembers disks that are gone. It is asked anew each time; its differences are not used.
+template <typename Info, int (*open)(Info **), int (*close)(Info **)>
+class handle
+{
+public:
+    handle()
+    {
+        if (open(&info_) < 0) {
+            info_ = nullptr;
+        }
+    }
+    handle(const handle &) = delete;
+    handle &operator=(const handle &) = delete;
+    ~handle()
+    {
+        if (info_ != nullptr) {
+            close(&info_);
+        }
+    }
+    explicit operator bool() const { return info_ != nullptr; }
+    Info *get() const { return info_; }
+
+private:
+    Info *info_ = nullptr;
+};
+
 processor_ticks ticks_of(const stat_stack &stack)
 {
     const stat_result *r = stack.head;
@@ -73,38 +99,17 @@ void measure_disk(const std::string &name, const disk_counts &counts, measuremen
     add("queue_length", counts.weighted_ms, 0.001);
 }
 
-procps_source::procps_source()
+namespace
 {
-    procps_stat_new(&stat_);
-    procps_meminfo_new(&meminfo_);
-    procps_vmstat_new(&vmstat_);
-    procps_diskstats_new(&diskstats_);
-}
 
-procps_source::~procps_source()
+void measure_processors(measurements &out)
 {
-    procps_stat_unref(&stat_);
-    procps_meminfo_unref(&meminfo_);
-    procps_vmstat_unref(&vmstat_);
-    procps_diskstats_unref(&diskstats_);
-}
-
-void procps_source::measure(measurements &out)
-{
-    measure_processors(out);
-    measure_load(out);
-    measure_memory(out);
-    measure_paging(out);
-    measure_disks(out);
-}
-
-void procps_source::measure_processors(measurements &out)
-{
-    if (stat_ == nullptr) {
+    const handle<stat_info, procps_stat_new, procps_stat_unref> info;
+    if (!info) {
         return;
     }
     const stat_reaped *found =
-        procps_stat_reap(stat_, STAT_REAP_CPUS_ONLY, tick_items, std::size(tick_items));
+        procps_stat_reap(info.get(), STAT_REAP_CPUS_ONLY, tick_items, std::size(tick_items));
     if (found == nullptr) {
         return;
     }
@@ -115,7 +120,7 @@ void procps_source::measure_processors(measurements &out)
     }
     stat_item items[] = {STAT_SYS_CTX_SWITCHES, STAT_SYS_INTERRUPTS, STAT_SYS_PROC_CREATED,
                          STAT_SYS_PROC_RUNNING, STAT_SYS_PROC_BLOCKED};
-    const stat_stack *kernel = procps_stat_select(stat_, items, std::size(items));
+    const stat_stack *kernel = procps_stat_select(info.get(), items, std::size(items));
     if (kernel == nullptr) {
         return;
     }
@@ -126,7 +131,7 @@ void procps_source::measure_processors(measurements &out)
     add_gauge(out, "::kernel.blocked", static_cast<double>(kernel->head[4].result.ul_int));
 }
 
-void procps_source::measure_load(measurements &out)
+void measure_load(measurements &out)
 {
     double one = 0;
     double five = 0;
@@ -139,7 +144,7 @@ void procps_source::measure_load(measurements &out)
     add_gauge(out, "::load.15min", fifteen);
 }
 
-void procps_source::measure_memory(measurements &out)
+void measure_memory(measurements &out)
 {
     struct entry {
         const char *name;
@@ -159,14 +164,15 @@ void procps_source::measure_memory(measurements &out)
         {"::swap.total_bytes", MEMINFO_SWAP_TOTAL},
         {"::swap.used_bytes", MEMINFO_SWAP_USED},
     }};
-    if (meminfo_ == nullptr) {
+    const handle<meminfo_info, procps_meminfo_new, procps_meminfo_unref> info;
+    if (!info) {
         return;
     }
     meminfo_item items[entries.size()];
     for (std::size_t i = 0; i < entries.size(); ++i) {
         items[i] = entries[i].item;
     }
-    const meminfo_stack *found = procps_meminfo_select(meminfo_, items, std::size(items));
+    const meminfo_stack *found = procps_meminfo_select(info.get(), items, std::size(items));
     if (found == nullptr) {
         return;
     }
@@ -176,14 +182,15 @@ void procps_source::measure_memory(measurements &out)
     }
 }
 
-void procps_source::measure_paging(measurements &out)
+void measure_paging(measurements &out)
 {
-    if (vmstat_ == nullptr) {
+    const handle<vmstat_info, procps_vmstat_new, procps_vmstat_unref> info;
+    if (!info) {
         return;
     }
     vmstat_item items[] = {VMSTAT_PGFAULT, VMSTAT_PGMAJFAULT, VMSTAT_PSWPIN, VMSTAT_PSWPOUT,
                            VMSTAT_OOM_KILL};
-    const vmstat_stack *found = procps_vmstat_select(vmstat_, items, std::size(items));
+    const vmstat_stack *found = procps_vmstat_select(info.get(), items, std::size(items));
     if (found == nullptr) {
         return;
     }
@@ -194,15 +201,16 @@ void procps_source::measure_paging(measurements &out)
     add_counter(out, "::mem.oom_kills_per_s", found->head[4].result.ul_int);
 }
 
-void procps_source::measure_disks(measurements &out)
+void measure_disks(measurements &out)
 {
-    if (diskstats_ == nullptr) {
+    const handle<diskstats_info, procps_diskstats_new, procps_diskstats_unref> info;
+    if (!info) {
         return;
     }
     diskstats_item items[] = {
         DISKSTATS_NAME,   DISKSTATS_TYPE,          DISKSTATS_READS,   DISKSTATS_READ_SECTORS,
         DISKSTATS_WRITES, DISKSTATS_WRITE_SECTORS, DISKSTATS_IO_TIME, DISKSTATS_WEIGHTED_TIME};
-    const diskstats_reaped *found = procps_diskstats_reap(diskstats_, items, std::size(items));
+    const diskstats_reaped *found = procps_diskstats_reap(info.get(), items, std::size(items));
     if (found == nullptr) {
         return;
     }
@@ -215,6 +223,17 @@ void procps_source::measure_disks(measurements &out)
                          out);
         }
     }
+}
+
+} // namespace
+
+void measure_procps(measurements &out)
+{
+    measure_processors(out);
+    measure_load(out);
+    measure_memory(out);
+    measure_paging(out);
+    measure_disks(out);
 }
 
 } // namespace cli

@@ -3,15 +3,9 @@
 #define VESK_CLI_MACHINE_PROCPS_HPP
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "measurement.hpp"
-
-struct stat_info;
-struct meminfo_info;
-struct vmstat_info;
-struct diskstats_info;
 
 namespace cli
 {
@@ -30,29 +24,9 @@ void measure_processor(const std::string &name, const processor_ticks &ticks, me
 // A disk that was never used is left out: unused loop devices are listed by the dozen.
 void measure_disk(const std::string &name, const disk_counts &counts, measurements &out);
 
-class procps_source
-{
-public:
-    procps_source();
-    procps_source(const procps_source &) = delete;
-    procps_source &operator=(const procps_source &) = delete;
-    ~procps_source();
-
-    // Adds what can be read; a part that cannot is left out.
-    void measure(measurements &out);
-
-private:
-    void measure_processors(measurements &out);
-    void measure_load(measurements &out);
-    void measure_memory(measurements &out);
-    void measure_paging(measurements &out);
-    void measure_disks(measurements &out);
-
-    struct stat_info *stat_ = nullptr;
-    struct meminfo_info *meminfo_ = nullptr;
-    struct vmstat_info *vmstat_ = nullptr;
-    struct diskstats_info *diskstats_ = nullptr;
-};
+// Adds what can be read of processors, load, memory, paging and disks; a part that cannot is left
+// out.
+void measure_procps(measurements &out);
 
 } // namespace cli
 

@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "proc_files.hpp"
+#include "procps.hpp"
 
 namespace cli
 {
@@ -34,7 +35,7 @@ snapshot sampler::take()
 {
     snapshot result;
     result.seconds = monotonic_seconds();
-    procps_.measure(result.taken);
+    measure_procps(result.taken);
     measure_network(root_, result.taken);
     measure_pressure(root_, result.taken);
     hwmon_.measure(result.taken);

@@ -6,7 +6,6 @@
 
 #include "hwmon.hpp"
 #include "measurement.hpp"
-#include "procps.hpp"
 
 namespace cli
 {
@@ -21,7 +20,6 @@ public:
 
 private:
     std::string root_;
-    procps_source procps_;
     hwmon_source hwmon_;
 };
 

@@ -1,10 +1,15 @@
 // The readings of the machine: arithmetic with made numbers, reading with a made tree of files, and
 // one look at the machine that the test runs on.
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <set>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "common/temporary_directory.hpp"
 #include "machine/hwmon.hpp"
@@ -298,6 +303,73 @@ TEST(Sampler, EveryNameAloneMakesAHeaderLine)
     for (const measurement &m : machine.take().taken) {
         EXPECT_TRUE(is_header_line("20240101:00:00:00," + m.name)) << m.name;
     }
+}
+
+// What becomes of a process that shows itself other disks than the machine has.
+enum : int { disks_followed = 0, disks_remembered = 1, not_allowed = 77 };
+
+bool knows_disk(const std::string &name)
+{
+    measurements out;
+    measure_procps(out);
+    const std::string first = "::disk." + name + ".reads_per_s";
+    return std::any_of(out.begin(), out.end(), [&](const auto &m) { return m.name == first; });
+}
+
+bool show_instead(const std::string &path, const char *of)
+{
+    return mount(path.c_str(), of, nullptr, MS_BIND, nullptr) == 0;
+}
+
+int look_at_disks_that_go(const temporary_directory &folder)
+{
+    const std::string listing = folder.file("diskstats");
+    const std::string kept = "   8       0 sda 1 2 3 4 5 6 7 8 9 10 11\n";
+    const std::string removed = "   8      16 sdb 1 2 3 4 5 6 7 8 9 10 11\n";
+    write_file(listing, kept + removed);
+    // What has no entry there is taken for a partition.
+    std::filesystem::create_directories(folder.file("block/sda"));
+    std::filesystem::create_directories(folder.file("block/sdb"));
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        !show_instead(listing, "/proc/diskstats") ||
+        !show_instead(folder.file("block"), "/sys/block")) {
+        return not_allowed;
+    }
+    const bool both = knows_disk("sda") && knows_disk("sdb");
+    write_file(listing, kept);
+    return both && knows_disk("sda") && !knows_disk("sdb") ? disks_followed : disks_remembered;
+}
+
+TEST(Sampler, ADiskThatIsGoneIsForgotten)
+{
+    const temporary_directory folder;
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(look_at_disks_that_go(folder));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == not_allowed) {
+        GTEST_SKIP() << "needs the right to mount";
+    }
+    EXPECT_EQ(WEXITSTATUS(status), disks_followed);
+}
+
+TEST(Sampler, LooksAtTheMachineLeaveNothingOpen)
+{
+    sampler machine;
+    machine.take();
+    const auto count = [] {
+        const std::filesystem::directory_iterator files("/proc/self/fd");
+        return std::distance(begin(files), end(files));
+    };
+    const auto before = count();
+    for (int i = 0; i < 20; ++i) {
+        machine.take();
+    }
+    EXPECT_EQ(count(), before);
 }
 
 } // namespace

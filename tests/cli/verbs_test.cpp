@@ -159,6 +159,7 @@ TEST_F(Verbs, AnEventInABufferIsNotRecordedOver)
 TEST_F(Verbs, ABoxHasRoomForTenThousandDifferentSensors)
 {
     std::vector<std::string> names;
+    names.reserve(9999);
     for (int i = 0; i < 9999; ++i) {
         names.push_back("::s" + std::to_string(i) + "x");
     }
