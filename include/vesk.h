@@ -30,10 +30,11 @@
  * 4. Failures. A vector that could not be written is not counted. When the call that failed had to
  *    move on to the next file first, the recorder should be closed and opened again: its state may
  *    be ahead of its files, and the next call may abort.
- * 5. Events. An event is stored without the type that precedes every other record. It stays in the
- *    file, but readers stop in front of it with -6: the buffer cannot be summarised any more, so
- * the call that would have to do it fails with -6 from then on, and so does opening a recorder
- * whose current buffer contains an event.
+ * 5. Events. vesk_write_tagged_event() stores an event as a record that readers take and the
+ * history counts. vesk_write_event() stores it without the type that precedes every other record:
+ * it stays in the file, but readers stop in front of it with -6. The buffer cannot be summarised
+ * any more, so the call that would have to do it fails with -6 from then on, and so does opening a
+ *    recorder whose current buffer contains such an event.
  * 6. One process at a time may have a recorder open, and nobody else may read its current buffer
  *    then. Nothing enforces this.
  */
@@ -139,7 +140,8 @@ VESK_API vesk *vesk_create_null(void);
 VESK_API int vesk_write_telemetry_vector(vesk *vesk, const matrix *vector);
 
 /**
- * Records @p event in the current buffer, also when that is full. See the fifth note above.
+ * Records @p event in the current buffer, also when that is full, in a form that readers do not
+ * take: see the fifth note above.
  *
  * Aborts as vesk_write_telemetry_vector() does, with "event != ((void *)0)".
  *
@@ -147,6 +149,23 @@ VESK_API int vesk_write_telemetry_vector(vesk *vesk, const matrix *vector);
  * buffer.
  */
 VESK_API int vesk_write_event(vesk *vesk, const vesk_cb_record_event *event);
+
+/**
+ * Records @p event in the current buffer, also when that is full, as a record with its type: it can
+ * be read back, and the history counts it in the interval of the next vector of its buffer. Behind
+ * the last vector of a full buffer it is in no interval: it goes with the file, uncounted.
+ *
+ * Right after vesk_create(), and after opening a recorder whose current buffer is empty, there is
+ * nothing yet that an event could follow (-4); it is to be written after the next vector.
+ *
+ * Aborts as vesk_write_telemetry_vector() does, with "event != ((void *)0)" or
+ * "event->version == ((char) 1)", and with "cbuf != ((void *)0)" in a recorder that was opened
+ * without its current buffer.
+ *
+ * @return 0 when the event is with the operating system; -6, -49 or -4 with nothing written, -41 or
+ * -42, as vesk_current_buffer_write_tagged_event() has them.
+ */
+VESK_API int vesk_write_tagged_event(vesk *vesk, const vesk_cb_record_event *event);
 
 /**
  * Closes the files of @p *vesk, frees it and sets it to null. The state file is not written.

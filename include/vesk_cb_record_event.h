@@ -63,6 +63,9 @@ VESK_API uint32_t vesk_cb_record_event_get_type(const vesk_cb_record_event *rec)
 /** @return the timestamp of @p rec, which stays part of it. */
 VESK_API timestamp *vesk_cb_record_event_get_timestamp(vesk_cb_record_event *rec);
 
+/** @return the text of @p rec, which stays part of it; null for a null event. */
+VESK_API const char *vesk_cb_record_event_get_text(const vesk_cb_record_event *rec);
+
 /**
  * @return 1 when both events have the same type, time and text, byte for byte; else 0. Null events
  * have no text to compare: they abort.

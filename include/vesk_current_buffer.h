@@ -105,8 +105,7 @@ VESK_API int vesk_current_buffer_write_telemetry_vector(vesk_current_buffer *cbu
  * The event is written as its bare form, without the record type that precedes every other record.
  * That is what the format has here, but no reader gets past it: vesk_current_buffer_read_record()
  * returns -6 at the event, and so does everything that reads the file to its end. Events that shall
- * be read back are written as tagged records, with binary_serializer_write_vesk_cb_record() to
- * `cbuf->writer`.
+ * be read back are written with vesk_current_buffer_write_tagged_event().
  *
  * @p event stays the caller's.
  *
@@ -116,6 +115,27 @@ VESK_API int vesk_current_buffer_write_telemetry_vector(vesk_current_buffer *cbu
  */
 VESK_API int vesk_current_buffer_write_event(vesk_current_buffer *cbuf,
                                              const vesk_cb_record_event *event);
+
+/**
+ * Appends an event as a record with its type, which readers take like any other, full buffer or
+ * not, and flushes. It does not count as a vector.
+ *
+ * Nothing is written unless the event can be read back and counted in the history, and unless the
+ * buffer holds a vector already: the first record of a file must name the sensors, or the file does
+ * not open. An event that comes earlier is to be kept until the next vector was written.
+ *
+ * @p event stays the caller's.
+ *
+ * Aborts with "event != ((void *)0)" or "event->version == ((char) 1)". A stream that zlib itself
+ * refused (-42) aborts on its next use with "zwriter->err == 0".
+ *
+ * @return 0 when the event is with the operating system. Before a byte is written: -6 the type is
+ * not 1 to 5, the time is null or cannot be stored, or there is no text; -49 the text has more than
+ * 10000 bytes; -4 the buffer holds no vector yet. Later: -41 the file takes no more; -42
+ * compression failed.
+ */
+VESK_API int vesk_current_buffer_write_tagged_event(vesk_current_buffer *cbuf,
+                                                    const vesk_cb_record_event *event);
 
 /**
  * Reads the next record into @p rec, which must be initialised and may hold the record before.

@@ -86,6 +86,13 @@ timestamp *vesk_cb_record_event_get_timestamp(vesk_cb_record_event *rec)
     return &rec->timestamp;
 }
 
+const char *vesk_cb_record_event_get_text(const vesk_cb_record_event *rec)
+{
+    VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
+    VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
+    return rec->text;
+}
+
 int vesk_cb_record_event_is_equal(const vesk_cb_record_event *rec1,
                                   const vesk_cb_record_event *rec2)
 {

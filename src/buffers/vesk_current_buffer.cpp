@@ -12,6 +12,7 @@
 #include <vesk/vesk_current_buffer.h>
 
 #include "buffers/buffer_file.hpp"
+#include "buffers/storable.hpp"
 
 static void _require_live(const vesk_current_buffer *cbuf)
 {
@@ -125,6 +126,35 @@ int vesk_current_buffer_write_event(vesk_current_buffer *cbuf, const vesk_cb_rec
         qe_set_last_error(flushed);
     }
     return written < 0 ? written : 0;
+}
+
+int vesk_current_buffer_write_tagged_event(vesk_current_buffer *cbuf,
+                                           const vesk_cb_record_event *event)
+{
+    _require_live(cbuf);
+    VESK_REQUIRE(cbuf->writer != nullptr, "cbuf->writer != ((void *)0)");
+    VESK_REQUIRE(event != nullptr, "event != ((void *)0)");
+    VESK_REQUIRE(event->version == 1, "event->version == ((char) 1)");
+    const int storable = check_storable_event(*event);
+    if (storable < 0) {
+        return storable == QE_ERROR_LIMIT ? storable : QE_ERROR_MALFORMED;
+    }
+    // Only a vector that was acknowledged proves that the names before it are in the file.
+    if (cbuf->num_data_records == 0) {
+        return QE_ERROR_UNKNOWN_KIND;
+    }
+    vesk_cb_record rec;
+    // The record is only written, and a payload that is not its own is left alone.
+    vesk_cb_record_init_event(&rec, const_cast<vesk_cb_record_event *>(event));
+    const int written = binary_serializer_write_vesk_cb_record(&rec, cbuf->writer);
+    vesk_cb_record_destruct(&rec);
+    const int flushed = writer_flush(cbuf->writer);
+    const int result = written < 0 ? written : flushed;
+    if (result < 0) {
+        return result;
+    }
+    drop_reader(cbuf);
+    return 0;
 }
 
 int vesk_current_buffer_read_record(vesk_current_buffer *cbuf, vesk_cb_record *rec)

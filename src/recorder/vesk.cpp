@@ -49,6 +49,7 @@ template <>
 struct stage_functions<vesk_zcf_state_c00> {
     static constexpr uint32_t state = VESK_ZCF_STATE_C00;
     static constexpr auto pointer = &vesk::c00;
+    static constexpr auto open_buffer = &vesk_zcf_state_c00::cbuf0;
     static constexpr const char *missing = "vesk->c00 != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->c00 != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_c00_create_null;
@@ -63,6 +64,7 @@ template <>
 struct stage_functions<vesk_zcf_state_cc0> {
     static constexpr uint32_t state = VESK_ZCF_STATE_CC0;
     static constexpr auto pointer = &vesk::cc0;
+    static constexpr auto open_buffer = &vesk_zcf_state_cc0::cbuf1;
     static constexpr const char *missing = "vesk->cc0 != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->cc0 != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_cc0_create_null;
@@ -77,6 +79,7 @@ template <>
 struct stage_functions<vesk_zcf_state_ccc> {
     static constexpr uint32_t state = VESK_ZCF_STATE_CCC;
     static constexpr auto pointer = &vesk::ccc;
+    static constexpr auto open_buffer = &vesk_zcf_state_ccc::cbuf2;
     static constexpr const char *missing = "vesk->ccc != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->ccc != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_ccc_create_null;
@@ -91,6 +94,7 @@ template <>
 struct stage_functions<vesk_zcf_state_hcc> {
     static constexpr uint32_t state = VESK_ZCF_STATE_HCC;
     static constexpr auto pointer = &vesk::hcc;
+    static constexpr auto open_buffer = &vesk_zcf_state_hcc::cbuf2;
     static constexpr const char *missing = "vesk->hcc != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->hcc != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_hcc_create_null;
@@ -540,6 +544,17 @@ int vesk_write_event(vesk *recorder, const vesk_cb_record_event *event)
     VESK_REQUIRE(event != nullptr, "event != ((void *)0)");
     return visit_stage(recorder->state, [&](auto functions) {
         return functions.write_event(require_stage(recorder, functions), event);
+    });
+}
+
+int vesk_write_tagged_event(vesk *recorder, const vesk_cb_record_event *event)
+{
+    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
+    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
+    VESK_REQUIRE(event != nullptr, "event != ((void *)0)");
+    return visit_stage(recorder->state, [&](auto functions) {
+        const auto *stage = require_stage(recorder, functions);
+        return vesk_current_buffer_write_tagged_event(stage->*functions.open_buffer, event);
     });
 }
 

@@ -48,6 +48,7 @@ TEST(CbRecordEvent, CopiesItsTimestampAndText)
     EXPECT_EQ(&event.timestamp, vesk_cb_record_event_get_timestamp(&event));
     EXPECT_EQ(1000, event.timestamp.tv.tv_sec);
     EXPECT_STREQ("door open", event.text);
+    EXPECT_EQ(event.text, vesk_cb_record_event_get_text(&event));
     vesk_cb_record_event_destruct(&event);
 }
 
@@ -57,6 +58,7 @@ TEST(CbRecordEvent, NullEventIsLiveAndEmpty)
     ASSERT_EQ(0, vesk_cb_record_event_init_null(&event));
     EXPECT_EQ(1, event.version);
     EXPECT_EQ(0U, vesk_cb_record_event_get_type(&event));
+    EXPECT_EQ(nullptr, vesk_cb_record_event_get_text(&event));
     EXPECT_NE(0, timestamp_is_null(vesk_cb_record_event_get_timestamp(&event)));
     EXPECT_EQ(nullptr, event.text);
     vesk_cb_record_event_destruct(&event);
@@ -247,6 +249,7 @@ TEST(CbRecordEvent, AbortsOnDeadEvents)
     EXPECT_ABORTS(vesk_cb_record_event_destruct(&dead), text);
     EXPECT_ABORTS(vesk_cb_record_event_get_type(&dead), text);
     EXPECT_ABORTS(vesk_cb_record_event_get_timestamp(&dead), text);
+    EXPECT_ABORTS(vesk_cb_record_event_get_text(&dead), text);
     EXPECT_ABORTS(write(&dead, target), text);
     EXPECT_ABORTS(binary_serializer_read_vesk_cb_record_event(&dead, source.get()), text);
     EXPECT_ABORTS(vesk_cb_record_event_is_equal(&dead, live.get()), "rec1->version == ((char) 1)");
@@ -259,6 +262,7 @@ TEST(CbRecordEvent, AbortsOnNullPointers)
     memory_writer target;
     memory_reader source("");
     EXPECT_ABORTS(vesk_cb_record_event_get_type(nullptr), "rec != ((void *)0)");
+    EXPECT_ABORTS(vesk_cb_record_event_get_text(nullptr), "rec != ((void *)0)");
     EXPECT_ABORTS(vesk_cb_record_event_get_timestamp(nullptr), "rec != ((void *)0)");
     EXPECT_ABORTS(vesk_cb_record_event_destruct(nullptr), "rec != ((void *)0)");
     EXPECT_ABORTS(vesk_cb_record_event_is_equal(nullptr, event.get()), "rec1 != ((void *)0)");

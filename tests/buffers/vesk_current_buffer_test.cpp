@@ -77,7 +77,23 @@ int write_event(vesk_current_buffer *cbuf, uint32_t type, long seconds, const st
     return vesk_current_buffer_write_event(cbuf, event.get());
 }
 
-// The form in which an event can be read back.
+int write_as_record(vesk_current_buffer *cbuf, uint32_t type, long seconds, const std::string &text)
+{
+    const owned_event event = make_event(type, seconds, text);
+    return vesk_current_buffer_write_tagged_event(cbuf, event.get());
+}
+
+// Incompressible texts of more than a block fail in the write itself, not in the flush.
+std::string noise()
+{
+    std::string text;
+    for (uint32_t x = 1; text.size() < 9000; x = x * 1664525 + 1013904223) {
+        text += static_cast<char>(x >> 24 == 0 ? 1 : x >> 24);
+    }
+    return text;
+}
+
+// The form in which an event can be read back, of whatever type.
 void write_tagged_event(vesk_current_buffer *cbuf, uint32_t type, long seconds,
                         const std::string &text)
 {
@@ -357,12 +373,7 @@ TEST_F(CurrentBuffer, AnEventThatDoesNotReachTheFileShowsOnlyInTheCell)
     qe_set_last_error(0);
     EXPECT_EQ(0, write_event(cbuf.get(), 1, 1, "lost"));
     EXPECT_EQ(-41, qe_get_last_error());
-    // Incompressible texts of more than a block fail in the write itself.
-    std::string noise;
-    for (uint32_t x = 1; noise.size() < 9000; x = x * 1664525 + 1013904223) {
-        noise += static_cast<char>(x >> 24 == 0 ? 1 : x >> 24);
-    }
-    EXPECT_EQ(-41, write_event(cbuf.get(), 1, 2, noise));
+    EXPECT_EQ(-41, write_event(cbuf.get(), 1, 2, noise()));
 }
 
 TEST_F(CurrentBuffer, AnEventWithTooLongATextIsRefused)
@@ -370,6 +381,115 @@ TEST_F(CurrentBuffer, AnEventWithTooLongATextIsRefused)
     owned_cbuf cbuf = create(2);
     EXPECT_EQ(-49, write_event(cbuf.get(), 1, 1, std::string(10001, 'x')));
     EXPECT_EQ(0, write_event(cbuf.get(), 1, 1, std::string(10000, 'x')));
+}
+
+TEST_F(CurrentBuffer, ATaggedEventIsAStreamOfItsOwn)
+{
+    owned_cbuf cbuf = create(2);
+    write(cbuf.get(), one(1, 1));
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 5, 2, "wall"));
+    EXPECT_THAT(contents(), ElementsAre(stored_buffer_header(1, 2) + stored_names_record(1, {"a"}) +
+                                            stored_values_record(1, {1}),
+                                        stored_event_record(5, 2, "wall")));
+    EXPECT_EQ(1U, cbuf->num_data_records);
+}
+
+TEST_F(CurrentBuffer, ATaggedEventIsTakenByAFullBuffer)
+{
+    owned_cbuf cbuf = create(2);
+    write(cbuf.get(), one(1, 1));
+    write(cbuf.get(), one(2, 2));
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 1, 3, "late"));
+    cbuf.reset();
+    EXPECT_EQ(0, code_of_appending());
+}
+
+TEST_F(CurrentBuffer, ATaggedEventNeedsAVectorBeforeIt)
+{
+    owned_cbuf cbuf = create(2);
+    EXPECT_EQ(-4, write_as_record(cbuf.get(), 1, 1, "early"));
+    EXPECT_EQ("", bytes());
+    cbuf.reset();
+    EXPECT_THAT(contents(), ElementsAre(stored_buffer_header(1, 2)));
+    cbuf = append();
+    EXPECT_EQ(-4, write_as_record(cbuf.get(), 1, 1, "still early"));
+    EXPECT_EQ(0, write(cbuf.get(), one(1, 1)));
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 1, 1, "now"));
+    cbuf.reset();
+    EXPECT_EQ(0, code_of_appending());
+}
+
+TEST_F(CurrentBuffer, ATaggedEventIsNotHeldByAVectorThatWasLost)
+{
+    owned_cbuf cbuf = create(2);
+    {
+        const file_size_limit full(0);
+        EXPECT_EQ(-41, write(cbuf.get(), one(1, 1)));
+    }
+    ASSERT_NE(nullptr, cbuf->sensor_working_set);
+    EXPECT_EQ(-4, write_as_record(cbuf.get(), 1, 1, "the names are not in the file"));
+    EXPECT_EQ("", bytes());
+}
+
+TEST_F(CurrentBuffer, ATaggedEventFollowsWhatWasThereBefore)
+{
+    owned_cbuf cbuf = create(4);
+    write(cbuf.get(), one(1, 1));
+    cbuf.reset();
+    cbuf = append();
+    ASSERT_NE(nullptr, cbuf->reader);
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 2, 2, "first"));
+    EXPECT_EQ(nullptr, cbuf->reader);
+    EXPECT_EQ(0, write(cbuf.get(), one(3, 3)));
+    EXPECT_EQ(3U, contents().size());
+    cbuf.reset();
+    EXPECT_EQ(0, code_of_appending());
+}
+
+TEST_F(CurrentBuffer, ATaggedEventThatCouldNotBeReadIsRefused)
+{
+    owned_cbuf cbuf = create(2);
+    write(cbuf.get(), one(1, 1));
+    const std::string before = bytes();
+    const std::string longest(10000, 'x');
+    EXPECT_EQ(-6, write_as_record(cbuf.get(), 6, 1, "type"));
+    EXPECT_EQ(-6, write_as_record(cbuf.get(), UINT32_MAX, 1, "type"));
+    EXPECT_EQ(-6, write_as_record(cbuf.get(), 1, 0, "time"));
+    EXPECT_EQ(-6, write_as_record(cbuf.get(), 1, 1, ""));
+    EXPECT_EQ(-49, write_as_record(cbuf.get(), 1, 1, longest + "x"));
+    const owned_event null(vesk_cb_record_event_create_null());
+    EXPECT_EQ(-6, vesk_current_buffer_write_tagged_event(cbuf.get(), null.get()));
+    const owned_event odd = make_event(1, 1, "microseconds");
+    odd->timestamp.tv.tv_usec = 1;
+    EXPECT_EQ(-6, vesk_current_buffer_write_tagged_event(cbuf.get(), odd.get()));
+    if (sizeof(time_t) > 4) {
+        odd->timestamp.tv = {static_cast<time_t>(INT64_C(1) << 31), 0};
+        EXPECT_EQ(-6, vesk_current_buffer_write_tagged_event(cbuf.get(), odd.get()));
+    }
+    EXPECT_EQ(before, bytes());
+    write(cbuf.get(), one(2, 2));
+    EXPECT_EQ(stored_values_record(2, {2}), contents().back()) << "nor waits anything of them";
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 1, 1, longest));
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 5, INT32_MAX, "x"));
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 5, INT32_MIN, "x"));
+    cbuf.reset();
+    EXPECT_EQ(0, code_of_appending());
+}
+
+TEST_F(CurrentBuffer, ATaggedEventThatDoesNotReachTheFileIsAFailure)
+{
+    owned_cbuf cbuf = create(2);
+    write(cbuf.get(), one(1, 1));
+    const std::string before = bytes();
+    {
+        const file_size_limit full(before.size());
+        EXPECT_EQ(-41, write_as_record(cbuf.get(), 1, 2, "small"));
+        EXPECT_EQ(-41, write_as_record(cbuf.get(), 1, 2, noise()));
+    }
+    EXPECT_EQ(before, bytes());
+    EXPECT_EQ(0, write_as_record(cbuf.get(), 1, 2, "there is room"));
+    cbuf.reset();
+    EXPECT_EQ(0, code_of_appending());
 }
 
 TEST_F(CurrentBuffer, AStreamThatZlibRefusedEndsInAnAbort)
@@ -910,6 +1030,13 @@ TEST_F(CurrentBuffer, RequiresItsArguments)
                   "vector != ((void *)0)");
     EXPECT_ABORTS(vesk_current_buffer_write_event(nullptr, event.get()), "cbuf != ((void *)0)");
     EXPECT_ABORTS(vesk_current_buffer_write_event(cbuf.get(), nullptr), "event != ((void *)0)");
+    EXPECT_ABORTS(vesk_current_buffer_write_tagged_event(nullptr, event.get()),
+                  "cbuf != ((void *)0)");
+    EXPECT_ABORTS(vesk_current_buffer_write_tagged_event(cbuf.get(), nullptr),
+                  "event != ((void *)0)");
+    const vesk_cb_record_event dead = {};
+    EXPECT_ABORTS(vesk_current_buffer_write_tagged_event(cbuf.get(), &dead),
+                  "event->version == ((char) 1)");
     EXPECT_ABORTS(vesk_current_buffer_read_record(nullptr, rec.get()), "cbuf != ((void *)0)");
     EXPECT_ABORTS(vesk_current_buffer_get_filename(nullptr), "cbuf != ((void *)0)");
     EXPECT_ABORTS(vesk_current_buffer_get_sensor_working_set(nullptr), "cbuf != ((void *)0)");
@@ -959,6 +1086,7 @@ TEST_F(CurrentBuffer, OnlyALiveBufferIsUsed)
     cbuf->version = 0;
     EXPECT_ABORTS(write(cbuf.get(), vector), text);
     EXPECT_ABORTS(vesk_current_buffer_write_event(cbuf.get(), event.get()), text);
+    EXPECT_ABORTS(vesk_current_buffer_write_tagged_event(cbuf.get(), event.get()), text);
     EXPECT_ABORTS(vesk_current_buffer_read_record(cbuf.get(), rec.get()), text);
     EXPECT_ABORTS(vesk_current_buffer_get_filename(cbuf.get()), text);
     EXPECT_ABORTS(vesk_current_buffer_get_sensor_working_set(cbuf.get()), text);
@@ -982,6 +1110,8 @@ TEST_F(CurrentBuffer, ClosingRequiresAWholeBuffer)
     partial.version = 1;
     EXPECT_ABORTS(write(cbuf, vector), "cbuf->writer != ((void *)0)");
     EXPECT_ABORTS(vesk_current_buffer_write_event(cbuf, event.get()),
+                  "cbuf->writer != ((void *)0)");
+    EXPECT_ABORTS(vesk_current_buffer_write_tagged_event(cbuf, event.get()),
                   "cbuf->writer != ((void *)0)");
 }
 

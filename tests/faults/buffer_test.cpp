@@ -564,6 +564,15 @@ outcome writes_event(fault &f, const std::string &text)
     return found == "ok" ? fault::success() : found;
 }
 
+outcome writes_tagged_event(fault &f, const std::string &text)
+{
+    const owned_cbuf cbuf = create_cbuf(1);
+    acknowledge();
+    const owned_event event = make_event(3, 50, text);
+    return f.returns(
+        [&] { return vesk_current_buffer_write_tagged_event(cbuf.get(), event.get()); });
+}
+
 // A file that was there is truncated as soon as it is opened, but not before.
 outcome creates_over_old_file(fault &f, const std::function<outcome(fault &)> &create)
 {
@@ -801,6 +810,12 @@ void add_files(std::vector<fault_case> *table)
           {call_kind::flush, {"-41", "ok, but -41"}}},
          [](fault &f) { return writes_event(f, std::string(9000, 'x')); },
          [] {},
+         [](const fault &, const outcome &) { EXPECT_TRUE(is_kept()); }},
+        {"vesk_current_buffer_write_tagged_event", "small", record_writing,
+         [](fault &f) { return writes_tagged_event(f, "text"); }, [] {},
+         [](const fault &, const outcome &) { EXPECT_TRUE(is_kept()); }},
+        {"vesk_current_buffer_write_tagged_event", "large", record_writing,
+         [](fault &f) { return writes_tagged_event(f, std::string(9000, 'x')); }, [] {},
          [](const fault &, const outcome &) { EXPECT_TRUE(is_kept()); }},
         {"vesk_current_buffer_read_record", "values", reading_record,
          [](fault &f) { return reads_cbuf(f, 0); }, make_mixed_cbuf},

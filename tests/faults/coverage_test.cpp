@@ -131,6 +131,7 @@ const names without_failures = {
     "vesk_cb_record_detach",
     "vesk_cb_record_event_destroy",
     "vesk_cb_record_event_destruct",
+    "vesk_cb_record_event_get_text",
     "vesk_cb_record_event_get_timestamp",
     "vesk_cb_record_event_get_type",
     "vesk_cb_record_event_init_null",

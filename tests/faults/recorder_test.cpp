@@ -282,6 +282,13 @@ void check_next(int last, const fault &f, const outcome &found)
     }
 }
 
+outcome writes_tagged_event(fault &f)
+{
+    const owned_recorder recorder(vesk_open("r"));
+    const owned_event event = make_event(3, 1000, "text");
+    return f.returns([&] { return vesk_write_tagged_event(recorder.get(), event.get()); });
+}
+
 fault_case writing_case(const std::string &situation, int last, const expectations &expected)
 {
     return {.function = "vesk_write_telemetry_vector",
@@ -737,6 +744,23 @@ std::vector<fault_case> recorder_cases()
                      },
                      box_with(14),
                      [](const fault &, const outcome &) { nothing_is_lost(14); }});
+    table.push_back({"vesk_write_tagged_event",
+                     "",
+                     {{call_kind::allocation, {dead_stream}},
+                      {call_kind::zlib, {dead_stream}},
+                      {call_kind::write, {"-41"}},
+                      {call_kind::torn_write, {"-41"}},
+                      {call_kind::flush, {"-41"}}},
+                     writes_tagged_event,
+                     box_with(14),
+                     [](const fault &f, const outcome &found) {
+                         nothing_is_lost(14);
+                         if (found == "ok") {
+                             goes_on(15);
+                             nothing_is_lost(23);
+                         }
+                         EXPECT_TRUE(f.none() || found != "ok");
+                     }});
     table.push_back({"binary_serializer_write_vesk",
                      "",
                      {{call_kind::write, {"-41", "ok"}},

@@ -69,6 +69,12 @@ protected:
         return vesk_write_event(recorder, event.get());
     }
 
+    static int write_tagged(vesk *recorder, uint32_t type, int i, const std::string &text = "text")
+    {
+        const owned_event event = make_event(type, 1000 + i, text);
+        return vesk_write_tagged_event(recorder, event.get());
+    }
+
     names files() const { return folder_.names(); }
     static std::string state() { return read_file("r.state"); }
     // What a buffer contains, however it was cut into streams.
@@ -519,6 +525,97 @@ TEST_F(Recorder, ARecorderWhoseOpenBufferHasAnEventOpensOnlyInPart)
     EXPECT_EQ(1U, in_part->state);
     EXPECT_ABORTS(write(in_part.get(), 3), "cbuf0 != ((void *)0)");
     EXPECT_ABORTS(write_event(in_part.get()), "cbuf0 != ((void *)0)");
+}
+
+TEST_F(Recorder, TaggedEventsAreTakenInEveryStageAndNeverRotate)
+{
+    for (const int vectors : {1, 4, 5, 8, 9, 12, 13, 16, 17, 20}) {
+        owned_recorder recorder = create_with(vectors);
+        const std::string before = state();
+        EXPECT_EQ(0, write_tagged(recorder.get(), 1, vectors)) << vectors;
+        EXPECT_EQ(before, state()) << vectors;
+        recorder.reset();
+        qe_set_last_error(0);
+        recorder = open();
+        EXPECT_EQ(0, qe_get_last_error()) << vectors;
+        EXPECT_EQ(0, write_tagged(recorder.get(), 1, vectors)) << vectors;
+        write_all(recorder.get(), vectors + 1, vectors + 13);
+    }
+}
+
+TEST_F(Recorder, TaggedEventsAreCountedThroughTheRotations)
+{
+    owned_recorder recorder = create();
+    for (int i = 1; i <= first_in_hcc; ++i) {
+        EXPECT_EQ(0, write(recorder.get(), i));
+        // Types 1 to 5 in turn, each behind a vector.
+        EXPECT_EQ(0, write_tagged(recorder.get(), static_cast<uint32_t>((i - 1) % 5 + 1), i)) << i;
+    }
+    // An event behind the second vector of an interval belongs to the next interval of its buffer,
+    // and behind the last vector there is none.
+    const auto interval = [](int from, const event_counts &events) {
+        return stored_interval_record(
+            static_cast<uint32_t>(1000 + from), static_cast<uint32_t>(1000 + from + 1),
+            {stored_summary({static_cast<float>(from), static_cast<float>(from + 1)})}, events);
+    };
+    EXPECT_EQ(stored_hbuf_head() + interval(1, {.type1 = 1}) +
+                  interval(3, {.type2 = 1, .type3 = 1}) + interval(5, {.type5 = 1}) +
+                  interval(7, {.type1 = 1, .type2 = 1}),
+              content("r.4.hbuf.z"));
+    write_all(recorder.get(), 14, first_after_hcc);
+    const std::string history = content("r.6.hbuf.z");
+    // The first two intervals have become one, with the events of both.
+    const std::string merged_events =
+        "\1" + stored_u32(1) + stored_u32(0) + stored_u32(1) + stored_u32(1) + stored_u32(0);
+    EXPECT_NE(std::string::npos, history.find(merged_events));
+    write_all(recorder.get(), first_after_hcc + 1, 60);
+}
+
+TEST_F(Recorder, ATaggedEventNeedsAVectorBeforeIt)
+{
+    owned_recorder recorder = create();
+    EXPECT_EQ(-4, write_tagged(recorder.get(), 1, 0));
+    recorder.reset();
+    recorder = open();
+    EXPECT_EQ(-4, write_tagged(recorder.get(), 1, 0));
+    write_all(recorder.get(), 1, 1);
+    EXPECT_EQ(0, write_tagged(recorder.get(), 1, 1));
+    recorder.reset();
+    EXPECT_EQ(stored_buffer_header(1, 4) + stored_names_record(1001, {"a"}) + stored_sample(1) +
+                  stored_event_record(1, 1001, "text"),
+              content("r.1.cbuf.z"));
+}
+
+TEST_F(Recorder, ATaggedEventThatCouldNotBeReadIsRefused)
+{
+    owned_recorder recorder = create_with(1);
+    const std::string before = read_file("r.1.cbuf.z");
+    EXPECT_EQ(-6, write_tagged(recorder.get(), 6, 1));
+    EXPECT_EQ(-6, write_tagged(recorder.get(), 1, -1000));
+    EXPECT_EQ(-6, write_tagged(recorder.get(), 1, 1, ""));
+    EXPECT_EQ(-49, write_tagged(recorder.get(), 1, 1, std::string(10001, 'x')));
+    recorder.reset();
+    EXPECT_EQ(before, read_file("r.1.cbuf.z"));
+}
+
+TEST_F(Recorder, ATaggedEventThatDoesNotReachTheFileIsAFailure)
+{
+    owned_recorder recorder = create_with(2);
+    {
+        const file_size_limit full(fs::file_size("r.1.cbuf.z"));
+        EXPECT_EQ(-41, write_tagged(recorder.get(), 1, 2));
+    }
+    EXPECT_EQ(0, write_tagged(recorder.get(), 1, 2));
+    write_all(recorder.get(), 3, 20);
+}
+
+TEST_F(Recorder, ATaggedEventNeedsItsBuffer)
+{
+    owned_recorder recorder = create_with(2);
+    EXPECT_EQ(0, write_event(recorder.get()));
+    recorder.reset();
+    const owned_recorder in_part = open();
+    EXPECT_ABORTS(write_tagged(in_part.get(), 1, 1), "cbuf != ((void *)0)");
 }
 
 // ---- Opening ----------------------------------------------------------------------------------
@@ -1204,6 +1301,12 @@ TEST_F(Recorder, RequiresALiveRecorderAndSomethingToWrite)
     EXPECT_ABORTS(vesk_write_event(nullptr, event.get()), null);
     EXPECT_ABORTS(vesk_write_event(&dead, event.get()), version);
     EXPECT_ABORTS(vesk_write_event(recorder.get(), nullptr), "event != ((void *)0)");
+    EXPECT_ABORTS(vesk_write_tagged_event(nullptr, event.get()), null);
+    EXPECT_ABORTS(vesk_write_tagged_event(&dead, event.get()), version);
+    EXPECT_ABORTS(vesk_write_tagged_event(recorder.get(), nullptr), "event != ((void *)0)");
+    const vesk_cb_record_event dead_event = {};
+    EXPECT_ABORTS(vesk_write_tagged_event(recorder.get(), &dead_event),
+                  "event->version == ((char) 1)");
     memory_writer target;
     memory_reader source("");
     EXPECT_ABORTS(binary_serializer_write_vesk(nullptr, target.get()), null);
@@ -1254,12 +1357,14 @@ TEST_F(Recorder, AStateRequiresItsStage)
         const std::string missing = std::string(stages[i]) + " != ((void *)0)";
         EXPECT_ABORTS(write(recorder, 1), "vesk->" + missing);
         EXPECT_ABORTS(write_event(recorder), "vesk->" + missing);
+        EXPECT_ABORTS(write_tagged(recorder, 1, 1), "vesk->" + missing);
         EXPECT_ABORTS(binary_serializer_write_vesk(recorder, target.get()), "vesk->" + missing);
         EXPECT_ABORTS(vesk_close(&recorder), "(*vesk)->" + missing);
     }
     recorder->state = 0;
     EXPECT_ABORTS(write(recorder, 1), "0");
     EXPECT_ABORTS(write_event(recorder), "0");
+    EXPECT_ABORTS(write_tagged(recorder, 1, 1), "0");
     vesk_close(&recorder);
 }
 

@@ -1,0 +1,45 @@
+// What the stored forms take and give back, told before a byte is written.
+#ifndef VESK_BUFFERS_STORABLE_HPP
+#define VESK_BUFFERS_STORABLE_HPP
+
+#include <cstdint>
+#include <cstring>
+
+#include <vesk/error.h>
+#include <vesk/timestamp.h>
+#include <vesk/vesk_cb_record_event.h>
+
+#include "io/fields.hpp"
+
+// The history counts the types from 1 up to this one.
+inline constexpr uint32_t last_event_type = 5;
+
+// 0, or -11 for a time that is null or does not come back as it was.
+inline int check_storable_time(const timestamp &t)
+{
+    const int64_t seconds = t.tv.tv_sec;
+    const bool storable = t.version == 1 && t.tv.tv_usec == 0 &&
+                          seconds == static_cast<int32_t>(seconds) && seconds != 0;
+    return storable ? 0 : QE_ERROR_BAD_TIME;
+}
+
+// 0, -49 for a text that is too long, or -6 for none. No more than is needed of it is looked at.
+inline int check_storable_text(const char *text)
+{
+    if (text == nullptr || text[0] == 0) {
+        return QE_ERROR_MALFORMED;
+    }
+    return strnlen(text, max_stored_count + 1) > max_stored_count ? QE_ERROR_LIMIT : 0;
+}
+
+// 0, or the code of what is wrong with a live event: its type (-6), time (-11) or text.
+inline int check_storable_event(const vesk_cb_record_event &event)
+{
+    if (event.type == 0 || event.type > last_event_type) {
+        return QE_ERROR_MALFORMED;
+    }
+    const int time = check_storable_time(event.timestamp);
+    return time < 0 ? time : check_storable_text(event.text);
+}
+
+#endif
