@@ -188,6 +188,7 @@ const names without_failures = {
     "vesk_hist_buffer_get_sensor_working_set",
 
     // ---- recorder ----
+    "vesk_check_event",
     "vesk_state_summary_destruct",
     "vesk_zcf_state_c00_get_filename",
     "vesk_zcf_state_cc0_get_cbuf0_filename",

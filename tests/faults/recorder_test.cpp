@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <vesk/vesk.h>
+#include <vesk/vesk_check.h>
 #include <vesk/vesk_scan.h>
 
 #include "common/buffer_files.hpp"
@@ -744,6 +745,10 @@ std::vector<fault_case> recorder_cases()
                      },
                      box_with(14),
                      [](const fault &, const outcome &) { nothing_is_lost(14); }});
+    table.push_back({"vesk_check_vector", "", no_memory, [](fault &f) {
+                         const owned_matrix vector = vector_number(1);
+                         return f.returns([&] { return vesk_check_vector(vector.get()); });
+                     }});
     table.push_back({"vesk_write_tagged_event",
                      "",
                      {{call_kind::allocation, {dead_stream}},
