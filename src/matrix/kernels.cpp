@@ -4,7 +4,7 @@
 
 static const matrix_kernels *kernels_in_use = nullptr;
 
-static const matrix_kernels *_matrix_best_kernels(void)
+static const matrix_kernels *_matrix_best_kernels()
 {
     for (const auto find : {_matrix_kernels_avx512, _matrix_kernels_avx2}) {
         if (const matrix_kernels *found = find()) {
@@ -14,7 +14,7 @@ static const matrix_kernels *_matrix_best_kernels(void)
     return _matrix_kernels_plain();
 }
 
-const matrix_kernels &_matrix_kernels(void)
+const matrix_kernels &_matrix_kernels()
 {
     if (kernels_in_use == nullptr) {
         kernels_in_use = _matrix_best_kernels();

@@ -66,12 +66,12 @@ struct matrix_kernels {
 };
 
 // The levels, best first; null where this build or this processor has none.
-const matrix_kernels *_matrix_kernels_avx512(void);
-const matrix_kernels *_matrix_kernels_avx2(void);
-const matrix_kernels *_matrix_kernels_plain(void);
+const matrix_kernels *_matrix_kernels_avx512();
+const matrix_kernels *_matrix_kernels_avx2();
+const matrix_kernels *_matrix_kernels_plain();
 
 // The best level of this processor, chosen once.
-const matrix_kernels &_matrix_kernels(void);
+const matrix_kernels &_matrix_kernels();
 
 // Makes everything use `kernels` from now on, or the best level again when null: for tests.
 void _matrix_force_kernels(const matrix_kernels *kernels);

@@ -55,14 +55,14 @@ struct simd {
 
 #include "matrix/kernels_body.hpp"
 
-const matrix_kernels *_matrix_kernels_avx2(void)
+const matrix_kernels *_matrix_kernels_avx2()
 {
     return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") ? &level : nullptr;
 }
 
 #else
 
-const matrix_kernels *_matrix_kernels_avx2(void)
+const matrix_kernels *_matrix_kernels_avx2()
 {
     return nullptr;
 }

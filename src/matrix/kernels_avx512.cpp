@@ -48,14 +48,14 @@ struct simd {
 
 #include "matrix/kernels_body.hpp"
 
-const matrix_kernels *_matrix_kernels_avx512(void)
+const matrix_kernels *_matrix_kernels_avx512()
 {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("fma") ? &level : nullptr;
 }
 
 #else
 
-const matrix_kernels *_matrix_kernels_avx512(void)
+const matrix_kernels *_matrix_kernels_avx512()
 {
     return nullptr;
 }

@@ -6,6 +6,8 @@
 #ifndef VESK_MATRIX_KERNELS_BODY_HPP
 #define VESK_MATRIX_KERNELS_BODY_HPP
 
+// Every level is to have copies of its own.
+// NOLINTBEGIN(misc-definitions-in-headers)
 namespace
 {
 
@@ -442,5 +444,6 @@ constexpr matrix_kernels level = {
     _accumulate_lower, _accumulate_upper, _add_rows, _add_moments, _transpose};
 
 } // namespace
+// NOLINTEND(misc-definitions-in-headers)
 
 #endif

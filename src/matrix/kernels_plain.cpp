@@ -42,7 +42,7 @@ struct simd {
 
 #include "matrix/kernels_body.hpp"
 
-const matrix_kernels *_matrix_kernels_plain(void)
+const matrix_kernels *_matrix_kernels_plain()
 {
     return &level;
 }

@@ -469,8 +469,9 @@ static int _scan_state_fields(byte_cursor *at, vesk_state_summary *summary)
     if (result == 0) {
         result = _scan_version(at);
     }
-    while (result == 0 && summary->num_names < _names_of_stage(summary->state)) {
-        result = _scan_string(at, &summary->names[summary->num_names]);
+    const uint32_t n = result == 0 ? _names_of_stage(summary->state) : 0;
+    for (char **name = summary->names; name != summary->names + n && result == 0; ++name) {
+        result = _scan_string(at, name);
         if (result == 0) {
             ++summary->num_names;
             ++summary->fields;

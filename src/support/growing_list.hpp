@@ -29,12 +29,12 @@ public:
     {
         if (n > capacity_ - size_) {
             const std::size_t capacity = std::max(2 * capacity_, size_ + n);
-            auto *larger = static_cast<T *>(realloc(items_.get(), capacity * sizeof(T)));
+            T *smaller = items_.release();
+            auto *larger = static_cast<T *>(realloc(smaller, capacity * sizeof(T)));
+            items_.reset(larger == nullptr ? smaller : larger);
             if (larger == nullptr) {
                 return nullptr;
             }
-            (void)items_.release();
-            items_.reset(larger);
             capacity_ = capacity;
         }
         return end();
