@@ -1,0 +1,656 @@
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <vesk/error.h>
+#include <vesk/vesk.h>
+#include <vesk/vesk_buffer.h>
+#include <vesk/vesk_recover.h>
+#include <vesk/vesk_scan.h>
+
+#include "common/aborts.hpp"
+#include "common/buffer_files.hpp"
+#include "common/open_files.hpp"
+#include "common/telemetry.hpp"
+#include "common/temporary_directory.hpp"
+#include "common/zlib_bytes.hpp"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+using owned_recorder = owned<vesk, vesk_close>;
+using names = std::set<std::string>;
+
+// What a step says, without the parts that depend on how well zlib compresses.
+struct step {
+    vesk_recover_action action;
+    std::string file;
+    uint32_t count;
+
+    friend bool operator==(const step &, const step &) = default;
+};
+
+void PrintTo(const step &s, std::ostream *out)
+{
+    *out << "{" << s.action << ", " << s.file << ", " << s.count << "}";
+}
+
+using steps = std::vector<step>;
+
+// Boxes on the base name "r" in a folder of their own, which is the working folder: 4 vectors a
+// buffer, 2 intervals of 2 vectors each.
+class Recover : public testing::Test
+{
+protected:
+    Recover() : working_folder_(fs::current_path()) { fs::current_path(folder_.path()); }
+    ~Recover() override { fs::current_path(working_folder_); }
+
+    // A box with vectors 1 to `last`, closed. Vector i has the time 1000 + i and the value i.
+    static void make_box(int last)
+    {
+        owned_recorder recorder(vesk_create("r", 4, 2));
+        for (int i = 1; i <= last; ++i) {
+            write(recorder.get(), i);
+        }
+    }
+
+    static void write(vesk *recorder, int i)
+    {
+        const owned_matrix vector = make_vector(1000 + i, {{"a", static_cast<double>(i)}});
+        ASSERT_EQ(0, vesk_write_telemetry_vector(recorder, vector.get())) << i;
+    }
+
+    static void add_event(uint32_t type, const std::string &text)
+    {
+        owned_recorder recorder(vesk_open("r"));
+        const owned_event event = make_event(type, 1500, text);
+        ASSERT_EQ(0, vesk_write_event(recorder.get(), event.get()));
+    }
+
+    static steps plan(uint32_t samples = 0, uint32_t intervals = 0)
+    {
+        steps found;
+        const auto take = [](const vesk_recover_step *s, void *to) {
+            static_cast<steps *>(to)->push_back({s->action, s->filename, s->count});
+            return 0;
+        };
+        vesk_recover_report report;
+        EXPECT_EQ(0, vesk_recover_plan("r", samples, intervals, take, &found, &report));
+        uint32_t changing = 0;
+        for (const step &s : found) {
+            changing += s.action != VESK_RECOVER_KEEP ? 1 : 0;
+        }
+        EXPECT_EQ(changing, report.steps);
+        return found;
+    }
+
+    // Recovers, and sees that a second time finds nothing to do.
+    static vesk_recover_report recover(uint32_t samples = 0, uint32_t intervals = 0)
+    {
+        vesk_recover_report planned;
+        EXPECT_EQ(0, vesk_recover_plan("r", samples, intervals, nullptr, nullptr, &planned));
+        vesk_recover_report report;
+        EXPECT_EQ(0, vesk_recover("r", samples, intervals, &report));
+        EXPECT_EQ(0, memcmp(&planned, &report, sizeof report));
+        vesk_recover_report again;
+        EXPECT_EQ(0, vesk_recover("r", 0, 0, &again));
+        EXPECT_EQ(0U, again.steps);
+        return report;
+    }
+
+    // Opens the box and writes vectors from `next` on through two more rotations.
+    static void goes_on(int next)
+    {
+        qe_set_last_error(0);
+        const owned_recorder recorder(vesk_open("r"));
+        ASSERT_TRUE(recorder);
+        ASSERT_EQ(0, qe_get_last_error());
+        for (int i = next; i < next + 17; ++i) {
+            write(recorder.get(), i);
+        }
+    }
+
+    // The values of the first sensor in the samples of a file.
+    static std::vector<float> samples_in(const std::string &file)
+    {
+        std::vector<float> found;
+        EXPECT_EQ(0, vesk_scan_buffer(
+                         file.c_str(),
+                         [](const vesk_scan_item *item, void *to) {
+                             EXPECT_EQ(0, item->error);
+                             if (item->kind == VESK_SCAN_SENSOR_VALUES) {
+                                 static_cast<std::vector<float> *>(to)->push_back(
+                                     item->values->values[0]);
+                             }
+                             return 0;
+                         },
+                         &found));
+        return found;
+    }
+
+    // The names of the sensors of the last samples of a file.
+    static std::vector<std::string> sensors_in(const std::string &file)
+    {
+        std::vector<std::string> found;
+        EXPECT_EQ(0, vesk_scan_buffer(
+                         file.c_str(),
+                         [](const vesk_scan_item *item, void *to) {
+                             auto *list = static_cast<std::vector<std::string> *>(to);
+                             if (item->kind == VESK_SCAN_SENSOR_VALUES ||
+                                 item->kind == VESK_SCAN_INTERVAL) {
+                                 list->clear();
+                                 const sensor_array *s = item->names->sensors;
+                                 for (uint32_t i = 0; i < sensor_array_get_size(s); ++i) {
+                                     char name[64];
+                                     list->emplace_back(
+                                         sensor_get_name(sensor_array_get(s, static_cast<int>(i)),
+                                                         name, sizeof name));
+                                 }
+                             }
+                             return 0;
+                         },
+                         &found));
+        return found;
+    }
+
+    static std::vector<std::string> events_in(const std::string &file)
+    {
+        std::vector<std::string> found;
+        EXPECT_EQ(0, vesk_scan_buffer(
+                         file.c_str(),
+                         [](const vesk_scan_item *item, void *to) {
+                             if (item->kind == VESK_SCAN_EVENT) {
+                                 static_cast<std::vector<std::string> *>(to)->push_back(
+                                     std::to_string(item->event->type) + " " + item->event->text);
+                             }
+                             return 0;
+                         },
+                         &found));
+        return found;
+    }
+
+    static void append(const std::string &file, const std::string &bytes)
+    {
+        write_file(file, read_file(file) + bytes);
+    }
+    static void cut(const std::string &file, std::size_t bytes)
+    {
+        const std::string content = read_file(file);
+        write_file(file, content.substr(0, content.size() - bytes));
+    }
+
+    names files() const { return folder_.names(); }
+
+private:
+    temporary_directory folder_;
+    fs::path working_folder_;
+};
+
+TEST_F(Recover, LeavesAHealthyBoxOfEveryStageAlone)
+{
+    for (const int last : {0, 3, 4, 5, 9, 13, 16, 17, 21}) {
+        make_box(last);
+        const names before = files();
+        std::vector<std::string> contents;
+        for (const std::string &name : before) {
+            contents.push_back(read_file(name));
+        }
+        vesk_recover_report report;
+        EXPECT_EQ(0, vesk_recover("r", 0, 0, &report)) << last;
+        EXPECT_EQ(0U, report.steps) << last;
+        EXPECT_EQ(before, files()) << last;
+        std::size_t i = 0;
+        for (const std::string &name : before) {
+            EXPECT_EQ(contents[i++], read_file(name)) << name;
+            fs::remove(name);
+        }
+    }
+}
+
+TEST_F(Recover, ReportsWhatIsThere)
+{
+    make_box(18);
+    vesk_recover_report report;
+    ASSERT_EQ(0, vesk_recover("r", 0, 0, &report));
+    EXPECT_EQ(VESK_RECOVER_FROM_STATE, report.source);
+    EXPECT_EQ(static_cast<uint32_t>(VESK_ZCF_STATE_HCC), report.state);
+    EXPECT_EQ(4U, report.num_cb_samples);
+    EXPECT_EQ(2U, report.num_hb_intervals);
+    EXPECT_EQ(6U, report.samples_kept);
+    EXPECT_EQ(4U, report.intervals_kept);
+}
+
+TEST_F(Recover, CutsATornTailAndKeepsItBeside)
+{
+    make_box(6);
+    const std::string whole = read_file("r.2.cbuf.z");
+    const std::string torn = zlib_stream(stored_values_record(1007, {7})).substr(0, 9);
+    append("r.2.cbuf.z", torn);
+    EXPECT_EQ((steps{{VESK_RECOVER_CUT, "r.2.cbuf.z", 0}}), plan());
+    const vesk_recover_report report = recover();
+    EXPECT_EQ(torn.size(), report.bytes_aside);
+    EXPECT_EQ(whole, read_file("r.2.cbuf.z"));
+    EXPECT_EQ(torn, read_file("r.2.cbuf.z.torn"));
+    goes_on(7);
+}
+
+TEST_F(Recover, CollectsTornTailsOfOneBufferInOneFile)
+{
+    make_box(2);
+    append("r.1.cbuf.z", "x");
+    recover();
+    append("r.1.cbuf.z", "yz");
+    recover();
+    EXPECT_EQ("xyz", read_file("r.1.cbuf.z.torn"));
+}
+
+TEST_F(Recover, BeginsTheTornFileAnewBeforeItGrowsWithoutBound)
+{
+    make_box(2);
+    write_file("r.1.cbuf.z.torn", std::string(1 << 20, 'x'));
+    append("r.1.cbuf.z", "y");
+    recover();
+    EXPECT_EQ("y", read_file("r.1.cbuf.z.torn"));
+}
+
+TEST_F(Recover, FindsTheStreamsBehindATornOne)
+{
+    make_box(2);
+    append("r.1.cbuf.z", zlib_stream(stored_values_record(1003, {3})).substr(0, 7));
+    append("r.1.cbuf.z", zlib_stream(stored_values_record(1004, {4})));
+    recover();
+    EXPECT_EQ((std::vector<float>{1, 2, 4}), samples_in("r.1.cbuf.z"));
+    goes_on(5);
+}
+
+TEST_F(Recover, GivesAnEmptyOpenBufferItsHeader)
+{
+    make_box(4);
+    owned_recorder recorder(vesk_open("r"));
+    write(recorder.get(), 5);
+    recorder.reset();
+    write_file("r.2.cbuf.z", "");
+    EXPECT_EQ((steps{{VESK_RECOVER_ADD_HEADER, "r.2.cbuf.z", 0}}), plan());
+    recover();
+    goes_on(5);
+}
+
+TEST_F(Recover, TagsBareEvents)
+{
+    make_box(5);
+    add_event(3, "hello");
+    // A recorder opens a buffer with a bare event no more, so the second one is appended by hand.
+    append("r.2.cbuf.z", zlib_stream(stored_event_body(1, 1501, "again")));
+    EXPECT_EQ((steps{{VESK_RECOVER_TAG_EVENT, "r.2.cbuf.z", 1},
+                     {VESK_RECOVER_TAG_EVENT, "r.2.cbuf.z", 1}}),
+              plan());
+    EXPECT_EQ(2U, recover().events_tagged);
+    EXPECT_EQ((std::vector<std::string>{"3 hello", "1 again"}), events_in("r.2.cbuf.z"));
+    goes_on(6);
+}
+
+TEST_F(Recover, TagsAnEventBeforeTheFirstVector)
+{
+    make_box(0);
+    add_event(2, "first");
+    append("r.1.cbuf.z",
+           zlib_stream(stored_names_record(1001, {"a"}) + stored_values_record(1001, {1})));
+    recover();
+    EXPECT_EQ((std::vector<std::string>{"2 first"}), events_in("r.1.cbuf.z"));
+    EXPECT_EQ((std::vector<std::string>{"a"}), sensors_in("r.1.cbuf.z"));
+    goes_on(2);
+}
+
+TEST_F(Recover, SetsAsideEventsThatCannotBeCounted)
+{
+    make_box(5);
+    add_event(9, "nine");
+    const std::string with_event = read_file("r.2.cbuf.z");
+    EXPECT_EQ((steps{{VESK_RECOVER_SET_ASIDE, "r.2.cbuf.z", 1}}), plan());
+    EXPECT_EQ(1U, recover().records_aside);
+    EXPECT_TRUE(with_event.ends_with(read_file("r.2.cbuf.z.torn")));
+    EXPECT_FALSE(read_file("r.2.cbuf.z.torn").empty());
+    goes_on(6);
+}
+
+TEST_F(Recover, MendsNullTimesAndMicroseconds)
+{
+    make_box(2);
+    append("r.1.cbuf.z", zlib_stream(stored_values_record(0, {3})));
+    std::string with_microseconds = stored_values_record(1004, {4});
+    with_microseconds[13] = 1;
+    append("r.1.cbuf.z", zlib_stream(with_microseconds));
+    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 1},
+                     {VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 1}}),
+              plan());
+    EXPECT_EQ(2U, recover().records_mended);
+    EXPECT_EQ((std::vector<float>{1, 2, 3, 4}), samples_in("r.1.cbuf.z"));
+    goes_on(5);
+}
+
+TEST_F(Recover, MendsEmptyNamesAndTexts)
+{
+    make_box(1);
+    append("r.1.cbuf.z",
+           zlib_stream(stored_names_record(1002, {"b", ""}) + stored_values_record(1002, {2, 2})));
+    append("r.1.cbuf.z", zlib_stream(stored_event_record(1, 1002, "")));
+    append("r.1.cbuf.z", zlib_stream(stored_event_record(1, 1002, std::string("a\0b", 3))));
+    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1},
+                     {VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1},
+                     {VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1}}),
+              plan());
+    recover();
+    EXPECT_EQ((std::vector<std::string>{"b", "unknown.2"}), sensors_in("r.1.cbuf.z"));
+    EXPECT_EQ((std::vector<std::string>{"1 (no text)", "1 a"}), events_in("r.1.cbuf.z"));
+    goes_on(3);
+}
+
+TEST_F(Recover, NamesSensorsAfterTheNeighbouringBufferWhenTheirNumberAgrees)
+{
+    make_box(6);
+    const std::string header = stored_buffer_header(1, 4);
+    write_file("r.2.cbuf.z", zlib_stream(header + stored_values_record(1005, {5})));
+    EXPECT_EQ((steps{{VESK_RECOVER_NAME_SENSORS, "r.2.cbuf.z", 1}}), plan());
+    recover();
+    EXPECT_EQ((std::vector<std::string>{"a"}), sensors_in("r.2.cbuf.z"));
+    goes_on(6);
+}
+
+TEST_F(Recover, InventsNamesWhenNoNeighbourHasThem)
+{
+    make_box(6);
+    const std::string header = stored_buffer_header(1, 4);
+    write_file("r.2.cbuf.z", zlib_stream(header + stored_values_record(1005, {5, 6})));
+    recover();
+    EXPECT_EQ((std::vector<std::string>{"unknown.1", "unknown.2"}), sensors_in("r.2.cbuf.z"));
+    goes_on(6);
+}
+
+TEST_F(Recover, PadsAFullBufferThatLostSamples)
+{
+    make_box(6);
+    cut("r.1.cbuf.z", 3);
+    EXPECT_EQ((steps{{VESK_RECOVER_CUT, "r.1.cbuf.z", 0}, {VESK_RECOVER_PAD, "r.1.cbuf.z", 1}}),
+              plan());
+    EXPECT_EQ(1U, recover().samples_padded);
+    const std::vector<float> samples = samples_in("r.1.cbuf.z");
+    ASSERT_EQ(4U, samples.size());
+    EXPECT_EQ(3, samples[2]);
+    EXPECT_TRUE(std::isnan(samples[3]));
+    goes_on(7);
+}
+
+TEST_F(Recover, PadsAHistoryThatLostIntervals)
+{
+    make_box(14);
+    cut("r.4.hbuf.z", 3);
+    EXPECT_EQ(1U, recover().intervals_padded);
+    goes_on(15);
+}
+
+TEST_F(Recover, GivesRepeatedSensorsOfAHistoryNamesOfTheirOwn)
+{
+    make_box(14);
+    write_file("r.4.hbuf.z",
+               zlib_stream(stored_buffer_header(2, 4) + stored_names_record(1001, {"a", "a"})));
+    const std::string summary = stored_summary({1, 2});
+    for (uint32_t i = 0; i < 4; ++i) {
+        append("r.4.hbuf.z",
+               zlib_stream(stored_interval_record(1001 + 2 * i, 1002 + 2 * i, {summary, summary})));
+    }
+    recover();
+    EXPECT_EQ((std::vector<std::string>{"a", "a.2"}), sensors_in("r.4.hbuf.z"));
+    goes_on(15);
+}
+
+TEST_F(Recover, WritesAStateFileThatIsCutAtAnyByte)
+{
+    for (const int last : {5, 9, 13, 17}) {
+        make_box(last);
+        const std::string state = read_file("r.state");
+        const names before = files();
+        std::vector<std::string> contents;
+        for (const std::string &name : before) {
+            contents.push_back(read_file(name));
+        }
+        for (std::size_t n = 0; n < state.size(); ++n) {
+            write_file("r.state", state.substr(0, n));
+            const vesk_recover_report report = recover(4, 2);
+            EXPECT_EQ(VESK_RECOVER_FROM_BUFFERS, report.source);
+            EXPECT_EQ(1U, report.steps) << last << " " << n;
+            EXPECT_EQ(state, read_file("r.state")) << last << " " << n;
+            goes_on(last + 1);
+            for (const std::string &name : files()) {
+                fs::remove(name);
+            }
+            std::size_t i = 0;
+            for (const std::string &name : before) {
+                write_file(name, contents[i++]);
+            }
+        }
+        for (const std::string &name : files()) {
+            fs::remove(name);
+        }
+    }
+}
+
+TEST_F(Recover, TakesTheBackupWhenItNamesTheBuffers)
+{
+    make_box(6);
+    fs::rename("r.state", "r.state.bak");
+    const vesk_recover_report report = recover();
+    EXPECT_EQ(VESK_RECOVER_FROM_BACKUP, report.source);
+    EXPECT_EQ(read_file("r.state.bak"), read_file("r.state"));
+    goes_on(7);
+}
+
+TEST_F(Recover, TakesOnlyTheSizesOfABackupThatIsBehind)
+{
+    make_box(4);
+    fs::copy_file("r.state", "r.state.bak");
+    owned_recorder recorder(vesk_open("r"));
+    write(recorder.get(), 5);
+    recorder.reset();
+    const std::string state = read_file("r.state");
+    fs::remove("r.state");
+    EXPECT_EQ(VESK_RECOVER_FROM_BUFFERS, recover().source);
+    EXPECT_EQ(state, read_file("r.state"));
+}
+
+TEST_F(Recover, CannotTellTheSizesOfABoxWithoutHistoryAndState)
+{
+    make_box(6);
+    fs::remove("r.state");
+    EXPECT_EQ(QE_ERROR_MALFORMED, vesk_recover("r", 0, 0, nullptr));
+    EXPECT_EQ(QE_ERROR_MALFORMED, vesk_recover("r", 4, 3, nullptr));
+    recover(4, 2);
+    goes_on(7);
+}
+
+TEST_F(Recover, FinishesABoxThatWasKilledWhileItWasCreated)
+{
+    write_file("r.state", "");
+    recover(4, 2);
+    goes_on(1);
+}
+
+TEST_F(Recover, MakesBuffersThatAreMissing)
+{
+    make_box(18);
+    const names all = files();
+    for (const char *missing : {"r.6.hbuf.z", "r.5.cbuf.z", "r.7.cbuf.z"}) {
+        fs::remove(missing);
+        EXPECT_GT(recover().steps, 0U) << missing;
+        goes_on(19);
+        for (const std::string &name : files()) {
+            fs::remove(name);
+        }
+        make_box(18);
+    }
+}
+
+TEST_F(Recover, TrustsTheBuffersMoreThanAStateThatIsBehindThem)
+{
+    make_box(4);
+    const std::string behind = read_file("r.state");
+    owned_recorder recorder(vesk_open("r"));
+    write(recorder.get(), 5);
+    recorder.reset();
+    write_file("r.state", behind);
+    EXPECT_EQ(VESK_RECOVER_FROM_BUFFERS, recover().source);
+    EXPECT_EQ((std::vector<float>{5}), samples_in("r.2.cbuf.z"));
+    goes_on(6);
+}
+
+TEST_F(Recover, DeletesWhatIsInTheHistory)
+{
+    make_box(16);
+    fs::create_directory("kept");
+    for (const char *name : {"r.4.hbuf.z", "r.3.cbuf.z"}) {
+        fs::copy_file(name, std::string("kept/") + name);
+    }
+    owned_recorder recorder(vesk_open("r"));
+    write(recorder.get(), 17);
+    recorder.reset();
+    const names bounded = files();
+    for (const char *name : {"r.4.hbuf.z", "r.3.cbuf.z"}) {
+        fs::rename(std::string("kept/") + name, name);
+    }
+    EXPECT_EQ(
+        (steps{{VESK_RECOVER_DELETE, "r.3.cbuf.z", 0}, {VESK_RECOVER_DELETE, "r.4.hbuf.z", 0}}),
+        plan());
+    EXPECT_EQ(2U, recover().files_deleted);
+    EXPECT_EQ(bounded, files());
+    goes_on(18);
+}
+
+TEST_F(Recover, DeletesWhatAFailedRotationLeft)
+{
+    make_box(16);
+    fs::copy_file("r.4.hbuf.z", "r.6.hbuf.z");
+    cut("r.6.hbuf.z", 4);
+    write_file("r.7.cbuf.z", "");
+    EXPECT_EQ(2U, recover().files_deleted);
+    goes_on(17);
+}
+
+TEST_F(Recover, DeletesWhatAnEarlierRecoveryLeft)
+{
+    make_box(5);
+    for (const char *name : {"r.state.new", "r.state.bak.new", "r.1.cbuf.z.new", "r.9.hbuf.z.new",
+                             "r.9.cbuf.z.torn"}) {
+        write_file(name, "x");
+    }
+    EXPECT_EQ(5U, recover().steps);
+    EXPECT_EQ((names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
+}
+
+TEST_F(Recover, KeepsFilesThatTheHistoryDoesNotHold)
+{
+    make_box(13);
+    const std::string stray =
+        zlib_stream(stored_buffer_header(1, 4) + stored_names_record(5000, {"a"}) +
+                    stored_values_record(5000, {1}));
+    write_file("r.2.cbuf.z", stray);
+    EXPECT_EQ((steps{{VESK_RECOVER_KEEP, "r.2.cbuf.z", 0}}), plan());
+    EXPECT_EQ(1U, recover().files_kept);
+    EXPECT_EQ(stray, read_file("r.2.cbuf.z"));
+}
+
+TEST_F(Recover, DoesNotLetAKeptFileBeOverwritten)
+{
+    make_box(13);
+    const std::string stray =
+        zlib_stream(stored_buffer_header(2, 4) + stored_names_record(9000, {"a"}) +
+                    stored_interval_record(9000, 9001, {stored_summary({1})}));
+    write_file("r.6.hbuf.z", stray);
+    recover();
+    goes_on(14);
+    EXPECT_EQ(stray, read_file("r.6.hbuf.z"));
+}
+
+TEST_F(Recover, LooksBesideTheBaseNameAndNotWhereACopyCameFrom)
+{
+    fs::create_directory("copy");
+    make_box(6);
+    const std::string original = read_file("r.2.cbuf.z");
+    for (const std::string &name : files()) {
+        if (name != "copy") {
+            fs::copy_file(name, "copy/" + name);
+        }
+    }
+    vesk_recover_report report;
+    ASSERT_EQ(0, vesk_recover("copy/r", 4, 2, &report));
+    EXPECT_EQ(1U, report.steps);
+    qe_set_last_error(0);
+    owned_recorder recorder(vesk_open("copy/r"));
+    ASSERT_EQ(0, qe_get_last_error());
+    write(recorder.get(), 7);
+    EXPECT_EQ(original, read_file("r.2.cbuf.z"));
+}
+
+TEST_F(Recover, TakesABoxByAnyPathThatLeadsToIt)
+{
+    make_box(6);
+    vesk_recover_report report;
+    EXPECT_EQ(0, vesk_recover("./r", 0, 0, &report));
+    EXPECT_EQ(0U, report.steps);
+    EXPECT_EQ(0, vesk_recover((fs::current_path() / "r").c_str(), 0, 0, &report));
+    EXPECT_EQ(0U, report.steps);
+}
+
+TEST_F(Recover, RefusesABoxThatIsNotThere)
+{
+    EXPECT_EQ(QE_ERROR_OPEN, vesk_recover("r", 4, 2, nullptr));
+    EXPECT_EQ(QE_ERROR_OPEN, vesk_recover("no/folder", 4, 2, nullptr));
+    EXPECT_EQ(QE_ERROR_LIMIT, vesk_recover(std::string(1000, 'r').c_str(), 4, 2, nullptr));
+    EXPECT_EQ((names{}), files());
+}
+
+TEST_F(Recover, RefusesMoreIntervalsThanAHistoryHolds)
+{
+    write_file("r.state", "");
+    EXPECT_EQ(QE_ERROR_LIMIT, vesk_recover("r", 65536, 65536, nullptr));
+}
+
+TEST_F(Recover, SaysWhenAFileCannotBeRead)
+{
+    make_box(2);
+    fs::remove("r.1.cbuf.z");
+    fs::create_directory("r.1.cbuf.z");
+    EXPECT_EQ(QE_ERROR_IO, vesk_recover("r", 0, 0, nullptr));
+}
+
+TEST_F(Recover, PassesOnWhatTheVisitorReturns)
+{
+    make_box(2);
+    append("r.1.cbuf.z", "x");
+    const auto stop = [](const vesk_recover_step *, void *) { return 7; };
+    EXPECT_EQ(7, vesk_recover_plan("r", 0, 0, stop, nullptr, nullptr));
+}
+
+TEST_F(Recover, KeepsNoFileOpen)
+{
+    make_box(18);
+    append("r.7.cbuf.z", "x");
+    cut("r.6.hbuf.z", 2);
+    const std::ptrdiff_t before = count_open_files();
+    recover();
+    EXPECT_EQ(before, count_open_files());
+}
+
+TEST_F(Recover, RequiresAName)
+{
+    EXPECT_ABORTS(vesk_recover(nullptr, 0, 0, nullptr), "filename != ((void *)0)");
+    EXPECT_ABORTS(vesk_recover("", 0, 0, nullptr), "filename[0] != 0");
+    EXPECT_ABORTS(vesk_recover_plan(nullptr, 0, 0, nullptr, nullptr, nullptr),
+                  "filename != ((void *)0)");
+    EXPECT_ABORTS(vesk_recover_plan("", 0, 0, nullptr, nullptr, nullptr), "filename[0] != 0");
+}
+
+} // namespace
