@@ -17,12 +17,18 @@ step()
     say "== $*"
 }
 
+# configure PRESET: makes ready to build below build/PRESET.
+configure()
+{
+    mkdir -p build
+    cmake --preset "$1" >"build/$1.log" 2>&1 || { cat "build/$1.log" >&2; exit 1; }
+}
+
 # build PRESET [TARGET...]: configures and builds below build/PRESET.
 build()
 {
     local preset=$1
     shift
-    mkdir -p build
-    cmake --preset "$preset" >"build/$preset.log" 2>&1 || { cat "build/$preset.log" >&2; exit 1; }
+    configure "$preset"
     cmake --build --preset "$preset" -j "$jobs" ${1+--target "$@"}
 }
