@@ -25,8 +25,10 @@
  *    intervals; a history buffer holds twice as many. Two consecutive intervals of a full history
  *    become one when the next buffer is summarised. num_hb_intervals must not exceed 65534.
  * 3. Durability. A vector or an event is with the operating system when the call returns; nothing
- *    is synced to the disk. The state file is written when a recorder is created and whenever its
- *    files change, in place, and never by vesk_close().
+ *    is synced to the disk, except by vesk_sync(). The state file is written when a recorder is
+ *    created and whenever its files change, in place, and never by vesk_close().
+ * vesk_backup_state() keeps a copy of it, and vesk_recover() (vesk_recover.h) brings a box back
+ * after a crash.
  * 4. Failures. A vector that could not be written is not counted. When the call that failed had to
  *    move on to the next file first, the recorder should be closed and opened again: its state may
  *    be ahead of its files, and the next call may abort.
@@ -166,6 +168,43 @@ VESK_API int vesk_write_event(vesk *vesk, const vesk_cb_record_event *event);
  * -42, as vesk_current_buffer_write_tagged_event() has them.
  */
 VESK_API int vesk_write_tagged_event(vesk *vesk, const vesk_cb_record_event *event);
+
+/**
+ * Brings onto the medium what was written: the data of all files of @p vesk, and their names. When
+ * it returns 0, everything that was acknowledged before the call survives the loss of power.
+ *
+ * It is the caller who knows what a sync costs and what a loss: a monitor that samples each second
+ * may sync each minute, and after an event that announces the end. Moving on to other files deletes
+ * the old ones, and the new ones are not on the medium yet. So it is to be called in any case after
+ * a vector that changed the @c next_file_number of @p vesk: a loss of power between the two can
+ * cost history.
+ *
+ * Aborts as vesk_write_tagged_event() does.
+ *
+ * @return 0; -40 when a file of the recorder cannot be opened; -41 when a file or the folder cannot
+ * be synced. The recorder can be used on.
+ */
+VESK_API int vesk_sync(const vesk *vesk);
+
+/**
+ * Writes a copy of the state file beside it, under its name and ".bak", from which vesk_recover()
+ * brings back a box whose state file was lost while it was written. The copy replaces the one
+ * before as a whole and is synced: whenever the process is killed or power is lost, one of the two
+ * is there.
+ *
+ * To be called after vesk_create() and after each vector that changed the @c next_file_number of
+ * @p vesk, before the next one of those is written. When the state file itself is good, the copy is
+ * not needed.
+ *
+ * Aborts as vesk_write_telemetry_vector() does.
+ *
+ * @return 0; -40 when the copy cannot be opened; -41 when it cannot be written, synced or put into
+ * place; -49 when its name is too long; -22 without memory; -6 after a vector that failed on its
+ * way to other files, until the recorder was opened again. The copy of before is then still there,
+ * and what was begun is removed. Only where the folder cannot be synced (-41, too) it may be the
+ * new one.
+ */
+VESK_API int vesk_backup_state(const vesk *vesk);
 
 /**
  * Closes the files of @p *vesk, frees it and sets it to null. The state file is not written.

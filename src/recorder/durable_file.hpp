@@ -11,6 +11,9 @@
 // What the content is written to until it is complete.
 inline constexpr char replacement_suffix[] = ".new";
 
+// The copy of the state file, behind its name.
+inline constexpr char backup_suffix[] = ".bak";
+
 class replacement_file
 {
 public:

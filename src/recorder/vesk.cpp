@@ -13,6 +13,7 @@
 // Integers are big-endian; a string is its length, 4 bytes, and its bytes. The file is not
 // compressed.
 
+#include <array>
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
@@ -26,6 +27,7 @@
 #include <vesk/vesk_hist_buffer_compress.h>
 
 #include "io/fields.hpp"
+#include "recorder/durable_file.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
@@ -33,8 +35,9 @@
 // The names of buffers are cut to this size, including the terminator.
 static constexpr size_t filename_size = 1024;
 
-// Destroying the stream closes the state file.
+// Flags of the streams over the state file: who closes it.
 static constexpr uint32_t close_file = 0;
+static constexpr uint32_t keep_file_open = 1;
 
 // ---- The stages -------------------------------------------------------------------------------
 
@@ -49,6 +52,7 @@ template <>
 struct stage_functions<vesk_zcf_state_c00> {
     static constexpr uint32_t state = VESK_ZCF_STATE_C00;
     static constexpr auto pointer = &vesk::c00;
+    static constexpr std::array<char * vesk_zcf_state_c00::*, 0> closed_buffers = {};
     static constexpr auto open_buffer = &vesk_zcf_state_c00::cbuf0;
     static constexpr const char *missing = "vesk->c00 != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->c00 != ((void *)0)";
@@ -64,6 +68,7 @@ template <>
 struct stage_functions<vesk_zcf_state_cc0> {
     static constexpr uint32_t state = VESK_ZCF_STATE_CC0;
     static constexpr auto pointer = &vesk::cc0;
+    static constexpr std::array closed_buffers = {&vesk_zcf_state_cc0::cbuf0_filename};
     static constexpr auto open_buffer = &vesk_zcf_state_cc0::cbuf1;
     static constexpr const char *missing = "vesk->cc0 != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->cc0 != ((void *)0)";
@@ -79,6 +84,8 @@ template <>
 struct stage_functions<vesk_zcf_state_ccc> {
     static constexpr uint32_t state = VESK_ZCF_STATE_CCC;
     static constexpr auto pointer = &vesk::ccc;
+    static constexpr std::array closed_buffers = {&vesk_zcf_state_ccc::cbuf0_filename,
+                                                  &vesk_zcf_state_ccc::cbuf1_filename};
     static constexpr auto open_buffer = &vesk_zcf_state_ccc::cbuf2;
     static constexpr const char *missing = "vesk->ccc != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->ccc != ((void *)0)";
@@ -94,6 +101,8 @@ template <>
 struct stage_functions<vesk_zcf_state_hcc> {
     static constexpr uint32_t state = VESK_ZCF_STATE_HCC;
     static constexpr auto pointer = &vesk::hcc;
+    static constexpr std::array closed_buffers = {&vesk_zcf_state_hcc::hbuf_filename,
+                                                  &vesk_zcf_state_hcc::cbuf1_filename};
     static constexpr auto open_buffer = &vesk_zcf_state_hcc::cbuf2;
     static constexpr const char *missing = "vesk->hcc != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->hcc != ((void *)0)";
@@ -556,6 +565,82 @@ int vesk_write_tagged_event(vesk *recorder, const vesk_cb_record_event *event)
         const auto *stage = require_stage(recorder, functions);
         return vesk_current_buffer_write_tagged_event(stage->*functions.open_buffer, event);
     });
+}
+
+// ---- Durability -------------------------------------------------------------------------------
+
+static int _sync_stream(FILE *file)
+{
+    return fdatasync(fileno(file)) == 0 ? 0 : QE_ERROR_IO;
+}
+
+static int _sync_file(const char *filename)
+{
+    const owned_file file(fopen(filename, "r"));
+    return file ? _sync_stream(file.get()) : QE_ERROR_OPEN;
+}
+
+// The full buffers are synced each time: they were written to since the last call if the recorder
+// has moved on, and those that were not cost nothing.
+template <typename Stage>
+static int _sync_buffers(const Stage *stage, stage_functions<Stage> functions)
+{
+    for (char *Stage::*filename : functions.closed_buffers) {
+        const int result = _sync_file(stage->*filename);
+        if (result < 0) {
+            return result;
+        }
+    }
+    const vesk_current_buffer *cbuf = stage->*functions.open_buffer;
+    VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
+    return _sync_stream(cbuf->file);
+}
+
+int vesk_sync(const vesk *recorder)
+{
+    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
+    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
+    // What the stage really is: after a failed transition its buffers are still those of the box.
+    int result = visit_stage(stage_type(recorder), [&](auto functions) {
+        return _sync_buffers(require_stage(recorder, functions), functions);
+    });
+    // The state file names the buffers, so it comes after them.
+    if (result == 0) {
+        result = _sync_file(recorder->state_filename);
+    }
+    return result < 0 ? result : _vesk_sync_folder(recorder->state_filename);
+}
+
+int vesk_backup_state(const vesk *recorder)
+{
+    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
+    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
+    char filename[max_filename];
+    const int length =
+        snprintf(filename, sizeof filename, "%s%s", recorder->state_filename, backup_suffix);
+    if (length < 0 || length >= static_cast<int>(sizeof filename)) {
+        return QE_ERROR_LIMIT;
+    }
+    // The state of a failed transition does not fit the files.
+    if (stage_type(recorder) != recorder->state) {
+        return QE_ERROR_MALFORMED;
+    }
+    replacement_file file;
+    const int opened = file.open(filename);
+    if (opened < 0) {
+        return opened;
+    }
+    owned<writer, writer_destroy> target(raw_writer_create(file.file(), keep_file_open));
+    if (!target) {
+        return qe_get_last_error();
+    }
+    const int written = binary_serializer_write_vesk(recorder, target.get());
+    target.reset();
+    // The names of the stage are written without a result: the stream knows.
+    if (written < 0 || ferror(file.file()) != 0) {
+        return written < 0 ? written : QE_ERROR_IO;
+    }
+    return file.commit();
 }
 
 // ---- The state file ---------------------------------------------------------------------------

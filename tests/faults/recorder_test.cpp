@@ -745,6 +745,39 @@ std::vector<fault_case> recorder_cases()
                      },
                      box_with(14),
                      [](const fault &, const outcome &) { nothing_is_lost(14); }});
+    table.push_back(
+        {"vesk_sync",
+         "",
+         {{call_kind::open, {"-40"}}, {call_kind::close, {"ok"}}, {call_kind::sync, {"-41"}}},
+         [](fault &f) {
+             const box_content before = read_box();
+             const owned_recorder recorder(vesk_open("r"));
+             const outcome found = f.returns([&] { return vesk_sync(recorder.get()); });
+             box_is_unchanged(before);
+             return found;
+         },
+         box_with(14)});
+    table.push_back({"vesk_backup_state", "",
+                     no_memory + expectations{{call_kind::open, {"-40"}},
+                                              {call_kind::write, {"-41"}},
+                                              {call_kind::torn_write, {"-41"}},
+                                              {call_kind::flush, {"-41"}},
+                                              {call_kind::close, {"ok"}},
+                                              {call_kind::rename, {"-41"}},
+                                              {call_kind::sync, {"-41"}}},
+                     [](fault &f) {
+                         const owned_recorder recorder(vesk_open("r"));
+                         return f.returns([&] { return vesk_backup_state(recorder.get()); });
+                     },
+                     box_with(14),
+                     [](const fault &, const outcome &found) {
+                         // What is in place is whole, and nothing is left beside it.
+                         if (fs::exists("r.state.bak")) {
+                             EXPECT_EQ(read_file("r.state"), read_file("r.state.bak"));
+                         }
+                         EXPECT_TRUE(found != "ok" || fs::exists("r.state.bak"));
+                         EXPECT_FALSE(fs::exists("r.state.bak.new"));
+                     }});
     table.push_back({"vesk_check_vector", "", no_memory, [](fault &f) {
                          const owned_matrix vector = vector_number(1);
                          return f.returns([&] { return vesk_check_vector(vector.get()); });
