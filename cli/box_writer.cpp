@@ -42,6 +42,14 @@ std::string state_file_of(const std::string &base)
     return base + ".state";
 }
 
+const std::string &required_name(const std::string &base)
+{
+    if (base.empty()) {
+        throw failure(exit_usage, "the name of the box is empty");
+    }
+    return base;
+}
+
 bool exists(const std::string &path)
 {
     return access(path.c_str(), F_OK) == 0;
@@ -125,11 +133,9 @@ void box_writer::check_shape_for(const std::string &base, const box_shape &shape
     }
 }
 
-box_writer::box_writer(const std::string &base, const box_shape &shape) : base_(base)
+box_writer::box_writer(const std::string &base, const box_shape &shape)
+    : base_(required_name(base)), lock_(base_)
 {
-    if (base.empty()) {
-        throw failure(exit_usage, "the name of the box is empty");
-    }
     if (exists(state_file_of(base))) {
         open(shape);
     } else {

@@ -13,6 +13,8 @@
 #include <vesk/sensor_array.h>
 #include <vesk/vesk.h>
 
+#include "box_lock.hpp"
+
 namespace cli
 {
 
@@ -39,7 +41,7 @@ class box_writer
 {
 public:
     // Opens the box on @p base, or makes one when there is none. An existing box keeps its shape:
-    // another one that is asked for is refused.
+    // another one that is asked for is refused, and so is a box that another process writes to.
     box_writer(const std::string &base, const box_shape &shape);
     box_writer(const box_writer &) = delete;
     box_writer &operator=(const box_writer &) = delete;
@@ -67,6 +69,7 @@ private:
         void operator()(matrix *vector) const { matrix_destroy(&vector); }
     };
     std::string base_;
+    box_lock lock_;
     std::unique_ptr<struct vesk, closer> recorder_;
     std::unique_ptr<matrix, closer> vector_;
     std::unordered_set<std::string> known_sensors_;

@@ -1,0 +1,34 @@
+// One process at a time writes to a box.
+#ifndef VESK_CLI_BOX_LOCK_HPP
+#define VESK_CLI_BOX_LOCK_HPP
+
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace cli
+{
+
+// Who has the lock of the box on @p base; the number is 0 when it cannot be told. Nothing when it
+// is free.
+std::optional<pid_t> lock_holder(const std::string &base);
+
+// Holds BASE.lock until it is destroyed. The kernel lets go of the lock with the process, however
+// that ends; what stays behind after a kill is the file, which means nothing by itself.
+class box_lock
+{
+public:
+    // Throws a failure that names the holder when another process has the lock.
+    explicit box_lock(const std::string &base);
+    box_lock(const box_lock &) = delete;
+    box_lock &operator=(const box_lock &) = delete;
+    ~box_lock();
+
+private:
+    std::string path_;
+    int fd_ = -1;
+};
+
+} // namespace cli
+
+#endif
