@@ -20,8 +20,10 @@ struct matrix_view {
 // The most rows that one call of eliminate() takes: the pivot row is loaded once for all of them.
 inline constexpr std::size_t eliminate_rows = 4;
 
-// How many columns of a triangular inverse are carried together.
+// How many columns of a triangular inverse are carried together, and what their number in memory is
+// rounded up to.
 inline constexpr std::size_t panel_columns = 64;
+inline constexpr std::size_t panel_unit = 8;
 
 struct matrix_kernels {
     const char *name;
@@ -43,13 +45,17 @@ struct matrix_kernels {
     // The largest magnitude among n elements, -1.0 when there is none but NaN.
     double (*largest_magnitude)(const double *row, std::size_t n);
 
-    // One row of a triangular inverse, `panel_columns` wide: sum[j] += factor[k] times element j of
-    // row k of the panel, not fused, for k = 0 .. n-1 in this order. The columns of a lower
-    // triangle begin one after the other: column j takes part from k = j on.
-    void (*accumulate_lower)(double *sum, const double *factor, const double *panel, std::size_t n);
-    // Those of an upper triangle end one after the other: column j takes part up to k = j - offset.
-    void (*accumulate_upper)(double *sum, const double *factor, const double *panel, std::size_t n,
-                             std::ptrdiff_t offset);
+    // Columns first .. first + columns - 1 of the inverse of the lower triangle of `factors` (n x
+    // n, rows `stride` apart), whose diagonal counts as ones, from row `first` on: row i begins at
+    // panel + i * panel_stride. Sums run from the diagonal of the column downwards, not fused. A
+    // row of the panel has room for columns in multiples of panel_unit.
+    void (*invert_lower)(const double *factors, std::size_t stride, std::size_t n,
+                         std::size_t first, std::size_t columns, double *panel,
+                         std::size_t panel_stride);
+    // The same for the upper triangle with its diagonal, down to the diagonal of each column.
+    void (*invert_upper)(const double *factors, std::size_t stride, std::size_t n,
+                         std::size_t first, std::size_t columns, double *panel,
+                         std::size_t panel_stride);
 
     // sum[j] += the elements of column j, in increasing row.
     void (*add_rows)(const double *base, std::size_t stride, std::size_t m, std::size_t n,

@@ -17,6 +17,8 @@ struct simd {
     static constexpr std::size_t block_depth = 256;
     static constexpr std::size_t block_rows = 192;
     static constexpr std::size_t block_columns = 4080;
+    static constexpr std::size_t triangle_rows = 4;
+    static constexpr std::size_t triangle_vectors = 2;
 
     static constexpr std::size_t square = 4;
 
@@ -36,10 +38,14 @@ struct simd {
     static vector add(vector a, vector b) { return _mm256_add_pd(a, b); }
     static vector subtract(vector a, vector b) { return _mm256_sub_pd(a, b); }
     static vector multiply(vector a, vector b) { return _mm256_mul_pd(a, b); }
+    static vector divide(vector a, vector b) { return _mm256_div_pd(a, b); }
+    static vector negate(vector v) { return _mm256_xor_pd(v, _mm256_set1_pd(-0.0)); }
     static vector fused(vector a, vector b, vector c) { return _mm256_fmadd_pd(a, b, c); }
     static vector magnitude(vector v) { return _mm256_andnot_pd(_mm256_set1_pd(-0.0), v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return _mm256_max_pd(v, kept); }
+    // Of a vector without NaN.
+    static double largest_lane(vector v) { return _largest_of_four(v); }
     static vector choose(mask m, vector a, vector b)
     {
         return _mm256_blendv_pd(b, a, _mm256_castsi256_pd(m));

@@ -17,6 +17,8 @@ struct simd {
     static constexpr std::size_t block_depth = 320;
     static constexpr std::size_t block_rows = 192;
     static constexpr std::size_t block_columns = 4080;
+    static constexpr std::size_t triangle_rows = 8;
+    static constexpr std::size_t triangle_vectors = 2;
 
     static constexpr std::size_t square = 4;
 
@@ -36,10 +38,22 @@ struct simd {
     static vector add(vector a, vector b) { return _mm512_add_pd(a, b); }
     static vector subtract(vector a, vector b) { return _mm512_sub_pd(a, b); }
     static vector multiply(vector a, vector b) { return _mm512_mul_pd(a, b); }
+    static vector divide(vector a, vector b) { return _mm512_div_pd(a, b); }
+    static vector negate(vector v)
+    {
+        return _mm512_castsi512_pd(
+            _mm512_xor_si512(_mm512_castpd_si512(v), _mm512_castpd_si512(_mm512_set1_pd(-0.0))));
+    }
     static vector fused(vector a, vector b, vector c) { return _mm512_fmadd_pd(a, b, c); }
     static vector magnitude(vector v) { return _mm512_abs_pd(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return _mm512_mask_max_pd(kept, 0xff, v, kept); }
+    // Of a vector without NaN.
+    static double largest_lane(vector v)
+    {
+        return _largest_of_four(_mm256_max_pd(_mm512_maskz_extractf64x4_pd(0xf, v, 0),
+                                              _mm512_maskz_extractf64x4_pd(0xf, v, 1)));
+    }
     static vector choose(mask m, vector a, vector b) { return _mm512_mask_blend_pd(m, b, a); }
     static mask first_lanes(std::size_t n) { return static_cast<mask>((1U << n) - 1); }
 };

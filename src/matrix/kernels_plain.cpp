@@ -12,6 +12,8 @@ struct simd {
     static constexpr std::size_t block_depth = 256;
     static constexpr std::size_t block_rows = 64;
     static constexpr std::size_t block_columns = 1024;
+    static constexpr std::size_t triangle_rows = 1;
+    static constexpr std::size_t triangle_vectors = 8;
 
     static constexpr std::size_t square = 1;
 
@@ -30,10 +32,14 @@ struct simd {
     static vector add(vector a, vector b) { return a + b; }
     static vector subtract(vector a, vector b) { return a - b; }
     static vector multiply(vector a, vector b) { return a * b; }
+    static vector divide(vector a, vector b) { return a / b; }
+    static vector negate(vector v) { return -v; }
     static vector fused(vector a, vector b, vector c) { return __builtin_fma(a, b, c); }
     static vector magnitude(vector v) { return __builtin_fabs(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return v > kept ? v : kept; }
+    // Of a vector without NaN.
+    static double largest_lane(vector v) { return v; }
     static vector choose(mask m, vector a, vector b) { return m ? a : b; }
     static mask first_lanes(std::size_t n) { return n > 0; }
 };

@@ -26,6 +26,12 @@ inline void _transpose_four(const double *from, std::size_t from_stride, double 
     _mm256_storeu_pd(to + 3 * to_stride, _mm256_permute2f128_pd(high01, high23, 0x31));
 }
 
+inline double _largest_of_four(__m256d v)
+{
+    const __m128d halves = _mm_max_pd(_mm256_castpd256_pd128(v), _mm256_extractf128_pd(v, 1));
+    return _mm_cvtsd_f64(_mm_max_sd(halves, _mm_unpackhi_pd(halves, halves)));
+}
+
 } // namespace
 
 #endif

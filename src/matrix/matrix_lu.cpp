@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include <vesk/error.h>
 #include <vesk/matrix_lu.h>
@@ -356,83 +357,89 @@ matrix *matrix_lu_solve_for(const matrix *m, const matrix *b)
 // --- inverse
 // --------------------------------------------------------------------------------------
 
-// One row of the inverse of a triangle, for the columns of a panel that lie beside the diagonal:
-// finish(sum) of the sums that the kernel has left.
-template <typename Finish>
-static void _matrix_finish_row(const double *sum, double *row, uint32_t begin, uint32_t end,
-                               Finish finish)
-{
-    for (uint32_t j = begin; j < end; ++j) {
-        row[j] = finish(sum[j]);
-    }
-}
-
 // Both triangles are inverted in panels of columns, which lie in one piece meanwhile.
-using inverse_panel = void (*)(const matrix *lu, double *panel, uint32_t first, uint32_t width);
-
-static void _matrix_invert_lower_panel(const matrix *lu, double *panel, uint32_t first,
-                                       uint32_t width)
+class inverse_panel
 {
-    const uint32_t n = lu->nrows;
-    for (uint32_t i = first; i < n; ++i) {
-        double *row = panel + static_cast<std::size_t>(i) * panel_columns;
-        double sum[panel_columns] = {};
-        _matrix_kernels().accumulate_lower(sum, lu->values[i] + first,
-                                           panel + static_cast<std::size_t>(first) * panel_columns,
-                                           i - first);
-        _matrix_finish_row(sum, row, 0, std::min(width, i - first), [](double s) { return -s; });
-        if (i - first < width) {
-            row[i - first] = 1.0;
-        }
+public:
+    explicit inverse_panel(uint32_t n)
+        : stride_((std::min<std::size_t>(panel_columns, n) + panel_unit - 1) / panel_unit *
+                  panel_unit),
+          memory_(allocate<double>(n * stride_))
+    {
     }
+
+    explicit operator bool() const { return memory_.get() != nullptr; }
+    double *row(uint32_t i) const { return memory_.get() + i * stride_; }
+    std::size_t stride() const { return stride_; }
+
+private:
+    std::size_t stride_;
+    owned_memory<double> memory_;
+};
+
+// Where each row (or column) comes to lie when the exchanges of `indices` are undone. Null when
+// there is no memory.
+static owned_memory<uint32_t> _matrix_find_places(const matrix *indices)
+{
+    const uint32_t n = indices->nrows;
+    owned_memory<uint32_t> places(allocate<uint32_t>(n));
+    if (!places) {
+        return places;
+    }
+    uint32_t *at = places.get();
+    std::iota(at, at + n, 0U);
+    // Taken forwards, the exchanges move the places instead of what comes to lie there.
+    for (uint32_t k = 0; k + 1 < n; ++k) {
+        std::swap(at[k], at[_matrix_index_at(indices, k)]);
+    }
+    return places;
 }
 
-static void _matrix_invert_upper_panel(const matrix *lu, double *panel, uint32_t first,
-                                       uint32_t width)
+// The inverse of the lower factor, with the exchanges of rows undone in its columns.
+static matrix *_matrix_inverse_lower_triangular_unit_diagonal(const matrix_lu *lu)
 {
-    for (uint32_t i = first + width; i-- > 0;) {
-        double *row = panel + static_cast<std::size_t>(i) * panel_columns;
-        double sum[panel_columns] = {};
-        const double diagonal = lu->values[i][i];
-        const uint32_t begin = i < first ? 0 : i - first + 1;
-        _matrix_kernels().accumulate_upper(
-            sum, lu->values[i] + i + 1, row + panel_columns, first + width - 1 - i,
-            static_cast<std::ptrdiff_t>(i) + 1 - static_cast<std::ptrdiff_t>(first));
-        _matrix_finish_row(sum, row, begin, width, [diagonal](double s) { return -s / diagonal; });
-        if (i >= first) {
-            row[i - first] = 1.0 / diagonal;
-        }
-    }
-}
-
-static matrix *_matrix_invert_triangle(const matrix *lu, inverse_panel invert)
-{
-    const uint32_t n = lu->nrows;
-    owned_matrix inverse(matrix_create_like(lu));
-    const owned_memory<double> panel(allocate<double>(static_cast<std::size_t>(n) * panel_columns));
-    if (!inverse || !panel) {
+    const uint32_t n = lu->matrix->nrows;
+    owned_matrix inverse(matrix_create_like(lu->matrix));
+    const inverse_panel panel(n);
+    const owned_memory<uint32_t> places = _matrix_find_places(lu->p);
+    if (!inverse || !panel || !places) {
         return nullptr;
     }
     for (uint32_t first = 0; first < n; first += panel_columns) {
-        const uint32_t width = std::min<uint32_t>(panel_columns, n - first);
-        std::fill_n(panel.get(), static_cast<std::size_t>(n) * panel_columns, 0.0);
-        invert(lu, panel.get(), first, width);
-        for (uint32_t i = 0; i < n; ++i) {
-            std::copy_n(panel.get() + static_cast<std::size_t>(i) * panel_columns, width,
-                        inverse->values[i] + first);
+        const uint32_t columns = std::min<uint32_t>(panel_columns, n - first);
+        _matrix_kernels().invert_lower(lu->matrix->values[0], n, n, first, columns, panel.row(0),
+                                       panel.stride());
+        for (uint32_t i = first; i < n; ++i) {
+            double *row = inverse->values[i];
+            for (uint32_t j = 0; j < std::min(columns, i - first + 1); ++j) {
+                row[places.get()[first + j]] = panel.row(i)[j];
+            }
         }
     }
     return inverse.release();
 }
 
-static matrix *_matrix_inverse_lower_triangular_unit_diagonal(const matrix *lu)
+// The inverse of the upper factor, with the exchanges of columns undone in its rows.
+static matrix *_matrix_inverse_upper_triangular(const matrix_lu *lu)
 {
-    return _matrix_invert_triangle(lu, _matrix_invert_lower_panel);
-}
-
-static matrix *_matrix_inverse_upper_triangular(const matrix *lu)
-{
-    return _matrix_invert_triangle(lu, _matrix_invert_upper_panel);
+    const uint32_t n = lu->matrix->nrows;
+    owned_matrix inverse(matrix_create_like(lu->matrix));
+    const inverse_panel panel(n);
+    const owned_memory<uint32_t> places = _matrix_find_places(lu->q);
+    if (!inverse || !panel || !places) {
+        return nullptr;
+    }
+    for (uint32_t first = 0; first < n; first += panel_columns) {
+        const uint32_t columns = std::min<uint32_t>(panel_columns, n - first);
+        _matrix_kernels().invert_upper(lu->matrix->values[0], n, n, first, columns, panel.row(0),
+                                       panel.stride());
+        for (uint32_t i = 0; i < first + columns; ++i) {
+            const uint32_t zeros = i < first ? 0 : i - first;
+            std::copy_n(panel.row(i) + zeros, columns - zeros,
+                        inverse->values[places.get()[i]] + first + zeros);
+        }
+    }
+    return inverse.release();
 }
 
 matrix *matrix_inverse(const matrix *m)
@@ -445,15 +452,13 @@ matrix *matrix_inverse(const matrix *m)
     if (!lu || lu->rank < n) {
         return nullptr;
     }
-    const owned_matrix lower(_matrix_inverse_lower_triangular_unit_diagonal(lu->matrix));
+    const owned_matrix lower(_matrix_inverse_lower_triangular_unit_diagonal(lu.get()));
     if (!lower) {
         return nullptr;
     }
-    _matrix_permute_columns_reversed(lower.get(), lu->p);
-    const owned_matrix upper(_matrix_inverse_upper_triangular(lu->matrix));
+    const owned_matrix upper(_matrix_inverse_upper_triangular(lu.get()));
     if (!upper) {
         return nullptr;
     }
-    _matrix_permute_rows_reversed(upper.get(), lu->q);
     return matrix_multiply(upper.get(), lower.get());
 }
