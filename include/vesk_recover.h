@@ -9,13 +9,13 @@
  * - bytes in no complete stream (a torn tail, a damaged middle) are taken out of the buffer; the
  *   streams behind them stay;
  * - bare events get the type word that lets readers take them, and records that are whole but
- *   refused by the readers are mended where that is possible without guessing;
+ *   refused by the readers are mended;
  * - a buffer that has to be full is padded: a current buffer with samples of NaN at its last time,
  *   which add nothing to any statistic, a history buffer with intervals of count 0;
  * - a state file that is missing, partial or behind its buffers is written anew, from the backup
  *   (vesk_backup_state()) or from the buffers;
- * - files that nothing refers to any more are deleted, but only when all that they hold is proven to
- *   be in the history; others are named and kept.
+ * - files that nothing refers to any more are deleted, but only when all that they hold is proven
+ * to be in the history; others are named and kept.
  *
  * Nothing that was taken out is lost: it is appended to FILE.torn beside its buffer, see
  * #VESK_RECOVER_CUT. A box that needs nothing is not written to.
@@ -45,17 +45,20 @@ typedef enum vesk_recover_action {
     /** A record, or a piece of one, that cannot be kept is taken out; its stream is kept in
         FILE.torn. */
     VESK_RECOVER_SET_ASIDE,
-    VESK_RECOVER_TAG_EVENT,    /**< a bare event gets its type word */
-    VESK_RECOVER_MEND_TIME,    /**< a time that readers refuse, or 0, becomes the nearest valid one */
-    VESK_RECOVER_MEND_TEXT,    /**< an empty name or text gets a substitute */
-    VESK_RECOVER_NAME_SENSORS, /**< samples without names get the names "unknown.1", "unknown.2", … */
-    VESK_RECOVER_ADD_HEADER,   /**< the header of the buffer is missing or wrong and is written */
-    VESK_RECOVER_PAD,          /**< samples without values, or intervals without samples, are added */
-    VESK_RECOVER_CREATE,       /**< a buffer that the box needs is missing and is made */
-    VESK_RECOVER_WRITE_STATE,  /**< the state file is written */
-    VESK_RECOVER_DELETE,       /**< a file whose content is in the history is deleted, or what an
-                                    earlier recovery left unfinished */
-    VESK_RECOVER_KEEP          /**< a file that does not belong to the box any more is left alone */
+    VESK_RECOVER_TAG_EVENT, /**< a bare event gets its type word */
+    VESK_RECOVER_MEND_TIME, /**< a time that readers refuse, or 0, becomes the nearest valid one */
+    VESK_RECOVER_MEND_TEXT, /**< an empty name or text gets a substitute */
+    /** Samples whose names are lost get those of the buffer before, or of the next names record,
+       when their number agrees, and otherwise "unknown.1", "unknown.2" and so on. */
+    VESK_RECOVER_NAME_SENSORS,
+    VESK_RECOVER_ADD_HEADER, /**< the header of the buffer is missing or wrong and is written */
+    VESK_RECOVER_PAD,        /**< samples without values, or intervals without samples, are added */
+    VESK_RECOVER_CREATE,     /**< a buffer that the box needs is missing and is made */
+    VESK_RECOVER_WRITE_STATE, /**< the state file is written */
+    VESK_RECOVER_DELETE,      /**< a file whose content is in the history is deleted, or what an
+                                   earlier recovery left unfinished */
+    VESK_RECOVER_KEEP /**< a file that does not belong to the box, but may hold something that
+                           is nowhere else, is left alone; not counted as a step */
 } vesk_recover_action;
 
 /** One thing that is wrong and what is done about it. */
@@ -81,7 +84,7 @@ typedef enum vesk_recover_source {
 
 /** What was found and done. */
 typedef struct vesk_recover_report {
-    uint32_t steps;             /**< how many steps; 0 means that the box needed nothing */
+    uint32_t steps;             /**< how many steps that change something; 0 for a healthy box */
     vesk_recover_source source; /**< where the state comes from */
     uint32_t state;             /**< stage of the box afterwards, a vesk_zcf_state */
     uint32_t num_cb_samples;    /**< capacity of a current buffer */

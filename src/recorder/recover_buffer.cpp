@@ -602,15 +602,38 @@ private:
         }
         changed_otherwise_ = true;
         const auto missing = static_cast<uint32_t>(capacity_ - contents_->data_records);
+        if (missing > most_padding) {
+            return QE_ERROR_LIMIT;
+        }
         contents_->records_padded = missing;
         result = tell(VESK_RECOVER_PAD, 0, 0, missing, QE_ERROR_NOT_FULL);
         if (result == 0 && n_names_ == 0) {
             result = replace_names(0, padding_time());
         }
+        if (result == 0 && missing * uint64_t(n_names_) > most_padded_values) {
+            result = keep_one_name();
+        }
         return result != 0 || output_ == nullptr ? result : pad(missing);
     }
 
+    // Sizes that no box has must not fill the disk.
+    static constexpr uint32_t most_padding = 10'000'000;
+    static constexpr uint64_t most_padded_values = most_padding;
+
     int64_t padding_time() const { return last_time_ != 0 ? last_time_ : 1; }
+
+    // One sensor is enough where there is nothing to tell.
+    int keep_one_name()
+    {
+        const owned_names one(vesk_cb_record_sensor_names_create_null());
+        if (!one) {
+            return QE_ERROR_NO_MEMORY;
+        }
+        const char *name = _name_at(contents_->last_names->sensors, 0);
+        one->sensors = sensor_array_create_from_names(&name, 1);
+        one->timestamp.tv.tv_sec = static_cast<time_t>(padding_time());
+        return one->sensors == nullptr ? QE_ERROR_NO_MEMORY : append_names(one.get());
+    }
 
     int pad(uint32_t n)
     {
@@ -633,15 +656,15 @@ private:
         for (timestamp *time : {&sample.timestamp, &interval.start, &interval.end}) {
             time->tv.tv_sec = static_cast<time_t>(padding_time());
         }
+        constexpr std::size_t stream_size = 65536;
         int result = 0;
-        // One stream a record, as a recorder writes them.
         for (uint32_t i = 0; i < n && result == 0; ++i) {
             result = is_current() ? append_sample(&sample) : append_interval(&interval);
-            if (result == 0) {
+            if (result == 0 && content_.size() >= stream_size) {
                 result = write_stream();
             }
         }
-        return result;
+        return result != 0 ? result : write_stream();
     }
 
     const char *filename_;

@@ -337,16 +337,20 @@ private:
         // What is missing gets the number that it would have had, or a free one.
         box_.add(VESK_BUFFER_TYPE_CURRENT,
                  full != nullptr ? full->name.number : number - std::min(number, 1U));
-        box_.add(VESK_BUFFER_TYPE_CURRENT, opened ? open->name.number : highest_number() + 1);
+        box_.add(VESK_BUFFER_TYPE_CURRENT, opened ? open->name.number : free_number());
     }
 
-    uint32_t highest_number()
+    // A number that no buffer has, above all others where there is room.
+    uint32_t free_number()
     {
-        uint32_t highest = 0;
+        uint32_t number = 0;
         for (const box_file *file : files_) {
-            highest = std::max(highest, file->name.number);
+            number = std::max(number, file->name.number);
         }
-        return highest;
+        do {
+            ++number;
+        } while (files_.find({VESK_BUFFER_TYPE_CURRENT, number}) != nullptr);
+        return number;
     }
 
     bool choose_sizes()
