@@ -8,6 +8,9 @@
 #include <dirent.h>
 #include <iterator>
 #include <stdio_ext.h>
+#include <sys/types.h>
+#include <unistd.h>
+#include <utility>
 #include <zlib.h>
 
 // The failure that is asked for, and the calls since then.
@@ -19,6 +22,12 @@ static struct {
     bool happened;
     int counts[call_kinds];
 } plan;
+
+static std::function<void(const char *)> observer;
+static bool observing = false;
+
+static long disk_room = -1; // no limit when negative
+static long disk_used = 0;
 
 static int zlib_calls_left = 0;
 static int zlib_code = 0;
@@ -63,6 +72,48 @@ failing_zlib::failing_zlib(int n, int code)
 failing_zlib::~failing_zlib()
 {
     zlib_calls_left = 0;
+}
+
+limited_disk::limited_disk(long bytes)
+{
+    disk_room = bytes;
+    disk_used = 0;
+}
+
+limited_disk::~limited_disk()
+{
+    disk_room = -1;
+}
+
+long limited_disk::used()
+{
+    return disk_used;
+}
+
+call_observer::call_observer(std::function<void(const char *)> look)
+{
+    observer = std::move(look);
+    observing = true;
+}
+
+call_observer::~call_observer()
+{
+    observing = false;
+    observer = nullptr;
+}
+
+// Passes a result on; what the observer does is not observed.
+template <typename Result>
+static Result _observed(const char *call, Result result)
+{
+    if (observing) {
+        observing = false;
+        const int reason = errno;
+        observer(call);
+        errno = reason;
+        observing = true;
+    }
+    return result;
 }
 
 long count_live_blocks()
@@ -148,6 +199,8 @@ int __real_unlink(const char *path);
 int __real_remove(const char *path);
 int __real_rename(const char *from, const char *to);
 int __real_link(const char *from, const char *to);
+int __real_ftruncate(int fd, off_t length);
+int __real_ftruncate64(int fd, off64_t length);
 int __real_fsync(int fd);
 int __real_fdatasync(int fd);
 
@@ -217,12 +270,14 @@ int __wrap_inflateInit_(z_stream *stream, const char *version, int size)
 
 FILE *__wrap_fopen(const char *path, const char *mode)
 {
-    return _fails(call_kind::open) ? _fail<FILE *>(EMFILE, nullptr) : __real_fopen(path, mode);
+    return _fails(call_kind::open) ? _fail<FILE *>(EMFILE, nullptr)
+                                   : _observed("fopen", __real_fopen(path, mode));
 }
 
 FILE *__wrap_fopen64(const char *path, const char *mode)
 {
-    return _fails(call_kind::open) ? _fail<FILE *>(EMFILE, nullptr) : __real_fopen64(path, mode);
+    return _fails(call_kind::open) ? _fail<FILE *>(EMFILE, nullptr)
+                                   : _observed("fopen", __real_fopen64(path, mode));
 }
 
 DIR *__wrap_opendir(const char *path)
@@ -253,11 +308,26 @@ dirent *__wrap_readdir64(DIR *folder)
     return _fails(call_kind::read) ? _fail<dirent *>(EIO, nullptr) : __real_readdir64(folder);
 }
 
+// A write as far as the disk has room.
+static size_t _write(const void *from, size_t size, size_t n, FILE *fp)
+{
+    const size_t wanted = size * n;
+    if (disk_room < 0 || wanted <= static_cast<size_t>(disk_room - disk_used)) {
+        disk_used += static_cast<long>(wanted);
+        return _observed("fwrite", __real_fwrite(from, size, n, fp));
+    }
+    const auto room = static_cast<size_t>(disk_room - disk_used);
+    disk_used = disk_room;
+    const size_t taken = __real_fwrite(from, 1, room, fp) / size;
+    (void)__real_fflush(fp);
+    return _fail_on(fp, ENOSPC, taken);
+}
+
 size_t __wrap_fwrite(const void *from, size_t size, size_t n, FILE *fp)
 {
     // Nothing to write cannot fail.
     if (size * n == 0 || !_fails(call_kind::write)) {
-        return __real_fwrite(from, size, n, fp);
+        return _write(from, size, n, fp);
     }
     size_t taken = 0;
     if (plan.kind == call_kind::torn_write) {
@@ -299,7 +369,7 @@ int __wrap_fprintf(FILE *fp, const char *format, ...)
 int __wrap_fflush(FILE *fp)
 {
     if (!_fails(call_kind::flush)) {
-        return __real_fflush(fp);
+        return _observed("fflush", __real_fflush(fp));
     }
     __fpurge(fp);
     return _fail_on(fp, ENOSPC, EOF);
@@ -308,7 +378,7 @@ int __wrap_fflush(FILE *fp)
 int __wrap_fclose(FILE *fp)
 {
     if (!_fails(call_kind::close)) {
-        return __real_fclose(fp);
+        return _observed("fclose", __real_fclose(fp));
     }
     __fpurge(fp);
     (void)__real_fclose(fp);
@@ -324,22 +394,35 @@ int __wrap_closedir(DIR *folder)
 
 int __wrap_unlink(const char *path)
 {
-    return _fails(call_kind::remove) ? _fail(EIO, -1) : __real_unlink(path);
+    return _fails(call_kind::remove) ? _fail(EIO, -1) : _observed("unlink", __real_unlink(path));
 }
 
 int __wrap_remove(const char *path)
 {
-    return _fails(call_kind::remove) ? _fail(EIO, -1) : __real_remove(path);
+    return _fails(call_kind::remove) ? _fail(EIO, -1) : _observed("remove", __real_remove(path));
 }
 
 int __wrap_rename(const char *from, const char *to)
 {
-    return _fails(call_kind::rename) ? _fail(EIO, -1) : __real_rename(from, to);
+    return _fails(call_kind::rename) ? _fail(EIO, -1)
+                                     : _observed("rename", __real_rename(from, to));
 }
 
 int __wrap_link(const char *from, const char *to)
 {
-    return _fails(call_kind::rename) ? _fail(EIO, -1) : __real_link(from, to);
+    return _fails(call_kind::rename) ? _fail(EIO, -1) : _observed("link", __real_link(from, to));
+}
+
+int __wrap_ftruncate(int fd, off_t length)
+{
+    return _fails(call_kind::truncate) ? _fail(EIO, -1)
+                                       : _observed("ftruncate", __real_ftruncate(fd, length));
+}
+
+int __wrap_ftruncate64(int fd, off64_t length)
+{
+    return _fails(call_kind::truncate) ? _fail(EIO, -1)
+                                       : _observed("ftruncate", __real_ftruncate64(fd, length));
 }
 
 int __wrap_fsync(int fd)

@@ -4,6 +4,8 @@
 #ifndef VESK_TESTS_COMMON_FAILING_CALLS_HPP
 #define VESK_TESTS_COMMON_FAILING_CALLS_HPP
 
+#include <functional>
+
 // What can be made to fail.
 enum class call_kind {
     allocation, // malloc(), calloc(), realloc(), strdup(), strndup(), aligned_alloc(): no memory
@@ -17,8 +19,9 @@ enum class call_kind {
     remove,     // unlink(), remove()
     rename,     // rename(), link()
     sync,       // fsync(), fdatasync()
+    truncate,   // ftruncate()
 };
-inline constexpr int call_kinds = 11;
+inline constexpr int call_kinds = 12;
 
 // While it lives, the n-th call of a kind from now on fails: only that one, or also all that
 // follow. There is one at a time.
@@ -58,6 +61,30 @@ public:
     failing_zlib(const failing_zlib &) = delete;
     failing_zlib &operator=(const failing_zlib &) = delete;
     ~failing_zlib();
+};
+
+// While it lives, all files together take so many more bytes. The write that does not fit writes
+// what does, and fails.
+class limited_disk
+{
+public:
+    explicit limited_disk(long bytes);
+    limited_disk(const limited_disk &) = delete;
+    limited_disk &operator=(const limited_disk &) = delete;
+    ~limited_disk();
+
+    // The bytes that were written.
+    static long used();
+};
+
+// While it lives, somebody looks each time that a call may have changed the files.
+class call_observer
+{
+public:
+    explicit call_observer(std::function<void(const char *call)> look);
+    call_observer(const call_observer &) = delete;
+    call_observer &operator=(const call_observer &) = delete;
+    ~call_observer();
 };
 
 // How many blocks of memory are allocated and not freed: only the change from one point to another

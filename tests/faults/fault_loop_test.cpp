@@ -19,7 +19,7 @@ namespace
 
 constexpr const char *kind_names[call_kinds] = {
     "allocation", "zlib",  "open",   "read",   "write", "torn write",
-    "flush",      "close", "remove", "rename", "sync",
+    "flush",      "close", "remove", "rename", "sync",  "truncate",
 };
 
 // How many failures were tried, in how many cases.

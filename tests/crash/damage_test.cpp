@@ -1,0 +1,499 @@
+// Files that rot: whatever became of their bytes, looking at the box and bringing it back end with
+// a stated code, in bounded time and without an abort, and every stream that was not touched comes
+// back.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <vesk/error.h>
+#include <vesk/vesk.h>
+#include <vesk/vesk_recover.h>
+#include <vesk/vesk_scan.h>
+
+#include "common/temporary_directory.hpp"
+#include "crash/box.hpp"
+#include "crash/trials.hpp"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+fs::path fast_folder()
+{
+    const fs::path memory = "/dev/shm";
+    return access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path();
+}
+
+class Damage : public testing::Test
+{
+protected:
+    Damage() : folder_(fast_folder()), working_folder_(fs::current_path())
+    {
+        fs::current_path(folder_.path());
+    }
+    ~Damage() override { fs::current_path(working_folder_); }
+
+private:
+    temporary_directory folder_;
+    fs::path working_folder_;
+};
+
+// ---- What is in the streams -------------------------------------------------------------------
+
+// A record, whatever its sensors are called: those can be lost with another stream.
+struct stored_record {
+    std::string file;
+    std::size_t offset = 0; // of its stream
+    std::size_t length = 0;
+    std::string what;
+};
+
+struct record_list {
+    std::string file;
+    std::vector<stored_record> records;
+};
+
+std::string text_of(const vesk_scan_item &item)
+{
+    char text[64];
+    std::string what;
+    if (item.event != nullptr) {
+        snprintf(text, sizeof text, "event %u ", item.event->type);
+        return text + std::string(item.event->text);
+    }
+    if (item.values != nullptr) {
+        snprintf(text, sizeof text, "sample %ld",
+                 static_cast<long>(item.values->timestamp.tv.tv_sec));
+        what = text;
+        const uint32_t n = vesk_cb_record_sensor_values_get_number_values(item.values);
+        for (uint32_t i = 0; i < n; ++i) {
+            snprintf(text, sizeof text, " %a",
+                     static_cast<double>(vesk_cb_record_sensor_values_get_values(item.values)[i]));
+            what += text;
+        }
+        return what;
+    }
+    const vesk_hb_record_sensor_values &interval = *item.interval;
+    snprintf(text, sizeof text, "interval %ld %ld %u", static_cast<long>(interval.start.tv.tv_sec),
+             static_cast<long>(interval.end.tv.tv_sec), interval.events.n_type3_events);
+    what = text;
+    for (uint32_t i = 0; i < vesk_hb_record_sensor_values_get_number_hist_values(&interval); ++i) {
+        snprintf(text, sizeof text, " %u:%a", interval.hvalues[i].count,
+                 static_cast<double>(interval.hvalues[i].sum));
+        what += text;
+    }
+    return what;
+}
+
+int take_record(const vesk_scan_item *item, void *context)
+{
+    auto *list = static_cast<record_list *>(context);
+    if (item->values != nullptr || item->event != nullptr || item->interval != nullptr) {
+        list->records.push_back({list->file, item->offset, item->length, text_of(*item)});
+    }
+    return 0;
+}
+
+int take_named_file(const vesk_scan_file *file, void *context)
+{
+    auto *list = static_cast<record_list *>(context);
+    list->file = file->filename;
+    if (file->role != VESK_SCAN_ORPHAN && file->missing == 0) {
+        (void)vesk_scan_buffer(file->filename, take_record, context);
+    }
+    return 0;
+}
+
+int take_any_file(const vesk_scan_file *file, void *context)
+{
+    auto *list = static_cast<record_list *>(context);
+    list->file = file->filename;
+    if (file->missing == 0) {
+        (void)vesk_scan_buffer(file->filename, take_record, context);
+    }
+    return 0;
+}
+
+std::vector<stored_record> read_records(int (*visit)(const vesk_scan_file *, void *))
+{
+    record_list list;
+    (void)vesk_scan_files("r", visit, &list);
+    return list.records;
+}
+
+// ---- Boxes and what happens to them -----------------------------------------------------------
+
+struct whole_box {
+    box_sizes sizes;
+    int vectors = 0;
+    folder_content files;
+    std::vector<stored_record> records;
+};
+
+whole_box make_box(const box_sizes &sizes, int vectors, bool with_backup)
+{
+    write_folder({});
+    whole_box box;
+    box.sizes = sizes;
+    box.vectors = vectors;
+    owned_recorder recorder(vesk_create("r", sizes.samples, sizes.intervals));
+    for (int i = 1; i <= vectors; ++i) {
+        EXPECT_EQ(0, write_entry(recorder.get(), vector_entry(i, 1)));
+        if (i % 3 == 0) {
+            EXPECT_EQ(0, write_entry(recorder.get(), event_entry(i, i)));
+        }
+        if (with_backup) {
+            EXPECT_EQ(0, vesk_backup_state(recorder.get()));
+        }
+    }
+    recorder.reset();
+    box.files = read_folder();
+    box.records = read_records(take_named_file);
+    return box;
+}
+
+// A box in each stage, at its beginning and at its end.
+std::vector<whole_box> make_boxes()
+{
+    std::vector<whole_box> boxes;
+    const bool all = is_long_form();
+    for (const int vectors : all ? std::vector<int>{1, 4, 5, 8, 9, 12, 13, 16, 22, 37}
+                                 : std::vector<int>{3, 7, 11, 18}) {
+        for (const bool with_backup : {false, true}) {
+            boxes.push_back(make_box({4, 2}, vectors, with_backup));
+        }
+    }
+    return boxes;
+}
+
+// What happened to the bytes from `from` to `to` of a file.
+struct wound {
+    std::string file;
+    std::size_t from = 0;
+    std::size_t to = 0;
+};
+
+enum counted { came_back, refused, kept_beside, code_base };
+
+bool is_hit(const stored_record &record, const std::vector<wound> &wounds)
+{
+    return std::any_of(wounds.begin(), wounds.end(), [&](const wound &one) {
+        return one.file == record.file && one.from < record.offset + record.length &&
+               one.to > record.offset;
+    });
+}
+
+// The records that were not hit and are not among those found.
+std::vector<std::string> missing_records(const whole_box &box, const std::vector<wound> &wounds,
+                                         const std::vector<stored_record> &found)
+{
+    std::multiset<std::string> there;
+    for (const stored_record &record : found) {
+        there.insert(record.what);
+    }
+    std::vector<std::string> missing;
+    for (const stored_record &record : box.records) {
+        const auto place = there.find(record.what);
+        if (place != there.end()) {
+            there.erase(place);
+        } else if (!is_hit(record, wounds)) {
+            missing.push_back(record.what);
+        }
+    }
+    return missing;
+}
+
+std::string go_on_from(const whole_box &box)
+{
+    entries given;
+    return go_on(&given, box.vectors + 1000, 2 * static_cast<int>(box.sizes.samples) + 1, 1);
+}
+
+int take_step(const vesk_recover_step *step, void *context)
+{
+    auto *steps = static_cast<uint32_t *>(context);
+    *steps += step->action != VESK_RECOVER_KEEP ? 1 : 0;
+    return 0;
+}
+
+// The working folder is the damaged box.
+std::string check_damaged(const whole_box &box, const std::vector<wound> &wounds, bool state_is_hit)
+{
+    const folder_content damaged = read_folder();
+    vesk_recover_report plan;
+    uint32_t steps = 0;
+    const int planned =
+        vesk_recover_plan("r", box.sizes.samples, box.sizes.intervals, take_step, &steps, &plan);
+    std::string complaint;
+    if (read_folder(damaged) != damaged) {
+        complaint += "planning changed a file\n";
+    }
+    vesk_recover_report report;
+    const int result = vesk_recover("r", box.sizes.samples, box.sizes.intervals, &report);
+    const std::set<int> stated = {0, -40, -41, -6, -49, -22};
+    if (stated.count(result) == 0) {
+        return complaint + "recovery gives " + std::to_string(result) + "\n";
+    }
+    if (planned != result || plan.steps != report.steps || steps != plan.steps) {
+        complaint += "planned " + std::to_string(planned) + " with " + std::to_string(plan.steps) +
+                     " steps, told " + std::to_string(steps) + ", done " + std::to_string(result) +
+                     " with " + std::to_string(report.steps) + "\n";
+    }
+    if (result != 0) {
+        count_trial(refused);
+        const folder_content now = read_folder(damaged);
+        return complaint + (now == damaged ? "" : "a refused box was changed\n") +
+               "recovery gives " + std::to_string(result) + "\n";
+    }
+    count_trial(came_back);
+    const std::vector<std::string> missing =
+        missing_records(box, wounds, read_records(take_named_file));
+    if (!missing.empty()) {
+        const bool beside = missing_records(box, wounds, read_records(take_any_file)).empty();
+        count_trial(kept_beside, beside ? 1 : 0);
+        if (!beside || !state_is_hit) {
+            complaint += std::to_string(missing.size()) + " records missing" +
+                         (beside ? ", kept beside" : "") + ", the first is " + missing[0] + "\n";
+        }
+    }
+    vesk_recover_report again;
+    const int second = vesk_recover("r", 0, 0, &again);
+    if (second != 0 || again.steps != 0) {
+        complaint += "recovering again gives " + std::to_string(second) + " and takes " +
+                     std::to_string(again.steps) + " steps\n";
+    }
+    return complaint + go_on_from(box);
+}
+
+// ---- Sweeps -----------------------------------------------------------------------------------
+
+// One way to damage a box.
+struct injury {
+    const whole_box *box = nullptr;
+    folder_content files;
+    std::vector<wound> wounds;
+    std::string what;
+};
+
+std::string changed(const std::string &bytes, std::size_t at, const std::string &by)
+{
+    std::string other = bytes;
+    other.replace(at, std::min(by.size(), other.size() - at), by, 0,
+                  std::min(by.size(), other.size() - at));
+    return other;
+}
+
+// Makes injuries when they are asked for, not all at once.
+using injury_list = std::vector<std::function<injury()>>;
+
+injury change_file(const whole_box &box, const std::string &name, const std::string &bytes,
+                   std::size_t from, std::size_t to, const std::string &what)
+{
+    injury one = {&box, box.files, {{name, from, to}}, what + " in " + name};
+    one.files[name] = shared_bytes(bytes);
+    return one;
+}
+
+void add_flips(const whole_box &box, injury_list *list)
+{
+    for (const auto &[name, bytes] : box.files) {
+        const bool is_buffer = name.find("buf") != std::string::npos;
+        const std::size_t step = is_buffer && !is_long_form() ? 3 : 1;
+        for (std::size_t at = 0; at < bytes->size(); at += step) {
+            for (const int kind : {0, 1, 2, 3}) {
+                if (!is_long_form() && is_buffer && kind != static_cast<int>(at / step % 4)) {
+                    continue;
+                }
+                list->push_back([&box, name = name, bytes = bytes, at, kind] {
+                    const char old = (*bytes)[at];
+                    const char flipped = static_cast<char>(kind == 0   ? ~old
+                                                           : kind == 1 ? old ^ (1 << at % 8)
+                                                           : kind == 2 ? old + 1
+                                                                       : 0);
+                    return change_file(box, name, changed(*bytes, at, {flipped}), at, at + 1,
+                                       "byte " + std::to_string(at) + " changed to " +
+                                           std::to_string(static_cast<unsigned char>(flipped)));
+                });
+            }
+        }
+    }
+}
+
+void add_ends(const whole_box &box, injury_list *list)
+{
+    for (const auto &[name, bytes] : box.files) {
+        const std::size_t size = bytes->size();
+        for (std::size_t n = 1; n <= size; ++n) {
+            list->push_back([&box, name = name, bytes = bytes, size, n] {
+                return change_file(box, name, bytes->substr(0, size - n), size - n, size,
+                                   std::to_string(n) + " bytes cut off");
+            });
+            list->push_back([&box, name = name, bytes = bytes, size, n] {
+                return change_file(box, name, bytes->substr(0, size - n) + std::string(n, '\0'),
+                                   size - n, size, "the last " + std::to_string(n) + " bytes 0");
+            });
+        }
+        for (const std::size_t n : {1U, 2U, 3U, 9U, 100U, 511U, 512U, 4096U, 70000U}) {
+            list->push_back([&box, name = name, bytes = bytes, size, n] {
+                return change_file(box, name, *bytes + std::string(n, '\0'), size, size + n,
+                                   std::to_string(n) + " zeros behind the end");
+            });
+        }
+        list->push_back([&box, name = name, size] {
+            injury one = {&box, box.files, {{name, 0, size}}, name + " removed"};
+            one.files.erase(name);
+            return one;
+        });
+    }
+}
+
+void add_exchanges(const whole_box &box, injury_list *list)
+{
+    for (const auto &first : box.files) {
+        for (const auto &second : box.files) {
+            const std::string a = first.first;
+            const std::string b = second.first;
+            if (a == b) {
+                continue;
+            }
+            list->push_back([&box, a, b] {
+                injury one = {&box, box.files, {}, b + " is a copy of " + a};
+                one.wounds = {{b, 0, box.files.at(b)->size()}};
+                one.files[b] = box.files.at(a);
+                return one;
+            });
+            if (a < b) {
+                list->push_back([&box, a, b] {
+                    injury one = {&box, box.files, {}, a + " and " + b + " exchanged"};
+                    one.wounds = {{a, 0, box.files.at(a)->size()}, {b, 0, box.files.at(b)->size()}};
+                    std::swap(one.files[a], one.files[b]);
+                    return one;
+                });
+                list->push_back([&box, a, b] {
+                    injury one = {&box, box.files, {}, a + " and " + b + " removed"};
+                    one.wounds = {{a, 0, box.files.at(a)->size()}, {b, 0, box.files.at(b)->size()}};
+                    one.files.erase(a);
+                    one.files.erase(b);
+                    return one;
+                });
+            }
+        }
+    }
+}
+
+// Blocks of noise, of zeros, and of another part of the same file.
+void add_blocks(const whole_box &box, uint32_t seed, int n, injury_list *list)
+{
+    for (int k = 0; k < n; ++k) {
+        list->push_back([&box, seed, k] {
+            uint32_t x = seed + static_cast<uint32_t>(k) * 2654435761U;
+            const auto draw = [&x](std::size_t below) {
+                x = x * 1664525 + 1013904223;
+                return (x >> 8) % below;
+            };
+            injury one = {&box, box.files, {}, "blocks " + std::to_string(k)};
+            for (std::size_t i = 0; i <= draw(3); ++i) {
+                auto file = box.files.begin();
+                std::advance(file, static_cast<long>(draw(box.files.size())));
+                const std::string &bytes = *one.files[file->first];
+                const std::size_t at = draw(bytes.size());
+                std::string block(1 + draw(64), '\0');
+                const std::size_t kind = draw(3);
+                for (char &byte : block) {
+                    byte = kind == 0 ? static_cast<char>(draw(256)) : '\0';
+                }
+                if (kind == 2) {
+                    block = bytes.substr(draw(bytes.size()), block.size());
+                }
+                one.wounds.push_back({file->first, at, at + block.size()});
+                one.files[file->first] = shared_bytes(changed(bytes, at, block));
+                one.what += ", " + std::to_string(block.size()) + " bytes at " +
+                            std::to_string(at) + " of " + file->first;
+            }
+            return one;
+        });
+    }
+}
+
+bool is_state(const wound &one)
+{
+    return one.file.find("buf") == std::string::npos;
+}
+
+void sweep(const char *name, const injury_list &list)
+{
+    const trial_results results = run_trials(
+        list.size(),
+        [&](std::size_t i) {
+            const injury one = list[i]();
+            write_folder(one.files);
+            const bool state = std::any_of(one.wounds.begin(), one.wounds.end(), is_state);
+            const std::string complaint = check_damaged(*one.box, one.wounds, state);
+            return complaint.empty() ? ""
+                                     : std::to_string(one.box->vectors) + " vectors, " + one.what +
+                                           "\n" + complaint;
+        },
+        10);
+    printf("%s: %zu damaged boxes, %zu failed; %llu came back, %llu refused, %llu with something "
+           "kept beside\n",
+           name, results.tried, results.failed,
+           static_cast<unsigned long long>(results.counts[came_back]),
+           static_cast<unsigned long long>(results.counts[refused]),
+           static_cast<unsigned long long>(results.counts[kept_beside]));
+    EXPECT_EQ(0U, results.failed) << results.complaints;
+}
+
+} // namespace
+
+TEST_F(Damage, OfAnyByteCostsItsStreamOnly)
+{
+    const std::vector<whole_box> boxes = make_boxes();
+    injury_list list;
+    for (const whole_box &box : boxes) {
+        add_flips(box, &list);
+    }
+    sweep("flipped", list);
+}
+
+TEST_F(Damage, OfTheEndOfAFileCostsItsStreamsOnly)
+{
+    const std::vector<whole_box> boxes = make_boxes();
+    injury_list list;
+    for (const whole_box &box : boxes) {
+        add_ends(box, &list);
+    }
+    if (!is_long_form()) {
+        injury_list some;
+        for (std::size_t i = 0; i < list.size(); i += 5) {
+            some.push_back(list[i]);
+        }
+        list.swap(some);
+    }
+    sweep("ends", list);
+}
+
+TEST_F(Damage, OfWholeFilesCostsThoseFilesOnly)
+{
+    const std::vector<whole_box> boxes = make_boxes();
+    injury_list list;
+    for (const whole_box &box : boxes) {
+        add_exchanges(box, &list);
+    }
+    sweep("exchanged", list);
+}
+
+TEST_F(Damage, InBlocksCostsTheirStreamsOnly)
+{
+    const std::vector<whole_box> boxes = make_boxes();
+    injury_list list;
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        add_blocks(boxes[i], static_cast<uint32_t>(i + 1), is_long_form() ? 3000 : 100, &list);
+    }
+    sweep("blocks", list);
+}

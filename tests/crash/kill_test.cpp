@@ -1,0 +1,310 @@
+// A process that is killed, anywhere in the life of a recorder and anywhere in the recovery after
+// that: nothing that was acknowledged is lost, and the recorder goes on.
+#include <algorithm>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <vesk/error.h>
+#include <vesk/vesk.h>
+#include <vesk/vesk_recover.h>
+
+#include "common/temporary_directory.hpp"
+#include "crash/box.hpp"
+#include "crash/recording.hpp"
+#include "crash/trials.hpp"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+// Cuts are many, so they are tried in memory where that can be.
+fs::path fast_folder()
+{
+    const fs::path memory = "/dev/shm";
+    return access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path();
+}
+
+class Kill : public testing::Test
+{
+protected:
+    Kill() : folder_(fast_folder()), working_folder_(fs::current_path())
+    {
+        fs::current_path(folder_.path());
+    }
+    ~Kill() override { fs::current_path(working_folder_); }
+
+private:
+    temporary_directory folder_;
+    fs::path working_folder_;
+};
+
+// ---- Lives ------------------------------------------------------------------------------------
+
+struct life_plan {
+    const char *name;
+    box_sizes sizes;
+    int vectors;
+    int width;        // further sensors
+    int reopen_every; // vectors
+    bool with_backups;
+    std::size_t longest_event = 0;
+};
+
+// What the recorder was given, in order, and how much of it was acknowledged at each moment.
+struct box_life {
+    life_plan plan;
+    entries given;
+    recording recorded;
+    std::size_t backed_up; // the step from which on there is a backup of the state
+};
+
+// Everything that goes into a box by a plan.
+entries plan_entries(const life_plan &plan)
+{
+    entries all;
+    int events = 0;
+    for (int i = 1; i <= plan.vectors; ++i) {
+        all.push_back(vector_entry(i, plan.width));
+        for (int k = 0; k < (i % 4 == 0 ? 2 : i % 3 == 0 ? 1 : 0); ++k) {
+            all.push_back(event_entry(i, ++events));
+            if (events % 4 == 0) {
+                all.back().text += std::string(plan.longest_event, static_cast<char>('a' + i % 26));
+            }
+        }
+    }
+    return all;
+}
+
+void live(const life_plan &plan, const entries &given, std::size_t *progress)
+{
+    owned_recorder recorder(vesk_create("r", plan.sizes.samples, plan.sizes.intervals));
+    ASSERT_TRUE(recorder);
+    uint32_t backed_up = 0;
+    for (const entry &one : given) {
+        if (plan.with_backups && recorder->next_file_number != backed_up) {
+            ASSERT_EQ(0, vesk_backup_state(recorder.get()));
+            backed_up = recorder->next_file_number;
+        }
+        if (!one.is_event && plan.reopen_every > 0 && one.number % plan.reopen_every == 0) {
+            recorder.reset();
+            recorder.reset(vesk_open("r"));
+            ASSERT_TRUE(recorder);
+        }
+        ASSERT_EQ(0, write_entry(recorder.get(), one)) << one.number;
+        ++*progress;
+    }
+    ASSERT_EQ(0, vesk_sync(recorder.get()));
+}
+
+box_life record_life(const life_plan &plan)
+{
+    const entries given = plan_entries(plan);
+    recording recorded([&](std::size_t *progress) { live(plan, given, progress); });
+    std::size_t backed_up = recorded.moments().size();
+    for (std::size_t i = 0; i < recorded.moments().size(); ++i) {
+        if (recorded.moments()[i].files.count("r.state.bak") != 0) {
+            backed_up = i;
+            break;
+        }
+    }
+    return {plan, given, std::move(recorded), backed_up};
+}
+
+// ---- After the kill ---------------------------------------------------------------------------
+
+enum counted { recovered, needed_steps, from_backup, from_buffers, nothing_there, in_recovery };
+
+// What was given up to a moment; all but the last is acknowledged.
+entries given_until(const box_life &life, std::size_t step)
+{
+    const std::size_t acknowledged = life.recorded.moments()[step].progress;
+    entries given(life.given.begin(),
+                  life.given.begin() +
+                      static_cast<long>(std::min(acknowledged + 1, life.given.size())));
+    for (std::size_t i = 0; i < acknowledged; ++i) {
+        given[i].acknowledged = true;
+    }
+    return given;
+}
+
+int recover(const box_life &life, std::size_t step, vesk_recover_report *report)
+{
+    // Where a backup tells the sizes, nobody else has to.
+    const bool told = step < life.backed_up;
+    return vesk_recover("r", told ? life.plan.sizes.samples : 0,
+                        told ? life.plan.sizes.intervals : 0, report);
+}
+
+std::string text_of(const vesk_recover_report &report)
+{
+    return "recovery in " + std::to_string(report.steps) + " steps, padded " +
+           std::to_string(report.samples_padded) + " samples and " +
+           std::to_string(report.intervals_padded) + " intervals, took out " +
+           std::to_string(report.records_aside) + " records\n";
+}
+
+// The box was recovered: everything is there, and it goes on.
+std::string check_recovered(const box_life &life, std::size_t step)
+{
+    entries given = given_until(life, step);
+    std::string complaint = compare_box(&given, life.plan.sizes);
+    vesk_recover_report again;
+    const int result = recover(life, step, &again);
+    if (result != 0 || again.steps != 0) {
+        complaint += "recovering again gives " + std::to_string(result) + "; " + text_of(again);
+    }
+    const int next = given.empty() ? 1 : given.back().number + 1;
+    complaint +=
+        go_on(&given, next, static_cast<int>(life.plan.sizes.samples) + 1, life.plan.width);
+    return complaint + compare_box(&given, life.plan.sizes);
+}
+
+std::string check_cut(const box_life &life, const cut_place &place)
+{
+    const folder_content killed = cut_life(life.recorded, place);
+    write_folder(killed);
+    vesk_recover_report report;
+    const int result = recover(life, place.behind, &report);
+    if (killed.empty()) {
+        count_trial(nothing_there);
+        return result == QE_ERROR_OPEN ? "" : "an empty folder gives " + std::to_string(result);
+    }
+    count_trial(recovered);
+    count_trial(needed_steps, report.steps != 0 ? 1 : 0);
+    count_trial(from_backup, report.source == VESK_RECOVER_FROM_BACKUP ? 1 : 0);
+    count_trial(from_buffers, report.source == VESK_RECOVER_FROM_BUFFERS ? 1 : 0);
+    std::string complaint;
+    if (result != 0) {
+        complaint = "recovery gives " + std::to_string(result) + "\n";
+    }
+    if (report.samples_padded + report.intervals_padded + report.records_aside +
+            report.records_mended !=
+        0) {
+        complaint += text_of(report);
+    }
+    complaint += check_recovered(life, place.behind);
+    return complaint.empty() ? "" : describe(life.recorded, place) + "\n" + complaint;
+}
+
+// The recovery of a killed box is killed as well.
+std::string check_cut_recovery(const box_life &life, const cut_place &place, bool all)
+{
+    write_folder(cut_life(life.recorded, place));
+    vesk_recover_report report;
+    const recording recovery([&](std::size_t *) { (void)recover(life, place.behind, &report); });
+    if (!recovery.complaints().empty()) {
+        return describe(life.recorded, place) + "\n" + recovery.complaints();
+    }
+    for (const cut_place &inner : find_cuts(recovery, all)) {
+        count_trial(in_recovery);
+        const folder_content killed = cut_life(recovery, inner);
+        write_folder(killed);
+        std::string complaint;
+        const int result = recover(life, place.behind, &report);
+        if (killed.empty()) {
+            continue;
+        }
+        if (result != 0) {
+            complaint = "recovery gives " + std::to_string(result) + "\n";
+        }
+        complaint += check_recovered(life, place.behind);
+        if (!complaint.empty()) {
+            return describe(life.recorded, place) + "\nthen in the recovery " +
+                   describe(recovery, inner) + "\n" + complaint;
+        }
+    }
+    return "";
+}
+
+// Places whose folders were not tried yet.
+std::vector<cut_place> distinct(const recording &life, const std::vector<cut_place> &places)
+{
+    std::set<std::pair<std::size_t, std::map<std::string, std::string>>> seen;
+    std::vector<cut_place> some;
+    for (const cut_place &place : places) {
+        std::map<std::string, std::string> content;
+        for (const auto &[name, bytes] : cut_life(life, place)) {
+            content[name] = *bytes;
+        }
+        if (seen.insert({life.moments()[place.behind].progress, content}).second) {
+            some.push_back(place);
+        }
+    }
+    return some;
+}
+
+std::vector<cut_place> every_nth(const std::vector<cut_place> &places, std::size_t n)
+{
+    std::vector<cut_place> some;
+    for (std::size_t i = 0; i < places.size(); i += n) {
+        some.push_back(places[i]);
+    }
+    return some;
+}
+
+void report_results(const life_plan &plan, const char *what, const trial_results &results)
+{
+    printf("%s: %zu places %s, %zu failed; %llu recovered, of which %llu needed it (%llu from the "
+           "backup, %llu from the buffers); %llu cuts in recoveries\n",
+           plan.name, results.tried, what, results.failed,
+           static_cast<unsigned long long>(results.counts[recovered]),
+           static_cast<unsigned long long>(results.counts[needed_steps]),
+           static_cast<unsigned long long>(results.counts[from_backup]),
+           static_cast<unsigned long long>(results.counts[from_buffers]),
+           static_cast<unsigned long long>(results.counts[in_recovery]));
+    EXPECT_EQ(0U, results.failed) << results.complaints;
+}
+
+const life_plan short_plans[] = {
+    {"narrow", {4, 2}, 26, 0, 5, true},
+    {"without backups", {2, 2}, 13, 0, 4, false},
+    {"wide", {2, 2}, 9, 130, 0, true, 900},
+};
+
+const life_plan long_plans[] = {
+    {"narrow", {4, 2}, 50, 0, 5, true, 100},  {"without backups", {4, 4}, 40, 2, 3, false},
+    {"wide", {2, 2}, 15, 130, 4, true, 3000}, {"very wide", {2, 2}, 11, 700, 3, true},
+    {"six", {6, 2}, 60, 1, 7, true, 20},      {"smallest", {2, 2}, 30, 0, 1, true},
+};
+
+std::vector<life_plan> plans()
+{
+    if (is_long_form()) {
+        return {std::begin(long_plans), std::end(long_plans)};
+    }
+    return {std::begin(short_plans), std::end(short_plans)};
+}
+
+} // namespace
+
+TEST_F(Kill, AnywhereInTheLifeOfARecorderLosesNothing)
+{
+    for (const life_plan &plan : plans()) {
+        write_folder({});
+        const box_life life = record_life(plan);
+        ASSERT_EQ("", life.recorded.complaints());
+        const std::vector<cut_place> places = find_cuts(life.recorded, is_long_form());
+        const trial_results results =
+            run_trials(places.size(), [&](std::size_t i) { return check_cut(life, places[i]); });
+        report_results(plan, "in the life", results);
+    }
+}
+
+TEST_F(Kill, AnywhereInTheRecoveryLosesNothing)
+{
+    for (const life_plan &plan : plans()) {
+        write_folder({});
+        const box_life life = record_life(plan);
+        const bool all = is_long_form();
+        std::vector<cut_place> places = distinct(life.recorded, find_cuts(life.recorded, false));
+        places = every_nth(places, all ? 3 : 17);
+        const trial_results results = run_trials(
+            places.size(), [&](std::size_t i) { return check_cut_recovery(life, places[i], all); },
+            600);
+        report_results(plan, "before a recovery", results);
+    }
+}

@@ -1,0 +1,98 @@
+#include "crash/trials.hpp"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static constexpr std::size_t max_failures = 12;
+static constexpr std::size_t max_counts = 32;
+
+// What the processes share.
+struct trial_board {
+    std::size_t next;
+    std::size_t failed;
+    uint64_t counts[max_counts];
+    std::size_t length;
+    char complaints[16384];
+
+    void complain(std::size_t i, const std::string &complaint)
+    {
+        ++failed;
+        const std::string text = "trial " + std::to_string(i) + ": " + complaint;
+        const std::size_t n = std::min(text.size(), sizeof complaints - length);
+        memcpy(complaints + length, text.data(), n);
+        length += n;
+    }
+};
+
+static trial_board *board = nullptr;
+
+void count_trial(std::size_t index, uint64_t n)
+{
+    board->counts[index] += n;
+}
+
+bool is_long_form()
+{
+    return getenv("VESK_CRASH_LONG") != nullptr;
+}
+
+// What a process said before it ended.
+static std::string _read_last_words(FILE *words)
+{
+    rewind(words);
+    char text[600];
+    const std::size_t n = fread(text, 1, sizeof text, words);
+    return {text, n};
+}
+
+static void _run_from_next(std::size_t n, const std::function<std::string(std::size_t)> &trial,
+                           unsigned seconds)
+{
+    while (board->next < n && board->failed < max_failures) {
+        (void)alarm(seconds);
+        const std::string complaint = trial(board->next);
+        if (!complaint.empty()) {
+            board->complain(board->next, complaint);
+        }
+        ++board->next;
+    }
+}
+
+trial_results run_trials(std::size_t n, const std::function<std::string(std::size_t)> &trial,
+                         unsigned seconds)
+{
+    board = static_cast<trial_board *>(
+        mmap(nullptr, sizeof *board, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    while (board->next < n && board->failed < max_failures) {
+        FILE *words = tmpfile();
+        (void)fflush(nullptr);
+        const pid_t child = fork();
+        if (child == 0) {
+            (void)dup2(fileno(words), STDERR_FILENO);
+            _run_from_next(n, trial, seconds);
+            _exit(0);
+        }
+        int status = 0;
+        (void)waitpid(child, &status, 0);
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            board->complain(board->next, "the process ended with status " + std::to_string(status) +
+                                             ": " + _read_last_words(words) + "\n");
+            ++board->next;
+        }
+        (void)fclose(words);
+    }
+    trial_results results;
+    results.tried = board->next;
+    results.failed = board->failed;
+    results.complaints.assign(board->complaints, board->length);
+    results.counts.assign(board->counts, board->counts + max_counts);
+    (void)munmap(board, sizeof *board);
+    board = nullptr;
+    return results;
+}
