@@ -30,6 +30,7 @@ public:
         if (n > capacity_ - size_) {
             const std::size_t capacity = std::max(2 * capacity_, size_ + n);
             T *smaller = items_.release();
+            // NOLINTNEXTLINE(bugprone-sizeof-expression): items may be pointers
             auto *larger = static_cast<T *>(realloc(smaller, capacity * sizeof(T)));
             items_.reset(larger == nullptr ? smaller : larger);
             if (larger == nullptr) {
