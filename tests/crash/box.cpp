@@ -3,6 +3,7 @@
 #include <cmath>
 #include <filesystem>
 #include <sstream>
+#include <unistd.h>
 
 #include <vesk/error.h>
 #include <vesk/vesk_scan.h>
@@ -12,6 +13,12 @@
 namespace fs = std::filesystem;
 
 // ---- What is in a folder ----------------------------------------------------------------------
+
+std::string fast_folder()
+{
+    const char *memory = "/dev/shm";
+    return access(memory, W_OK) == 0 ? memory : fs::temp_directory_path().string();
+}
 
 std::shared_ptr<const std::string> shared_bytes(std::string bytes)
 {
@@ -62,6 +69,9 @@ bool entry::same_readings(const entry &other) const
 std::vector<reading> readings_of(int i, int width)
 {
     std::vector<reading> readings = {{"first", 1.0 * i}};
+    if (width == steady) {
+        return readings;
+    }
     if (i / 3 % 2 != 0) {
         readings.push_back({"second", 2.0 * i});
     }

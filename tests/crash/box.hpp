@@ -27,6 +27,9 @@ struct box_sizes {
 
 using folder_content = std::map<std::string, std::shared_ptr<const std::string>>;
 
+// Where the folders of tests are: in memory where that can be, because cases are many.
+std::string fast_folder();
+
 // Looks at the files of the working folder; files that are as in `before` share their content.
 folder_content read_folder(const folder_content &before = {});
 void write_folder(const folder_content &content);
@@ -56,7 +59,8 @@ private:
 
 using entries = std::vector<entry>;
 
-// The readings of vector i: their sensors change every few vectors.
+// The readings of vector i: their sensors change every few vectors, unless the width is this one.
+inline constexpr int steady = -1;
 std::vector<reading> readings_of(int i, int width);
 
 entry vector_entry(int i, int width);

@@ -21,13 +21,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-// Cuts are many, so they are tried in memory where that can be.
-fs::path fast_folder()
-{
-    const fs::path memory = "/dev/shm";
-    return access(memory.c_str(), W_OK) == 0 ? memory : fs::temp_directory_path();
-}
-
 class Kill : public testing::Test
 {
 protected:
