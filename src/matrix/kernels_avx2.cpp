@@ -20,15 +20,19 @@ struct simd {
     static constexpr std::size_t triangle_rows = 4;
     static constexpr std::size_t triangle_vectors = 2;
 
-    static constexpr std::size_t square = 4;
-
     using vector = __m256d;
     using mask = __m256i;
 
-    static void transpose_square(const double *from, std::size_t from_stride, double *to,
-                                 std::size_t to_stride)
+    static void transpose(vector *rows)
     {
-        _transpose_four(from, from_stride, to, to_stride);
+        const vector low01 = _mm256_unpacklo_pd(rows[0], rows[1]);
+        const vector high01 = _mm256_unpackhi_pd(rows[0], rows[1]);
+        const vector low23 = _mm256_unpacklo_pd(rows[2], rows[3]);
+        const vector high23 = _mm256_unpackhi_pd(rows[2], rows[3]);
+        rows[0] = _mm256_permute2f128_pd(low01, low23, 0x20);
+        rows[1] = _mm256_permute2f128_pd(high01, high23, 0x20);
+        rows[2] = _mm256_permute2f128_pd(low01, low23, 0x31);
+        rows[3] = _mm256_permute2f128_pd(high01, high23, 0x31);
     }
     static vector fill(double x) { return _mm256_set1_pd(x); }
     static vector load(const double *from) { return _mm256_loadu_pd(from); }

@@ -14,21 +14,33 @@ struct simd {
     // 24 sums, three vectors of b and a factor leave four registers to spare.
     static constexpr std::size_t tile_rows = 8;
     static constexpr std::size_t tile_vectors = 3;
-    static constexpr std::size_t block_depth = 320;
-    static constexpr std::size_t block_rows = 192;
+    static constexpr std::size_t block_depth = 512;
+    static constexpr std::size_t block_rows = 64;
     static constexpr std::size_t block_columns = 4080;
     static constexpr std::size_t triangle_rows = 8;
     static constexpr std::size_t triangle_vectors = 2;
 
-    static constexpr std::size_t square = 4;
-
     using vector = __m512d;
     using mask = __mmask8;
 
-    static void transpose_square(const double *from, std::size_t from_stride, double *to,
-                                 std::size_t to_stride)
+    static void transpose(vector *rows)
     {
-        _transpose_four(from, from_stride, to, to_stride);
+        // Pairs of elements, then pairs of pairs, then halves.
+        vector pairs[8];
+        for (int r = 0; r < 8; r += 2) {
+            pairs[r] = _mm512_maskz_unpacklo_pd(0xff, rows[r], rows[r + 1]);
+            pairs[r + 1] = _mm512_maskz_unpackhi_pd(0xff, rows[r], rows[r + 1]);
+        }
+        for (int r = 0; r < 2; ++r) {
+            const vector low0 = _mm512_maskz_shuffle_f64x2(0xff, pairs[r], pairs[r + 2], 0x44);
+            const vector low1 = _mm512_maskz_shuffle_f64x2(0xff, pairs[r + 4], pairs[r + 6], 0x44);
+            const vector high0 = _mm512_maskz_shuffle_f64x2(0xff, pairs[r], pairs[r + 2], 0xee);
+            const vector high1 = _mm512_maskz_shuffle_f64x2(0xff, pairs[r + 4], pairs[r + 6], 0xee);
+            rows[r] = _mm512_maskz_shuffle_f64x2(0xff, low0, low1, 0x88);
+            rows[r + 2] = _mm512_maskz_shuffle_f64x2(0xff, low0, low1, 0xdd);
+            rows[r + 4] = _mm512_maskz_shuffle_f64x2(0xff, high0, high1, 0x88);
+            rows[r + 6] = _mm512_maskz_shuffle_f64x2(0xff, high0, high1, 0xdd);
+        }
     }
     static vector fill(double x) { return _mm512_set1_pd(x); }
     static vector load(const double *from) { return _mm512_loadu_pd(from); }

@@ -21,6 +21,34 @@ constexpr size_t smaller(size_t a, size_t b)
     return a < b ? a : b;
 }
 
+// --- transposition: squares of the vectors' width, and what is left element by element ----------
+
+void _transpose(const double *from, size_t from_stride, double *to, size_t to_stride, size_t m,
+                size_t n)
+{
+    const size_t whole_m = m / width * width;
+    const size_t whole_n = n / width * width;
+    for (size_t j = 0; j < whole_n; j += width) {
+        for (size_t i = 0; i < whole_m; i += width) {
+            simd::vector square[width];
+#pragma GCC unroll 16
+            for (size_t r = 0; r < width; ++r) {
+                square[r] = simd::load(from + (j + r) * from_stride + i);
+            }
+            simd::transpose(square);
+#pragma GCC unroll 16
+            for (size_t r = 0; r < width; ++r) {
+                simd::store(to + (i + r) * to_stride + j, square[r]);
+            }
+        }
+    }
+    for (size_t j = 0; j < n; ++j) {
+        for (size_t i = j < whole_n ? whole_m : 0; i < m; ++i) {
+            to[i * to_stride + j] = from[j * from_stride + i];
+        }
+    }
+}
+
 // --- multiplication: tiles of the result stay in registers while the depth passes by -------------
 
 struct tile_operands {
@@ -32,7 +60,8 @@ struct tile_operands {
     double *c;
     size_t c_row;
     size_t depth;
-    bool resume; // the tile holds the sums of an earlier block of the depth
+    bool resume;        // the tile holds the sums of an earlier block of the depth
+    const double *next; // the tile of c to fetch meanwhile, or null
 };
 
 // A tile of Rows rows and Vectors vectors; of the last vector only the lanes of `last` exist when
@@ -55,7 +84,8 @@ void _tile(const tile_operands &t, simd::mask last)
     }
     const double *a = t.a;
     const double *b = t.b;
-    for (size_t k = 0; k < t.depth; ++k, a += t.a_column, b += t.b_row) {
+    const auto step = [&]() __attribute__((always_inline))
+    {
         simd::vector row[Vectors];
 #pragma GCC unroll 16
         for (size_t v = 0; v < Vectors; ++v) {
@@ -69,6 +99,21 @@ void _tile(const tile_operands &t, simd::mask last)
                 sum[i][v] = simd::fused(factor, row[v], sum[i][v]);
             }
         }
+        a += t.a_column;
+        b += t.b_row;
+    };
+    size_t k = 0;
+    if (t.next != nullptr) {
+        // One line at a time: asked for all at once, they would keep the operands waiting.
+        constexpr size_t line = 8;
+        constexpr size_t lines = (Vectors * width + line - 1) / line + 1;
+        for (; k < smaller(Rows * lines, t.depth); ++k) {
+            __builtin_prefetch(t.next + k / lines * t.c_row + k % lines * line, 1);
+            step();
+        }
+    }
+    for (; k < t.depth; ++k) {
+        step();
     }
 #pragma GCC unroll 16
     for (size_t i = 0; i < Rows; ++i) {
@@ -119,9 +164,35 @@ void _multiply_unpacked(const matrix_view &a, const matrix_view &b, double *c, s
     for (size_t j = 0; j < n; j += tile_columns) {
         for (size_t i = 0; i < m; i += simd::tile_rows) {
             _run_tile({a.base + i * a.row, a.row, a.column, b.base + j, b.row, c + i * c_row + j,
-                       c_row, depth, false},
+                       c_row, depth, false, nullptr},
                       smaller(simd::tile_rows, m - i), smaller(tile_columns, n - j));
         }
+    }
+}
+
+// Rows of `columns` elements, one after the other.
+void _copy_rows(const double *from, size_t from_stride, double *to, size_t to_stride, size_t rows,
+                size_t columns)
+{
+    const size_t whole = columns / width * width;
+    const simd::mask rest = simd::first_lanes(columns - whole);
+    for (size_t r = 0; r < rows; ++r, from += from_stride, to += to_stride) {
+        for (size_t j = 0; j < whole; j += width) {
+            simd::store(to + j, simd::load(from + j));
+        }
+        if (whole < columns) {
+            simd::store(to + whole, simd::load(from + whole, rest), rest);
+        }
+    }
+}
+
+// `rows` x `columns` elements of a view, packed.
+void _pack(const matrix_view &from, size_t rows, size_t columns, double *to, size_t to_stride)
+{
+    if (from.column == 1) {
+        _copy_rows(from.base, from.row, to, to_stride, rows, columns);
+    } else {
+        _transpose(from.base, from.column, to, to_stride, rows, columns);
     }
 }
 
@@ -129,13 +200,9 @@ void _multiply_unpacked(const matrix_view &a, const matrix_view &b, double *c, s
 void _pack_columns(const matrix_view &b, size_t depth, size_t n, double *to)
 {
     for (size_t j = 0; j < n; j += tile_columns) {
-        const size_t columns = smaller(tile_columns, n - j);
-        for (size_t k = 0; k < depth; ++k, to += tile_columns) {
-            const double *from = b.base + k * b.row + j * b.column;
-            for (size_t v = 0; v < columns; ++v) {
-                to[v] = from[v * b.column];
-            }
-        }
+        _pack({b.base + j * b.column, b.row, b.column}, depth, smaller(tile_columns, n - j), to,
+              tile_columns);
+        to += tile_columns * depth;
     }
 }
 
@@ -143,13 +210,8 @@ void _pack_columns(const matrix_view &b, size_t depth, size_t n, double *to)
 void _pack_rows(const matrix_view &a, size_t m, size_t depth, double *to)
 {
     for (size_t i = 0; i < m; i += simd::tile_rows) {
-        const size_t rows = smaller(simd::tile_rows, m - i);
-        for (size_t r = 0; r < rows; ++r) {
-            const double *from = a.base + (i + r) * a.row;
-            for (size_t k = 0; k < depth; ++k) {
-                to[k * simd::tile_rows + r] = from[k * a.column];
-            }
-        }
+        _pack({a.base + i * a.row, a.column, a.row}, depth, smaller(simd::tile_rows, m - i), to,
+              simd::tile_rows);
         to += simd::tile_rows * depth;
     }
 }
@@ -160,7 +222,7 @@ void _multiply_packed(const matrix_view &a, const matrix_view &b, double *c, siz
                       size_t n, size_t depth, double *scratch)
 {
     double *rows = scratch;
-    double *columns = scratch + simd::block_rows * simd::block_depth;
+    double *columns = scratch + simd::block_rows * smaller(depth, simd::block_depth);
     for (size_t j0 = 0; j0 < n; j0 += simd::block_columns) {
         const size_t nj = smaller(simd::block_columns, n - j0);
         for (size_t k0 = 0; k0 < depth; k0 += simd::block_depth) {
@@ -171,8 +233,11 @@ void _multiply_packed(const matrix_view &a, const matrix_view &b, double *c, siz
                 _pack_rows({a.base + i0 * a.row + k0 * a.column, a.row, a.column}, ni, nk, rows);
                 for (size_t j = 0; j < nj; j += tile_columns) {
                     for (size_t i = 0; i < ni; i += simd::tile_rows) {
+                        double *tile = c + (i0 + i) * c_row + j0 + j;
+                        const bool last = ni - i <= simd::tile_rows;
                         _run_tile({rows + i * nk, 1, simd::tile_rows, columns + j * nk,
-                                   tile_columns, c + (i0 + i) * c_row + j0 + j, c_row, nk, k0 > 0},
+                                   tile_columns, tile, c_row, nk, k0 > 0,
+                                   last ? nullptr : tile + simd::tile_rows * c_row},
                                   smaller(simd::tile_rows, ni - i), smaller(tile_columns, nj - j));
                     }
                 }
@@ -191,7 +256,7 @@ size_t _multiply_scratch(size_t, size_t n, size_t depth)
         return 0;
     }
     const size_t columns = smaller(n + tile_columns - 1, simd::block_columns);
-    return simd::block_depth * (simd::block_rows + columns);
+    return smaller(depth, simd::block_depth) * (simd::block_rows + columns);
 }
 
 void _multiply_slowly(const matrix_view &a, const matrix_view &b, double *c, size_t c_row, size_t m,
@@ -539,26 +604,6 @@ void _add_moments(const double *base, size_t stride, size_t m, size_t n, size_t 
                 means[j] = means[j] + difference / counted;
                 squares[j] = __builtin_fma(difference, row[j] - means[j], squares[j]);
             }
-        }
-    }
-}
-
-// Squares of the vectors' width, and what is left element by element.
-void _transpose(const double *from, size_t from_stride, double *to, size_t to_stride, size_t m,
-                size_t n)
-{
-    constexpr size_t side = simd::square;
-    const size_t whole_m = m / side * side;
-    const size_t whole_n = n / side * side;
-    for (size_t j = 0; j < whole_n; j += side) {
-        for (size_t i = 0; i < whole_m; i += side) {
-            simd::transpose_square(from + j * from_stride + i, from_stride, to + i * to_stride + j,
-                                   to_stride);
-        }
-    }
-    for (size_t j = 0; j < n; ++j) {
-        for (size_t i = j < whole_n ? whole_m : 0; i < m; ++i) {
-            to[i * to_stride + j] = from[j * from_stride + i];
         }
     }
 }

@@ -15,15 +15,10 @@ struct simd {
     static constexpr std::size_t triangle_rows = 1;
     static constexpr std::size_t triangle_vectors = 8;
 
-    static constexpr std::size_t square = 1;
-
     using vector = double;
     using mask = bool;
 
-    static void transpose_square(const double *from, std::size_t, double *to, std::size_t)
-    {
-        *to = *from;
-    }
+    static void transpose(vector *) {}
     static vector fill(double x) { return x; }
     static vector load(const double *from) { return *from; }
     static vector load(const double *from, mask) { return *from; }

@@ -208,16 +208,24 @@ TEST_P(MatrixOps, MultiplyHasTheBitsOfThePlainOrder)
 
 TEST_P(MatrixOps, MultiplyOfManyBlocksHasTheBitsOfThePlainOrder)
 {
+    struct shape {
+        std::size_t m;
+        std::size_t depth;
+        std::size_t n;
+    };
     std::mt19937 random(8);
-    for (const uint32_t type : all_types) {
-        // More columns and depth than a block of any level has.
-        const table a = plain::random_values(random, 9, 345);
-        const table b = plain::random_values(random, 345, 390);
-        matrix *m1 = plain::make(a, type);
-        matrix *m2 = plain::make(b, type);
-        plain::expect_same(plain::multiply(a, b), matrix_multiply(m1, m2));
-        matrix_destroy(&m2);
-        matrix_destroy(&m1);
+    // More rows and depth, and more columns, than a block of any level has.
+    for (const auto &[m, depth, n] : {shape{67, 517, 260}, shape{9, 33, 4085}}) {
+        const table a = plain::random_values(random, m, depth);
+        const table b = plain::random_values(random, depth, n);
+        const table expected = plain::multiply(a, b);
+        for (const uint32_t type : all_types) {
+            matrix *m1 = plain::make(a, type);
+            matrix *m2 = plain::make(b, type);
+            plain::expect_same(expected, matrix_multiply(m1, m2));
+            matrix_destroy(&m2);
+            matrix_destroy(&m1);
+        }
     }
 }
 
