@@ -23,7 +23,7 @@ static struct {
     int counts[call_kinds];
 } plan;
 
-static std::function<void(const char *)> observer;
+static std::function<void(const char *, int)> observer;
 static bool observing = false;
 
 static long disk_room = -1; // no limit when negative
@@ -90,7 +90,7 @@ long limited_disk::used()
     return disk_used;
 }
 
-call_observer::call_observer(std::function<void(const char *)> look)
+call_observer::call_observer(std::function<void(const char *, int)> look)
 {
     observer = std::move(look);
     observing = true;
@@ -104,12 +104,12 @@ call_observer::~call_observer()
 
 // Passes a result on; what the observer does is not observed.
 template <typename Result>
-static Result _observed(const char *call, Result result)
+static Result _observed(const char *call, Result result, int synced = -1)
 {
     if (observing) {
         observing = false;
         const int reason = errno;
-        observer(call);
+        observer(call, synced);
         errno = reason;
         observing = true;
     }
@@ -427,11 +427,12 @@ int __wrap_ftruncate64(int fd, off64_t length)
 
 int __wrap_fsync(int fd)
 {
-    return _fails(call_kind::sync) ? _fail(EIO, -1) : __real_fsync(fd);
+    return _fails(call_kind::sync) ? _fail(EIO, -1) : _observed("fsync", __real_fsync(fd), fd);
 }
 
 int __wrap_fdatasync(int fd)
 {
-    return _fails(call_kind::sync) ? _fail(EIO, -1) : __real_fdatasync(fd);
+    return _fails(call_kind::sync) ? _fail(EIO, -1)
+                                   : _observed("fdatasync", __real_fdatasync(fd), fd);
 }
 }

@@ -77,11 +77,12 @@ public:
     static long used();
 };
 
-// While it lives, somebody looks each time that a call may have changed the files.
+// While it lives, somebody looks each time that a call may have changed the files, or synced one:
+// that has its descriptor then, and everything else -1.
 class call_observer
 {
 public:
-    explicit call_observer(std::function<void(const char *call)> look);
+    explicit call_observer(std::function<void(const char *call, int synced)> look);
     call_observer(const call_observer &) = delete;
     call_observer &operator=(const call_observer &) = delete;
     ~call_observer();

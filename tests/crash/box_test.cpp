@@ -115,11 +115,11 @@ TEST_F(Box, ABufferThatIsMissingOrTornIsSeen)
 TEST_F(Box, TheLifeOfAFolderIsSeenCallByCall)
 {
     write_folder({});
-    const recording life([](std::size_t *progress) {
+    const recording life([](life_progress *progress) {
         FILE *file = fopen("a", "w");
         (void)fwrite("12345", 1, 5, file);
         (void)fflush(file);
-        ++*progress;
+        ++progress->acknowledged;
         (void)fwrite("67", 1, 2, file);
         (void)fclose(file);
         (void)rename("a", "b");
@@ -128,7 +128,7 @@ TEST_F(Box, TheLifeOfAFolderIsSeenCallByCall)
     EXPECT_EQ("", life.complaints());
     std::vector<std::string> cuts;
     for (const cut_place &place : find_cuts(life, true)) {
-        std::string text = std::to_string(life.moments()[place.behind].progress);
+        std::string text = std::to_string(life.moments()[place.behind].progress.acknowledged);
         for (const auto &[name, bytes] : cut_life(life, place)) {
             text += " " + name + ":" + *bytes;
         }
@@ -144,7 +144,7 @@ TEST_F(Box, TheLifeOfAFolderIsSeenCallByCall)
 
 TEST_F(Box, AChangeThatNoCallMadeIsSeen)
 {
-    const recording life([](std::size_t *) { write_file("behind.the.back", "x"); });
+    const recording life([](life_progress *) { write_file("behind.the.back", "x"); });
     EXPECT_NE("", life.complaints());
 }
 

@@ -223,11 +223,11 @@ TEST_F(FullDisk, WhileABoxIsBroughtBackCostsNothing)
     const entries before = make_box(plan, &files);
     const entries tried = entries_behind(plan);
     write_folder(files);
-    const recording life([&](std::size_t *progress) {
+    const recording life([&](life_progress *progress) {
         const owned_recorder recorder(vesk_open("r"));
         for (const entry &one : tried) {
             ASSERT_EQ(0, write_entry(recorder.get(), one));
-            ++*progress;
+            ++progress->acknowledged;
         }
     });
     std::vector<std::pair<cut_place, long>> cases;
@@ -254,7 +254,7 @@ TEST_F(FullDisk, WhileABoxIsBroughtBackCostsNothing)
             complaint += "recovery gives " + std::to_string(result) + "\n";
         }
         entries given = before;
-        const std::size_t acknowledged = life.moments()[place.behind].progress;
+        const std::size_t acknowledged = life.moments()[place.behind].progress.acknowledged;
         for (std::size_t k = 0; k < std::min(acknowledged + 1, tried.size()); ++k) {
             given.push_back(tried[k]);
             given.back().acknowledged = k < acknowledged;

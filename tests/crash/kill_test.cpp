@@ -72,7 +72,7 @@ entries plan_entries(const life_plan &plan)
     return all;
 }
 
-void live(const life_plan &plan, const entries &given, std::size_t *progress)
+void live(const life_plan &plan, const entries &given, life_progress *progress)
 {
     owned_recorder recorder(vesk_create("r", plan.sizes.samples, plan.sizes.intervals));
     ASSERT_TRUE(recorder);
@@ -88,7 +88,7 @@ void live(const life_plan &plan, const entries &given, std::size_t *progress)
             ASSERT_TRUE(recorder);
         }
         ASSERT_EQ(0, write_entry(recorder.get(), one)) << one.number;
-        ++*progress;
+        ++progress->acknowledged;
     }
     ASSERT_EQ(0, vesk_sync(recorder.get()));
 }
@@ -96,7 +96,7 @@ void live(const life_plan &plan, const entries &given, std::size_t *progress)
 box_life record_life(const life_plan &plan)
 {
     const entries given = plan_entries(plan);
-    recording recorded([&](std::size_t *progress) { live(plan, given, progress); });
+    recording recorded([&](life_progress *progress) { live(plan, given, progress); });
     std::size_t backed_up = recorded.moments().size();
     for (std::size_t i = 0; i < recorded.moments().size(); ++i) {
         if (recorded.moments()[i].files.count("r.state.bak") != 0) {
@@ -114,7 +114,7 @@ enum counted { recovered, needed_steps, from_backup, from_buffers, nothing_there
 // What was given up to a moment; all but the last is acknowledged.
 entries given_until(const box_life &life, std::size_t step)
 {
-    const std::size_t acknowledged = life.recorded.moments()[step].progress;
+    const std::size_t acknowledged = life.recorded.moments()[step].progress.acknowledged;
     entries given(life.given.begin(),
                   life.given.begin() +
                       static_cast<long>(std::min(acknowledged + 1, life.given.size())));
@@ -188,7 +188,7 @@ std::string check_cut_recovery(const box_life &life, const cut_place &place, boo
 {
     write_folder(cut_life(life.recorded, place));
     vesk_recover_report report;
-    const recording recovery([&](std::size_t *) { (void)recover(life, place.behind, &report); });
+    const recording recovery([&](life_progress *) { (void)recover(life, place.behind, &report); });
     if (!recovery.complaints().empty()) {
         return describe(life.recorded, place) + "\n" + recovery.complaints();
     }
@@ -223,7 +223,7 @@ std::vector<cut_place> distinct(const recording &life, const std::vector<cut_pla
         for (const auto &[name, bytes] : cut_life(life, place)) {
             content[name] = *bytes;
         }
-        if (seen.insert({life.moments()[place.behind].progress, content}).second) {
+        if (seen.insert({life.moments()[place.behind].progress.acknowledged, content}).second) {
             some.push_back(place);
         }
     }

@@ -1,8 +1,12 @@
 #include "crash/recording.hpp"
 
 #include <algorithm>
+#include <filesystem>
+#include <unistd.h>
 
 #include "common/failing_calls.hpp"
+
+namespace fs = std::filesystem;
 
 // The names of the files in which two folders differ.
 static std::vector<std::string> _changed_files(const folder_content &a, const folder_content &b)
@@ -46,35 +50,68 @@ static growth _find_growth(const moment &before, const moment &after)
     return {names[0], old_bytes.size(), new_bytes.size() - old_bytes.size()};
 }
 
-recording::recording(const std::function<void(std::size_t *)> &life)
+recording::recording(const std::function<void(life_progress *)> &life)
 {
-    std::size_t progress = 0;
-    moments_.push_back({read_folder(), "", 0});
+    life_progress progress;
+    const folder_content before = read_folder();
+    moments_.push_back({before, before, "", progress});
     {
-        const call_observer observing([&](const char *call) { look(call, progress); });
+        const call_observer observing(
+            [&](const char *call, int synced) { look(call, synced, progress); });
         life(&progress);
     }
-    const std::size_t seen = moments_.size();
-    look("the end", progress);
-    if (moments_.size() > seen &&
-        !_changed_files(moments_[seen - 1].files, moments_[seen].files).empty()) {
+    const folder_content seen = moments_.back().files;
+    look("the end", -1, progress);
+    if (!_changed_files(seen, moments_.back().files).empty()) {
         complaints_ += "a change was not seen\n";
     }
 }
 
-void recording::look(const char *call, std::size_t progress)
+// The name in the working folder of the file behind a descriptor.
+static std::string _name_of(int descriptor)
+{
+    char path[4096];
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    const ssize_t length = readlink(link.c_str(), path, sizeof path);
+    return length < 0 ? ""
+                      : fs::path(std::string(path, static_cast<std::size_t>(length))).filename();
+}
+
+void recording::look(const char *call, int synced, const life_progress &progress)
 {
     const moment &last = moments_.back();
-    moment now = {read_folder(last.files), call, progress};
+    moment now = {read_folder(last.files), last.synced, call, progress};
     const std::vector<std::string> changed = _changed_files(last.files, now.files);
-    if (changed.empty() && last.progress == progress) {
-        return;
-    }
     const bool moved = now.call == "rename" && changed.size() <= 2;
     if (changed.size() > 1 && !moved) {
         complaints_ += now.call + " changed " + changed[0] + " and " + changed[1] + "\n";
     }
-    moments_.push_back(std::move(now));
+    for (const std::string &name : changed) {
+        if (now.files.count(name) == 0) {
+            // Its content goes with its name.
+            const auto content = last.files.at(name);
+            const auto was_synced = now.synced.extract(name);
+            for (const std::string &other : changed) {
+                if (moved && other != name && now.files.at(other) != nullptr &&
+                    *now.files.at(other) == *content) {
+                    now.synced.erase(other);
+                    if (!was_synced.empty()) {
+                        now.synced[other] = was_synced.mapped();
+                    }
+                }
+            }
+        }
+    }
+    const std::string synced_name = synced >= 0 ? _name_of(synced) : "";
+    if (now.files.count(synced_name) != 0) {
+        now.synced[synced_name] = now.files.at(synced_name);
+    }
+    const bool idle = changed.empty() && synced_name.empty() &&
+                      last.progress.acknowledged == progress.acknowledged &&
+                      last.progress.synced == progress.synced;
+    if (!idle) {
+        moments_.push_back(std::move(now));
+    }
 }
 
 std::vector<cut_place> find_cuts(const recording &life, bool all)
@@ -107,6 +144,47 @@ folder_content cut_life(const recording &life, const cut_place &place)
         const growth written = _find_growth(before, after);
         files[written.name] =
             shared_bytes(after.files.at(written.name)->substr(0, written.from + place.bytes));
+    }
+    return files;
+}
+
+static std::string _lose_power(const std::string &synced, const std::string &now, power_loss how)
+{
+    // A file that was cut loses none of what is left of it.
+    const bool grew = now.compare(0, synced.size(), synced) == 0;
+    const bool shrank = synced.compare(0, now.size(), now) == 0;
+    const std::size_t kept = grew ? synced.size() : shrank ? now.size() : 0;
+    switch (how) {
+    case power_loss::zeros:
+        return now.substr(0, kept) + std::string(now.size() - kept, '\0');
+    case power_loss::half:
+        return now.substr(0, kept + (now.size() - kept) / 2);
+    case power_loss::before:
+        return synced;
+    default:
+        return now.substr(0, kept);
+    }
+}
+
+folder_content lose_power(const recording &life, std::size_t moment, power_loss how)
+{
+    const struct moment &last = life.moments()[moment];
+    folder_content files = last.files;
+    std::size_t mixed = moment + (how == power_loss::mixed_2 ? 7 : 3);
+    for (auto &[name, bytes] : files) {
+        const auto synced = last.synced.find(name);
+        const std::string before = synced == last.synced.end() ? "" : *synced->second;
+        if (*bytes == before) {
+            continue;
+        }
+        power_loss met = how;
+        if (how == power_loss::mixed_1 || how == power_loss::mixed_2) {
+            mixed = mixed * 1103515245 + 12345;
+            met = power_losses[(mixed >> 16) % 5];
+        }
+        if (met != power_loss::mixed_1) {
+            bytes = shared_bytes(_lose_power(before, *bytes, met));
+        }
     }
     return files;
 }

@@ -10,24 +10,32 @@
 
 #include "crash/box.hpp"
 
+// How far the recorded function has come, in its own units.
+struct life_progress {
+    std::size_t acknowledged = 0;
+    std::size_t synced = 0;
+};
+
 struct moment {
     folder_content files;
-    std::string call;     // that led here
-    std::size_t progress; // what the recorded function had reached when it was made
+    folder_content synced; // what of them is on the medium, as far as they were synced
+    std::string call;      // that led here
+    life_progress progress;
 };
 
 class recording
 {
 public:
-    // Runs `life` in the working folder; it may tell how far it has come by changing its argument.
-    explicit recording(const std::function<void(std::size_t *progress)> &life);
+    // Runs `life` in the working folder; it tells how far it has come by changing its argument.
+    // What is there before counts as synced.
+    explicit recording(const std::function<void(life_progress *progress)> &life);
 
     const std::vector<moment> &moments() const { return moments_; }
     // What cannot have been one call: a change of several files at once, for example.
     const std::string &complaints() const { return complaints_; }
 
 private:
-    void look(const char *call, std::size_t progress);
+    void look(const char *call, int synced, const life_progress &progress);
 
     std::vector<moment> moments_;
     std::string complaints_;
@@ -43,6 +51,15 @@ struct cut_place {
 std::vector<cut_place> find_cuts(const recording &life, bool all);
 
 folder_content cut_life(const recording &life, const cut_place &place);
+
+// What a loss of power does to what was not synced: it is gone, it is zeros, a half of it is gone,
+// the file is as it was when it was synced, or each file meets something else.
+enum class power_loss { cut, zeros, half, before, mixed_1, mixed_2 };
+inline constexpr power_loss power_losses[] = {power_loss::cut,     power_loss::zeros,
+                                              power_loss::half,    power_loss::before,
+                                              power_loss::mixed_1, power_loss::mixed_2};
+
+folder_content lose_power(const recording &life, std::size_t moment, power_loss how);
 
 std::string describe(const recording &life, const cut_place &place);
 
