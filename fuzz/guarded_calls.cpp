@@ -147,6 +147,11 @@ void begin_watching(const guard_rules &rules)
     the_watch.active = true;
 }
 
+void stop_watching()
+{
+    the_watch.active = false;
+}
+
 static void _expect_no_descriptor_more()
 {
     expect_equal(the_watch.lowest_free_descriptor, lowest_free_descriptor(),

@@ -18,6 +18,12 @@ const guard_rules *current_rules = nullptr;
 jmp_buf way_out;
 } // namespace
 
+[[noreturn]] static void _report_finding()
+{
+    stop_watching();
+    abort();
+}
+
 // NOLINTBEGIN(bugprone-reserved-identifier): the names are those of the linker
 extern "C" {
 [[noreturn]] void __wrap___assert_fail(const char *assertion, const char *file, unsigned int line,
@@ -35,7 +41,7 @@ extern "C" {
     }
     (void)fprintf(stderr, "%s:%u: %s: Assertion `%s' failed, which is not documented here.\n", file,
                   line, function, assertion);
-    abort();
+    _report_finding();
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -62,7 +68,7 @@ void expect(bool condition, const char *what)
 {
     if (!condition) {
         (void)fprintf(stderr, "%s: does not hold: %s\n", target.name, what);
-        abort();
+        _report_finding();
     }
 }
 
@@ -71,7 +77,7 @@ void expect_equal(long long expected, long long found, const char *what)
     if (expected != found) {
         (void)fprintf(stderr, "%s: does not hold: %s (expected %lld, found %lld)\n", target.name,
                       what, expected, found);
-        abort();
+        _report_finding();
     }
 }
 
@@ -80,7 +86,7 @@ void expect_documented(long long result, std::span<const int> codes, const char 
     if (result < 0 && std::find(codes.begin(), codes.end(), result) == codes.end()) {
         (void)fprintf(stderr, "%s: %s gave %lld, which is not documented\n", target.name, call,
                       result);
-        abort();
+        _report_finding();
     }
 }
 

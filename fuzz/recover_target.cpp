@@ -14,8 +14,9 @@
 
 static constexpr int codes[] = {0, -6, -40, -49};
 
-// Larger boxes are not driven to a rotation.
+// Larger boxes are not driven to a rotation, and not filled up.
 static constexpr uint32_t most_samples = 32;
+static constexpr uint64_t most_padding = 10000;
 
 static constexpr guard_rules rules = {.largest_block = std::size_t{1} << 28};
 
@@ -90,6 +91,10 @@ static void _run(std::string_view input)
         const int plan = vesk_recover_plan("r", 4, 2, _count_step, &steps, &planned);
         expect_documented(plan, codes, "vesk_recover_plan");
         expect_equal(planned.steps, steps, "a plan shows all steps");
+        result = -1;
+        if (planned.samples_padded + planned.intervals_padded > most_padding) {
+            return;
+        }
         result = vesk_recover("r", 4, 2, &report);
         expect_equal(plan, result, "recovering ends as planned");
         expect_equal(planned.steps, report.steps, "recovering does what was planned");

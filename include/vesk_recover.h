@@ -116,8 +116,9 @@ typedef struct vesk_recover_report {
  * @return 0 when the box is in order, whether or not something had to be done; -40 when there is no
  * box of this name, or a file or the folder cannot be opened; -41 when a file cannot be read or
  * written, or not renamed; -6 when the sizes cannot be told and the arguments do not tell them
- * either, or are none that vesk_create() takes; -49 when the base name is too long; -22 without
- * memory. The box is then as good as before, and recovering can be tried again.
+ * either, or are none that vesk_create() takes; -49 when the base name has 1000 bytes or more, or
+ * the sizes are impossible: more than 65534 intervals, or 10 million records missing in one buffer;
+ * -22 without memory. The box is then as good as before, and recovering can be tried again.
  */
 VESK_API int vesk_recover(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_intervals,
                           vesk_recover_report *report);

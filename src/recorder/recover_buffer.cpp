@@ -1,5 +1,6 @@
 #include "recorder/recover_buffer.hpp"
 
+#include <cmath>
 #include <errno.h>
 #include <limits>
 #include <stdio.h>
@@ -254,6 +255,10 @@ private:
         if (!stream_.open) {
             return 0;
         }
+        const int skipped = skip_waiting_names();
+        if (skipped != 0) {
+            return skipped;
+        }
         stream_.open = false;
         changed_otherwise_ = changed_otherwise_ || stream_.changed || cut_at_end_;
         int result = 0;
@@ -323,16 +328,21 @@ private:
         return write(compressed.get(), size);
     }
 
-    int append(const vesk_scan_item &item)
+    static int append(byte_list *to, const vesk_scan_item &item)
     {
-        return content_.append(item.content, item.content_length) ? 0 : QE_ERROR_NO_MEMORY;
+        return to->append(item.content, item.content_length) ? 0 : QE_ERROR_NO_MEMORY;
     }
+    int append(const vesk_scan_item &item) { return append(&content_, item); }
 
-    // Appends a form to the content.
     template <typename Form>
     int append_form(Form form)
     {
-        memory_writer target(&content_);
+        return append_form(&content_, form);
+    }
+    template <typename Form>
+    static int append_form(byte_list *to, Form form)
+    {
+        memory_writer target(to);
         const int written = form(field_writer(target.get())).result();
         return written < 0 ? written : 0;
     }
@@ -379,10 +389,21 @@ private:
         return contents_->first_names ? 0 : QE_ERROR_NO_MEMORY;
     }
 
+    // Halving a history takes one names record between two intervals and no more, so names wait
+    // there until an interval needs them.
+    byte_list *names_target()
+    {
+        if (is_current()) {
+            return &content_;
+        }
+        waiting_names_.clear();
+        return &waiting_names_;
+    }
+
     int append_names(const vesk_cb_record_sensor_names *names)
     {
         const int kept = keep_names(names);
-        return kept != 0 ? kept : append_form([names](field_writer fields) {
+        return kept != 0 ? kept : append_form(names_target(), [names](field_writer fields) {
             return fields.u32(VESK_CB_RECORD_SENSOR_NAMES)
                 .form(binary_serializer_write_vesk_cb_record_sensor_names, names);
         });
@@ -390,19 +411,52 @@ private:
 
     int take_names(const vesk_scan_item &item)
     {
+        // Names that wait already are for nothing.
+        int result = waiting_names_.size() > 0 ? skip_waiting_names() : 0;
         bool no_memory = false;
         const bool unique = !is_current();
-        if (item.error == 0 && !(unique && _has_repeated_names(item.names->sensors, &no_memory))) {
-            const int kept = no_memory ? QE_ERROR_NO_MEMORY : keep_names(item.names);
-            return kept != 0 ? kept : append(item);
+        const bool good =
+            item.error == 0 && !(unique && _has_repeated_names(item.names->sensors, &no_memory));
+        if (result != 0 || no_memory) {
+            return result != 0 ? result : static_cast<int>(QE_ERROR_NO_MEMORY);
+        }
+        waiting_in_stream_ = !is_current();
+        if (good) {
+            result = keep_names(item.names);
+            return result != 0 ? result : append(names_target(), item);
         }
         const owned_names mended(_create_mended_names(item.names, unique));
         if (!mended) {
             return QE_ERROR_NO_MEMORY;
         }
         ++contents_->records_mended;
-        const int told = tell_record(VESK_RECOVER_MEND_TEXT, item, QE_ERROR_MALFORMED);
-        return told != 0 ? told : append_names(mended.get());
+        result = tell_record(VESK_RECOVER_MEND_TEXT, item, QE_ERROR_MALFORMED);
+        return result != 0 ? result : append_names(mended.get());
+    }
+
+    // Takes names without an interval behind them out of the stream at hand, if they are in it.
+    int skip_waiting_names()
+    {
+        if (!waiting_in_stream_) {
+            return 0;
+        }
+        waiting_in_stream_ = false;
+        stream_.changed = true;
+        ++contents_->records_aside;
+        return tell(VESK_RECOVER_SET_ASIDE, stream_.offset, stream_.length, 1, QE_ERROR_MALFORMED);
+    }
+
+    // Puts the names that wait before the interval that is about to come.
+    int use_waiting_names()
+    {
+        if (waiting_names_.size() == 0) {
+            return 0;
+        }
+        stream_.changed = stream_.changed || !waiting_in_stream_;
+        waiting_in_stream_ = false;
+        const bool appended = content_.append(waiting_names_.begin(), waiting_names_.size());
+        waiting_names_.clear();
+        return appended ? 0 : QE_ERROR_NO_MEMORY;
     }
 
     // Names for `n` sensors, or for any number when that is 0, whose own names are lost.
@@ -415,7 +469,7 @@ private:
                 known = names;
             }
         }
-        owned_names made(known != nullptr ? vesk_cb_record_sensor_names_copy(known, nullptr)
+        owned_names made(known != nullptr ? _create_mended_names(known, !is_current())
                                           : vesk_cb_record_sensor_names_create_null());
         if (!made) {
             return QE_ERROR_NO_MEMORY;
@@ -460,11 +514,24 @@ private:
         }
     }
 
-    int count_data(int64_t start, int64_t end)
+    int count_data(int64_t start, int64_t end, bool empty)
     {
         ++contents_->data_records;
+        contents_->empty_records += empty ? 1 : 0;
         last_time_ = end;
-        return contents_->spans.append({start, end}) ? 0 : QE_ERROR_NO_MEMORY;
+        return empty || contents_->spans.append({start, end}) ? 0 : QE_ERROR_NO_MEMORY;
+    }
+
+    static bool is_empty(const vesk_cb_record_sensor_values &sample)
+    {
+        return std::all_of(sample.values, sample.values + sample.n_sensors,
+                           [](float value) { return std::isnan(value); });
+    }
+
+    static bool is_empty(const vesk_hb_record_sensor_values &interval)
+    {
+        return std::all_of(interval.hvalues, interval.hvalues + interval.n_sensors,
+                           [](const hist_value &summary) { return summary.count == 0; });
     }
 
     // Behind the type and the version of a record its time: version, seconds, microseconds.
@@ -484,7 +551,7 @@ private:
         const int64_t time = values->timestamp.tv.tv_sec;
         int result = require_names(item, values->n_sensors, time);
         if (result == 0) {
-            result = count_data(time, time);
+            result = count_data(time, time, is_empty(*values));
         }
         if (result != 0 || !bad_time) {
             return result != 0 ? result : append(item);
@@ -516,7 +583,10 @@ private:
         const int64_t start = interval->start.tv.tv_sec;
         int result = require_names(item, interval->n_sensors, start);
         if (result == 0) {
-            result = count_data(start, interval->end.tv.tv_sec);
+            result = use_waiting_names();
+        }
+        if (result == 0) {
+            result = count_data(start, interval->end.tv.tv_sec, is_empty(*interval));
         }
         if (result != 0 || !bad_time) {
             return result != 0 ? result : append(item);
@@ -657,7 +727,7 @@ private:
             time->tv.tv_sec = static_cast<time_t>(padding_time());
         }
         constexpr std::size_t stream_size = 65536;
-        int result = 0;
+        int result = use_waiting_names();
         for (uint32_t i = 0; i < n && result == 0; ++i) {
             result = is_current() ? append_sample(&sample) : append_interval(&interval);
             if (result == 0 && content_.size() >= stream_size) {
@@ -675,6 +745,8 @@ private:
     owned_file source_;
     stream stream_;
     byte_list content_; // of the stream at hand, as it should be
+    byte_list waiting_names_;
+    bool waiting_in_stream_ = false; // the names that wait are from the stream at hand
     uint32_t capacity_;
     uint32_t n_names_ = 0; // sensors of the names record that governs
     bool has_header_ = false;

@@ -46,13 +46,14 @@ struct buffer_contents {
     bool cut_suffices = false;     // all of them is to cut the file at ...
     uint64_t cut_offset = 0;       // ... this offset
     uint64_t data_records = 0;     // samples or intervals that were there, padding not counted
+    uint64_t empty_records = 0;    // those of them without any value, as padding is
     uint64_t events = 0;           // events, those that get their type word included
     uint64_t events_tagged = 0;    // those that do
     uint64_t records_mended = 0;   // records with a time, name or text replaced
     uint64_t records_padded = 0;   // samples or intervals added
     uint64_t records_aside = 0;    // records taken out
     uint64_t bytes_aside = 0;      // bytes of the file taken out
-    growing_list<time_span> spans; // of the samples or intervals
+    growing_list<time_span> spans; // of the samples or intervals with values
     owned_names first_names;       // the first sensors that are named, or null
     owned_names last_names;        // the last ones
 };

@@ -70,6 +70,10 @@ struct box_file {
     buffer_name name;
     bool placed = false; // it belongs to the box
     buffer_contents contents;
+    buffer_contents mended; // as the box needs it, when it has to be mended for that
+
+    // What it holds in the end.
+    const buffer_contents &final_contents() const { return mended.steps > 0 ? mended : contents; }
 
     bool is_current() const { return name.kind == VESK_BUFFER_TYPE_CURRENT; }
 };
@@ -140,6 +144,13 @@ struct arrangement {
     buffer_name names[3];
 
     void add(uint32_t kind, uint32_t number) { names[n++] = {kind, number}; }
+
+    bool has(const buffer_name &name) const
+    {
+        return std::any_of(names, names + n, [&](const buffer_name &placed) {
+            return placed.kind == name.kind && placed.number == name.number;
+        });
+    }
 };
 
 uint32_t names_of_stage(uint32_t stage)
@@ -277,7 +288,8 @@ private:
         for (uint32_t i = 0; i < names_of_stage(summary.state); ++i) {
             buffer_name name;
             if (!find_named(summary.names[i], &name) ||
-                name.kind != kind_of_place(summary.state, i) || files_.find(name) == nullptr) {
+                name.kind != kind_of_place(summary.state, i) || files_.find(name) == nullptr ||
+                named.has(name)) {
                 return false;
             }
             named.add(name.kind, name.number);
@@ -414,8 +426,7 @@ private:
         box_file *file = files_.find(name);
         buffer_expectation expected;
         expected.kind = name.kind;
-        expected.capacity =
-            name.kind == VESK_BUFFER_TYPE_HIST ? 2 * sizes_.intervals : sizes_.samples;
+        expected.capacity = capacity_of(name.kind);
         expected.full = place + 1 < box_.n;
         expected.time = last_time_;
         expected.names_before = last_names_;
@@ -435,7 +446,13 @@ private:
                 return 0;
             }
         }
-        return mend_file(path, expected);
+        buffer_contents made;
+        return mend_file(path, expected, file == nullptr ? &made : &file->mended);
+    }
+
+    uint32_t capacity_of(uint32_t kind) const
+    {
+        return kind == VESK_BUFFER_TYPE_HIST ? 2 * sizes_.intervals : sizes_.samples;
     }
 
     // What the buffers behind are mended with.
@@ -468,19 +485,18 @@ private:
                (!expected.full || contents.data_records == expected.capacity);
     }
 
-    int mend_file(const char *path, const buffer_expectation &expected)
+    int mend_file(const char *path, const buffer_expectation &expected, buffer_contents *contents)
     {
-        buffer_contents contents;
-        int result = _vesk_mend_buffer(path, expected, {take_step, this}, nullptr, &contents);
+        const int result = _vesk_mend_buffer(path, expected, {take_step, this}, nullptr, contents);
         if (result != 0) {
             return result;
         }
-        report_contents(expected.kind, contents);
-        if (!execute_ || contents.steps == 0) {
+        report_contents(expected.kind, *contents);
+        if (!execute_ || contents->steps == 0) {
             return 0;
         }
-        return contents.cut_suffices ? cut_file(path, contents.cut_offset)
-                                     : rewrite_file(path, expected);
+        return contents->cut_suffices ? cut_file(path, contents->cut_offset)
+                                      : rewrite_file(path, expected);
     }
 
     void report_contents(uint32_t kind, const buffer_contents &contents)
@@ -600,11 +616,23 @@ private:
                 next = std::max(next, file->name.number + 1);
             }
         }
-        if (report_->source == VESK_RECOVER_FROM_STATE && next == state_->next_file_number) {
+        if (report_->source == VESK_RECOVER_FROM_STATE && next == state_->next_file_number &&
+            state_leads_here()) {
             return 0;
         }
         const int told = tell_file(VESK_RECOVER_WRITE_STATE, state_path_, 0, state_->error);
         return told != 0 || !execute_ ? told : write_state(next);
+    }
+
+    // Whether a recorder that reads the state file goes on beside it.
+    bool state_leads_here() const
+    {
+        char path[max_filename];
+        const int length = snprintf(path, sizeof path, "%s.state", state_->filename);
+        return length < static_cast<int>(sizeof path) &&
+               (strcmp(path, state_path_) == 0 || _vesk_is_same_file(path, state_path_)) &&
+               (strcmp(state_->state_filename, state_path_) == 0 ||
+                _vesk_is_same_file(state_->state_filename, state_path_));
     }
 
     int write_state(uint32_t next_file_number)
@@ -647,17 +675,26 @@ private:
         closed_are_whole_ = true;
         for (uint32_t i = 0; i < box_.n; ++i) {
             const box_file *file = files_.find(box_.names[i]);
-            if (file == nullptr || (i + 1 < box_.n && file->contents.bytes_aside > 0)) {
+            if (i + 1 < box_.n && !is_whole(file)) {
                 closed_are_whole_ = false;
+            }
+            if (file == nullptr) {
                 continue;
             }
-            add_spans(file->contents, &box_span_);
+            add_spans(file->final_contents(), &box_span_);
             if (file->name.kind == VESK_BUFFER_TYPE_HIST) {
-                add_spans(file->contents, &history_span_);
+                add_spans(file->final_contents(), &history_span_);
                 history_number_ = file->name.number;
             }
         }
         return 0;
+    }
+
+    // Whether a closed buffer holds all that it once held: neither now nor earlier was it padded.
+    bool is_whole(const box_file *file) const
+    {
+        return file != nullptr && file->final_contents().empty_records == 0 &&
+               file->final_contents().data_records == capacity_of(file->name.kind);
     }
 
     static void add_spans(const buffer_contents &contents, time_span *to)
@@ -683,6 +720,9 @@ private:
     bool is_covered(const box_file &file) const
     {
         const buffer_contents &contents = file.contents;
+        if (contents.records_aside > 0) {
+            return false;
+        }
         if (!file.is_current() && file.name.number > history_number_) {
             return closed_are_whole_ && lies_within(contents, box_span_);
         }
@@ -746,13 +786,8 @@ private:
 
     bool stays(const buffer_name &name)
     {
-        for (uint32_t i = 0; i < box_.n; ++i) {
-            if (box_.names[i].kind == name.kind && box_.names[i].number == name.number) {
-                return true;
-            }
-        }
         const box_file *file = files_.find(name);
-        return file != nullptr && !is_covered(*file);
+        return box_.has(name) || (file != nullptr && !is_covered(*file));
     }
 
     int remove(const char *path)

@@ -408,6 +408,78 @@ TEST_F(Recover, GivesRepeatedSensorsOfAHistoryNamesOfTheirOwn)
     goes_on(15);
 }
 
+TEST_F(Recover, LeavesOneNamesRecordBetweenTwoIntervalsOfAHistory)
+{
+    make_box(14);
+    const std::string summary = stored_summary({1, 2});
+    const auto interval = [&](uint32_t start) {
+        return stored_interval_record(start, start + 1, {summary});
+    };
+    write_file("r.4.hbuf.z", zlib_stream(stored_buffer_header(2, 4) +
+                                         stored_names_record(1001, {"a"}) + interval(1001)) +
+                                 zlib_stream(stored_names_record(1003, {"b"})) +
+                                 zlib_stream(stored_names_record(1003, {"c"}) + interval(1003)) +
+                                 zlib_stream(stored_names_record(1005, {"d"})) +
+                                 zlib_stream(interval(1005)) + zlib_stream(interval(1007)));
+    const step set_aside = {VESK_RECOVER_SET_ASIDE, "r.4.hbuf.z", 1};
+    EXPECT_EQ((steps{set_aside, set_aside}), plan());
+    EXPECT_EQ(4U, recover().intervals_kept);
+    EXPECT_EQ((std::vector<std::string>{"d"}), sensors_in("r.4.hbuf.z"));
+    goes_on(15);
+}
+
+TEST_F(Recover, TakesNoStateThatNamesABufferTwice)
+{
+    make_box(10);
+    std::string state = read_file("r.state");
+    state.replace(state.find("r.2.cbuf.z"), 10, "r.1.cbuf.z");
+    write_file("r.state", state);
+    EXPECT_EQ(VESK_RECOVER_FROM_BUFFERS, recover().source);
+    goes_on(11);
+}
+
+TEST_F(Recover, TakesNoStateThatLeadsElsewhere)
+{
+    make_box(6);
+    const std::string good = read_file("r.state");
+    for (const std::size_t name : {std::size_t(5), good.find("r.state")}) {
+        std::string state = good;
+        state[name] = 'q';
+        write_file("r.state", state);
+        EXPECT_EQ((steps{{VESK_RECOVER_WRITE_STATE, "r.state", 0}}), plan());
+        recover();
+        EXPECT_EQ(good, read_file("r.state"));
+    }
+    goes_on(7);
+}
+
+TEST_F(Recover, RefusesToPadWithoutBound)
+{
+    make_box(6);
+    write_file("r.state", "");
+    for (const char *name : {"r.1.cbuf.z", "r.2.cbuf.z"}) {
+        write_file(name, zlib_stream(stored_buffer_header(1, 100'000'000)));
+    }
+    EXPECT_EQ(QE_ERROR_LIMIT, vesk_recover("r", 0, 2, nullptr));
+}
+
+TEST_F(Recover, PadsWithOneSensorWhereMoreWouldFillTheDisk)
+{
+    std::vector<std::string> many;
+    std::vector<float> zeros(2000, 0);
+    for (int i = 0; i < 2000; ++i) {
+        many.push_back("s" + std::to_string(i));
+    }
+    make_box(0);
+    write_file("r.1.cbuf.z",
+               zlib_stream(stored_buffer_header(1, 10000) + stored_names_record(1001, many) +
+                           stored_values_record(1001, zeros)));
+    write_file("r.2.cbuf.z", zlib_stream(stored_buffer_header(1, 10000)));
+    write_file("r.state", "");
+    EXPECT_EQ(9999U, recover(0, 2).samples_padded);
+    EXPECT_EQ((std::vector<std::string>{"s0"}), sensors_in("r.1.cbuf.z"));
+}
+
 TEST_F(Recover, WritesAStateFileThatIsCutAtAnyByte)
 {
     for (const int last : {5, 9, 13, 17}) {
@@ -548,6 +620,20 @@ TEST_F(Recover, DeletesWhatAnEarlierRecoveryLeft)
     }
     EXPECT_EQ(5U, recover().steps);
     EXPECT_EQ((names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
+}
+
+TEST_F(Recover, KeepsAnUnfinishedHistoryOfABufferThatWasDamaged)
+{
+    make_box(16);
+    const std::string unfinished =
+        zlib_stream(stored_buffer_header(2, 4) + stored_names_record(1001, {"a"}) +
+                    stored_interval_record(1009, 1010, {stored_summary({9, 10})}));
+    write_file("r.6.hbuf.z", unfinished);
+    cut("r.3.cbuf.z", 3);
+    EXPECT_EQ(1U, recover().files_kept);
+    EXPECT_EQ(unfinished, read_file("r.6.hbuf.z"));
+    goes_on(17);
+    EXPECT_EQ(unfinished, read_file("r.6.hbuf.z"));
 }
 
 TEST_F(Recover, KeepsFilesThatTheHistoryDoesNotHold)
