@@ -409,6 +409,45 @@ void add_exchanges(const whole_box &box, injury_list *list)
     }
 }
 
+// The state of another time, as a restored copy is: with the buffers of today, with a copy of its
+// own age, or as the copy alone. And buffers of another time that came back with it.
+void add_other_times(const whole_box &box, const whole_box &other, injury_list *list)
+{
+    const auto state = other.files.at("r.state");
+    const wound state_wound = {"r.state", 0, SIZE_MAX};
+    const std::string age = " of " + std::to_string(other.vectors) + " vectors";
+    list->push_back([&box, state, state_wound, age] {
+        injury one = {&box, box.files, {state_wound}, "state" + age};
+        one.files["r.state"] = state;
+        return one;
+    });
+    list->push_back([&box, state, state_wound, age] {
+        injury one = {&box, box.files, {state_wound}, "state and backup" + age};
+        one.files["r.state"] = state;
+        one.files["r.state.bak"] = state;
+        return one;
+    });
+    list->push_back([&box, state, state_wound, age] {
+        injury one = {&box, box.files, {state_wound}, "only a backup" + age};
+        one.files.erase("r.state");
+        one.files["r.state.bak"] = state;
+        return one;
+    });
+    list->push_back([&box, state, state_wound, age] {
+        injury one = {&box, box.files, {state_wound}, "a cut state and a backup" + age};
+        one.files["r.state"] = shared_bytes(state->substr(0, 20));
+        one.files["r.state.bak"] = state;
+        return one;
+    });
+    if (other.vectors < box.vectors) {
+        list->push_back([&box, &other, age] {
+            injury one = {&box, box.files, {}, "further buffers" + age};
+            one.files.insert(other.files.begin(), other.files.end());
+            return one;
+        });
+    }
+}
+
 // Blocks of noise, of zeros, and of another part of the same file.
 void add_blocks(const whole_box &box, uint32_t seed, int n, injury_list *list)
 {
@@ -508,6 +547,18 @@ TEST_F(Damage, OfWholeFilesCostsThoseFilesOnly)
         add_exchanges(box, &list);
     }
     sweep("exchanged", list);
+}
+
+TEST_F(Damage, OfAStateFromAnotherTimeCostsNothing)
+{
+    const std::vector<whole_box> boxes = make_boxes();
+    injury_list list;
+    for (const whole_box &box : boxes) {
+        for (const whole_box &other : boxes) {
+            add_other_times(box, other, &list);
+        }
+    }
+    sweep("other times", list);
 }
 
 TEST_F(Damage, InBlocksCostsTheirStreamsOnly)
