@@ -132,10 +132,13 @@ public:
 
     int run()
     {
-        if (output_ != nullptr) {
-            source_.reset(fopen(filename_, "r"));
-        }
         const bool missing = access(filename_, F_OK) != 0 && errno == ENOENT;
+        if (output_ != nullptr && !missing) {
+            source_.reset(fopen(filename_, "r"));
+            if (!source_) {
+                return QE_ERROR_OPEN;
+            }
+        }
         int result = missing ? 0 : vesk_scan_buffer(filename_, take_item, this);
         if (result == 0) {
             result = end_stream();
@@ -293,7 +296,7 @@ private:
         if (output_ == nullptr) {
             return 0;
         }
-        if (!source_ || fseeko(source_.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
+        if (fseeko(source_.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
             return QE_ERROR_IO;
         }
         unsigned char piece[4096];

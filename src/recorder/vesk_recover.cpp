@@ -723,16 +723,14 @@ private:
         if (contents.records_aside > 0) {
             return false;
         }
+        if (contents.data_records == 0 && contents.events == 0 && contents.bytes_aside == 0) {
+            return true;
+        }
         if (!file.is_current() && file.name.number > history_number_) {
             return closed_are_whole_ && lies_within(contents, box_span_);
         }
-        if (contents.bytes_aside > 0) {
-            return false;
-        }
-        if (contents.data_records == 0 && contents.events == 0) {
-            return true;
-        }
-        return file.name.number < history_number_ && lies_within(contents, history_span_);
+        return contents.bytes_aside == 0 && file.name.number < history_number_ &&
+               lies_within(contents, history_span_);
     }
 
     int clear_up()

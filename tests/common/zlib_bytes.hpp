@@ -7,7 +7,7 @@
 #include <zlib.h>
 
 // One complete stream of the default level.
-inline std::string zlib_stream(const std::string &content)
+inline std::string compressed_stream(const std::string &content)
 {
     uLongf size = compressBound(content.size());
     std::string stream(size, '\0');

@@ -8,11 +8,13 @@
 
 #include <vesk/vesk.h>
 #include <vesk/vesk_check.h>
+#include <vesk/vesk_recover.h>
 #include <vesk/vesk_scan.h>
 
 #include "common/buffer_files.hpp"
 #include "common/telemetry.hpp"
 #include "common/temporary_directory.hpp"
+#include "common/zlib_bytes.hpp"
 #include "common/zlib_streams.hpp"
 #include "faults/fault_loop.hpp"
 #include "faults/streams.hpp"
@@ -676,6 +678,72 @@ void add_scans(std::vector<fault_case> *table)
          }});
 }
 
+// A box that was killed in many ways at once: a torn tail, a bare event, a history that lost its
+// end, half a state file, what an unfinished rotation and an unfinished recovery left.
+void make_wreck()
+{
+    make_box(14);
+    write_file("r.5.cbuf.z", read_file("r.5.cbuf.z") +
+                                 compressed_stream(stored_event_body(2, 1014, "bare")) +
+                                 compressed_stream(stored_values_record(1015, {15})) + "torn");
+    write_file("r.3.cbuf.z", read_file("r.3.cbuf.z") + "torn");
+    fs::resize_file("r.4.hbuf.z", fs::file_size("r.4.hbuf.z") - 3);
+    write_file("r.6.hbuf.z", "");
+    write_file("r.state.new", "x");
+    fs::resize_file("r.state", 40);
+}
+
+outcome recovers(fault &f)
+{
+    return f.returns([] { return vesk_recover("r", 4, 2, nullptr); });
+}
+
+// Whatever failed, recovering once more brings back all that can be.
+void expect_recoverable(const fault &, const outcome &)
+{
+    vesk_recover_report report;
+    EXPECT_EQ(0, vesk_recover("r", 4, 2, &report));
+    EXPECT_EQ(7U, report.samples_kept);
+    EXPECT_EQ(1U, report.events_kept);
+    qe_set_last_error(0);
+    const owned_recorder recorder(vesk_open("r"));
+    EXPECT_EQ(0, qe_get_last_error());
+    for (int i = 16; i < 30; ++i) {
+        EXPECT_EQ(0, write(recorder.get(), i)) << i;
+    }
+}
+
+void add_recoveries(std::vector<fault_case> *table)
+{
+    table->push_back({"vesk_recover", "",
+                      no_memory + expectations{{call_kind::zlib, {"-22", "ok"}},
+                                               {call_kind::open, {"-40", "ok"}},
+                                               {call_kind::read, {"-40", "-41"}},
+                                               {call_kind::write, {"-41"}},
+                                               {call_kind::torn_write, {"-41"}},
+                                               {call_kind::flush, {"-41"}},
+                                               {call_kind::close, {"ok"}},
+                                               {call_kind::remove, {"-41"}},
+                                               {call_kind::rename, {"-41"}},
+                                               {call_kind::sync, {"-41"}},
+                                               {call_kind::truncate, {"-41"}}},
+                      recovers, make_wreck, expect_recoverable});
+    table->push_back({"vesk_recover_plan", "",
+                      no_memory + expectations{{call_kind::zlib, {"-22", "ok"}},
+                                               {call_kind::open, {"-40", "ok"}},
+                                               {call_kind::read, {"-40", "-41"}},
+                                               {call_kind::close, {"ok"}}},
+                      [](fault &f) {
+                          const box_content before = read_box();
+                          const outcome found = f.returns([] {
+                              return vesk_recover_plan("r", 4, 2, nullptr, nullptr, nullptr);
+                          });
+                          EXPECT_EQ(before, read_box());
+                          return found;
+                      },
+                      make_wreck});
+}
+
 } // namespace
 
 std::vector<fault_case> recorder_cases()
@@ -831,5 +899,6 @@ std::vector<fault_case> recorder_cases()
     add_stages(&table);
     add_lives(&table);
     add_scans(&table);
+    add_recoveries(&table);
     return table;
 }

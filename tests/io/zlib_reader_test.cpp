@@ -68,7 +68,7 @@ TEST(ZlibReader, IsAReaderOfItsOwnType)
 
 TEST(ZlibReader, LivesInStorageOfTheCaller)
 {
-    memory_reader source(zlib_stream("abc"));
+    memory_reader source(compressed_stream("abc"));
     reader r;
     ASSERT_EQ(0, zlib_reader_init(&r, source.lend()));
     char buffer[4] = {};
@@ -83,7 +83,8 @@ TEST(ZlibReader, ReadsAcrossStreamsAsIfTheyWereOne)
     const std::string first = telemetry_like(5000);
     const std::string second = noise(5000);
     const std::string third(100000, 'z');
-    const std::string source_bytes = zlib_stream(first) + zlib_stream(second) + zlib_stream(third);
+    const std::string source_bytes =
+        compressed_stream(first) + compressed_stream(second) + compressed_stream(third);
     const std::string expected = first + second + third;
     // Whatever pieces the source comes in and whatever pieces are asked for.
     for (const uint32_t source_step : {1U, 7U, 2047U, 2048U, 1000000U}) {
@@ -101,7 +102,7 @@ TEST(ZlibReader, ReadsAcrossStreamsAsIfTheyWereOne)
 
 TEST(ZlibReader, FillsTheBufferOfTheCallerUnlessTheSourceEnds)
 {
-    memory_reader source(zlib_stream("first") + zlib_stream("second"));
+    memory_reader source(compressed_stream("first") + compressed_stream("second"));
     source.limit_reads(1);
     owned_reader r(&source);
     EXPECT_EQ(8, r.read(8));
@@ -113,7 +114,7 @@ TEST(ZlibReader, FillsTheBufferOfTheCallerUnlessTheSourceEnds)
 
 TEST(ZlibReader, ReadsNothingWhenNothingIsWanted)
 {
-    memory_reader source(zlib_stream("abc"));
+    memory_reader source(compressed_stream("abc"));
     owned_reader r(&source);
     EXPECT_EQ(0, r.read(0));
     EXPECT_EQ(0U, source.consumed());
@@ -122,7 +123,7 @@ TEST(ZlibReader, ReadsNothingWhenNothingIsWanted)
 
 TEST(ZlibReader, ReadsFromItsSourceInBlocksOf2048Bytes)
 {
-    memory_reader source(zlib_stream(noise(10000)));
+    memory_reader source(compressed_stream(noise(10000)));
     owned_reader r(&source);
     EXPECT_EQ(1, r.read(1));
     EXPECT_EQ(2048U, source.consumed());
@@ -143,16 +144,16 @@ TEST(ZlibReader, ReadsAnEmptySource)
 
 TEST(ZlibReader, ReadsStreamsWithoutContent)
 {
-    memory_reader source(zlib_stream("") + zlib_stream("a") + zlib_stream(""));
+    memory_reader source(compressed_stream("") + compressed_stream("a") + compressed_stream(""));
     owned_reader r(&source);
     EXPECT_EQ(1, r.read(10));
     EXPECT_EQ("a", r.content());
-    EXPECT_EQ(zlib_stream("").size() * 2 + zlib_stream("a").size(), r.savepoint());
+    EXPECT_EQ(compressed_stream("").size() * 2 + compressed_stream("a").size(), r.savepoint());
 }
 
 TEST(ZlibReader, IsAtTheEndOnlyAfterAReadCameBackShort)
 {
-    memory_reader source(zlib_stream("abc"));
+    memory_reader source(compressed_stream("abc"));
     owned_reader r(&source);
     EXPECT_FALSE(r.at_end());
     EXPECT_EQ(3, r.read(3));
@@ -174,8 +175,8 @@ TEST(ZlibReader, IsAtTheEndFromTheStartWhenItsSourceIs)
 
 TEST(ZlibReader, RemembersTheEndOfTheLastCompleteStream)
 {
-    const std::string first = zlib_stream("first");
-    const std::string second = zlib_stream("second");
+    const std::string first = compressed_stream("first");
+    const std::string second = compressed_stream("second");
     memory_reader source(first + second);
     owned_reader r(&source);
     EXPECT_EQ(4, r.read(4));
@@ -191,19 +192,19 @@ TEST(ZlibReader, RemembersTheEndOfTheLastCompleteStream)
 TEST(ZlibReader, PassesASavepointOnlyWithTheLastByteOfTheStream)
 {
     // The content can be read before the checksum behind it is there.
-    memory_reader source(zlib_stream("first"));
+    memory_reader source(compressed_stream("first"));
     source.limit_reads(1);
     owned_reader r(&source);
     EXPECT_EQ(5, r.read(5));
     EXPECT_EQ(0U, r.savepoint());
     EXPECT_EQ(0, r.read(1));
-    EXPECT_EQ(zlib_stream("first").size(), r.savepoint());
+    EXPECT_EQ(compressed_stream("first").size(), r.savepoint());
 }
 
 TEST(ZlibReader, CountsSavepointsFromWhereItBegan)
 {
     FILE *fp = tmpfile();
-    const std::string stream = zlib_stream("abc");
+    const std::string stream = compressed_stream("abc");
     fputs("something else", fp);
     fwrite(stream.data(), 1, stream.size(), fp);
     fseek(fp, 14, SEEK_SET);
@@ -229,7 +230,7 @@ struct sample_file {
     {
         for (const std::string &part :
              {telemetry_like(300), noise(50), std::string(5000, 'r'), telemetry_like(200, 9)}) {
-            bytes += zlib_stream(part);
+            bytes += compressed_stream(part);
             content += part;
             ends.push_back(bytes.size());
             content_ends.push_back(content.size());
@@ -275,7 +276,7 @@ TEST(ZlibReader, ReadsAFileUpToWhereItWasCut)
 TEST(ZlibReader, HandsOutEveryByteOfATornStreamThatCanBeDecoded)
 {
     // Noise is stored, so every byte that is there can be read.
-    const std::string whole = zlib_stream(noise(1000));
+    const std::string whole = compressed_stream(noise(1000));
     memory_reader source(whole.substr(0, 7 + 600));
     owned_reader r(&source);
     EXPECT_EQ(0, r.read_all(1000));
@@ -313,11 +314,11 @@ TEST(ZlibReader, NeverTakesADamagedStreamForComplete)
 
 TEST(ZlibReader, TakesZerosBehindTheLastStreamForDamage)
 {
-    memory_reader source(zlib_stream("abc") + std::string(100, '\0'));
+    memory_reader source(compressed_stream("abc") + std::string(100, '\0'));
     owned_reader r(&source);
     EXPECT_EQ(3, r.read(3));
     EXPECT_EQ(-41, r.read(3));
-    EXPECT_EQ(zlib_stream("abc").size(), r.savepoint());
+    EXPECT_EQ(compressed_stream("abc").size(), r.savepoint());
 }
 
 TEST(ZlibReader, RefusesADictionary)
@@ -354,7 +355,7 @@ TEST(ZlibReader, IsDeadAfterDamage)
 
 TEST(ZlibReader, ReturnsTheCodeOfItsSource)
 {
-    memory_reader source(zlib_stream("abc"), -77);
+    memory_reader source(compressed_stream("abc"), -77);
     source.limit_reads(1);
     owned_reader r(&source);
     EXPECT_EQ(3, r.read(3));
@@ -376,7 +377,7 @@ TEST(ZlibReader, AbortsWhenItsSourceYieldsNothingBeforeItsEnd)
 
 TEST(ZlibReader, DiesWithoutMemoryForAStream)
 {
-    memory_reader source(zlib_stream("abc"));
+    memory_reader source(compressed_stream("abc"));
     owned_reader r(&source);
     {
         const failing_allocation failing(1);
@@ -389,7 +390,7 @@ TEST(ZlibReader, DiesWithoutMemoryForAStream)
 TEST(ZlibReader, DiesWithoutMemoryForItsWindow)
 {
     // zlib remembers what it gave when a read ends inside a stream.
-    memory_reader source(zlib_stream(telemetry_like(10000)));
+    memory_reader source(compressed_stream(telemetry_like(10000)));
     owned_reader r(&source);
     {
         const failing_allocation failing(2);
@@ -401,7 +402,7 @@ TEST(ZlibReader, DiesWithoutMemoryForItsWindow)
 
 TEST(ZlibReader, DiesOfAStreamErrorWithoutEndingTheStream)
 {
-    memory_reader source(zlib_stream("abc"));
+    memory_reader source(compressed_stream("abc"));
     owned_reader r(&source);
     {
         const failing_zlib failing(1, Z_STREAM_ERROR);
@@ -412,7 +413,7 @@ TEST(ZlibReader, DiesOfAStreamErrorWithoutEndingTheStream)
 
 TEST(ZlibReader, GoesOnWhenZlibHasNothingToDo)
 {
-    memory_reader source(zlib_stream("abc"));
+    memory_reader source(compressed_stream("abc"));
     owned_reader r(&source);
     const failing_zlib idle(1, Z_BUF_ERROR);
     EXPECT_EQ(3, r.read(3));
@@ -423,7 +424,7 @@ TEST(ZlibReader, TakesNoMemoryAfterItsFirstStreams)
 {
     std::string bytes;
     for (int i = 0; i < 10; ++i) {
-        bytes += zlib_stream(telemetry_like(5000));
+        bytes += compressed_stream(telemetry_like(5000));
     }
     memory_reader source(bytes);
     owned_reader r(&source);

@@ -55,7 +55,7 @@ TEST(ZlibWriter, LivesInStorageOfTheCaller)
     ASSERT_EQ(0, zlib_writer_init(&w, target.lend()));
     EXPECT_EQ(0, writer_write_bytes(&w, "abc", 3));
     writer_destruct(&w);
-    EXPECT_EQ(zlib_stream("abc"), target.bytes());
+    EXPECT_EQ(compressed_stream("abc"), target.bytes());
 }
 
 TEST(ZlibWriter, BuffersSmallWritesAndReturnsZero)
@@ -82,7 +82,7 @@ TEST(ZlibWriter, CompressesTheFirstBlockOf3000BytesAndBuffersTheRest)
     EXPECT_EQ(0, w.write("y"));
     EXPECT_EQ(2U, target.writes().size());
     EXPECT_LT(0, w.flush());
-    EXPECT_EQ(zlib_stream(content + std::string(1096, 'x') + "y"), target.bytes());
+    EXPECT_EQ(compressed_stream(content + std::string(1096, 'x') + "y"), target.bytes());
 }
 
 TEST(ZlibWriter, KeepsAFullBufferUntilMoreComes)
@@ -136,7 +136,7 @@ TEST(ZlibWriter, AsksZlibOnceMoreWhenItsOutputFillsTheBlockExactly)
     w.write(noise(2048 - 11));
     EXPECT_EQ(2048, w.flush());
     EXPECT_EQ((std::vector<uint32_t>{2048, 0}), target.writes());
-    EXPECT_EQ(zlib_stream(noise(2048 - 11)), target.bytes());
+    EXPECT_EQ(compressed_stream(noise(2048 - 11)), target.bytes());
 }
 
 TEST(ZlibWriter, MakesTheBytesOfTheDefaultLevelHoweverTheInputIsCut)
@@ -150,7 +150,7 @@ TEST(ZlibWriter, MakesTheBytesOfTheDefaultLevelHoweverTheInputIsCut)
                 ASSERT_LE(0, w.write(content.substr(i, step)));
             }
             ASSERT_LE(0, w.flush());
-            EXPECT_TRUE(target.bytes() == zlib_stream(content)) << "in steps of " << step;
+            EXPECT_TRUE(target.bytes() == compressed_stream(content)) << "in steps of " << step;
         }
     }
 }
@@ -163,7 +163,7 @@ TEST(ZlibWriter, EveryFlushEndsOneCompleteStream)
     for (const std::string content : {"first", "second", "third"}) {
         w.write(content);
         w.flush();
-        expected += zlib_stream(content);
+        expected += compressed_stream(content);
         EXPECT_EQ(expected, target.bytes());
     }
 }
@@ -187,7 +187,7 @@ TEST(ZlibWriter, FlushesWhenItIsDestroyed)
     owned_writer w(&target);
     w.write("abc");
     w.destroy();
-    EXPECT_EQ(zlib_stream("abc"), target.bytes());
+    EXPECT_EQ(compressed_stream("abc"), target.bytes());
     EXPECT_EQ(1, target.destroyed());
 }
 
@@ -221,7 +221,7 @@ TEST(ZlibWriter, DropsWhatWasBufferedWhenAFlushFails)
     EXPECT_EQ(0, w.flush());
     w.write("kept");
     EXPECT_LT(0, w.flush());
-    EXPECT_EQ(zlib_stream("kept"), target.bytes());
+    EXPECT_EQ(compressed_stream("kept"), target.bytes());
 }
 
 TEST(ZlibWriter, DropsTheRestOfAWriteThatFails)
@@ -233,7 +233,7 @@ TEST(ZlibWriter, DropsTheRestOfAWriteThatFails)
     EXPECT_EQ(0, w.flush());
     w.write("kept");
     w.flush();
-    EXPECT_EQ(zlib_stream("kept"), target.bytes());
+    EXPECT_EQ(compressed_stream("kept"), target.bytes());
 }
 
 TEST(ZlibWriter, OpensANewStreamBehindATornOne)
@@ -258,10 +258,10 @@ TEST(ZlibWriter, OpensANewStreamBehindATornOne)
         EXPECT_EQ(-41, result);
         // Of the torn stream stands there what got out before.
         const std::string torn = target.bytes().substr(before.size());
-        EXPECT_EQ(torn, zlib_stream(content).substr(0, torn.size()));
+        EXPECT_EQ(torn, compressed_stream(content).substr(0, torn.size()));
         w.write("more");
         w.flush();
-        EXPECT_EQ(before + torn + zlib_stream("more"), target.bytes()) << "failure " << n;
+        EXPECT_EQ(before + torn + compressed_stream("more"), target.bytes()) << "failure " << n;
     }
 }
 

@@ -229,7 +229,7 @@ TEST_F(Recover, CutsATornTailAndKeepsItBeside)
 {
     make_box(6);
     const std::string whole = read_file("r.2.cbuf.z");
-    const std::string torn = zlib_stream(stored_values_record(1007, {7})).substr(0, 9);
+    const std::string torn = compressed_stream(stored_values_record(1007, {7})).substr(0, 9);
     append("r.2.cbuf.z", torn);
     EXPECT_EQ((steps{{VESK_RECOVER_CUT, "r.2.cbuf.z", 0}}), plan());
     const vesk_recover_report report = recover();
@@ -261,8 +261,8 @@ TEST_F(Recover, BeginsTheTornFileAnewBeforeItGrowsWithoutBound)
 TEST_F(Recover, FindsTheStreamsBehindATornOne)
 {
     make_box(2);
-    append("r.1.cbuf.z", zlib_stream(stored_values_record(1003, {3})).substr(0, 7));
-    append("r.1.cbuf.z", zlib_stream(stored_values_record(1004, {4})));
+    append("r.1.cbuf.z", compressed_stream(stored_values_record(1003, {3})).substr(0, 7));
+    append("r.1.cbuf.z", compressed_stream(stored_values_record(1004, {4})));
     recover();
     EXPECT_EQ((std::vector<float>{1, 2, 4}), samples_in("r.1.cbuf.z"));
     goes_on(5);
@@ -285,7 +285,7 @@ TEST_F(Recover, TagsBareEvents)
     make_box(5);
     add_event(3, "hello");
     // A recorder opens a buffer with a bare event no more, so the second one is appended by hand.
-    append("r.2.cbuf.z", zlib_stream(stored_event_body(1, 1501, "again")));
+    append("r.2.cbuf.z", compressed_stream(stored_event_body(1, 1501, "again")));
     EXPECT_EQ((steps{{VESK_RECOVER_TAG_EVENT, "r.2.cbuf.z", 1},
                      {VESK_RECOVER_TAG_EVENT, "r.2.cbuf.z", 1}}),
               plan());
@@ -299,7 +299,7 @@ TEST_F(Recover, TagsAnEventBeforeTheFirstVector)
     make_box(0);
     add_event(2, "first");
     append("r.1.cbuf.z",
-           zlib_stream(stored_names_record(1001, {"a"}) + stored_values_record(1001, {1})));
+           compressed_stream(stored_names_record(1001, {"a"}) + stored_values_record(1001, {1})));
     recover();
     EXPECT_EQ((std::vector<std::string>{"2 first"}), events_in("r.1.cbuf.z"));
     EXPECT_EQ((std::vector<std::string>{"a"}), sensors_in("r.1.cbuf.z"));
@@ -321,10 +321,10 @@ TEST_F(Recover, SetsAsideEventsThatCannotBeCounted)
 TEST_F(Recover, MendsNullTimesAndMicroseconds)
 {
     make_box(2);
-    append("r.1.cbuf.z", zlib_stream(stored_values_record(0, {3})));
+    append("r.1.cbuf.z", compressed_stream(stored_values_record(0, {3})));
     std::string with_microseconds = stored_values_record(1004, {4});
     with_microseconds[13] = 1;
-    append("r.1.cbuf.z", zlib_stream(with_microseconds));
+    append("r.1.cbuf.z", compressed_stream(with_microseconds));
     EXPECT_EQ((steps{{VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 1},
                      {VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 1}}),
               plan());
@@ -336,10 +336,10 @@ TEST_F(Recover, MendsNullTimesAndMicroseconds)
 TEST_F(Recover, MendsEmptyNamesAndTexts)
 {
     make_box(1);
-    append("r.1.cbuf.z",
-           zlib_stream(stored_names_record(1002, {"b", ""}) + stored_values_record(1002, {2, 2})));
-    append("r.1.cbuf.z", zlib_stream(stored_event_record(1, 1002, "")));
-    append("r.1.cbuf.z", zlib_stream(stored_event_record(1, 1002, std::string("a\0b", 3))));
+    append("r.1.cbuf.z", compressed_stream(stored_names_record(1002, {"b", ""}) +
+                                           stored_values_record(1002, {2, 2})));
+    append("r.1.cbuf.z", compressed_stream(stored_event_record(1, 1002, "")));
+    append("r.1.cbuf.z", compressed_stream(stored_event_record(1, 1002, std::string("a\0b", 3))));
     EXPECT_EQ((steps{{VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1},
                      {VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1},
                      {VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1}}),
@@ -354,7 +354,7 @@ TEST_F(Recover, NamesSensorsAfterTheNeighbouringBufferWhenTheirNumberAgrees)
 {
     make_box(6);
     const std::string header = stored_buffer_header(1, 4);
-    write_file("r.2.cbuf.z", zlib_stream(header + stored_values_record(1005, {5})));
+    write_file("r.2.cbuf.z", compressed_stream(header + stored_values_record(1005, {5})));
     EXPECT_EQ((steps{{VESK_RECOVER_NAME_SENSORS, "r.2.cbuf.z", 1}}), plan());
     recover();
     EXPECT_EQ((std::vector<std::string>{"a"}), sensors_in("r.2.cbuf.z"));
@@ -365,7 +365,7 @@ TEST_F(Recover, InventsNamesWhenNoNeighbourHasThem)
 {
     make_box(6);
     const std::string header = stored_buffer_header(1, 4);
-    write_file("r.2.cbuf.z", zlib_stream(header + stored_values_record(1005, {5, 6})));
+    write_file("r.2.cbuf.z", compressed_stream(header + stored_values_record(1005, {5, 6})));
     recover();
     EXPECT_EQ((std::vector<std::string>{"unknown.1", "unknown.2"}), sensors_in("r.2.cbuf.z"));
     goes_on(6);
@@ -396,12 +396,12 @@ TEST_F(Recover, PadsAHistoryThatLostIntervals)
 TEST_F(Recover, GivesRepeatedSensorsOfAHistoryNamesOfTheirOwn)
 {
     make_box(14);
-    write_file("r.4.hbuf.z",
-               zlib_stream(stored_buffer_header(2, 4) + stored_names_record(1001, {"a", "a"})));
+    write_file("r.4.hbuf.z", compressed_stream(stored_buffer_header(2, 4) +
+                                               stored_names_record(1001, {"a", "a"})));
     const std::string summary = stored_summary({1, 2});
     for (uint32_t i = 0; i < 4; ++i) {
-        append("r.4.hbuf.z",
-               zlib_stream(stored_interval_record(1001 + 2 * i, 1002 + 2 * i, {summary, summary})));
+        append("r.4.hbuf.z", compressed_stream(stored_interval_record(1001 + 2 * i, 1002 + 2 * i,
+                                                                      {summary, summary})));
     }
     recover();
     EXPECT_EQ((std::vector<std::string>{"a", "a.2"}), sensors_in("r.4.hbuf.z"));
@@ -415,12 +415,13 @@ TEST_F(Recover, LeavesOneNamesRecordBetweenTwoIntervalsOfAHistory)
     const auto interval = [&](uint32_t start) {
         return stored_interval_record(start, start + 1, {summary});
     };
-    write_file("r.4.hbuf.z", zlib_stream(stored_buffer_header(2, 4) +
-                                         stored_names_record(1001, {"a"}) + interval(1001)) +
-                                 zlib_stream(stored_names_record(1003, {"b"})) +
-                                 zlib_stream(stored_names_record(1003, {"c"}) + interval(1003)) +
-                                 zlib_stream(stored_names_record(1005, {"d"})) +
-                                 zlib_stream(interval(1005)) + zlib_stream(interval(1007)));
+    write_file("r.4.hbuf.z",
+               compressed_stream(stored_buffer_header(2, 4) + stored_names_record(1001, {"a"}) +
+                                 interval(1001)) +
+                   compressed_stream(stored_names_record(1003, {"b"})) +
+                   compressed_stream(stored_names_record(1003, {"c"}) + interval(1003)) +
+                   compressed_stream(stored_names_record(1005, {"d"})) +
+                   compressed_stream(interval(1005)) + compressed_stream(interval(1007)));
     const step set_aside = {VESK_RECOVER_SET_ASIDE, "r.4.hbuf.z", 1};
     EXPECT_EQ((steps{set_aside, set_aside}), plan());
     EXPECT_EQ(4U, recover().intervals_kept);
@@ -458,7 +459,7 @@ TEST_F(Recover, RefusesToPadWithoutBound)
     make_box(6);
     write_file("r.state", "");
     for (const char *name : {"r.1.cbuf.z", "r.2.cbuf.z"}) {
-        write_file(name, zlib_stream(stored_buffer_header(1, 100'000'000)));
+        write_file(name, compressed_stream(stored_buffer_header(1, 100'000'000)));
     }
     EXPECT_EQ(QE_ERROR_LIMIT, vesk_recover("r", 0, 2, nullptr));
 }
@@ -472,9 +473,9 @@ TEST_F(Recover, PadsWithOneSensorWhereMoreWouldFillTheDisk)
     }
     make_box(0);
     write_file("r.1.cbuf.z",
-               zlib_stream(stored_buffer_header(1, 10000) + stored_names_record(1001, many) +
-                           stored_values_record(1001, zeros)));
-    write_file("r.2.cbuf.z", zlib_stream(stored_buffer_header(1, 10000)));
+               compressed_stream(stored_buffer_header(1, 10000) + stored_names_record(1001, many) +
+                                 stored_values_record(1001, zeros)));
+    write_file("r.2.cbuf.z", compressed_stream(stored_buffer_header(1, 10000)));
     write_file("r.state", "");
     EXPECT_EQ(9999U, recover(0, 2).samples_padded);
     EXPECT_EQ((std::vector<std::string>{"s0"}), sensors_in("r.1.cbuf.z"));
@@ -626,8 +627,8 @@ TEST_F(Recover, KeepsAnUnfinishedHistoryOfABufferThatWasDamaged)
 {
     make_box(16);
     const std::string unfinished =
-        zlib_stream(stored_buffer_header(2, 4) + stored_names_record(1001, {"a"}) +
-                    stored_interval_record(1009, 1010, {stored_summary({9, 10})}));
+        compressed_stream(stored_buffer_header(2, 4) + stored_names_record(1001, {"a"}) +
+                          stored_interval_record(1009, 1010, {stored_summary({9, 10})}));
     write_file("r.6.hbuf.z", unfinished);
     cut("r.3.cbuf.z", 3);
     EXPECT_EQ(1U, recover().files_kept);
@@ -640,8 +641,8 @@ TEST_F(Recover, KeepsFilesThatTheHistoryDoesNotHold)
 {
     make_box(13);
     const std::string stray =
-        zlib_stream(stored_buffer_header(1, 4) + stored_names_record(5000, {"a"}) +
-                    stored_values_record(5000, {1}));
+        compressed_stream(stored_buffer_header(1, 4) + stored_names_record(5000, {"a"}) +
+                          stored_values_record(5000, {1}));
     write_file("r.2.cbuf.z", stray);
     EXPECT_EQ((steps{{VESK_RECOVER_KEEP, "r.2.cbuf.z", 0}}), plan());
     EXPECT_EQ(1U, recover().files_kept);
@@ -652,8 +653,8 @@ TEST_F(Recover, DoesNotLetAKeptFileBeOverwritten)
 {
     make_box(13);
     const std::string stray =
-        zlib_stream(stored_buffer_header(2, 4) + stored_names_record(9000, {"a"}) +
-                    stored_interval_record(9000, 9001, {stored_summary({1})}));
+        compressed_stream(stored_buffer_header(2, 4) + stored_names_record(9000, {"a"}) +
+                          stored_interval_record(9000, 9001, {stored_summary({1})}));
     write_file("r.6.hbuf.z", stray);
     recover();
     goes_on(14);

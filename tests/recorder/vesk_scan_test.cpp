@@ -150,7 +150,7 @@ std::string file_of(const lines &contents)
 {
     std::string file;
     for (const std::string &content : contents) {
-        file += zlib_stream(content);
+        file += compressed_stream(content);
     }
     return file;
 }
@@ -240,7 +240,7 @@ std::vector<std::size_t> recorded_offsets()
 {
     std::vector<std::size_t> offsets = {0};
     for (const std::string &content : recorded_contents()) {
-        offsets.push_back(offsets.back() + zlib_stream(content).size());
+        offsets.push_back(offsets.back() + compressed_stream(content).size());
     }
     return offsets;
 }
@@ -370,7 +370,7 @@ TEST_F(ScanBuffer, TakesALongStreamWhole)
         content += stored_values_record(1000 + i, {}).substr(0, 14) + stored_u32(n) +
                    bytes.substr(std::size_t(4) * n * i, std::size_t(4) * n);
     }
-    const seen_items items = scan_items(zlib_stream(content));
+    const seen_items items = scan_items(compressed_stream(content));
     ASSERT_EQ(2 + samples, items.size());
     for (const seen_item &item : items) {
         EXPECT_EQ(0, item.error);
@@ -494,8 +494,8 @@ TEST_F(ScanBuffer, ShowsWhatLiesAroundABadByte)
 
 TEST_F(ScanBuffer, TellsDamageOfAStreamFromItsEnd)
 {
-    const std::string first = zlib_stream(recorded_contents()[0]);
-    std::string wrong_sum = zlib_stream(recorded_contents()[1]);
+    const std::string first = compressed_stream(recorded_contents()[0]);
+    std::string wrong_sum = compressed_stream(recorded_contents()[1]);
     wrong_sum.back() = static_cast<char>(wrong_sum.back() ^ 1);
     EXPECT_EQ(recorded(0, 1) + lines{damage(wrong_sum.size(), -41)}, scan(first + wrong_sum));
     EXPECT_EQ(recorded(0, 1) + lines{damage(100, -41)}, scan(first + std::string(100, '\0')));
@@ -539,8 +539,8 @@ TEST_F(ScanBuffer, CountsCompleteStreamsOnly)
 TEST_F(ScanBuffer, SearchesForStreamsOfRecords)
 {
     const std::string lookalikes[] = {
-        zlib_stream("text, not records"),
-        zlib_stream(""),
+        compressed_stream("text, not records"),
+        compressed_stream(""),
         "\x78\x9c\x78\x9c\x78\x9c",
         "\x78\xbb\xff\xff", // with a dictionary
         "\x08\x1d",         // the smallest window
@@ -593,7 +593,7 @@ TEST_F(ScanBuffer, SearchesInTimeThatGrowsWithTheFile)
 // A small file that would grow without bounds.
 TEST_F(ScanBuffer, BoundsTheContentOfAStreamSlow)
 {
-    const std::string trap = zlib_stream(std::string(std::size_t(102) << 20, '\0'));
+    const std::string trap = compressed_stream(std::string(std::size_t(102) << 20, '\0'));
     EXPECT_EQ(lines{damage(trap.size(), -41)}, scan(trap));
 }
 
