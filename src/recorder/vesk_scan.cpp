@@ -247,7 +247,7 @@ private:
             }
         }
         while (at < n && result == 0) {
-            const std::size_t length = _vesk_measure_record(buffer_kind_, content + at, n - at);
+            const std::size_t length = measure_record(content + at, n - at);
             if (length > 0) {
                 result = show_record(item, content, at, length);
                 at += length;
@@ -337,6 +337,19 @@ private:
             return QE_ERROR_MALFORMED;
         }
         return 0;
+    }
+
+    // The length of the record that the content begins with, 0 where there is none. What was
+    // abandoned may take the beginning of the record behind it for its own end; then no record
+    // follows it, but whole ones begin inside of it.
+    std::size_t measure_record(const unsigned char *content, std::size_t n)
+    {
+        const std::size_t length = _vesk_measure_record(buffer_kind_, content, n);
+        if (length == 0 || length == n ||
+            _vesk_measure_record(buffer_kind_, content + length, n - length) > 0) {
+            return length;
+        }
+        return measure_fragment(content, n) < length ? 0 : length;
     }
 
     // How much of the content is no record: up to where nothing but whole records follow.

@@ -613,6 +613,25 @@ TEST_F(ScanBuffer, ShowsRecordsThatWereAbandoned)
               scan_contents({head() + values + values.substr(0, 5), values.substr(0, 7), values}));
 }
 
+// A list of names that was abandoned behind the version of a sensor: the type word of the record
+// that follows looks like the length of a name.
+TEST_F(ScanBuffer, ShowsRecordsThatAnAbandonedOneSeemsToEndWith)
+{
+    const std::string abandoned =
+        stored_names_record(1001, {"a", "x"}).substr(0, stored_names_record(1001, {"a"}).size()) +
+        '\1';
+    const std::string fragment = "fragment " + std::to_string(abandoned.size()) + " (-6)";
+    const std::string values = stored_values_record(1001, {1, 2});
+    const std::string event = stored_event_record(2, 1001, "event");
+    EXPECT_EQ((lines{"header 1 4", "names 1000: a b", fragment, "values 1001: 1 2"}),
+              scan_contents({head(), abandoned + values}));
+    EXPECT_EQ((lines{"header 1 4", "names 1000: a b", fragment, "event 1001: 2 event"}),
+              scan_contents({head(), abandoned + event}));
+    EXPECT_EQ((lines{"header 1 4", "names 1000: a b", "values 1001: 1 2", fragment,
+                     "values 1001: 1 2", "values 1001: 1 2"}),
+              scan_contents({head() + values + abandoned + values + values}));
+}
+
 // All of this looks like records from many places on, but never up to the end.
 TEST_F(ScanBuffer, ShowsLongFragmentsInTime)
 {
