@@ -9,8 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "failure.hpp"
-
 namespace cli
 {
 namespace
@@ -57,9 +55,8 @@ bool lock(int fd)
 
 [[noreturn]] void refuse(const std::string &base, pid_t holder)
 {
-    throw failure(exit_failed,
-                  holder > 0 ? fmt::format("{}: process {} is writing to the box", base, holder)
-                             : fmt::format("{}: another process is writing to the box", base));
+    throw box_in_use(holder > 0 ? fmt::format("{}: process {} is writing to the box", base, holder)
+                                : fmt::format("{}: another process is writing to the box", base));
 }
 
 } // namespace

@@ -6,8 +6,17 @@
 #include <string>
 #include <sys/types.h>
 
+#include "failure.hpp"
+
 namespace cli
 {
+
+// Another process writes to the box.
+class box_in_use : public failure
+{
+public:
+    explicit box_in_use(const std::string &message) : failure(exit_failed, message) {}
+};
 
 // Who has the lock of the box on @p base; the number is 0 when it cannot be told. Nothing when it
 // is free.
@@ -18,7 +27,7 @@ std::optional<pid_t> lock_holder(const std::string &base);
 class box_lock
 {
 public:
-    // Throws a failure that names the holder when another process has the lock.
+    // Throws box_in_use, which names the holder, when another process has the lock.
     explicit box_lock(const std::string &base);
     box_lock(const box_lock &) = delete;
     box_lock &operator=(const box_lock &) = delete;

@@ -3,9 +3,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -13,6 +20,8 @@
 #include <vesk/sensor_value.h>
 #include <vesk/telemetry_matrix.h>
 #include <vesk/timestamp.h>
+#include <vesk/vesk_check.h>
+#include <vesk/vesk_recover.h>
 
 #include "box.hpp"
 #include "failure.hpp"
@@ -32,11 +41,6 @@ constexpr uint32_t samples_per_interval = 60;
 // The recorder builds the names of its buffers in 1024 bytes and would cut longer ones off.
 constexpr std::size_t longest_base = 1000;
 
-[[noreturn]] void fail_with_last_error(const std::string &what)
-{
-    throw failure(exit_failed, what + ": " + words_for(qe_get_last_error()));
-}
-
 std::string state_file_of(const std::string &base)
 {
     return base + ".state";
@@ -55,6 +59,12 @@ bool exists(const std::string &path)
     return access(path.c_str(), F_OK) == 0;
 }
 
+// With the words of errno, if it says anything.
+std::string explained(const std::string &what)
+{
+    return errno != 0 ? with_errno(what) : what;
+}
+
 void require_same(const std::string &base, const char *option, std::optional<uint32_t> wanted,
                   uint32_t found)
 {
@@ -70,6 +80,109 @@ bool same_file(const std::string &one, const std::string &other)
     struct stat second = {};
     return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+double monotonic_seconds()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+std::string folder_of(const std::string &path)
+{
+    return std::filesystem::path(path).parent_path();
+}
+
+// The whole path of the box. The file system need not have it.
+std::string whole_path(const std::string &base)
+{
+    std::string path = std::filesystem::absolute(base);
+    if (path.size() > longest_base) {
+        throw failure(exit_failed,
+                      fmt::format("{}: the path is longer than {} characters", base, longest_base));
+    }
+    return path;
+}
+
+// True when there is anything of a box: a state file or a buffer.
+bool is_there(const std::string &base)
+{
+    const auto found = [](const vesk_scan_file *file, void *) {
+        return file->missing != 0 ? 0 : 1;
+    };
+    return exists(state_file_of(base)) || vesk_scan_files(base.c_str(), found, nullptr) == 1;
+}
+
+const vesk_current_buffer *open_buffer(const struct vesk &recorder)
+{
+    switch (recorder.state) {
+    case VESK_ZCF_STATE_C00:
+        return recorder.c00->cbuf0;
+    case VESK_ZCF_STATE_CC0:
+        return recorder.cc0->cbuf1;
+    case VESK_ZCF_STATE_CCC:
+        return recorder.ccc->cbuf2;
+    default:
+        return recorder.hcc->cbuf2;
+    }
+}
+
+struct event_release {
+    void operator()(vesk_cb_record_event *record) const { vesk_cb_record_event_destroy(&record); }
+};
+
+timestamp stamp_of(int64_t time)
+{
+    timestamp stamp = {};
+    timeval tv = {};
+    tv.tv_sec = static_cast<decltype(tv.tv_sec)>(time);
+    const int result = timestamp_init_from_timeval(&stamp, &tv);
+    if (result < 0) {
+        throw failure(exit_failed, words_for(result));
+    }
+    return stamp;
+}
+
+// What a child found out, in memory that its parent sees.
+class shared_outcome
+{
+public:
+    shared_outcome()
+    {
+        void *memory = mmap(nullptr, sizeof(content), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) {
+            throw storage_failure(words_for(QE_ERROR_NO_MEMORY));
+        }
+        content_ = static_cast<content *>(memory);
+        *content_ = {QE_ERROR_IO, 0};
+    }
+    shared_outcome(const shared_outcome &) = delete;
+    shared_outcome &operator=(const shared_outcome &) = delete;
+    ~shared_outcome() { munmap(content_, sizeof(content)); }
+
+    void set(int result, int error) { *content_ = {result, error}; }
+    int result() const { return content_->result; }
+    int error() const { return content_->error; }
+
+private:
+    struct content {
+        int result;
+        int error;
+    };
+    content *content_;
+};
+
+// What the library says when it aborts is of no use to the user, nor is a core of it.
+void be_silent()
+{
+    const struct rlimit none = {0, 0};
+    (void)setrlimit(RLIMIT_CORE, &none);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere >= 0) {
+        dup2(nowhere, STDERR_FILENO);
+    }
 }
 
 [[noreturn]] void refuse_damaged(const std::string &what)
@@ -133,13 +246,63 @@ void box_writer::check_shape_for(const std::string &base, const box_shape &shape
     }
 }
 
-box_writer::box_writer(const std::string &base, const box_shape &shape)
-    : base_(required_name(base)), lock_(base_)
+box_writer::box_writer(const std::string &base, const box_shape &shape, const sync_policy &sync,
+                       if_missing missing)
+    : base_(required_name(base)), path_(whole_path(base)), shape_(shape), sync_(sync), lock_(base_),
+      last_sync_(monotonic_seconds())
 {
-    if (exists(state_file_of(base))) {
-        open(shape);
+    open_or_create(missing);
+    require_same(base_, "--samples", shape.samples, recorder_->num_cb_samples);
+    require_same(base_, "--intervals", shape.intervals, recorder_->num_hb_intervals);
+}
+
+void box_writer::open_or_create(if_missing missing)
+{
+    if (is_there(base_)) {
+        refuse_moved_box();
+        recover();
+        open();
+    } else if (missing == if_missing::create) {
+        create();
     } else {
-        create(shape);
+        throw failure(exit_unreadable, base_ + ": there is no such box");
+    }
+}
+
+// The recorder goes by the names in the state file, wherever the box is now.
+void box_writer::refuse_moved_box() const
+{
+    const box found = find_box(base_);
+    if (found.state.error != 0 || found.files.empty() || found.files.back().missing) {
+        return;
+    }
+    if (!same_file(found.files.back().path, found.state.names.back())) {
+        throw failure(exit_failed,
+                      fmt::format("{}: the box was made as {} and lies elsewhere now; it can be "
+                                  "read here, but not recorded to",
+                                  base_, found.state.filename));
+    }
+}
+
+// The sizes matter only for a box that was killed before anything on the disk told them: then the
+// same call is likely to be what made it.
+void box_writer::recover()
+{
+    const whole_shape shape = complete_shape(shape_);
+    vesk_recover_report report = {};
+    errno = 0;
+    const int result = vesk_recover(path_.c_str(), shape.samples, shape.intervals, &report);
+    if (result == QE_ERROR_MALFORMED || result == QE_ERROR_LIMIT) {
+        throw failure(exit_unreadable,
+                      fmt::format("{}: cannot be recovered: {}", base_, recovery_failure(result)));
+    }
+    if (result != 0) {
+        last_errno_ = errno;
+        const std::string reason = recovery_failure(result);
+        throw storage_failure(explained(fmt::format("{}: cannot be recovered: {}", base_, reason)));
+    }
+    if (report.steps > 0) {
+        note(fmt::format("{}: recovered: {}", base_, report_text(report)));
     }
 }
 
@@ -149,19 +312,10 @@ void box_writer::check_box()
     if (found.state.error != 0) {
         refuse_damaged(found.state.path + ": " + state_words(found.state));
     }
-    // The recorder goes by the names in the state file, wherever the box is now.
     for (const stored_file &file : found.files) {
         if (file.missing) {
             refuse_damaged(file.path + ": is missing");
         }
-    }
-    if (found.files.empty() || !same_file(found.files.back().path, found.state.names.back())) {
-        throw failure(exit_failed,
-                      fmt::format("{}: the box was made as {} and lies elsewhere now; it can be "
-                                  "read here, but not recorded to",
-                                  base_, found.state.filename));
-    }
-    for (const stored_file &file : found.files) {
         check_buffer(file);
     }
 }
@@ -193,45 +347,63 @@ void box_writer::check_buffer(const stored_file &file)
     }
 }
 
-void box_writer::open(const box_shape &shape)
+// Only of a box that was checked: a recorder that was read in part is returned, too, and neither
+// writing to it nor closing it is safe. The cell tells it from a whole one.
+void box_writer::open()
 {
     check_box();
-    // A recorder that was read in part is returned too: only the cell tells it from a whole one,
-    // and neither writing to it nor closing it is safe.
     qe_set_last_error(0);
+    errno = 0;
     struct vesk *recorder = vesk_open(base_.c_str());
-    if (recorder == nullptr || qe_get_last_error() < 0) {
-        throw failure(exit_failed, fmt::format("{}: the box cannot be opened: {}", base_,
-                                               words_for(qe_get_last_error())));
+    const int error = qe_get_last_error();
+    if (recorder == nullptr || error < 0) {
+        last_errno_ = errno;
+        const std::string reason = words_for(error);
+        throw storage_failure(
+            explained(fmt::format("{}: the box cannot be opened: {}", base_, reason)));
     }
     recorder_.reset(recorder);
-    require_same(base_, "--samples", shape.samples, recorder->num_cb_samples);
-    require_same(base_, "--intervals", shape.intervals, recorder->num_hb_intervals);
 }
 
-void box_writer::create(const box_shape &shape)
+void box_writer::create()
 {
-    const auto [samples, intervals] = complete_shape(shape);
-    // A new recorder begins at number 1 and would empty a buffer that is there.
-    const std::string first_buffer = base_ + ".1.cbuf.z";
-    if (exists(first_buffer)) {
-        throw failure(exit_failed,
-                      fmt::format("{}: there is a buffer {} but no {}; a new box would "
-                                  "overwrite it",
-                                  base_, first_buffer, state_file_of(base_)));
-    }
-    // The state file keeps the name: a whole path holds in every working directory.
-    const std::string path = std::filesystem::absolute(base_);
-    if (path.size() > longest_base) {
-        throw failure(exit_failed, fmt::format("{}: the path is longer than {} characters", base_,
-                                               longest_base));
-    }
+    const auto [samples, intervals] = complete_shape(shape_);
     errno = 0;
-    recorder_.reset(vesk_create(path.c_str(), samples, intervals));
+    recorder_.reset(vesk_create(path_.c_str(), samples, intervals));
     if (!recorder_) {
         const std::string reason = words_for(qe_get_last_error());
-        throw failure(exit_failed,
-                      with_errno(fmt::format("{}: the box cannot be made: {}", base_, reason)));
+        throw storage_failure(
+            explained(fmt::format("{}: the box cannot be made: {}", base_, reason)));
+    }
+    if (sync_.when != sync_policy::moment::never) {
+        sync();
+    }
+    back_up();
+}
+
+// What failed may have left a torn record, or a recorder that is ahead of its files.
+void box_writer::reopen()
+{
+    require_room();
+    recover();
+    open();
+}
+
+// Mending writes a whole buffer anew, which on a full disk can only fail.
+void box_writer::require_room() const
+{
+    struct statvfs space = {};
+    if (last_errno_ != ENOSPC || statvfs(folder_of(path_).c_str(), &space) != 0) {
+        return;
+    }
+    constexpr uint64_t reserve = 16384;
+    uint64_t needed = 0;
+    for (const stored_file &file : find_box(base_).files) {
+        needed = std::max(needed, file.size);
+    }
+    if (uint64_t{space.f_bavail} * space.f_frsize < needed + reserve) {
+        errno = ENOSPC;
+        throw storage_failure(with_errno(base_));
     }
 }
 
@@ -274,27 +446,183 @@ void box_writer::set_sensors(std::span<const std::string> names)
     vector_.reset(vector);
 }
 
+bool box_writer::is_full() const
+{
+    if (!recorder_) {
+        return false;
+    }
+    const vesk_current_buffer *buffer = open_buffer(*recorder_);
+    return buffer->num_data_records >= buffer->max_data_records;
+}
+
 void box_writer::write(int64_t time, std::span<const float> values)
 {
-    timestamp stamp = {};
-    timeval tv = {};
-    tv.tv_sec = static_cast<decltype(tv.tv_sec)>(time);
-    if (timestamp_init_from_timeval(&stamp, &tv) < 0 ||
-        telemetry_matrix_update_vector_timestamp(vector_.get(), &stamp) < 0) {
-        fail_with_last_error(base_);
+    const timestamp stamp = stamp_of(time);
+    const int updated = telemetry_matrix_update_vector_timestamp(vector_.get(), &stamp);
+    if (updated < 0) {
+        throw failure(exit_failed, fmt::format("{}: {}", base_, words_for(updated)));
     }
     for (uint32_t i = 0; i < values.size(); ++i) {
         const float value = std::isnan(values[i]) ? _qe_invalid_sensor_value : values[i];
         matrix_set(vector_.get(), 0, i, static_cast<double>(value));
     }
-    errno = 0;
-    const int result = vesk_write_telemetry_vector(recorder_.get(), vector_.get());
-    if (result < 0) {
-        const std::string reason = words_for(result);
-        throw failure(exit_failed, errno != 0 ? with_errno(fmt::format("{}: {}", base_, reason))
-                                              : fmt::format("{}: the vector was not recorded: {}",
-                                                            base_, reason));
+    const int refused = vesk_check_vector(vector_.get());
+    if (refused < 0) {
+        throw failure(exit_failed,
+                      fmt::format("{}: this cannot be recorded: {}", base_, words_for(refused)));
     }
+    attempt([&] { return write_vector(); });
+}
+
+event_result box_writer::write(const event &what)
+{
+    const timestamp stamp = stamp_of(what.time);
+    const std::unique_ptr<vesk_cb_record_event, event_release> record(
+        vesk_cb_record_event_create(what.type, &stamp, what.text.c_str()));
+    if (!record) {
+        throw failure(exit_failed, words_for(QE_ERROR_NO_MEMORY));
+    }
+    const int refused = vesk_check_event(record.get());
+    if (refused < 0) {
+        throw failure(exit_failed, fmt::format("{}: this event cannot be recorded: {}", base_,
+                                               words_for(refused)));
+    }
+    const int result =
+        attempt([&] { return vesk_write_tagged_event(recorder_.get(), record.get()); });
+    if (result == QE_ERROR_UNKNOWN_KIND) {
+        return event_result::too_early;
+    }
+    if (sync_.when != sync_policy::moment::never) {
+        sync();
+    }
+    return event_result::recorded;
+}
+
+// Writes, and once more after a failure: what went wrong may be in the files, not on the disk.
+int box_writer::attempt(const std::function<int()> &write_it)
+{
+    // Nothing was written when an event has to wait.
+    const auto is_failure = [](int code) { return code < 0 && code != QE_ERROR_UNKNOWN_KIND; };
+    if (!recorder_) {
+        reopen();
+    }
+    errno = 0;
+    int result = write_it();
+    if (!is_failure(result)) {
+        return result;
+    }
+    last_errno_ = errno;
+    recorder_.reset();
+    reopen();
+    errno = 0;
+    result = write_it();
+    if (!is_failure(result)) {
+        return result;
+    }
+    last_errno_ = errno;
+    recorder_.reset();
+    errno = last_errno_;
+    throw storage_failure(explained(fmt::format("{}: {}", base_, words_for(result))));
+}
+
+int box_writer::write_vector()
+{
+    if (is_full()) {
+        prepare_rotation();
+    }
+    const uint32_t number = recorder_->next_file_number;
+    const bool first_history = is_full() && recorder_->state == VESK_ZCF_STATE_CCC;
+    const int result = first_history ? write_first_history()
+                                     : vesk_write_telemetry_vector(recorder_.get(), vector_.get());
+    if (result < 0) {
+        return result;
+    }
+    const bool moved_on = recorder_->next_file_number != number;
+    sync_if_due(moved_on);
+    if (moved_on || backup_is_due_) {
+        back_up();
+    }
+    return result;
+}
+
+// A rotation reads the older buffers, and some damage there ends the process.
+void box_writer::prepare_rotation()
+{
+    try {
+        check_box();
+    } catch (const failure &) {
+        recorder_.reset();
+        recover();
+        open();
+    }
+}
+
+// Making the first history is the one step in which a disk that fails ends the process that
+// records. A child takes it.
+int box_writer::write_first_history()
+{
+    shared_outcome outcome;
+    recorder_.reset();
+    const pid_t child = fork();
+    if (child == 0) {
+        be_silent();
+        struct vesk *recorder = vesk_open(base_.c_str());
+        errno = 0;
+        const int result = vesk_write_telemetry_vector(recorder, vector_.get());
+        outcome.set(result, errno);
+        vesk_close(&recorder);
+        _exit(0);
+    }
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    errno = outcome.error();
+    if (outcome.result() == 0) {
+        open();
+    }
+    return outcome.result();
+}
+
+void box_writer::sync_if_due(bool moved_on)
+{
+    using moment = sync_policy::moment;
+    if (sync_.when == moment::never) {
+        return;
+    }
+    // What the new files replace is deleted by now.
+    const bool due = sync_.when == moment::interval &&
+                     monotonic_seconds() - last_sync_ >= static_cast<double>(sync_.seconds);
+    if (moved_on || due || sync_.when == moment::vector) {
+        sync();
+    }
+}
+
+void box_writer::sync()
+{
+    last_sync_ = monotonic_seconds();
+    errno = 0;
+    if (!recorder_ || vesk_sync(recorder_.get()) == 0) {
+        return;
+    }
+    if (!sync_complained_) {
+        complain(explained(base_ + ": cannot be synced; what is recorded may not survive the loss "
+                                   "of power"));
+        sync_complained_ = true;
+    }
+}
+
+// Without the copy the box is as good; it is tried again with each vector.
+void box_writer::back_up()
+{
+    backup_is_due_ = vesk_backup_state(recorder_.get()) != 0;
+}
+
+void box_writer::finish()
+{
+    if (sync_.when != sync_policy::moment::never) {
+        sync();
+    }
+    recorder_.reset();
 }
 
 } // namespace cli

@@ -3,6 +3,7 @@
 #define VESK_CLI_BOX_WRITER_HPP
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -14,6 +15,9 @@
 #include <vesk/vesk.h>
 
 #include "box_lock.hpp"
+#include "failure.hpp"
+#include "recovery.hpp"
+#include "sync_policy.hpp"
 
 namespace cli
 {
@@ -37,12 +41,35 @@ struct whole_shape {
 };
 whole_shape complete_shape(const box_shape &shape);
 
+// The disk did not take something. The box holds what it held before; writing may be tried again.
+class storage_failure : public failure
+{
+public:
+    explicit storage_failure(const std::string &message) : failure(exit_failed, message) {}
+};
+
+struct event {
+    uint32_t type;
+    int64_t time;
+    std::string text;
+};
+
+// What becomes of an event.
+enum class event_result {
+    recorded,
+    too_early // it has to wait for the next vector; nothing was written
+};
+
 class box_writer
 {
 public:
+    enum class if_missing { create, refuse };
+
     // Opens the box on @p base, or makes one when there is none. An existing box keeps its shape:
-    // another one that is asked for is refused, and so is a box that another process writes to.
-    box_writer(const std::string &base, const box_shape &shape);
+    // another one that is asked for is refused, and so is a box that another process writes to. A
+    // box that a crash left behind is recovered first, and a note tells of it.
+    explicit box_writer(const std::string &base, const box_shape &shape = {},
+                        const sync_policy &sync = {}, if_missing missing = if_missing::create);
     box_writer(const box_writer &) = delete;
     box_writer &operator=(const box_writer &) = delete;
 
@@ -54,25 +81,55 @@ public:
     bool admit(const std::string &name);
     // From now on vectors hold values of these sensors, which must have been admitted.
     void set_sensors(std::span<const std::string> names);
-    // One vector, on disk when this returns.
+    // One vector, with the kernel when this returns. After a storage_failure the box is closed, and
+    // the next call opens it again.
     void write(int64_t time, std::span<const float> values);
+    // One event, on the medium when this returns recorded (unless nothing is ever synced).
+    event_result write(const event &what);
+    // What was written is on the medium when this returns.
+    void sync();
+    // The last act: whatever the policy says is done once more.
+    void finish();
+
+    // The open buffer holds its last vector: an event behind it would not be counted in the
+    // history.
+    bool is_full() const;
 
 private:
+    void open_or_create(if_missing missing);
+    void refuse_moved_box() const;
+    void recover();
+    void open();
+    void create();
+    void reopen();
+    void require_room() const;
     // Refuses what the recorder could not go on with, before it touches anything.
     void check_box();
     void check_buffer(const stored_file &file);
-    void open(const box_shape &shape);
-    void create(const box_shape &shape);
+
+    int attempt(const std::function<int()> &write_it);
+    int write_vector();
+    void prepare_rotation();
+    int write_first_history();
+    void sync_if_due(bool moved_on);
+    void back_up();
 
     struct closer {
         void operator()(struct vesk *recorder) const { vesk_close(&recorder); }
         void operator()(matrix *vector) const { matrix_destroy(&vector); }
     };
     std::string base_;
+    std::string path_; // absolute: it holds in every working directory
+    box_shape shape_;
+    sync_policy sync_;
     box_lock lock_;
-    std::unique_ptr<struct vesk, closer> recorder_;
+    std::unique_ptr<struct vesk, closer> recorder_; // null after a failure
     std::unique_ptr<matrix, closer> vector_;
     std::unordered_set<std::string> known_sensors_;
+    int last_errno_ = 0;
+    double last_sync_ = 0;
+    bool sync_complained_ = false;
+    bool backup_is_due_ = false;
 };
 
 } // namespace cli

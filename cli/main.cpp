@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fmt/format.h>
@@ -17,20 +18,24 @@ namespace
 
 using namespace cli;
 
-constexpr std::array<std::string_view, 4> verb_names = {"record", "import", "dump", "info"};
+constexpr std::array<std::string_view, 7> verb_names = {"record", "import", "event", "dump",
+                                                        "info",   "check",  "repair"};
 
 constexpr const char *exit_codes_text = "Exit codes:\n"
                                         "  0  done\n"
                                         "  1  failed\n"
                                         "  2  wrong usage\n"
-                                        "  3  damaged, but what could be read was\n"
-                                        "  4  unreadable\n";
+                                        "  3  damaged, but readable or repairable\n"
+                                        "  4  unreadable or not repairable\n";
 
 struct all_options {
     record_options record;
     import_options import;
+    event_options event;
     dump_options dump;
     info_options info;
+    check_options check;
+    repair_options repair;
 };
 
 // CLI11 indents nothing and wraps nothing in a footer, so it is written as it is to be shown.
@@ -52,6 +57,28 @@ void add_shape(CLI::App &verb, box_shape &shape)
         ->type_name("M");
 }
 
+void add_sync(CLI::App &verb, std::string &when, const char *later)
+{
+    verb.add_option("--sync", when,
+                    fmt::format("When to bring what was written onto the medium, so that it "
+                                "survives the loss of power: never, after each vector, at the end, "
+                                "or {}",
+                                later))
+        ->type_name("never|vector|end|TIME")
+        ->capture_default_str();
+}
+
+// For a box that may not know its own sizes any more.
+void add_known_shape(CLI::App &verb, box_shape &shape)
+{
+    verb.add_option("--samples", shape.samples,
+                    "Samples in a buffer of the box, if nothing on the disk tells")
+        ->type_name("N");
+    verb.add_option("--intervals", shape.intervals,
+                    "Intervals that sum up a full buffer, if nothing on the disk tells")
+        ->type_name("M");
+}
+
 CLI::App *add_verb(CLI::App &app, const char *name, const char *purpose)
 {
     return app.add_subcommand(name, purpose)->group("Verbs");
@@ -70,8 +97,12 @@ CLI::App *add_record(CLI::App &app, record_options &options)
     verb->add_option("--for", options.duration, "End after this time (default: at Ctrl-C)")
         ->type_name("TIME");
     add_shape(*verb, options.shape);
-    verb->footer(footer("An existing box is resumed. SIGINT, SIGTERM and SIGHUP end the recording "
-                        "cleanly.\n"
+    add_sync(*verb, options.sync, "at the next sample after TIME");
+    verb->footer(footer("An existing box is resumed, and recovered first if a crash left it "
+                        "damaged. One process\n"
+                        "at a time writes to a box. When the disk is full, sampling goes on and "
+                        "each new sample\n"
+                        "is tried. SIGINT, SIGTERM and SIGHUP end the recording cleanly.\n"
                         "\n"
                         "Examples:\n"
                         "  vesk record /var/lib/vesk/box\n"
@@ -91,12 +122,18 @@ CLI::App *add_import(CLI::App &app, import_options &options)
                      "Text telemetry, also with gzip; - or nothing is standard input");
     add_shape(*verb, options.shape);
     verb->add_flag("--utc", options.utc, "Times are in UTC, not in the local time zone");
+    add_sync(*verb, options.sync, "at the next vector after TIME");
+    verb->add_option("--acknowledge", options.acknowledge,
+                     "Tell the time of each vector that is in the box, a line each, to a file or "
+                     "to the descriptor of this number")
+        ->type_name("FILE|FD");
     verb->footer(footer("A line is a time and one field for each sensor: names in a header line, "
                         "then values.\n"
                         "  20240101:00:00:00,::cpu,::temp\n"
                         "  20240101:00:00:00,12.5,nan\n"
                         "A line that is wrong is refused as FILE:LINE: reason; the lines before it "
-                        "are in the box.\n"
+                        "are in the box. So are those before the one that a full disk did not "
+                        "take.\n"
                         "\n"
                         "Examples:\n"
                         "  vesk import box telemetry.kelt.gz\n"
@@ -112,6 +149,7 @@ CLI::App *add_dump(CLI::App &app, dump_options &options)
         ->required();
     verb->add_flag("--history", options.history,
                    "Print the summarised intervals as CSV instead of the raw samples");
+    verb->add_flag("--events", options.events, "Print the events as CSV instead of the samples");
     verb->add_flag("--utc", options.utc, "Print times in UTC, not in the local time zone");
     verb->footer(
         footer("Raw samples are printed as text telemetry. Values are the shortest decimals "
@@ -122,6 +160,60 @@ CLI::App *add_dump(CLI::App &app, dump_options &options)
                "  vesk dump box > box.kelt\n"
                "  vesk dump --history box | grep ,::cpu.total.busy_percent,\n"
                "  vesk dump box.3.cbuf.z\n"));
+    return verb;
+}
+
+CLI::App *add_event(CLI::App &app, event_options &options)
+{
+    CLI::App *verb = add_verb(app, "event", "Put an event into a box");
+    verb->add_option("BASE", options.base, "Name of the box")->required();
+    verb->add_option("TYPE", options.type, "A number from 1 to 5; what it means is yours to say")
+        ->required();
+    verb->add_option("TEXT", options.text, "What happened, up to 10000 bytes")->required();
+    verb->footer(footer("The recording that has the box takes the event and answers when it is "
+                        "recorded; where nothing\n"
+                        "records, it is put into the box at once. The text is kept with the raw "
+                        "samples, the history\n"
+                        "counts the events of each type.\n"
+                        "\n"
+                        "Examples:\n"
+                        "  vesk event box 1 'database restarted'\n"
+                        "  vesk dump --events box\n"));
+    return verb;
+}
+
+CLI::App *add_check(CLI::App &app, check_options &options)
+{
+    CLI::App *verb = add_verb(app, "check", "Look for damage in a box");
+    verb->add_option("BASE", options.base, "Name of the box")->required();
+    add_known_shape(*verb, options.shape);
+    verb->add_flag("--json", options.json, "Print JSON");
+    verb->footer(footer("Tells file by file what is wrong, and what `vesk repair` would do about "
+                        "it. Files are only read.\n"
+                        "The exit code is 0 for a healthy box, 3 for one that can be repaired, 4 "
+                        "for one that cannot.\n"
+                        "\n"
+                        "Examples:\n"
+                        "  vesk check box || vesk repair box\n"
+                        "  vesk check --json box | jq .repair.steps\n"));
+    return verb;
+}
+
+CLI::App *add_repair(CLI::App &app, repair_options &options)
+{
+    CLI::App *verb = add_verb(app, "repair", "Bring a damaged box back");
+    verb->add_option("BASE", options.base, "Name of the box")->required();
+    add_known_shape(*verb, options.shape);
+    verb->add_flag("--dry-run", options.dry_run, "Show what would be done and do nothing");
+    verb->footer(
+        footer("Shows what is wrong, then mends it. What is taken out of a file is kept in "
+               "FILE.torn. `record` and\n"
+               "`import` do the same when they start. A box that was moved or copied is "
+               "made at home where it is.\n"
+               "\n"
+               "Examples:\n"
+               "  vesk repair --dry-run box\n"
+               "  vesk repair box --samples 3600 --intervals 60\n"));
     return verb;
 }
 
@@ -188,12 +280,17 @@ int run(int argc, char **argv)
                       "  vesk dump box                the raw samples as text\n"
                       "  vesk dump --history box      the summaries of what is older\n"
                       "  vesk import box data.kelt    text telemetry into a box\n"
+                      "  vesk event box 1 'hello'     an event into a box\n"
+                      "  vesk check box               is it healthy?\n"
                       "\n"
                       "'vesk VERB --help' tells more about a verb.\n"));
     const CLI::App *record_verb = add_record(app, options.record);
     const CLI::App *import_verb = add_import(app, options.import);
+    const CLI::App *event_verb = add_event(app, options.event);
     const CLI::App *dump_verb = add_dump(app, options.dump);
     const CLI::App *info_verb = add_info(app, options.info);
+    const CLI::App *check_verb = add_check(app, options.check);
+    const CLI::App *repair_verb = add_repair(app, options.repair);
     if (argc < 2) {
         fmt::print(stderr, "{}", app.help());
         return exit_usage;
@@ -218,8 +315,17 @@ int run(int argc, char **argv)
     if (import_verb->parsed()) {
         return import_text(options.import);
     }
+    if (event_verb->parsed()) {
+        return put_event(options.event);
+    }
     if (dump_verb->parsed()) {
         return dump(options.dump);
+    }
+    if (check_verb->parsed()) {
+        return check(options.check);
+    }
+    if (repair_verb->parsed()) {
+        return repair(options.repair);
     }
     return info_verb->parsed() ? info(options.info) : exit_usage;
 }
@@ -241,6 +347,8 @@ int give_up(const failure &reason)
 
 int main(int argc, char **argv)
 {
+    // A file that grows beyond what is allowed is a failed write like any other.
+    (void)std::signal(SIGXFSZ, SIG_IGN);
     try {
         return run(argc, argv);
     } catch (const failure &reason) {

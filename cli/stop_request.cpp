@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sys/select.h>
+#include <poll.h>
 
 namespace cli
 {
@@ -45,7 +45,7 @@ bool stop_request::requested() const
     return stop_flag != 0;
 }
 
-bool stop_request::wait(double seconds) const
+bool stop_request::wait(double seconds, int fd) const
 {
     // The signals stay blocked between the test and the sleep, so none is lost in between.
     sigset_t blocked;
@@ -60,7 +60,8 @@ bool stop_request::wait(double seconds) const
         timespec timeout = {};
         timeout.tv_sec = static_cast<time_t>(bounded);
         timeout.tv_nsec = static_cast<long>((bounded - std::floor(bounded)) * 1e9);
-        pselect(0, nullptr, nullptr, nullptr, &timeout, &before);
+        pollfd readable = {fd, POLLIN, 0};
+        ppoll(&readable, fd >= 0 ? 1 : 0, &timeout, &before);
     }
     sigprocmask(SIG_SETMASK, &before, nullptr);
     return stop_flag != 0;

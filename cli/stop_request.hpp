@@ -17,8 +17,8 @@ public:
     ~stop_request();
 
     bool requested() const;
-    // Waits, at most @p seconds; true as soon as the end is requested.
-    bool wait(double seconds) const;
+    // Waits, at most @p seconds or until @p fd can be read; true as soon as the end is requested.
+    bool wait(double seconds, int fd = -1) const;
 
 private:
     static constexpr int signals_[] = {SIGINT, SIGTERM, SIGHUP};

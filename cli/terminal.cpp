@@ -20,6 +20,16 @@ std::size_t terminal_width()
     return size.ws_col;
 }
 
+// The line that stands there and would be written over.
+status_line *shown_line = nullptr;
+
+void make_room()
+{
+    if (shown_line != nullptr) {
+        shown_line->clear();
+    }
+}
+
 bool colour_on_stderr()
 {
     return colour_wanted(isatty(STDERR_FILENO) == 1, getenv("NO_COLOR"), getenv("TERM"));
@@ -36,12 +46,14 @@ bool colour_wanted(bool is_terminal, const char *no_color, const char *term)
 
 void complain(std::string_view text)
 {
+    make_room();
     const bool colour = colour_on_stderr();
     fmt::print(stderr, "{}vesk:{} {}\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "", text);
 }
 
 void note(std::string_view text)
 {
+    make_room();
     fmt::print(stderr, "vesk: note: {}\n", text);
 }
 
@@ -72,15 +84,15 @@ void status_line::show(std::string_view text)
     // One column stays free: a full line would wrap and leave its first half behind.
     fmt::print(stderr, "\r\033[K{}", text.substr(0, terminal_width() - 1));
     std::fflush(stderr);
-    shown_ = true;
+    shown_line = this;
 }
 
 void status_line::clear()
 {
-    if (shown_) {
+    if (shown_line == this) {
         fmt::print(stderr, "\r\033[K");
         std::fflush(stderr);
-        shown_ = false;
+        shown_line = nullptr;
     }
 }
 

@@ -24,7 +24,8 @@ std::string printable(std::string_view text);
 // "1 sample", "2 samples".
 std::string counted(uint64_t count, std::string_view noun);
 
-// One line that is rewritten in place; nothing at all when standard error is not a terminal.
+// One line that is rewritten in place, and makes room for what is said meanwhile; nothing at all
+// when standard error is not a terminal. There is one at a time.
 class status_line
 {
 public:
@@ -39,7 +40,6 @@ public:
 
 private:
     bool visible_;
-    bool shown_ = false;
 };
 
 } // namespace cli

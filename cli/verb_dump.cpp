@@ -206,6 +206,23 @@ private:
     std::vector<std::string> names_;
 };
 
+// As CSV, too.
+class event_dump
+{
+public:
+    event_dump() { put("time,type,text\n"); }
+
+    static void show(const vesk_scan_item &item)
+    {
+        if (item.event == nullptr) {
+            return;
+        }
+        const char *text = item.event->text != nullptr ? item.event->text : "";
+        put(fmt::format("{},{},{}\n", format_time(item.event->timestamp.tv.tv_sec),
+                        item.event->type, csv_field(text)));
+    }
+};
+
 template <typename Dump>
 exit_code show_files(const std::vector<const stored_file *> &files, losses &lost)
 {
@@ -240,6 +257,9 @@ exit_code show_files(const std::vector<const stored_file *> &files, losses &lost
 
 exit_code dump(const dump_options &options)
 {
+    if (options.history && options.events) {
+        throw failure(exit_usage, "--history and --events: one of them at a time");
+    }
     if (options.utc) {
         use_utc();
     }
@@ -258,6 +278,9 @@ exit_code dump(const dump_options &options)
                       fmt::format("{} is a {}", options.name,
                                   options.history ? "current buffer: it holds no history"
                                                   : "history buffer: use --history"));
+    }
+    if (options.events) {
+        return show_files<event_dump>(found.current_buffers(), lost);
     }
     return options.history ? show_files<history_dump>(found.history_buffers(), lost)
                            : show_files<sample_dump>(found.current_buffers(), lost);

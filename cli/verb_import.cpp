@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <optional>
 
+#include "acknowledgements.hpp"
 #include "box_writer.hpp"
 #include "failure.hpp"
 #include "line_source.hpp"
@@ -19,7 +20,11 @@ namespace
 class importer
 {
 public:
-    importer(const import_options &options) : options_(options), lines_(options.file) {}
+    explicit importer(const import_options &options)
+        : options_(options), sync_(parse_sync_policy(options.sync)),
+          acknowledgements_(options.acknowledge), lines_(options.file)
+    {
+    }
 
     exit_code run()
     {
@@ -31,6 +36,9 @@ public:
             }
         }
         status_.clear();
+        if (box_) {
+            box_->finish();
+        }
         if (stop_.requested()) {
             throw failure(exit_failed, fmt::format("interrupted in line {} of {}",
                                                    lines_.line_number(), lines_.name()));
@@ -93,14 +101,19 @@ private:
     {
         // Not before there is something to keep: a file that is refused leaves no empty box.
         if (!box_) {
-            box_.emplace(options_.base, options_.shape);
+            box_.emplace(options_.base, options_.shape, sync_);
         }
         if (header_is_new_) {
             admit_sensors();
             box_->set_sensors(parser_.sensors());
             header_is_new_ = false;
         }
-        box_->write(parser_.time(), parser_.values());
+        try {
+            box_->write(parser_.time(), parser_.values());
+        } catch (const storage_failure &reason) {
+            throw bad_input(lines_.name(), lines_.line_number(), reason.what());
+        }
+        acknowledgements_.add(parser_.time());
         backwards_ += vectors_ > 0 && parser_.time() < latest_ ? 1 : 0;
         latest_ = parser_.time();
         ++vectors_;
@@ -130,6 +143,8 @@ private:
     }
 
     const import_options &options_;
+    sync_policy sync_;
+    acknowledgements acknowledgements_;
     stop_request stop_;
     status_line status_;
     line_source lines_;

@@ -1,10 +1,12 @@
 // vesk record BASE
 #include <ctime>
+#include <deque>
 #include <fmt/format.h>
 #include <optional>
 
 #include "box_writer.hpp"
 #include "duration.hpp"
+#include "event_channel.hpp"
 #include "failure.hpp"
 #include "machine/rates.hpp"
 #include "machine/sampler.hpp"
@@ -26,30 +28,21 @@ double clock_seconds()
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-// Waits until the clock shows @p tick, or a later tick when the clock is set back meanwhile. False
-// when the end was requested.
-bool wait_for(int64_t tick, int64_t interval, const stop_request &stop)
-{
-    while (!stop.requested()) {
-        const double now = clock_seconds();
-        const double rest = seconds_until(tick, now, interval);
-        if (rest < 0) {
-            tick = next_tick(now, interval);
-        } else if (rest == 0) {
-            return true;
-        } else {
-            stop.wait(rest);
-        }
-    }
-    return false;
-}
+// Events that wait for a sample are held in memory.
+constexpr std::size_t most_waiting_events = 1000;
 
 class recording
 {
 public:
     recording(const record_options &options, int64_t interval)
-        : base_(options.base), interval_(interval), box_(options.base, options.shape)
+        : base_(options.base), interval_(interval),
+          box_(options.base, options.shape, parse_sync_policy(options.sync))
     {
+        try {
+            inbox_.emplace(options.base);
+        } catch (const failure &reason) {
+            note(fmt::format("{}; events cannot be sent to this recording", reason.what()));
+        }
     }
 
     void run(std::optional<uint64_t> samples)
@@ -57,19 +50,39 @@ public:
         // Rates need two looks; the first must not lie too close to the second.
         snapshot before = machine_.take();
         double least = static_cast<double>(interval_) / 2;
-        while (!samples || count_ < *samples) {
+        for (uint64_t taken = 0; !samples || taken < *samples; ++taken) {
             const int64_t tick = next_tick(clock_seconds(), interval_, least);
             least = 0;
-            if (!wait_for(tick, interval_, stop_)) {
+            if (!wait_for(tick)) {
                 break;
             }
             snapshot now = machine_.take();
-            write(readings_between(before, now));
+            take(readings_between(before, now));
             before = std::move(now);
         }
+        finish();
     }
 
 private:
+    // Waits until the clock shows @p tick, or a later tick when the clock is set back meanwhile.
+    // False when the end was requested.
+    bool wait_for(int64_t tick)
+    {
+        while (!stop_.requested()) {
+            take_events();
+            const double now = clock_seconds();
+            const double rest = seconds_until(tick, now, interval_);
+            if (rest < 0) {
+                tick = next_tick(now, interval_);
+            } else if (rest == 0) {
+                return true;
+            } else {
+                stop_.wait(rest, inbox_ ? inbox_->fd() : -1);
+            }
+        }
+        return false;
+    }
+
     // A box keeps the name of every sensor for ever, and has room for so many only.
     void drop_what_has_no_room(readings &found)
     {
@@ -82,7 +95,6 @@ private:
             }
         }
         if (kept < found.names.size() && !noted_) {
-            status_.clear();
             note(fmt::format("{}: holds 10000 different sensors already; '{}' and all other new "
                              "ones are not recorded",
                              base_, found.names[kept]));
@@ -92,7 +104,7 @@ private:
         found.values.resize(kept);
     }
 
-    void write(readings found)
+    void take(readings found)
     {
         drop_what_has_no_room(found);
         if (found.names.empty()) {
@@ -103,11 +115,93 @@ private:
             sensors_ = found.names;
         }
         const auto now = static_cast<int64_t>(clock_seconds());
-        box_.write(now, found.values);
-        ++count_;
+        if (write(now, found.values)) {
+            write_waiting_events();
+        }
         status_.show(fmt::format("recording {}: {}, {}, {} (Ctrl-C ends)", base_,
-                                 counted(count_, "sample"), counted(sensors_.size(), "sensor"),
+                                 counted(recorded_, "sample"), counted(sensors_.size(), "sensor"),
                                  format_time(now)));
+    }
+
+    // A full disk is no reason to end: there may be room again, and what is recorded stays.
+    bool write(int64_t time, std::span<const float> values)
+    {
+        try {
+            box_.write(time, values);
+        } catch (const storage_failure &reason) {
+            if (missing_ == 0) {
+                complain(fmt::format("{}; this sample is not recorded, the next ones are tried",
+                                     reason.what()));
+            }
+            ++missing_;
+            return false;
+        }
+        ++recorded_;
+        if (missing_ > 0) {
+            note(fmt::format("{}: recording again; {} missing", base_,
+                             counted(missing_, "sample") + (missing_ == 1 ? " is" : " are")));
+            missing_ = 0;
+        }
+        return true;
+    }
+
+    void take_events()
+    {
+        while (inbox_) {
+            std::optional<incoming_event> incoming = inbox_->take();
+            if (!incoming) {
+                return;
+            }
+            // In a full buffer it would not get into the history.
+            if (missing_ == 0 && !box_.is_full() && write(*incoming)) {
+                continue;
+            }
+            if (waiting_.size() == most_waiting_events) {
+                incoming->answer(event_answer::refused, "too many events wait for a sample");
+                continue;
+            }
+            incoming->answer(event_answer::waits);
+            waiting_.push_back(std::move(*incoming));
+        }
+    }
+
+    void write_waiting_events()
+    {
+        while (!waiting_.empty() && write(waiting_.front())) {
+            waiting_.pop_front();
+        }
+    }
+
+    // Writes and answers; false when the event has to wait.
+    bool write(const incoming_event &incoming)
+    {
+        try {
+            if (box_.write(incoming.what()) == event_result::too_early) {
+                return false;
+            }
+            incoming.answer(event_answer::recorded);
+        } catch (const storage_failure &) {
+            return false;
+        } catch (const failure &reason) {
+            incoming.answer(event_answer::refused, reason.what());
+        }
+        return true;
+    }
+
+    void finish()
+    {
+        take_events();
+        write_waiting_events();
+        for (const incoming_event &incoming : waiting_) {
+            incoming.answer(event_answer::refused, "the recording ended before the next sample");
+        }
+        box_.finish();
+        status_.clear();
+        if (missing_ > 0) {
+            throw failure(exit_failed, fmt::format("{}: the last {} not recorded", base_,
+                                                   counted(missing_, "sample") +
+                                                       (missing_ == 1 ? " is" : " are")));
+        }
     }
 
     std::string base_;
@@ -116,8 +210,11 @@ private:
     box_writer box_;
     sampler machine_;
     status_line status_;
+    std::optional<event_inbox> inbox_;
+    std::deque<incoming_event> waiting_;
     std::vector<std::string> sensors_;
-    uint64_t count_ = 0;
+    uint64_t recorded_ = 0;
+    uint64_t missing_ = 0; // since the last sample that was recorded
     bool noted_ = false;
 };
 

@@ -15,6 +15,7 @@ struct record_options {
     std::string base;
     std::string interval = "1s";
     std::string duration; // empty: until a signal ends it
+    std::string sync = "10s";
     box_shape shape;
 };
 
@@ -23,12 +24,15 @@ struct import_options {
     std::string file = "-";
     bool utc = false;
     box_shape shape;
+    std::string sync = "end";
+    std::string acknowledge; // a file or the number of a descriptor; empty: nowhere
 };
 
 struct dump_options {
     std::string name;
     bool history = false;
     bool utc = false;
+    bool events = false;
 };
 
 struct info_options {
@@ -37,10 +41,31 @@ struct info_options {
     bool utc = false;
 };
 
+struct event_options {
+    std::string base;
+    std::string type;
+    std::string text;
+};
+
+struct check_options {
+    std::string base;
+    box_shape shape;
+    bool json = false;
+};
+
+struct repair_options {
+    std::string base;
+    box_shape shape;
+    bool dry_run = false;
+};
+
 exit_code record(const record_options &options);
 exit_code import_text(const import_options &options);
 exit_code dump(const dump_options &options);
 exit_code info(const info_options &options);
+exit_code put_event(const event_options &options);
+exit_code check(const check_options &options);
+exit_code repair(const repair_options &options);
 
 } // namespace cli
 
