@@ -241,20 +241,51 @@ bool is_nothing_left(const folder_content &files)
                        [](const auto &file) { return file.first == "r.state.bak"; });
 }
 
-// The working folder is the damaged box.
-std::string check_damaged(const whole_box &box, const std::vector<wound> &wounds, bool state_is_hit)
+int take_header(const vesk_scan_item *item, void *context)
 {
+    *static_cast<bool *>(context) |= item->kind == VESK_SCAN_HEADER;
+    return 0;
+}
+
+bool is_headed(const std::string &name)
+{
+    bool found = false;
+    (void)vesk_scan_buffer(name.c_str(), take_header, &found);
+    return found;
+}
+
+// No state file, no backup and no history tells how many intervals a buffer becomes.
+bool are_sizes_lost(const folder_content &files)
+{
+    for (const char *name : {"r.state", "r.state.bak"}) {
+        vesk_state_summary summary;
+        const int result = vesk_scan_state(name, &summary);
+        vesk_state_summary_destruct(&summary);
+        if (result == 0) {
+            return false;
+        }
+    }
+    return std::none_of(files.begin(), files.end(), [](const auto &file) {
+        return file.first.find("hbuf") != std::string::npos && is_headed(file.first);
+    });
+}
+
+// The working folder is the damaged box.
+std::string check_damaged(const whole_box &box, const std::vector<wound> &wounds, bool state_is_hit,
+                          bool sizes_are_told)
+{
+    const uint32_t samples = sizes_are_told ? box.sizes.samples : 0;
+    const uint32_t intervals = sizes_are_told ? box.sizes.intervals : 0;
     const folder_content damaged = read_folder();
     vesk_recover_report plan;
     uint32_t steps = 0;
-    const int planned =
-        vesk_recover_plan("r", box.sizes.samples, box.sizes.intervals, take_step, &steps, &plan);
+    const int planned = vesk_recover_plan("r", samples, intervals, take_step, &steps, &plan);
     std::string complaint;
     if (read_folder(damaged) != damaged) {
         complaint += "planning changed a file\n";
     }
     vesk_recover_report report;
-    const int result = vesk_recover("r", box.sizes.samples, box.sizes.intervals, &report);
+    const int result = vesk_recover("r", samples, intervals, &report);
     const std::set<int> stated = {0, -40, -41, -6, -49, -22};
     if (stated.count(result) == 0) {
         return complaint + "recovery gives " + std::to_string(result) + "\n";
@@ -266,7 +297,10 @@ std::string check_damaged(const whole_box &box, const std::vector<wound> &wounds
     }
     if (result != 0) {
         count_trial(refused);
-        if (result == QE_ERROR_OPEN && is_nothing_left(damaged)) {
+        const bool is_lost = result == QE_ERROR_OPEN && is_nothing_left(damaged);
+        const bool is_untold =
+            result == QE_ERROR_MALFORMED && !sizes_are_told && are_sizes_lost(damaged);
+        if ((is_lost || is_untold) && read_folder(damaged) == damaged) {
             return complaint;
         }
         const folder_content now = read_folder(damaged);
@@ -495,7 +529,7 @@ void sweep(const char *name, const injury_list &list)
             const injury one = list[i]();
             write_folder(one.files);
             const bool state = std::any_of(one.wounds.begin(), one.wounds.end(), is_state);
-            const std::string complaint = check_damaged(*one.box, one.wounds, state);
+            const std::string complaint = check_damaged(*one.box, one.wounds, state, i % 2 == 0);
             return complaint.empty() ? ""
                                      : std::to_string(one.box->vectors) + " vectors, " + one.what +
                                            "\n" + complaint;
