@@ -277,7 +277,7 @@ TEST_F(Careless, WritersLoseNoSamples)
     auto *board = static_cast<step_board *>(mmap(
         nullptr, sizeof(step_board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const trial_results results = run_trials(
-        is_long_form() ? 20000 : 150, [&](std::size_t seed) { return check_life(seed, board); });
+        is_long_form() ? 4000 : 150, [&](std::size_t seed) { return check_life(seed, board); });
     (void)munmap(board, sizeof *board);
     printf(
         "%zu careless lives, %zu failed; %llu ended in a rotation that failed, %llu in an abort, "
