@@ -170,7 +170,9 @@ void fill_disk(const disk_plan &plan)
     folder_content files;
     const entries before = make_box(plan, &files);
     const long wanted = bytes_wanted(plan, files);
-    const long step = std::max(1L, wanted / (is_long_form() ? 2000 : 60));
+    // Wide vectors take long.
+    const long fillings = plan.width > 100 ? 24 : 60;
+    const long step = std::max(1L, wanted / (is_long_form() ? 2000 : fillings));
     auto *board = static_cast<outcome_board *>(mmap(
         nullptr, sizeof(outcome_board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const trial_results results =
