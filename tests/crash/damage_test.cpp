@@ -17,6 +17,7 @@
 
 #include "common/temporary_directory.hpp"
 #include "crash/box.hpp"
+#include "crash/recording.hpp"
 #include "crash/trials.hpp"
 
 namespace
@@ -516,6 +517,44 @@ void add_blocks(const whole_box &box, uint32_t seed, int n, injury_list *list)
     }
 }
 
+// The recovery of a damaged box is killed, and done again.
+std::string check_cut_recovery(const injury &one, bool all)
+{
+    const auto recover = [&] {
+        return vesk_recover("r", one.box->sizes.samples, one.box->sizes.intervals, nullptr);
+    };
+    write_folder(one.files);
+    int result = 0;
+    const recording recovery([&](life_progress *) { result = recover(); });
+    if (!recovery.complaints().empty() || result != 0) {
+        return recovery.complaints();
+    }
+    // What an undisturbed recovery has brought back, that of a killed one has, too.
+    const std::vector<stored_record> expected = read_records(take_named_file);
+    for (const cut_place &place : find_cuts(recovery, all)) {
+        count_trial(came_back);
+        write_folder(cut_life(recovery, place));
+        std::string complaint;
+        result = recover();
+        if (result != 0) {
+            complaint = "recovery gives " + std::to_string(result) + "\n";
+        }
+        const std::vector<stored_record> found = read_records(take_named_file);
+        const auto same = [](const stored_record &a, const stored_record &b) {
+            return a.what == b.what;
+        };
+        if (!std::equal(found.begin(), found.end(), expected.begin(), expected.end(), same)) {
+            complaint += std::to_string(found.size()) + " records, not " +
+                         std::to_string(expected.size()) + "\n";
+        }
+        complaint += go_on_from(*one.box);
+        if (!complaint.empty()) {
+            return describe(recovery, place) + "\n" + complaint;
+        }
+    }
+    return "";
+}
+
 bool is_state(const wound &one)
 {
     return one.file.find("buf") == std::string::npos;
@@ -603,4 +642,30 @@ TEST_F(Damage, InBlocksCostsTheirStreamsOnly)
         add_blocks(boxes[i], static_cast<uint32_t>(i + 1), is_long_form() ? 3000 : 100, &list);
     }
     sweep("blocks", list);
+}
+
+TEST_F(Damage, ComesBackFromARecoveryThatWasKilledToo)
+{
+    const std::vector<whole_box> boxes = make_boxes();
+    injury_list list;
+    for (const whole_box &box : boxes) {
+        add_flips(box, &list);
+        add_ends(box, &list);
+        add_exchanges(box, &list);
+        add_blocks(box, 77, 200, &list);
+    }
+    const std::size_t every = is_long_form() ? 13 : 211;
+    const trial_results results = run_trials(
+        list.size() / every,
+        [&](std::size_t i) {
+            const injury one = list[i * every]();
+            const std::string complaint = check_cut_recovery(one, is_long_form());
+            return complaint.empty() ? ""
+                                     : std::to_string(one.box->vectors) + " vectors, " + one.what +
+                                           "\n" + complaint;
+        },
+        600);
+    printf("%zu recoveries of damaged boxes, killed in %llu places, %zu failed\n", results.tried,
+           static_cast<unsigned long long>(results.counts[came_back]), results.failed);
+    EXPECT_EQ(0U, results.failed) << results.complaints;
 }
