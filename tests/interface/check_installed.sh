@@ -46,7 +46,7 @@ c++ -std=c++17 -Wall -Wextra -Werror "$source/tests/interface/consumer/consumer.
 run "$work/c_program"
 run "$work/cxx_program"
 
-cmake -S "$source/tests/interface/consumer" -B "$work/cmake" "-DCMAKE_PREFIX_PATH=$prefix" \
+cmake -G Ninja -S "$source/tests/interface/consumer" -B "$work/cmake" "-DCMAKE_PREFIX_PATH=$prefix" \
     "-DEXAMPLE=$example" >"$work/cmake.log" 2>&1 || {
     cat "$work/cmake.log"
     exit 1
