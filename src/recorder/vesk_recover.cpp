@@ -32,6 +32,8 @@ struct sizes {
     uint32_t samples = 0;
     uint32_t intervals = 0;
 
+    friend bool operator==(const sizes &, const sizes &) = default;
+
     bool usable() const
     {
         return samples > 0 && samples % 2 == 0 && intervals > 0 && samples % intervals == 0;
@@ -50,13 +52,15 @@ public:
     const vesk_state_summary *operator->() const { return &summary_; }
     const vesk_state_summary &operator*() const { return summary_; }
 
-    // The sizes that it tells, as far as it got.
+    // The sizes that it tells, as far as it got; none when the quotient behind them is another.
     sizes told_sizes() const
     {
         constexpr uint32_t fields_up_to_sizes = 5;
-        return summary_.fields < fields_up_to_sizes
-                   ? sizes()
-                   : sizes{summary_.num_cb_samples, summary_.num_hb_intervals};
+        const sizes told = {summary_.num_cb_samples, summary_.num_hb_intervals};
+        const bool contradicted =
+            summary_.fields > fields_up_to_sizes &&
+            (!told.usable() || summary_.num_samples_per_interval != told.samples / told.intervals);
+        return summary_.fields < fields_up_to_sizes || contradicted ? sizes() : told;
     }
 
 private:
@@ -294,14 +298,26 @@ private:
             }
             named.add(name.kind, name.number);
         }
-        const uint32_t open = named.names[named.n - 1].number;
+        const box_file *open = files_.find(named.names[named.n - 1]);
         for (const box_file *file : files_) {
-            if (file->is_current() && file->name.number > open && file->contents.data_records > 0) {
+            if (goes_on_behind(*file, *open, summary)) {
                 return false;
             }
         }
         box_ = named;
         return true;
+    }
+
+    // Whether a buffer was written after the open one was full, by a recorder that could not save
+    // its state. A buffer that an older box of this name left behind was not.
+    static bool goes_on_behind(const box_file &file, const box_file &open,
+                               const vesk_state_summary &summary)
+    {
+        const growing_list<time_span> &spans = file.contents.spans;
+        const growing_list<time_span> &open_spans = open.contents.spans;
+        return file.is_current() && file.name.number >= summary.next_file_number &&
+               open.contents.data_records >= summary.num_cb_samples && spans.size() > 0 &&
+               (open_spans.size() == 0 || spans[0].start >= open_spans[open_spans.size() - 1].end);
     }
 
     // The numbers tell what the buffers are: a history is made after the buffers that it
@@ -365,23 +381,69 @@ private:
         return number;
     }
 
+    // The state files have no checksum, the headers of the buffers have one: sizes count only when
+    // these agree.
     bool choose_sizes()
     {
-        sizes by_buffers = given_;
-        for (const box_file *file : files_) {
-            const buffer_contents &contents = file->contents;
-            if (contents.capacity > 0 && contents.kind == file->name.kind) {
-                (file->is_current() ? by_buffers.samples : by_buffers.intervals) =
-                    file->is_current() ? contents.capacity : contents.capacity / 2;
-            }
-        }
-        for (const sizes &told : {state_.told_sizes(), backup_.told_sizes(), by_buffers}) {
-            if (told.usable()) {
-                sizes_ = told;
+        const sizes told[] = {state_.told_sizes(),
+                              backup_.told_sizes(),
+                              given_,
+                              {header_capacity(VESK_BUFFER_TYPE_CURRENT),
+                               header_capacity(VESK_BUFFER_TYPE_HIST) / 2}};
+        for (const sizes &pair : told) {
+            if (take_sizes(pair)) {
                 return true;
             }
         }
+        // What one of them has lost another may know.
+        for (const sizes &samples : told) {
+            for (const sizes &intervals : told) {
+                if (take_sizes({samples.samples, intervals.intervals})) {
+                    return true;
+                }
+            }
+        }
         return false;
+    }
+
+    bool take_sizes(const sizes &told)
+    {
+        const bool good = told.usable() &&
+                          agrees_with_headers(VESK_BUFFER_TYPE_CURRENT, told.samples) &&
+                          agrees_with_headers(VESK_BUFFER_TYPE_HIST, 2 * told.intervals);
+        if (good) {
+            sizes_ = told;
+        }
+        return good;
+    }
+
+    // The capacity in the header of a buffer of the box, 0 where there is none.
+    uint32_t header_capacity(const buffer_name &name)
+    {
+        const box_file *file = files_.find(name);
+        return file != nullptr && file->contents.kind == name.kind ? file->contents.capacity : 0;
+    }
+
+    uint32_t header_capacity(uint32_t kind)
+    {
+        uint32_t capacity = 0;
+        for (uint32_t i = 0; i < box_.n && capacity == 0; ++i) {
+            capacity = box_.names[i].kind == kind ? header_capacity(box_.names[i]) : 0;
+        }
+        return capacity;
+    }
+
+    bool agrees_with_headers(uint32_t kind, uint32_t capacity)
+    {
+        bool any = false;
+        for (uint32_t i = 0; i < box_.n; ++i) {
+            const uint32_t found = box_.names[i].kind == kind ? header_capacity(box_.names[i]) : 0;
+            if (found == capacity) {
+                return true;
+            }
+            any = any || found > 0;
+        }
+        return !any;
     }
 
     // --- the buffers
@@ -617,7 +679,7 @@ private:
             }
         }
         if (report_->source == VESK_RECOVER_FROM_STATE && next == state_->next_file_number &&
-            state_leads_here()) {
+            sizes_ == state_.told_sizes() && state_leads_here()) {
             return 0;
         }
         const int told = tell_file(VESK_RECOVER_WRITE_STATE, state_path_, 0, state_->error);

@@ -580,6 +580,21 @@ TEST_F(Recover, TrustsTheBuffersMoreThanAStateThatIsBehindThem)
     goes_on(6);
 }
 
+TEST_F(Recover, DoesNotTakeTheBuffersOfAnOlderBoxForTheBox)
+{
+    make_box(18);
+    {
+        const owned_recorder anew(vesk_create("r", 4, 2));
+        for (int i = 101; i <= 104; ++i) {
+            write(anew.get(), i);
+        }
+    }
+    EXPECT_EQ(3U, recover().files_kept);
+    EXPECT_EQ((std::vector<float>{101, 102, 103, 104}), samples_in("r.1.cbuf.z"));
+    goes_on(105);
+    EXPECT_EQ((std::vector<float>{17, 18}), samples_in("r.7.cbuf.z"));
+}
+
 TEST_F(Recover, DeletesWhatIsInTheHistory)
 {
     make_box(16);
