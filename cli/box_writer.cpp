@@ -288,20 +288,25 @@ void box_writer::refuse_moved_box() const
 // same call is likely to be what made it.
 void box_writer::recover()
 {
-    const whole_shape shape = complete_shape(shape_);
-    vesk_recover_report report = {};
+    const auto [samples, intervals] = complete_shape(shape_);
     errno = 0;
-    const int result = vesk_recover(path_.c_str(), shape.samples, shape.intervals, &report);
-    if (result == QE_ERROR_MALFORMED || result == QE_ERROR_LIMIT) {
-        throw failure(exit_unreadable,
-                      fmt::format("{}: cannot be recovered: {}", base_, recovery_failure(result)));
+    const recovery_plan plan = plan_recovery(path_, {samples, intervals});
+    int result = plan.result;
+    vesk_recover_report report = {};
+    if (result == 0 && !plan.is_empty()) {
+        result = vesk_recover(path_.c_str(), samples, intervals, &report);
     }
     if (result != 0) {
         last_errno_ = errno;
-        const std::string reason = recovery_failure(result);
-        throw storage_failure(explained(fmt::format("{}: cannot be recovered: {}", base_, reason)));
+        const std::string text =
+            fmt::format("{}: cannot be recovered: {}", base_, recovery_failure(result));
+        if (result == QE_ERROR_MALFORMED || result == QE_ERROR_LIMIT) {
+            throw failure(exit_unreadable, text);
+        }
+        errno = last_errno_;
+        throw storage_failure(explained(text));
     }
-    if (report.steps > 0) {
+    if (plan.is_needed()) {
         note(fmt::format("{}: recovered: {}", base_, report_text(report)));
     }
 }

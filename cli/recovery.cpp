@@ -1,5 +1,6 @@
 #include "recovery.hpp"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include <vesk/error.h>
@@ -68,6 +69,13 @@ int keep_step(const vesk_recover_step *step, void *context)
 }
 
 } // namespace
+
+bool recovery_plan::is_needed() const
+{
+    return std::any_of(steps.begin(), steps.end(), [](const recovery_step &step) {
+        return step.action != VESK_RECOVER_DELETE && step.action != VESK_RECOVER_KEEP;
+    });
+}
 
 recovery_plan plan_recovery(const std::string &base, const told_sizes &sizes)
 {

@@ -31,8 +31,9 @@ struct recovery_plan {
     std::vector<recovery_step> steps;
     vesk_recover_report report = {};
 
-    // Files that are left alone are no reason to do anything.
-    bool is_needed() const { return report.steps > 0; }
+    bool is_empty() const { return report.steps == 0; }
+    // True when more than files that nobody needs would change.
+    bool is_needed() const;
 };
 
 // Only looks.

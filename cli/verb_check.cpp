@@ -143,7 +143,7 @@ void print_text(const diagnosis &found)
         fmt::print("process {} is writing to the box: its latest record may look torn\n",
                    *found.writer);
     }
-    if (found.plan.is_needed() && found.is_repairable()) {
+    if (!found.plan.is_empty() && found.is_repairable()) {
         fmt::print("what a repair does:\n");
         for (const recovery_step &step : found.plan.steps) {
             fmt::print("    {}: {}\n", printable(step.path), step_text(step));

@@ -59,7 +59,7 @@ exit_code repair(const repair_options &options)
     const recovery_plan plan = plan_recovery(options.base, sizes);
     require_success(options.base, plan.result);
     show(plan);
-    if (!plan.is_needed()) {
+    if (plan.is_empty()) {
         fmt::print("{}: needs no repair\n", printable(options.base));
         flush_output();
         return exit_done;
