@@ -2,6 +2,7 @@
 // that: nothing that was acknowledged is lost, and the recorder goes on.
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
@@ -303,7 +304,106 @@ std::vector<life_plan> plans()
     return {std::begin(short_plans), std::end(short_plans)};
 }
 
+// ---- Many kills -------------------------------------------------------------------------------
+
+class numbers
+{
+public:
+    explicit numbers(std::size_t seed) : state_(static_cast<uint32_t>(seed) * 2654435761U + 1) {}
+    std::size_t below(std::size_t n)
+    {
+        state_ = state_ * 1664525 + 1013904223;
+        return (state_ >> 8) % n;
+    }
+
+private:
+    uint32_t state_;
+};
+
+// Runs `life` in the working folder and leaves what it left when it was killed somewhere. Returns
+// how much had been acknowledged then.
+std::size_t kill_somewhere(numbers *draw, const std::function<void(life_progress *)> &life)
+{
+    const recording recorded(life);
+    const std::vector<cut_place> places = find_cuts(recorded, true);
+    const cut_place place = places[draw->below(places.size())];
+    write_folder(cut_life(recorded, place));
+    return recorded.moments()[place.behind].progress.acknowledged;
+}
+
+std::string check_again_and_again(std::size_t seed, int cycles)
+{
+    numbers draw(seed);
+    const box_sizes sizes = seed % 2 == 0 ? box_sizes{4, 2} : box_sizes{2, 2};
+    const bool with_backups = draw.below(2) == 0;
+    write_folder({});
+    entries given;
+    for (int cycle = 0; cycle < cycles; ++cycle) {
+        entries next;
+        const int from = given.empty() ? 1 : given.back().number + 1;
+        const int n = 1 + static_cast<int>(draw.below(9));
+        for (int i = from; i < from + n; ++i) {
+            next.push_back(vector_entry(i, 0));
+            if (draw.below(3) == 0) {
+                next.push_back(event_entry(i, i));
+            }
+        }
+        const std::size_t acknowledged = kill_somewhere(&draw, [&](life_progress *progress) {
+            const owned_recorder recorder(read_folder().empty()
+                                              ? vesk_create("r", sizes.samples, sizes.intervals)
+                                              : vesk_open("r"));
+            for (const entry &one : next) {
+                if (write_entry(recorder.get(), one) != 0) {
+                    return;
+                }
+                ++progress->acknowledged;
+                if (with_backups) {
+                    (void)vesk_backup_state(recorder.get());
+                }
+            }
+        });
+        for (std::size_t i = 0; i < std::min(acknowledged + 1, next.size()); ++i) {
+            given.push_back(next[i]);
+            given.back().acknowledged = i < acknowledged;
+        }
+        count_trial(recovered);
+        while (draw.below(3) == 0) {
+            count_trial(in_recovery);
+            (void)kill_somewhere(&draw, [&](life_progress *) {
+                (void)vesk_recover("r", sizes.samples, sizes.intervals, nullptr);
+            });
+        }
+        const int result = vesk_recover("r", sizes.samples, sizes.intervals, nullptr);
+        if (read_folder().empty()) {
+            given.clear();
+            continue;
+        }
+        std::string complaint;
+        if (result != 0) {
+            complaint = "recovery gives " + std::to_string(result) + "\n";
+        }
+        complaint += compare_box(&given, sizes);
+        if (!complaint.empty()) {
+            return "seed " + std::to_string(seed) + ", cycle " + std::to_string(cycle) + "\n" +
+                   complaint;
+        }
+    }
+    return "";
+}
+
 } // namespace
+
+TEST_F(Kill, AgainAndAgainLosesNothing)
+{
+    const bool all = is_long_form();
+    const trial_results results = run_trials(
+        all ? 1000 : 10, [&](std::size_t i) { return check_again_and_again(i, all ? 100 : 25); },
+        600);
+    printf("%zu boxes, killed %llu times and %llu times in recoveries, %zu failed\n", results.tried,
+           static_cast<unsigned long long>(results.counts[recovered]),
+           static_cast<unsigned long long>(results.counts[in_recovery]), results.failed);
+    EXPECT_EQ(0U, results.failed) << results.complaints;
+}
 
 TEST_F(Kill, AnywhereInTheLifeOfARecorderLosesNothing)
 {
