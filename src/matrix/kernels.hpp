@@ -25,6 +25,25 @@ inline constexpr std::size_t eliminate_rows = 4;
 inline constexpr std::size_t panel_columns = 64;
 inline constexpr std::size_t panel_unit = 8;
 
+// What a fold adds to a sum for each element x, in the order of the elements: x, |x|, x * x fused,
+// or the square of x - y, not fused.
+enum class fold { elements, magnitudes, squares, squared_differences };
+
+// The operands of a fold: `lines` lines of `n` elements. y is only read for differences; its lines
+// have elements side by side, or one element for all where y_step is 0.
+struct fold_operands {
+    const double *x;
+    std::size_t x_line;
+    const double *y;
+    std::size_t y_line;
+    std::size_t y_step;
+    std::size_t lines;
+    std::size_t n;
+};
+
+// What becomes of an element when another one comes to it.
+enum class arrival { replace, add, subtract };
+
 struct matrix_kernels {
     const char *name;
 
@@ -57,18 +76,29 @@ struct matrix_kernels {
                          std::size_t first, std::size_t columns, double *panel,
                          std::size_t panel_stride);
 
-    // sum[j] += the elements of column j, in increasing row.
-    void (*add_rows)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
-                     double *sum);
+    // sum[l] goes on over the elements of line l.
+    void (*fold_along)(fold what, const fold_operands &operands, double *sum);
+    // sum[j] goes on over the elements j of all lines, in increasing line.
+    void (*fold_across)(fold what, const fold_operands &operands, double *sum);
 
     // mean[j] and m2[j] of each column go on by m rows after the first `count`, by the running-mean
     // method (Welford 1962).
     void (*add_moments)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
                         std::size_t count, double *mean, double *m2);
 
-    // to (m rows of n, to_stride apart) = the transpose of n rows of m, from_stride apart.
+    // sum[i] goes on over the squares of x(i, j) - y(i, j) in increasing j, not fused, where x has
+    // its columns and y its rows in one piece.
+    void (*fold_differences)(const matrix_view &x, const matrix_view &y, std::size_t nrows,
+                             std::size_t ncols, double *sum);
+
+    // to (m rows of n, to_stride apart) = the transpose of n rows of m, from_stride apart: for
+    // small blocks, from left to right in the rows.
     void (*transpose)(const double *from, std::size_t from_stride, double *to,
                       std::size_t to_stride, std::size_t m, std::size_t n);
+
+    // The transpose of a whole matrix comes to another one.
+    void (*transpose_all)(arrival what, const double *from, std::size_t from_stride, double *to,
+                          std::size_t to_stride, std::size_t m, std::size_t n);
 };
 
 // The levels, best first; null where this build or this processor has none.

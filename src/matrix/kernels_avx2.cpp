@@ -3,7 +3,7 @@
 
 #if defined __AVX2__ && defined __FMA__
 
-#include "matrix/kernels_transpose.hpp"
+#include "matrix/kernels_avx.hpp"
 
 namespace
 {

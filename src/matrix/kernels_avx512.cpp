@@ -3,7 +3,7 @@
 
 #ifdef __AVX512F__
 
-#include "matrix/kernels_transpose.hpp"
+#include "matrix/kernels_avx.hpp"
 
 namespace
 {

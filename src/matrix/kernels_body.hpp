@@ -23,29 +23,131 @@ constexpr size_t smaller(size_t a, size_t b)
 
 // --- transposition: squares of the vectors' width, and what is left element by element ----------
 
+template <arrival What>
+inline simd::vector _arrive(simd::vector old, simd::vector x)
+{
+    if constexpr (What == arrival::add) {
+        return simd::add(old, x);
+    } else if constexpr (What == arrival::subtract) {
+        return simd::subtract(old, x);
+    } else {
+        return x;
+    }
+}
+
+// What to fetch beforehand, in elements behind each row read and in rows behind those written.
+struct fetch_ahead {
+    size_t from;
+    size_t to;
+};
+
+template <arrival What, bool From, bool To>
+inline void _transpose_square(const double *from, size_t from_stride, double *to, size_t to_stride,
+                              fetch_ahead ahead)
+{
+    simd::vector square[width];
+#pragma GCC unroll 16
+    for (size_t r = 0; r < width; ++r) {
+        square[r] = simd::load(from + r * from_stride);
+        if (From) {
+            __builtin_prefetch(from + r * from_stride + ahead.from);
+        }
+    }
+    simd::transpose(square);
+#pragma GCC unroll 16
+    for (size_t r = 0; r < width; ++r) {
+        double *row = to + r * to_stride;
+        if (To) {
+            __builtin_prefetch(row + ahead.to * to_stride, 1);
+        }
+        const simd::vector old = What == arrival::replace ? square[r] : simd::load(row);
+        simd::store(row, _arrive<What>(old, square[r]));
+    }
+}
+
+// A square of which only m columns and n rows exist.
+template <arrival What>
+void _transpose_part(const double *from, size_t from_stride, double *to, size_t to_stride, size_t m,
+                     size_t n)
+{
+    const simd::mask columns = simd::first_lanes(m);
+    const simd::mask rows = simd::first_lanes(n);
+    simd::vector square[width];
+#pragma GCC unroll 16
+    for (size_t r = 0; r < width; ++r) {
+        square[r] = r < n ? simd::load(from + r * from_stride, columns) : simd::fill(0.0);
+    }
+    simd::transpose(square);
+#pragma GCC unroll 16
+    for (size_t r = 0; r < width; ++r) {
+        if (r < m) {
+            double *row = to + r * to_stride;
+            const simd::vector old = What == arrival::replace ? square[r] : simd::load(row, rows);
+            simd::store(row, _arrive<What>(old, square[r]), rows);
+        }
+    }
+}
+
+template <arrival What, bool From, bool To>
+inline void _transpose_corner(const double *from, size_t from_stride, double *to, size_t to_stride,
+                              size_t m, size_t n, fetch_ahead ahead)
+{
+    if (m >= width && n >= width) {
+        _transpose_square<What, From, To>(from, from_stride, to, to_stride, ahead);
+    } else {
+        _transpose_part<What>(from, from_stride, to, to_stride, smaller(width, m),
+                              smaller(width, n));
+    }
+}
+
+// With Ahead, what follows the m elements of each row is fetched for the next call.
+template <bool Ahead>
+void _transpose_squares(const double *from, size_t from_stride, double *to, size_t to_stride,
+                        size_t m, size_t n)
+{
+    for (size_t j = 0; j < n; j += width) {
+        for (size_t i = 0; i < m; i += width) {
+            _transpose_corner<arrival::replace, Ahead, false>(
+                from + j * from_stride + i, from_stride, to + i * to_stride + j, to_stride, m - i,
+                n - j, {m < 24 ? 24 : m, 0});
+        }
+    }
+}
+
 void _transpose(const double *from, size_t from_stride, double *to, size_t to_stride, size_t m,
                 size_t n)
 {
-    const size_t whole_m = m / width * width;
-    const size_t whole_n = n / width * width;
-    for (size_t j = 0; j < whole_n; j += width) {
-        for (size_t i = 0; i < whole_m; i += width) {
-            simd::vector square[width];
-#pragma GCC unroll 16
-            for (size_t r = 0; r < width; ++r) {
-                square[r] = simd::load(from + (j + r) * from_stride + i);
-            }
-            simd::transpose(square);
-#pragma GCC unroll 16
-            for (size_t r = 0; r < width; ++r) {
-                simd::store(to + (i + r) * to_stride + j, square[r]);
+    _transpose_squares<true>(from, from_stride, to, to_stride, m, n);
+}
+
+// In panels of rows of `from` and, within, of elements that fill a line of the cache.
+template <arrival What>
+void _transpose_panels(const double *from, size_t from_stride, double *to, size_t to_stride,
+                       size_t m, size_t n)
+{
+    constexpr size_t panel = 128;
+    constexpr fetch_ahead ahead = {16, 16};
+    constexpr bool fetch = width > 1;
+    for (size_t j0 = 0; j0 < n; j0 += panel) {
+        for (size_t i = 0; i < m; i += width) {
+            for (size_t j = j0; j < smaller(j0 + panel, n); j += width) {
+                _transpose_corner<What, fetch, fetch>(from + j * from_stride + i, from_stride,
+                                                      to + i * to_stride + j, to_stride, m - i,
+                                                      n - j, ahead);
             }
         }
     }
-    for (size_t j = 0; j < n; ++j) {
-        for (size_t i = j < whole_n ? whole_m : 0; i < m; ++i) {
-            to[i * to_stride + j] = from[j * from_stride + i];
-        }
+}
+
+void _transpose_all(arrival what, const double *from, size_t from_stride, double *to,
+                    size_t to_stride, size_t m, size_t n)
+{
+    if (what == arrival::replace) {
+        _transpose_panels<arrival::replace>(from, from_stride, to, to_stride, m, n);
+    } else if (what == arrival::add) {
+        _transpose_panels<arrival::add>(from, from_stride, to, to_stride, m, n);
+    } else {
+        _transpose_panels<arrival::subtract>(from, from_stride, to, to_stride, m, n);
     }
 }
 
@@ -192,7 +294,7 @@ void _pack(const matrix_view &from, size_t rows, size_t columns, double *to, siz
     if (from.column == 1) {
         _copy_rows(from.base, from.row, to, to_stride, rows, columns);
     } else {
-        _transpose(from.base, from.column, to, to_stride, rows, columns);
+        _transpose_squares<false>(from.base, from.column, to, to_stride, rows, columns);
     }
 }
 
@@ -568,25 +670,157 @@ void _invert_upper(const double *factors, size_t stride, size_t n, size_t first,
     _invert_upper_columns<8>(factors, stride, n, first, panel, panel_stride, 0, columns);
 }
 
-// --- statistics of columns: rows outside, columns in vectors
-// --------------------------------------
+// --- folds
+// ----------------------------------------------------------------------------------------
+
+template <fold What>
+inline double _fold_step(double sum, double x, double y)
+{
+    if constexpr (What == fold::elements) {
+        return sum + x;
+    } else if constexpr (What == fold::magnitudes) {
+        return sum + __builtin_fabs(x);
+    } else if constexpr (What == fold::squares) {
+        return __builtin_fma(x, x, sum);
+    } else {
+        const double difference = x - y;
+        return sum + difference * difference;
+    }
+}
+
+// Lines side by side, because each waits for its last sum.
+template <fold What, size_t Lines>
+void _fold_lines(const fold_operands &o, size_t line, double *sum)
+{
+    for (; line + Lines <= o.lines; line += Lines) {
+        const double *x = o.x + line * o.x_line;
+        const double *y = What == fold::squared_differences ? o.y + line * o.y_line : x;
+        double total[Lines];
+        for (size_t l = 0; l < Lines; ++l) {
+            total[l] = sum[line + l];
+        }
+        for (size_t j = 0; j < o.n; ++j) {
+#pragma GCC unroll 8
+            for (size_t l = 0; l < Lines; ++l) {
+                total[l] =
+                    _fold_step<What>(total[l], x[l * o.x_line + j], y[l * o.y_line + j * o.y_step]);
+            }
+        }
+        for (size_t l = 0; l < Lines; ++l) {
+            sum[line + l] = total[l];
+        }
+    }
+    if constexpr (Lines > 1) {
+        _fold_lines<What, Lines / 2>(o, line, sum);
+    }
+}
 
 // So many columns of sums stay in the first-level cache.
-constexpr size_t statistics_columns = 512;
+constexpr size_t statistics_columns = 1024;
 
-void _add_rows(const double *base, size_t stride, size_t m, size_t n, double *sum)
+// Several lines on each visit of the sums.
+template <fold What, size_t Lines, bool Same>
+void _fold_into(const fold_operands &o, size_t line, size_t begin, size_t columns, double *sum)
 {
-    for (size_t j0 = 0; j0 < n; j0 += statistics_columns) {
-        const size_t columns = smaller(statistics_columns, n - j0);
-        double *__restrict total = sum + j0;
-        for (size_t i = 0; i < m; ++i) {
-            const double *__restrict row = base + i * stride + j0;
-            for (size_t j = 0; j < columns; ++j) {
-                total[j] += row[j];
+    for (; line + Lines <= o.lines; line += Lines) {
+        double *__restrict total = sum + begin;
+        const double *__restrict x = o.x + line * o.x_line + begin;
+        const double *__restrict y =
+            What == fold::squared_differences ? o.y + line * o.y_line + (Same ? 0 : begin) : x;
+        for (size_t j = 0; j < columns; ++j) {
+#pragma GCC unroll 8
+            for (size_t l = 0; l < Lines; ++l) {
+                total[j] = _fold_step<What>(total[j], x[l * o.x_line + j],
+                                            y[l * o.y_line + (Same ? 0 : j)]);
             }
         }
     }
+    if constexpr (Lines > 1) {
+        _fold_into<What, Lines / 2, Same>(o, line, begin, columns, sum);
+    }
 }
+
+template <fold What>
+void _fold_columns(const fold_operands &o, double *sum)
+{
+    for (size_t j = 0; j < o.n; j += statistics_columns) {
+        const size_t columns = smaller(statistics_columns, o.n - j);
+        if (What == fold::squared_differences && o.y_step == 0) {
+            _fold_into<What, 4, true>(o, 0, j, columns, sum);
+        } else {
+            _fold_into<What, 4, false>(o, 0, j, columns, sum);
+        }
+    }
+}
+
+template <fold... All>
+void _fold_any_along(fold what, const fold_operands &o, double *sum)
+{
+    ((what == All ? _fold_lines<All, 8>(o, 0, sum) : void()), ...);
+}
+
+template <fold... All>
+void _fold_any_across(fold what, const fold_operands &o, double *sum)
+{
+    ((what == All ? _fold_columns<All>(o, sum) : void()), ...);
+}
+
+void _fold_along(fold what, const fold_operands &o, double *sum)
+{
+    _fold_any_along<fold::elements, fold::magnitudes, fold::squares, fold::squared_differences>(
+        what, o, sum);
+}
+
+void _fold_across(fold what, const fold_operands &o, double *sum)
+{
+    _fold_any_across<fold::elements, fold::magnitudes, fold::squares, fold::squared_differences>(
+        what, o, sum);
+}
+
+// The rows of y are turned round in squares, so that a vector holds the same column of several rows
+// of both.
+void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows, size_t ncols,
+                       double *sum)
+{
+    constexpr size_t panel = 128;
+    constexpr size_t ahead = 16;
+    for (size_t j0 = 0; j0 < ncols; j0 += panel) {
+        const size_t end = smaller(j0 + panel, ncols);
+        for (size_t i = 0; i < nrows; i += width) {
+            const size_t rows = smaller(width, nrows - i);
+            const simd::mask lanes = simd::first_lanes(rows);
+            simd::vector total = simd::load(sum + i, lanes);
+            for (size_t j = j0; j < end; j += width) {
+                const size_t columns = smaller(width, end - j);
+                simd::vector square[width];
+#pragma GCC unroll 16
+                for (size_t r = 0; r < width; ++r) {
+                    const double *row = y.base + (i + r) * y.row + j;
+                    square[r] = simd::fill(0.0);
+                    if (r < rows) {
+                        square[r] = simd::load(row, simd::first_lanes(columns));
+                        __builtin_prefetch(row + ahead * y.row);
+                    }
+                }
+                simd::transpose(square);
+#pragma GCC unroll 16
+                for (size_t c = 0; c < width; ++c) {
+                    if (c < columns) {
+                        const double *column = x.base + (j + c) * x.column + i;
+                        __builtin_prefetch(column + ahead);
+                        const simd::vector difference =
+                            simd::subtract(simd::load(column, lanes), square[c]);
+                        total = simd::add(total, simd::multiply(difference, difference));
+                    }
+                }
+            }
+            simd::store(sum + i, total, lanes);
+        }
+    }
+}
+
+// --- moments of columns: rows outside, columns in vectors
+// -------------------------------------------
 
 void _add_moments(const double *base, size_t stride, size_t m, size_t n, size_t count, double *mean,
                   double *m2)
@@ -608,9 +842,10 @@ void _add_moments(const double *base, size_t stride, size_t m, size_t n, size_t 
     }
 }
 
-constexpr matrix_kernels level = {simd::name,         _multiply_scratch, _multiply,     _eliminate,
-                                  _largest_magnitude, _invert_lower,     _invert_upper, _add_rows,
-                                  _add_moments,       _transpose};
+constexpr matrix_kernels level = {
+    simd::name,        _multiply_scratch, _multiply,     _eliminate,   _largest_magnitude,
+    _invert_lower,     _invert_upper,     _fold_along,   _fold_across, _add_moments,
+    _fold_differences, _transpose,        _transpose_all};
 
 } // namespace
 // NOLINTEND(misc-definitions-in-headers)

@@ -8,6 +8,7 @@
 
 #include "matrix/element_access.hpp"
 #include "matrix/matrix_internal.hpp"
+#include "matrix/strided.hpp"
 #include "matrix/telemetry_matrix_internal.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
@@ -257,10 +258,7 @@ static double **_matrix_take_values_of_view(matrix *m)
     if (rows == nullptr) {
         return nullptr;
     }
-    const element_reader elements(m);
-    for (uint32_t i = 0; i < m->nrows; ++i) {
-        elements.copy_run(i, 0, m->ncols, rows[i]);
-    }
+    _matrix_copy_elements(m, rows[0]);
     m->fn_destroy(&m->matrix);
     VESK_REQUIRE(m->matrix == nullptr, "m->matrix == ((void *)0)");
     m->type = MATRIX_TYPE_REGULAR;

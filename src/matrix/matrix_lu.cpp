@@ -7,7 +7,9 @@
 #include <vesk/matrix_ops.h>
 #include <vesk/matrix_value.h>
 
+#include "matrix/element_access.hpp"
 #include "matrix/kernels.hpp"
+#include "matrix/strided.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
@@ -212,10 +214,42 @@ static void _matrix_exchange_rows(matrix *b, uint32_t i, uint32_t j)
     }
 }
 
+// The rows of a view are columns in memory, each of which is visited once: exchange(line) makes all
+// exchanges in one of them. False when the elements of `b` do not lie like that.
+template <typename Exchange>
+static bool _matrix_exchange_in_columns(matrix *b, Exchange exchange)
+{
+    strided_elements elements = {};
+    if (b->values != nullptr || !_matrix_find_elements(b, &elements) || elements.row != 1) {
+        return false;
+    }
+    for (uint32_t c = 0; c < b->ncols; ++c) {
+        exchange(elements.base + c * elements.column);
+    }
+    return true;
+}
+
+static void _matrix_exchange_forwards(double *line, const matrix *p)
+{
+    for (uint32_t k = 0; k + 1 < p->nrows; ++k) {
+        std::swap(line[k], line[_matrix_index_at(p, k)]);
+    }
+}
+
+static void _matrix_exchange_backwards(double *line, const matrix *p)
+{
+    for (uint32_t k = p->nrows - 1; k-- > 0;) {
+        std::swap(line[k], line[_matrix_index_at(p, k)]);
+    }
+}
+
 static void _matrix_permute_rows(matrix *b, const matrix *p)
 {
     const uint32_t rows = matrix_get_number_rows(b);
     VESK_REQUIRE(rows == matrix_get_number_rows(p), "rows == matrix_get_number_rows(p)");
+    if (_matrix_exchange_in_columns(b, [p](double *at) { _matrix_exchange_forwards(at, p); })) {
+        return;
+    }
     for (uint32_t k = 0; k + 1 < rows; ++k) {
         _matrix_exchange_rows(b, k, _matrix_index_at(p, k));
     }
@@ -225,6 +259,9 @@ static void _matrix_permute_rows_reversed(matrix *b, const matrix *q)
 {
     const uint32_t rows = matrix_get_number_rows(b);
     VESK_REQUIRE(rows == matrix_get_number_rows(q), "rows == matrix_get_number_rows(p)");
+    if (_matrix_exchange_in_columns(b, [q](double *at) { _matrix_exchange_backwards(at, q); })) {
+        return;
+    }
     for (uint32_t k = rows - 1; k-- > 0;) {
         _matrix_exchange_rows(b, k, _matrix_index_at(q, k));
     }
@@ -234,10 +271,7 @@ static void _matrix_permute_rows_reversed(matrix *b, const matrix *q)
 static void _matrix_permute_columns_reversed(matrix *b, const matrix *q)
 {
     for (uint32_t r = 0; r < b->nrows; ++r) {
-        double *row = b->values[r];
-        for (uint32_t k = b->ncols - 1; k-- > 0;) {
-            std::swap(row[k], row[_matrix_index_at(q, k)]);
-        }
+        _matrix_exchange_backwards(b->values[r], q);
     }
 }
 
@@ -289,9 +323,11 @@ matrix *matrix_lu_get_upper(matrix_lu *lu)
 // is exactly zero.
 static bool _matrix_substitute(const matrix *m, matrix *b, uint32_t i, uint32_t begin, uint32_t end)
 {
+    const element_reader elements(m);
+    const element_reader right(b);
     double sum = 0.0;
     for (uint32_t j = begin; j < end; ++j) {
-        sum = fma(matrix_get(m, i, j), matrix_get(b, j, 0), sum);
+        sum = fma(elements.get(i, j), right.get(j, 0), sum);
     }
     const double diagonal = matrix_get(m, i, i);
     if (diagonal == 0.0) {

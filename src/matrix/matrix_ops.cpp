@@ -17,6 +17,48 @@ using owned_matrix = owned<matrix, matrix_destroy>;
 // --- element by element
 // ---------------------------------------------------------------------------
 
+// What an operation does with the elements of two matrices, one way round or the other.
+struct replace {
+    static constexpr arrival what = arrival::replace;
+    double operator()(double, double x) const { return x; }
+};
+
+struct add {
+    static constexpr arrival what = arrival::add;
+    double operator()(double old, double x) const { return old + x; }
+};
+
+struct subtract {
+    static constexpr arrival what = arrival::subtract;
+    double operator()(double old, double x) const { return old - x; }
+};
+
+template <typename Operation>
+concept arriving = requires
+{
+    Operation::what;
+};
+
+template <typename Operation>
+static void _matrix_combine_rows(const strided_elements &out, const strided_elements &in,
+                                 std::size_t nrows, std::size_t ncols, Operation operation)
+{
+    for (std::size_t i = 0; i < nrows; ++i) {
+        double *target = out.base + i * out.row;
+        const double *source = in.base + i * in.row;
+        if (out.column == 1 && in.column == 1) {
+            for (std::size_t j = 0; j < ncols; ++j) {
+                target[j] = operation(target[j], source[j]);
+            }
+        } else {
+            for (std::size_t j = 0; j < ncols; ++j) {
+                double &element = target[j * out.column];
+                element = operation(element, source[j * in.column]);
+            }
+        }
+    }
+}
+
 // to(i, j) = operation(to(i, j), from(i, j)) for every element, in rows from left to right wherever
 // the order can be seen, that is where both matrices show the same values in another order.
 template <typename Operation>
@@ -42,20 +84,14 @@ static void _matrix_combine(matrix *to, const matrix *from, Operation operation)
         std::swap(out.row, out.column);
         std::swap(in.row, in.column);
     }
-    for (std::size_t i = 0; i < outside; ++i) {
-        double *target = out.base + i * out.row;
-        const double *source = in.base + i * in.row;
-        if (out.column == 1 && in.column == 1) {
-            for (std::size_t j = 0; j < inside; ++j) {
-                target[j] = operation(target[j], source[j]);
-            }
-        } else {
-            for (std::size_t j = 0; j < inside; ++j) {
-                double &element = target[j * out.column];
-                element = operation(element, source[j * in.column]);
-            }
+    if constexpr (arriving<Operation>) {
+        if (in.column != 1 && !order_shows) {
+            _matrix_kernels().transpose_all(Operation::what, in.base, in.column, out.base, out.row,
+                                            outside, inside);
+            return;
         }
     }
+    _matrix_combine_rows(out, in, outside, inside, operation);
 }
 
 // A matrix like `m` with operation(m(i, j)) for elements.
@@ -92,7 +128,7 @@ void matrix_accum(matrix *m1, const matrix *m2)
     VESK_REQUIRE(m1 != nullptr, "m1 != ((void *)0)");
     VESK_REQUIRE(m2 != nullptr, "m2 != ((void *)0)");
     VESK_REQUIRE(matrix_is_equal_dimensions(m1, m2), "matrix_is_equal_dimensions (m1, m2)");
-    _matrix_combine(m1, m2, [](double x, double y) { return x + y; });
+    _matrix_combine(m1, m2, add());
 }
 
 matrix *matrix_add(const matrix *m1, const matrix *m2)
@@ -119,8 +155,8 @@ matrix *matrix_subtract(const matrix *m1, const matrix *m2)
         VESK_REQUIRE(qe_get_last_error() < 0, "qe_get_last_error() < 0");
         return nullptr;
     }
-    _matrix_combine(difference, m1, [](double, double x) { return x; });
-    _matrix_combine(difference, m2, [](double x, double y) { return x - y; });
+    _matrix_combine(difference, m1, replace());
+    _matrix_combine(difference, m2, subtract());
     return difference;
 }
 
@@ -200,57 +236,68 @@ matrix *matrix_multiply(const matrix *m1, const matrix *m2)
     return product.release();
 }
 
+// --- sums of rows
+// ----------------------------------------------------------------------------
+
+void _matrix_fold_rows(fold what, const matrix_view &x, const matrix_view &y, std::size_t nrows,
+                       std::size_t ncols, double *sum)
+{
+    const matrix_kernels &kernels = _matrix_kernels();
+    const bool differences = what == fold::squared_differences;
+    if (x.column == 1 && (!differences || y.column == 1)) {
+        kernels.fold_along(what, {x.base, x.row, y.base, y.row, 1, nrows, ncols}, sum);
+        return;
+    }
+    if (x.row == 1 && (!differences || y.row <= 1)) {
+        const std::size_t y_step = differences ? y.row : 1;
+        kernels.fold_across(what, {x.base, x.column, y.base, y.column, y_step, ncols, nrows}, sum);
+        return;
+    }
+    // The square of a difference is the same whichever operand is taken from the other.
+    const bool x_in_rows = x.column == 1;
+    kernels.fold_differences(x_in_rows ? y : x, x_in_rows ? x : y, nrows, ncols, sum);
+}
+
 // --- statistics of columns
 // ------------------------------------------------------------------------
 
-// Hands the rows of `m` from top to bottom to visit(first element, distance of rows, rows, columns,
-// first row, first column), in blocks whose rows lie in one piece. False when there is no memory
-// for the blocks of a view.
-template <typename Visit>
-static bool _matrix_visit_rows(const matrix *m, Visit visit)
+// mean[j] and m2[j] of each column of a matrix: that of a view is turned round block by block, from
+// top to bottom, in a buffer that stays in the first-level cache.
+static void _matrix_add_moments(const matrix_view &view, std::size_t nrows, std::size_t ncols,
+                                double *mean, double *m2)
 {
-    // A block and the part of the view that it comes from stay in the first-level cache.
-    constexpr std::size_t height = 32;
-    constexpr std::size_t side = 64;
-    const std::size_t nrows = matrix_get_number_rows(m);
-    const std::size_t ncols = matrix_get_number_columns(m);
-    const operand elements(m);
-    if (!elements) {
-        return false;
-    }
-    const matrix_view &view = elements.view();
+    const matrix_kernels &kernels = _matrix_kernels();
     if (view.column == 1) {
-        visit(view.base, view.row, nrows, ncols, std::size_t(0), std::size_t(0));
-        return true;
+        kernels.add_moments(view.base, view.row, nrows, ncols, 0, mean, m2);
+        return;
     }
-    const owned_memory<double> block(allocate<double>(height * side));
-    if (!block) {
-        return false;
-    }
+    constexpr std::size_t height = 8;
+    constexpr std::size_t side = 128;
+    alignas(64) double block[height * side];
     for (std::size_t j = 0; j < ncols; j += side) {
         const std::size_t columns = std::min(side, ncols - j);
         for (std::size_t i = 0; i < nrows; i += height) {
             const std::size_t rows = std::min(height, nrows - i);
-            _matrix_kernels().transpose(view.base + i * view.row + j * view.column, view.column,
-                                        block.get(), side, rows, columns);
-            visit(block.get(), side, rows, columns, i, j);
+            kernels.transpose(view.base + i + j * view.column, view.column, block, side, rows,
+                              columns);
+            kernels.add_moments(block, side, rows, columns, i, mean + j, m2 + j);
         }
     }
-    return true;
 }
 
 matrix *matrix_column_sum(const matrix *m)
 {
     VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
-    owned_matrix sums(matrix_create_with_dimensions(1, matrix_get_number_columns(m)));
-    if (!sums ||
-        !_matrix_visit_rows(m, [&](const double *base, std::size_t stride, std::size_t rows,
-                                   std::size_t columns, std::size_t, std::size_t j) {
-            _matrix_kernels().add_rows(base, stride, rows, columns, sums->values[0] + j);
-        })) {
+    const uint32_t ncols = matrix_get_number_columns(m);
+    owned_matrix sums(matrix_create_with_dimensions(1, ncols));
+    const operand elements(m);
+    if (!sums || !elements) {
         VESK_REQUIRE(qe_get_last_error() < 0, "qe_get_last_error() < 0");
         return nullptr;
     }
+    const matrix_view &x = elements.view();
+    _matrix_fold_rows(fold::elements, {x.base, x.column, x.row}, {}, ncols, m->nrows,
+                      sums->values[0]);
     return sums.release();
 }
 
@@ -270,15 +317,12 @@ matrix *matrix_column_std_dev(const matrix *m)
     const uint32_t ncols = matrix_get_number_columns(m);
     owned_matrix deviation(matrix_create_with_dimensions(1, ncols));
     const owned_memory<double> mean(allocate_zeroed<double>(ncols));
-    if (!deviation || !mean ||
-        !_matrix_visit_rows(m, [&](const double *base, std::size_t stride, std::size_t rows,
-                                   std::size_t columns, std::size_t i, std::size_t j) {
-            _matrix_kernels().add_moments(base, stride, rows, columns, i, mean.get() + j,
-                                          deviation->values[0] + j);
-        })) {
+    const operand elements(m);
+    if (!deviation || !mean || !elements) {
         VESK_REQUIRE(qe_get_last_error() < 0, "qe_get_last_error() < 0");
         return nullptr;
     }
+    _matrix_add_moments(elements.view(), m->nrows, ncols, mean.get(), deviation->values[0]);
     const double count = matrix_get_number_rows(m);
     _matrix_combine(deviation.get(), deviation.get(),
                     [count](double, double m2) { return sqrt(m2 / count); });
@@ -288,45 +332,33 @@ matrix *matrix_column_std_dev(const matrix *m)
 // --- distances of rows
 // ----------------------------------------------------------------------------
 
-// A column with result(i) for every row i, from the rows of `m`; `row(i)` gives the elements of
-// one.
-template <typename Result>
-static matrix *_matrix_column_from_rows(const matrix *m, Result result)
+// A column with finish(sum) of the fold over each row of `m`.
+template <typename Finish>
+static matrix *_matrix_column_from_rows(fold what, const matrix *m, const matrix_view &y,
+                                        Finish finish)
 {
     const uint32_t nrows = matrix_get_number_rows(m);
-    const operand elements(m, operand::layout::rows);
+    const operand elements(m);
     owned_matrix column(matrix_create_with_dimensions(nrows, 1));
     if (!elements || !column) {
         VESK_REQUIRE(qe_get_last_error() < 0, "qe_get_last_error() < 0");
         return nullptr;
     }
-    for (uint32_t i = 0; i < nrows; ++i) {
-        column->values[i][0] = result(elements.row(i), i);
-    }
+    double *sum = column->values[0];
+    _matrix_fold_rows(what, elements.view(), y, nrows, m->ncols, sum);
+    std::transform(sum, sum + nrows, sum, finish);
     return column.release();
 }
 
-static double _matrix_distance_sq(const double *row1, const double *row2, uint32_t n)
+static double _matrix_root(double sum)
 {
-    double sum = 0.0;
-    for (uint32_t j = 0; j < n; ++j) {
-        const double difference = row1[j] - row2[j];
-        sum = sum + difference * difference;
-    }
-    return sum;
+    return sqrt(sum);
 }
 
 matrix *matrix_euclidean_length(const matrix *m)
 {
     VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
-    const uint32_t ncols = matrix_get_number_columns(m);
-    return _matrix_column_from_rows(m, [ncols](const double *row, uint32_t) {
-        double sum = 0.0;
-        for (uint32_t j = 0; j < ncols; ++j) {
-            sum = fma(row[j], row[j], sum);
-        }
-        return sqrt(sum);
-    });
+    return _matrix_column_from_rows(fold::squares, m, {}, _matrix_root);
 }
 
 matrix *matrix_euclidean_distance(const matrix *m1, const matrix *m2)
@@ -337,13 +369,11 @@ matrix *matrix_euclidean_distance(const matrix *m1, const matrix *m2)
     const uint32_t cols1 = matrix_get_number_columns(m1);
     VESK_REQUIRE(rows1 == matrix_get_number_rows(m2), "rows1 == matrix_get_number_rows (m2)");
     VESK_REQUIRE(cols1 == matrix_get_number_columns(m2), "cols1 == matrix_get_number_columns (m2)");
-    const operand other(m2, operand::layout::rows);
+    const operand other(m2);
     if (!other) {
         return nullptr;
     }
-    return _matrix_column_from_rows(m1, [&](const double *row, uint32_t i) {
-        return sqrt(_matrix_distance_sq(row, other.row(i), cols1));
-    });
+    return _matrix_column_from_rows(fold::squared_differences, m1, other.view(), _matrix_root);
 }
 
 matrix *matrix_euclidean_distance_sq_with_row_vector(const matrix *m1, const matrix *m2)
@@ -353,17 +383,33 @@ matrix *matrix_euclidean_distance_sq_with_row_vector(const matrix *m1, const mat
     const uint32_t ncols = matrix_get_number_columns(m1);
     VESK_REQUIRE(matrix_get_number_rows(m2) == 1, "matrix_get_number_rows (m2) == 1");
     VESK_REQUIRE(ncols == matrix_get_number_columns(m2), "ncols == matrix_get_number_columns (m2)");
-    const operand vector(m2, operand::layout::rows);
+    const operand vector(m2);
     if (!vector) {
         return nullptr;
     }
-    return _matrix_column_from_rows(m1, [&](const double *row, uint32_t) {
-        return _matrix_distance_sq(row, vector.row(0), ncols);
-    });
+    // The same row beside each one of m1.
+    const matrix_view &v = vector.view();
+    return _matrix_column_from_rows(fold::squared_differences, m1, {v.base, 0, v.column},
+                                    [](double sum) { return sum; });
 }
 
 // --- normalisation
 // --------------------------------------------------------------------------------
+
+// A copy of `m` with direct access, which is regular when m is a view.
+static matrix *_matrix_copy_with_rows(const matrix *m)
+{
+    strided_elements elements = {};
+    if (m->values == nullptr && _matrix_find_elements(m, &elements)) {
+        matrix *copy = matrix_create(m->nrows, m->ncols);
+        if (copy != nullptr) {
+            _matrix_combine(copy, m, replace());
+        }
+        return copy;
+    }
+    owned_matrix copy(matrix_copy(m));
+    return copy && matrix_enable_direct_access(copy.get()) != nullptr ? copy.release() : nullptr;
+}
 
 // A copy of `m` with operation(x, mean, deviation) for every element x, by column; a deviation that
 // is zero within tolerance counts as 1.0.
@@ -379,10 +425,10 @@ static matrix *_matrix_gaussian(const matrix *m, const matrix *mean, const matri
     VESK_REQUIRE(matrix_get_number_columns(mean) == cols,
                  "matrix_get_number_columns (mean) == cols");
     VESK_REQUIRE(matrix_is_equal_dimensions(mean, std), "matrix_is_equal_dimensions (mean, std)");
-    owned_matrix result(matrix_copy(m));
+    owned_matrix result(_matrix_copy_with_rows(m));
     const owned_memory<double> means(allocate<double>(cols));
     const owned_memory<double> deviations(allocate<double>(cols));
-    if (!result || !means || !deviations || matrix_enable_direct_access(result.get()) == nullptr) {
+    if (!result || !means || !deviations) {
         VESK_REQUIRE(qe_get_last_error() < 0, "qe_get_last_error() < 0");
         return nullptr;
     }

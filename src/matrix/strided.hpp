@@ -36,6 +36,26 @@ inline bool _matrix_find_elements(const matrix *m, strided_elements *elements)
     return true;
 }
 
+// Copies the elements of `m`, row after row, to memory that is not part of it.
+inline void _matrix_copy_elements(const matrix *m, double *to)
+{
+    strided_elements found = {};
+    if (_matrix_find_elements(m, &found) && found.column != 1) {
+        _matrix_kernels().transpose_all(arrival::replace, found.base, found.column, to, m->ncols,
+                                        m->nrows, m->ncols);
+        return;
+    }
+    const element_reader elements(m);
+    for (uint32_t i = 0; i < m->nrows; ++i) {
+        elements.copy_run(i, 0, m->ncols, to + static_cast<std::size_t>(i) * m->ncols);
+    }
+}
+
+// sum[i] goes on over the elements of row i of x (and of y, when differences are folded; rows 0
+// apart are one row for all).
+void _matrix_fold_rows(fold what, const matrix_view &x, const matrix_view &y, std::size_t nrows,
+                       std::size_t ncols, double *sum);
+
 // The elements of an operand, in place or as a copy that lives as long as this object.
 class operand
 {
@@ -61,21 +81,10 @@ public:
 private:
     void copy(const matrix *m)
     {
-        const uint32_t nrows = m->nrows;
-        const uint32_t ncols = m->ncols;
-        copy_.reset(allocate<double>(static_cast<std::size_t>(nrows) * ncols));
-        view_ = {copy_.get(), ncols, 1};
-        if (!copy_) {
-            return;
-        }
-        strided_elements found = {};
-        if (_matrix_find_elements(m, &found)) {
-            _matrix_kernels().transpose(found.base, found.column, copy_.get(), ncols, nrows, ncols);
-            return;
-        }
-        const element_reader elements(m);
-        for (uint32_t i = 0; i < nrows; ++i) {
-            elements.copy_run(i, 0, ncols, copy_.get() + static_cast<std::size_t>(i) * ncols);
+        copy_.reset(allocate<double>(static_cast<std::size_t>(m->nrows) * m->ncols));
+        view_ = {copy_.get(), m->ncols, 1};
+        if (copy_) {
+            _matrix_copy_elements(m, copy_.get());
         }
     }
 

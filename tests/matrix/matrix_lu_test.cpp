@@ -228,6 +228,21 @@ TEST_P(MatrixLu, SolvesTheFirstColumnOnly)
     matrix_destroy(&m);
 }
 
+TEST_P(MatrixLu, SolvesForAViewAsForWhatItShows)
+{
+    std::mt19937 random(11);
+    const table values = plain::random_values(random, 6, 6);
+    const table right = plain::random_values(random, 6, 3);
+    matrix *m = plain::make(values, MATRIX_TYPE_TRANSPOSED);
+    matrix *view = plain::make(right, MATRIX_TYPE_TRANSPOSED);
+    matrix *regular = plain::make(right);
+    matrix *expected = matrix_lu_solve_for(m, regular);
+    plain::expect_same(plain::values_of(expected), matrix_lu_solve_for(m, view));
+    for (matrix **used : {&m, &view, &regular, &expected}) {
+        matrix_destroy(used);
+    }
+}
+
 TEST(MatrixLuPreconditions, Abort)
 {
     matrix *wide = matrix_create(2, 3);

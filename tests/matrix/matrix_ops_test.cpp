@@ -100,6 +100,24 @@ double distance_sq(const std::vector<double> &a, const std::vector<double> &b)
     return sum;
 }
 
+void expect_plain_norms(const table &a, const matrix *m)
+{
+    double largest = 0.0;
+    double squares = 0.0;
+    for (const auto &row : a) {
+        double sum = 0.0;
+        for (const double x : row) {
+            sum = sum + fabs(x);
+            squares = fma(x, x, squares);
+        }
+        largest = sum > largest ? sum : largest;
+    }
+    EXPECT_EQ(largest, matrix_norm_inf(m));
+    if (!std::isnan(squares)) {
+        EXPECT_EQ(sqrt(squares), matrix_norm_F(m));
+    }
+}
+
 // Every operation on operands of two types against its plain form.
 void expect_plain_bits(const table &a, const table &b, uint32_t type1, uint32_t type2)
 {
@@ -134,6 +152,8 @@ void expect_plain_bits(const table &a, const table &b, uint32_t type1, uint32_t 
     plain::expect_same(
         row_statistic(a, [&](std::size_t i) { return sqrt(distance_sq(a[i], b[i])); }),
         matrix_euclidean_distance(m1, m2));
+
+    expect_plain_norms(a, m1);
 
     table magnitudes = map(a, [](double x) { return fabs(x); });
     matrix *positive = plain::make(magnitudes, type1);
@@ -179,6 +199,20 @@ TEST_P(MatrixOps, HaveTheBitsOfThePlainOrder)
                 expect_plain_bits(plain::random_values(random, nrows, ncols, special),
                                   plain::random_values(random, nrows, ncols, special), type1,
                                   type2);
+            }
+        }
+    }
+}
+
+TEST_P(MatrixOps, OfManyBlocksHaveTheBitsOfThePlainOrder)
+{
+    std::mt19937 random(10);
+    for (const auto &[nrows, ncols] :
+         {std::pair<std::size_t, std::size_t>{141, 137}, {3, 1030}, {1030, 3}}) {
+        for (const uint32_t type1 : all_types) {
+            for (const uint32_t type2 : all_types) {
+                expect_plain_bits(plain::random_values(random, nrows, ncols),
+                                  plain::random_values(random, nrows, ncols), type1, type2);
             }
         }
     }

@@ -1,8 +1,7 @@
 // Shared by the levels that have vectors of four elements at least.
-#ifndef VESK_MATRIX_KERNELS_TRANSPOSE_HPP
-#define VESK_MATRIX_KERNELS_TRANSPOSE_HPP
+#ifndef VESK_MATRIX_KERNELS_AVX_HPP
+#define VESK_MATRIX_KERNELS_AVX_HPP
 
-#include <cstddef>
 #include <immintrin.h>
 
 namespace
