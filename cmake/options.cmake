@@ -1,3 +1,15 @@
+# Results are the same bits everywhere, so arithmetic is neither fused nor reordered. The flag below
+# comes after those of the environment and wins over them; what it cannot undo is refused.
+set(reordering "-Ofast|-ffast-math|-funsafe-math-optimizations|-fassociative-math|-freciprocal-math")
+string(APPEND reordering "|-ffinite-math-only|-fno-signed-zeros|-ffp-model=(fast|aggressive)")
+string(TOUPPER "${CMAKE_BUILD_TYPE}" type)
+foreach(flags CMAKE_C_FLAGS CMAKE_CXX_FLAGS CMAKE_C_FLAGS_${type} CMAKE_CXX_FLAGS_${type}
+    CMAKE_EXE_LINKER_FLAGS CMAKE_SHARED_LINKER_FLAGS)
+  if(" ${${flags}} " MATCHES " (${reordering}) ")
+    message(FATAL_ERROR "${flags} holds ${CMAKE_MATCH_1}: results would no longer be the same bits.")
+  endif()
+endforeach()
+
 # Flags that hold for everything that is built here.
 add_library(vesk_options INTERFACE)
 target_compile_options(vesk_options INTERFACE
