@@ -12,8 +12,8 @@ void begin_watching(const guard_rules &rules);
 // finding.
 void end_watching();
 
-// Calls are not watched any more, whatever was kept: a finding is about to be reported, and its input
-// is stored outside of the scratch folder.
+// Calls are not watched any more, whatever was kept: a finding is about to be reported, and its
+// input is stored outside of the scratch folder.
 void stop_watching();
 
 // Instead of end_watching(), where the guarded code was left in the middle: gives everything back.
