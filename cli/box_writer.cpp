@@ -370,6 +370,19 @@ void box_writer::open()
     recorder_.reset(recorder);
 }
 
+// What is wrong in the files is mended once.
+void box_writer::open_mended()
+{
+    try {
+        open();
+    } catch (const storage_failure &) {
+        throw;
+    } catch (const failure &) {
+        recover();
+        open();
+    }
+}
+
 void box_writer::create()
 {
     const auto [samples, intervals] = complete_shape(shape_);
@@ -543,6 +556,11 @@ int box_writer::write_vector()
         return result;
     }
     const bool moved_on = recorder_->next_file_number != number;
+    // Not every failure to save it is told.
+    if (moved_on && read_state(base_).error != 0) {
+        recorder_.reset();
+        open_mended();
+    }
     sync_if_due(moved_on);
     if (moved_on || backup_is_due_) {
         back_up();
@@ -583,7 +601,7 @@ int box_writer::write_first_history()
     }
     errno = outcome.error();
     if (outcome.result() == 0) {
-        open();
+        open_mended();
     }
     return outcome.result();
 }

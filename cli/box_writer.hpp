@@ -100,6 +100,7 @@ private:
     void refuse_moved_box() const;
     void recover();
     void open();
+    void open_mended();
     void create();
     void reopen();
     void require_room() const;

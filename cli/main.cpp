@@ -309,6 +309,10 @@ int run(int argc, char **argv)
                    verbs.empty() ? "" : verbs.front()->get_name() + " ");
         return exit_usage;
     }
+    // Who writes to a box ends it in order, whatever becomes of those who listen.
+    if (record_verb->parsed() || import_verb->parsed()) {
+        (void)std::signal(SIGPIPE, SIG_IGN);
+    }
     if (record_verb->parsed()) {
         return record(options.record);
     }

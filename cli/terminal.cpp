@@ -30,6 +30,13 @@ void make_room()
     }
 }
 
+// A log that takes no more is no reason to end a recording.
+void say(const std::string &text)
+{
+    (void)std::fputs(text.c_str(), stderr);
+    (void)std::fflush(stderr);
+}
+
 bool colour_on_stderr()
 {
     return colour_wanted(isatty(STDERR_FILENO) == 1, getenv("NO_COLOR"), getenv("TERM"));
@@ -48,13 +55,13 @@ void complain(std::string_view text)
 {
     make_room();
     const bool colour = colour_on_stderr();
-    fmt::print(stderr, "{}vesk:{} {}\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "", text);
+    say(fmt::format("{}vesk:{} {}\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "", text));
 }
 
 void note(std::string_view text)
 {
     make_room();
-    fmt::print(stderr, "vesk: note: {}\n", text);
+    say(fmt::format("vesk: note: {}\n", text));
 }
 
 std::string printable(std::string_view text)
@@ -82,16 +89,14 @@ void status_line::show(std::string_view text)
         return;
     }
     // One column stays free: a full line would wrap and leave its first half behind.
-    fmt::print(stderr, "\r\033[K{}", text.substr(0, terminal_width() - 1));
-    std::fflush(stderr);
+    say(fmt::format("\r\033[K{}", text.substr(0, terminal_width() - 1)));
     shown_line = this;
 }
 
 void status_line::clear()
 {
     if (shown_line == this) {
-        fmt::print(stderr, "\r\033[K");
-        std::fflush(stderr);
+        say("\r\033[K");
         shown_line = nullptr;
     }
 }

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
-#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,6 +19,7 @@
 #include "box_writer.hpp"
 #include "common/temporary_directory.hpp"
 #include "failure.hpp"
+#include "quick_folder.hpp"
 #include "telemetry_text.hpp"
 #include "verbs.hpp"
 
@@ -36,13 +36,6 @@ using ::testing::internal::GetCapturedStderr;
 using ::testing::internal::GetCapturedStdout;
 
 constexpr int64_t new_year = 1704067200;
-
-// In memory where there is such a folder: thousands of boxes are made here, and all are synced.
-std::filesystem::path quick_folder()
-{
-    const std::filesystem::path memory("/dev/shm");
-    return access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
-}
 
 class Verbs : public ::testing::Test
 {
