@@ -244,31 +244,41 @@ bool is_nothing_left(const folder_content &files)
 
 int take_header(const vesk_scan_item *item, void *context)
 {
-    *static_cast<bool *>(context) |= item->kind == VESK_SCAN_HEADER;
+    if (item->kind == VESK_SCAN_HEADER) {
+        static_cast<std::set<uint32_t> *>(context)->insert(item->capacity);
+    }
     return 0;
 }
 
-bool is_headed(const std::string &name)
+// The capacities in the headers of the buffers of a kind.
+std::set<uint32_t> capacities(const folder_content &files, const char *kind)
 {
-    bool found = false;
-    (void)vesk_scan_buffer(name.c_str(), take_header, &found);
+    std::set<uint32_t> found;
+    for (const auto &[name, bytes] : files) {
+        if (name.find(kind) != std::string::npos) {
+            (void)vesk_scan_buffer(name.c_str(), take_header, &found);
+        }
+    }
     return found;
 }
 
-// No state file, no backup and no history tells how many intervals a buffer becomes.
+// No state file that agrees with the buffers, nor the buffers of both kinds, tell the sizes.
 bool are_sizes_lost(const folder_content &files)
 {
+    const std::set<uint32_t> samples = capacities(files, "cbuf");
+    const std::set<uint32_t> intervals = capacities(files, "hbuf");
     for (const char *name : {"r.state", "r.state.bak"}) {
         vesk_state_summary summary;
-        const int result = vesk_scan_state(name, &summary);
+        const bool whole = vesk_scan_state(name, &summary) == 0;
+        const bool agrees =
+            (samples.empty() || samples.count(summary.num_cb_samples) != 0) &&
+            (intervals.empty() || intervals.count(2 * summary.num_hb_intervals) != 0);
         vesk_state_summary_destruct(&summary);
-        if (result == 0) {
+        if (whole && agrees) {
             return false;
         }
     }
-    return std::none_of(files.begin(), files.end(), [](const auto &file) {
-        return file.first.find("hbuf") != std::string::npos && is_headed(file.first);
-    });
+    return samples.empty() || intervals.empty();
 }
 
 // The working folder is the damaged box.
