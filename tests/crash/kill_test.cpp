@@ -397,7 +397,7 @@ TEST_F(Kill, AgainAndAgainLosesNothing)
 {
     const bool all = is_long_form();
     const trial_results results = run_trials(
-        all ? 1000 : 10, [&](std::size_t i) { return check_again_and_again(i, all ? 100 : 25); },
+        all ? 200 : 10, [&](std::size_t i) { return check_again_and_again(i, all ? 100 : 25); },
         600);
     printf("%zu boxes, killed %llu times and %llu times in recoveries, %zu failed\n", results.tried,
            static_cast<unsigned long long>(results.counts[recovered]),
