@@ -250,7 +250,7 @@ std::optional<incoming_event> event_inbox::take() const
 event_reply send_event(const std::string &base, const event &what, double seconds)
 {
     const double deadline = monotonic_seconds() + seconds;
-    const event_reply nobody = {event_reply::outcome::nobody, event_answer::refused, ""};
+    event_reply nobody = {event_reply::outcome::nobody, event_answer::refused, ""};
     socket_address address(socket_of(base));
     const file_descriptor to(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     int pair[2] = {-1, -1};
