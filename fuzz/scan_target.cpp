@@ -47,11 +47,11 @@ private:
     void see_gap(const vesk_scan_item &item)
     {
         end_stream();
-        skip_empty_streams(item.offset);
+        skip_empty_streams(static_cast<std::size_t>(item.offset));
         expect(item.content == nullptr && item.error < 0, "damage has no content but a reason");
         expect_equal(static_cast<long long>(position_), static_cast<long long>(item.offset),
                      "damage begins where what was good ends");
-        position_ = item.offset + item.length;
+        position_ = static_cast<std::size_t>(item.offset + item.length);
         damaged_ = true;
     }
 
@@ -59,10 +59,10 @@ private:
     {
         if (!in_stream_ || item.offset != stream_.offset) {
             end_stream();
-            skip_empty_streams(item.offset);
+            skip_empty_streams(static_cast<std::size_t>(item.offset));
             expect_equal(static_cast<long long>(position_), static_cast<long long>(item.offset),
                          "streams follow each other");
-            stream_ = inflate_stream(file_, item.offset);
+            stream_ = inflate_stream(file_, static_cast<std::size_t>(item.offset));
             in_stream_ = true;
             expect(stream_.complete, "only complete streams are shown");
         }

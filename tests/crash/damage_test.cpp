@@ -90,7 +90,8 @@ int take_record(const vesk_scan_item *item, void *context)
 {
     auto *list = static_cast<record_list *>(context);
     if (item->values != nullptr || item->event != nullptr || item->interval != nullptr) {
-        list->records.push_back({list->file, item->offset, item->length, text_of(*item)});
+        list->records.push_back({list->file, static_cast<std::size_t>(item->offset),
+                                 static_cast<std::size_t>(item->length), text_of(*item)});
     }
     return 0;
 }

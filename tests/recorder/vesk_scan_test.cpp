@@ -263,7 +263,7 @@ std::string damage(std::size_t length, int error)
 // Items follow each other in the file: nothing is left out and nothing comes twice.
 void expect_whole(const seen_items &items, std::size_t size)
 {
-    std::size_t end = 0;
+    uint64_t end = 0;
     for (const seen_item &item : items) {
         if (item.content_offset == 0) {
             EXPECT_EQ(end, item.offset);

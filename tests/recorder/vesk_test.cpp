@@ -602,7 +602,7 @@ TEST_F(Recorder, ATaggedEventThatDoesNotReachTheFileIsAFailure)
 {
     owned_recorder recorder = create_with(2);
     {
-        const file_size_limit full(fs::file_size("r.1.cbuf.z"));
+        const file_size_limit full(static_cast<std::size_t>(fs::file_size("r.1.cbuf.z")));
         EXPECT_EQ(-41, write_tagged(recorder.get(), 1, 2));
     }
     EXPECT_EQ(0, write_tagged(recorder.get(), 1, 2));
