@@ -409,7 +409,7 @@ int vesk_scan_buffer(const char *filename, vesk_scan_visitor visit, void *contex
     VESK_REQUIRE(visit != nullptr, "visit != ((void *)0)");
     byte_store file;
     const int loaded = _load_file(filename, &file);
-    if (loaded < 0) {
+    if (loaded < 0 || file.size() == 0) {
         return loaded;
     }
     return buffer_scan(filename, visit, context).run(file.begin(), file.size());
