@@ -26,13 +26,19 @@ static double _matrix_sum_squares(const strided_elements &elements, std::size_t 
     // A line of the cache holds this element of so many rows: their first fetches those of the
     // next.
     constexpr std::size_t line = 8;
+    constexpr std::size_t room = 128;
+    double gathered[room];
     for (std::size_t i = 0; i < nrows; ++i) {
-        for (std::size_t j = 0; j < ncols; ++j) {
-            const double *element = &elements.at(i, j);
-            if (i % line == 0) {
-                __builtin_prefetch(element + line);
+        for (std::size_t begin = 0; begin < ncols; begin += room) {
+            const std::size_t columns = std::min(room, ncols - begin);
+            for (std::size_t j = 0; j < columns; ++j) {
+                const double *element = &elements.at(i, begin + j);
+                if (i % line == 0) {
+                    __builtin_prefetch(element + line);
+                }
+                gathered[j] = *element;
             }
-            sum = fma(*element, *element, sum);
+            kernels.fold_along(fold::squares, {gathered, 0, nullptr, 0, 1, 1, columns}, &sum);
         }
     }
     return sum;
