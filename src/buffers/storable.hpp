@@ -2,14 +2,19 @@
 #ifndef VESK_BUFFERS_STORABLE_HPP
 #define VESK_BUFFERS_STORABLE_HPP
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 
 #include <vesk/error.h>
+#include <vesk/sensor.h>
 #include <vesk/timestamp.h>
 #include <vesk/vesk_cb_record_event.h>
 
 #include "io/fields.hpp"
+#include "support/object.hpp"
+#include "support/owner.hpp"
 
 // The history counts the types from 1 up to this one.
 inline constexpr uint32_t last_event_type = 5;
@@ -30,6 +35,20 @@ inline int check_storable_text(const char *text)
         return QE_ERROR_MALFORMED;
     }
     return strnlen(text, max_stored_count + 1) > max_stored_count ? QE_ERROR_LIMIT : 0;
+}
+
+// 0, -6 when a sensor is there twice, or -22. Equal names share one canonical sensor, so pointers
+// are all that has to be compared.
+inline int check_repetition(sensor *const *sensors, uint32_t n)
+{
+    const owned_memory<const sensor *> sorted(allocate<const sensor *>(n));
+    if (!sorted) {
+        return QE_ERROR_NO_MEMORY;
+    }
+    const sensor **end = std::transform(sensors, sensors + n, sorted.get(),
+                                        [](const sensor *s) { return s->canonical; });
+    std::sort(sorted.get(), end, std::less<>());
+    return std::adjacent_find(sorted.get(), end) == end ? 0 : QE_ERROR_MALFORMED;
 }
 
 // 0, or the code of what is wrong with a live event: its type (-6), time (-11) or text.

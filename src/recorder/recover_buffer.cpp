@@ -12,6 +12,7 @@
 #include <vesk/vesk_cb_record.h>
 #include <vesk/vesk_hb_record.h>
 
+#include "buffers/storable.hpp"
 #include "io/fields.hpp"
 #include "support/object.hpp"
 
@@ -56,38 +57,24 @@ static bool _is_taken(const sensor_array *sensors, uint32_t n, const char *name)
     return false;
 }
 
-// A name that none of the sensors has: `stem` with the first number behind it that makes one.
-static sensor *_create_fresh_sensor(const sensor_array *sensors, const char *stem, uint32_t from)
+// A name that none of the sensors has, and none of those that take the place of the first `made`
+// ones: `stem` with the first number from `made` + 1 on that makes one.
+static sensor *_create_fresh_sensor(const sensor_array *sensors, const sensor_array *replacements,
+                                    uint32_t made, const char *stem)
 {
+    // The number must not make the name too long to be stored.
+    constexpr int longest_stem = max_stored_count - 16;
     const std::size_t size = strlen(stem) + 16;
     const owned_memory<char> name(allocate<char>(size));
     if (!name) {
         return nullptr;
     }
     const uint32_t n = sensor_array_get_size(sensors);
+    uint32_t number = made;
     do {
-        snprintf(name.get(), size, "%s.%u", stem, from++);
-    } while (_is_taken(sensors, n, name.get()));
+        snprintf(name.get(), size, "%.*s.%u", longest_stem, stem, ++number);
+    } while (_is_taken(sensors, n, name.get()) || _is_taken(replacements, made, name.get()));
     return sensor_create(name.get());
-}
-
-// Whether some sensor has the name of another one. History cannot be merged with such sensors.
-static bool _has_repeated_names(const sensor_array *sensors, bool *no_memory)
-{
-    const uint32_t n = sensor_array_get_size(sensors);
-    const owned_memory<const char *> sorted(allocate<const char *>(n));
-    if (!sorted) {
-        *no_memory = true;
-        return false;
-    }
-    for (uint32_t i = 0; i < n; ++i) {
-        sorted.get()[i] = _name_at(sensors, i);
-    }
-    std::sort(sorted.get(), sorted.get() + n,
-              [](const char *a, const char *b) { return strcmp(a, b) < 0; });
-    return std::adjacent_find(sorted.get(), sorted.get() + n, [](const char *a, const char *b) {
-               return strcmp(a, b) == 0;
-           }) != sorted.get() + n;
 }
 
 // A copy in which no name is empty and, if `unique`, none is repeated. Null without memory.
@@ -103,10 +90,10 @@ static vesk_cb_record_sensor_names *_create_mended_names(const vesk_cb_record_se
     mended->sensors = sensor_array_create_empty(n);
     for (uint32_t i = 0; mended->sensors != nullptr && i < n; ++i) {
         const char *name = _name_at(names->sensors, i);
-        sensor *made = name[0] == 0 ? _create_fresh_sensor(names->sensors, nameless, i + 1)
-                       : unique && _is_taken(names->sensors, i, name)
-                           ? _create_fresh_sensor(names->sensors, name, i + 1)
-                           : sensor_create(name);
+        const bool stays = name[0] != 0 && !(unique && _is_taken(names->sensors, i, name));
+        sensor *made = stays ? sensor_create(name)
+                             : _create_fresh_sensor(names->sensors, mended->sensors, i,
+                                                    name[0] == 0 ? nameless : name);
         if (made == nullptr) {
             return nullptr;
         }
@@ -171,10 +158,16 @@ private:
     }
 
     // What is done to a record of the stream at hand.
-    int tell_record(vesk_recover_action action, const vesk_scan_item &item, int error)
+    int tell_record(vesk_recover_action action, int error)
     {
         stream_.changed = true;
-        return tell(action, item.offset, item.length, 1, error);
+        return tell(action, stream_.offset, stream_.length, 1, error);
+    }
+
+    int tell_mended(vesk_recover_action action)
+    {
+        ++contents_->records_mended;
+        return tell_record(action, QE_ERROR_MALFORMED);
     }
 
     // --- streams
@@ -227,7 +220,7 @@ private:
         case VESK_SCAN_BARE_EVENT:
             return take_event(item);
         default:
-            return set_aside(item, item.error);
+            return set_aside(item.error);
         }
     }
 
@@ -243,14 +236,15 @@ private:
         return told != 0 ? told : copy_source(item.offset, item.length, &buffer_mender::keep_torn);
     }
 
-    int set_aside(const vesk_scan_item &item, int error)
+    // Takes a record out of the stream at hand, which is kept as a whole.
+    int set_aside(int error)
     {
         ++contents_->records_aside;
         if (!stream_.to_torn) {
-            contents_->bytes_aside += item.length;
+            contents_->bytes_aside += stream_.length;
         }
         stream_.to_torn = true;
-        return tell_record(VESK_RECOVER_SET_ASIDE, item, error);
+        return tell_record(VESK_RECOVER_SET_ASIDE, error);
     }
 
     int end_stream()
@@ -416,13 +410,17 @@ private:
     {
         // Names that wait already are for nothing.
         int result = waiting_names_.size() > 0 ? skip_waiting_names() : 0;
-        bool no_memory = false;
+        // History cannot be merged with a sensor that is there twice.
         const bool unique = !is_current();
-        const bool good =
-            item.error == 0 && !(unique && _has_repeated_names(item.names->sensors, &no_memory));
-        if (result != 0 || no_memory) {
-            return result != 0 ? result : static_cast<int>(QE_ERROR_NO_MEMORY);
+        const sensor_array *sensors = item.names->sensors;
+        const int repeated = unique && result == 0
+                                 ? check_repetition(sensor_array_get_sensors(sensors),
+                                                    sensor_array_get_size(sensors))
+                                 : 0;
+        if (result != 0 || repeated == QE_ERROR_NO_MEMORY) {
+            return result != 0 ? result : repeated;
         }
+        const bool good = item.error == 0 && repeated == 0;
         waiting_in_stream_ = !is_current();
         if (good) {
             result = keep_names(item.names);
@@ -432,8 +430,7 @@ private:
         if (!mended) {
             return QE_ERROR_NO_MEMORY;
         }
-        ++contents_->records_mended;
-        result = tell_record(VESK_RECOVER_MEND_TEXT, item, QE_ERROR_MALFORMED);
+        result = tell_mended(VESK_RECOVER_MEND_TEXT);
         return result != 0 ? result : append_names(mended.get());
     }
 
@@ -444,9 +441,7 @@ private:
             return 0;
         }
         waiting_in_stream_ = false;
-        stream_.changed = true;
-        ++contents_->records_aside;
-        return tell(VESK_RECOVER_SET_ASIDE, stream_.offset, stream_.length, 1, QE_ERROR_MALFORMED);
+        return set_aside(QE_ERROR_MALFORMED);
     }
 
     // Puts the names that wait before the interval that is about to come.
@@ -488,12 +483,12 @@ private:
     }
 
     // Sees to it that names for `n` sensors, or any, govern the record.
-    int require_names(const vesk_scan_item &item, uint32_t n, int64_t time)
+    int require_names(uint32_t n, int64_t time)
     {
         if (n_names_ > 0 && (n == 0 || n == n_names_)) {
             return 0;
         }
-        const int told = tell_record(VESK_RECOVER_NAME_SENSORS, item,
+        const int told = tell_record(VESK_RECOVER_NAME_SENSORS,
                                      n_names_ == 0 ? QE_ERROR_UNKNOWN_KIND : QE_ERROR_MALFORMED);
         return told != 0 ? told : replace_names(n, time);
     }
@@ -538,30 +533,28 @@ private:
     }
 
     // Behind the type and the version of a record its time: version, seconds, microseconds.
-    static constexpr std::size_t sample_microseconds = 4 + 1 + 1 + 4;
-    static constexpr std::size_t event_microseconds = 4 + 1 + 4 + 1 + 4;
-    static constexpr std::size_t interval_microseconds = 4 + 1 + 1 + 4;
+    static constexpr std::size_t first_microseconds = 4 + 1 + 1 + 4;
+    // An event has its own type between the two.
+    static constexpr std::size_t event_microseconds = first_microseconds + 4;
     static constexpr std::size_t timestamp_size = 9;
 
     int take_sample(const vesk_scan_item &item)
     {
         vesk_cb_record_sensor_values *values = item.values;
         if (!is_current() || is_full()) {
-            return set_aside(item, QE_ERROR_MALFORMED);
+            return set_aside(QE_ERROR_MALFORMED);
         }
-        const bool bad_time = has_bad_time(item, values->timestamp, sample_microseconds);
+        const bool bad_time = has_bad_time(item, values->timestamp, first_microseconds);
         mend_time(&values->timestamp);
         const int64_t time = values->timestamp.tv.tv_sec;
-        int result = require_names(item, values->n_sensors, time);
+        int result = require_names(values->n_sensors, time);
         if (result == 0) {
             result = count_data(time, time, is_empty(*values));
         }
-        if (result != 0 || !bad_time) {
-            return result != 0 ? result : append(item);
+        if (result == 0 && bad_time) {
+            result = tell_mended(VESK_RECOVER_MEND_TIME);
         }
-        ++contents_->records_mended;
-        result = tell_record(VESK_RECOVER_MEND_TIME, item, QE_ERROR_MALFORMED);
-        return result != 0 ? result : append_sample(values);
+        return result != 0 ? result : bad_time ? append_sample(values) : append(item);
     }
 
     int append_sample(const vesk_cb_record_sensor_values *values)
@@ -576,27 +569,25 @@ private:
     {
         vesk_hb_record_sensor_values *interval = item.interval;
         if (is_current() || is_full()) {
-            return set_aside(item, QE_ERROR_MALFORMED);
+            return set_aside(QE_ERROR_MALFORMED);
         }
         const bool bad_time =
-            has_bad_time(item, interval->start, interval_microseconds) ||
-            has_bad_time(item, interval->end, interval_microseconds + timestamp_size);
+            has_bad_time(item, interval->start, first_microseconds) ||
+            has_bad_time(item, interval->end, first_microseconds + timestamp_size);
         mend_time(&interval->start);
         mend_time(&interval->end);
         const int64_t start = interval->start.tv.tv_sec;
-        int result = require_names(item, interval->n_sensors, start);
+        int result = require_names(interval->n_sensors, start);
         if (result == 0) {
             result = use_waiting_names();
         }
         if (result == 0) {
             result = count_data(start, interval->end.tv.tv_sec, is_empty(*interval));
         }
-        if (result != 0 || !bad_time) {
-            return result != 0 ? result : append(item);
+        if (result == 0 && bad_time) {
+            result = tell_mended(VESK_RECOVER_MEND_TIME);
         }
-        ++contents_->records_mended;
-        result = tell_record(VESK_RECOVER_MEND_TIME, item, QE_ERROR_MALFORMED);
-        return result != 0 ? result : append_interval(interval);
+        return result != 0 ? result : bad_time ? append_interval(interval) : append(item);
     }
 
     int append_interval(const vesk_hb_record_sensor_values *interval)
@@ -610,26 +601,24 @@ private:
     int take_event(const vesk_scan_item &item)
     {
         vesk_cb_record_event *event = item.event;
-        if (!is_current() || event->type < 1 || event->type > 5) {
-            return set_aside(item, QE_ERROR_MALFORMED);
+        if (!is_current() || event->type < 1 || event->type > last_event_type) {
+            return set_aside(QE_ERROR_MALFORMED);
         }
         const bool bare = item.kind == VESK_SCAN_BARE_EVENT;
         const bool bad_time = has_bad_time(item, event->timestamp,
                                            event_microseconds - (bare ? sizeof event->type : 0));
         mend_time(&event->timestamp);
-        int result = require_names(item, 0, event->timestamp.tv.tv_sec);
+        int result = require_names(0, event->timestamp.tv.tv_sec);
         if (result == 0 && bare) {
             ++contents_->events_tagged;
-            result = tell_record(VESK_RECOVER_TAG_EVENT, item, QE_ERROR_MALFORMED);
+            result = tell_record(VESK_RECOVER_TAG_EVENT, QE_ERROR_MALFORMED);
         }
         if (result == 0 && bad_time) {
-            ++contents_->records_mended;
-            result = tell_record(VESK_RECOVER_MEND_TIME, item, QE_ERROR_MALFORMED);
+            result = tell_mended(VESK_RECOVER_MEND_TIME);
         }
         const bool bad_text = has_bad_text(item);
         if (result == 0 && bad_text) {
-            ++contents_->records_mended;
-            result = tell_record(VESK_RECOVER_MEND_TEXT, item, QE_ERROR_MALFORMED);
+            result = tell_mended(VESK_RECOVER_MEND_TEXT);
         }
         ++contents_->events;
         if (result != 0 || !(bare || bad_time || bad_text)) {
@@ -647,14 +636,19 @@ private:
         return length == 0 || length + fixed != item.content_length;
     }
 
-    int append_event(const vesk_cb_record_event *event)
+    int append_event(vesk_cb_record_event *event)
     {
+        if (event->text[0] == 0) {
+            char *text = duplicate_string(textless);
+            if (text == nullptr) {
+                return QE_ERROR_NO_MEMORY;
+            }
+            free(event->text);
+            event->text = text;
+        }
         return append_form([event](field_writer fields) {
             return fields.u32(VESK_CB_RECORD_EVENT)
-                .byte(1)
-                .u32(event->type)
-                .form(binary_serializer_write_timestamp, &event->timestamp)
-                .string(event->text[0] == 0 ? textless : event->text);
+                .form(binary_serializer_write_vesk_cb_record_event, event);
         });
     }
 

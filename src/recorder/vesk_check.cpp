@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <functional>
-
 #include <vesk/error.h>
 #include <vesk/sensor_array.h>
 #include <vesk/telemetry_matrix.h>
@@ -8,8 +5,6 @@
 #include <vesk/vesk_check.h>
 
 #include "buffers/storable.hpp"
-#include "support/object.hpp"
-#include "support/owner.hpp"
 #include "support/precondition.hpp"
 
 // Looks at each sensor alone. A vector that was widened has places without a sensor.
@@ -25,19 +20,6 @@ static int _check_names(sensor *const *sensors, uint32_t n)
         }
     }
     return 0;
-}
-
-// Equal names share one canonical sensor, so pointers are all that has to be compared.
-static int _check_repetition(sensor *const *sensors, uint32_t n)
-{
-    const owned_memory<const sensor *> sorted(allocate<const sensor *>(n));
-    if (!sorted) {
-        return QE_ERROR_NO_MEMORY;
-    }
-    const sensor **end = std::transform(sensors, sensors + n, sorted.get(),
-                                        [](const sensor *s) { return s->canonical; });
-    std::sort(sorted.get(), end, std::less<>());
-    return std::adjacent_find(sorted.get(), end) == end ? 0 : QE_ERROR_MALFORMED;
 }
 
 int vesk_check_vector(const matrix *vector)
@@ -57,7 +39,7 @@ int vesk_check_vector(const matrix *vector)
         return QE_ERROR_LIMIT;
     }
     const int result = _check_names(sensor_array_get_sensors(sensors), n);
-    return result < 0 ? result : _check_repetition(sensor_array_get_sensors(sensors), n);
+    return result < 0 ? result : check_repetition(sensor_array_get_sensors(sensors), n);
 }
 
 int vesk_check_event(const vesk_cb_record_event *event)

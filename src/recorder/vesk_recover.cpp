@@ -157,11 +157,6 @@ struct arrangement {
     }
 };
 
-uint32_t names_of_stage(uint32_t stage)
-{
-    return std::min<uint32_t>(stage, 3);
-}
-
 uint32_t kind_of_place(uint32_t stage, uint32_t place)
 {
     return stage == VESK_ZCF_STATE_HCC && place == 0 ? VESK_BUFFER_TYPE_HIST
@@ -205,7 +200,7 @@ private:
             return QE_ERROR_LIMIT;
         }
         snprintf(state_path_, sizeof state_path_, "%s.state", base_);
-        snprintf(backup_path_, sizeof backup_path_, "%s.state.bak", base_);
+        snprintf(backup_path_, sizeof backup_path_, "%s.state%s", base_, backup_suffix);
         buffer_names names;
         const int listed = _vesk_list_buffer_names(base_, "", &names);
         if (listed < 0) {
@@ -289,7 +284,7 @@ private:
         if (summary.error != 0) {
             return false;
         }
-        for (uint32_t i = 0; i < names_of_stage(summary.state); ++i) {
+        for (uint32_t i = 0; i < summary.num_names; ++i) {
             buffer_name name;
             if (!find_named(summary.names[i], &name) ||
                 name.kind != kind_of_place(summary.state, i) || files_.find(name) == nullptr ||
@@ -595,17 +590,17 @@ private:
         char torn_path[max_filename];
         format_beside(torn_path, path, torn_suffix);
         struct stat status = {};
-        const bool grows_too_long =
-            stat(torn_path, &status) != 0 ||
-            status.st_size + static_cast<off_t>(torn.size()) > max_torn_size;
-        const owned_file file(fopen(torn_path, grows_too_long ? "w" : "a"));
+        const bool begins_anew = stat(torn_path, &status) != 0 ||
+                                 status.st_size + static_cast<off_t>(torn.size()) > max_torn_size;
+        const owned_file file(fopen(torn_path, begins_anew ? "w" : "a"));
         if (!file) {
             return QE_ERROR_OPEN;
         }
         if (fwrite(torn.begin(), 1, torn.size(), file.get()) != torn.size()) {
             return QE_ERROR_IO;
         }
-        return _vesk_sync_file(file.get());
+        const int synced = _vesk_sync_file(file.get());
+        return synced != 0 || !begins_anew ? synced : _vesk_sync_folder(torn_path);
     }
 
     static int cut_file(const char *path, uint64_t offset)

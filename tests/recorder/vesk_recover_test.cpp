@@ -146,7 +146,7 @@ protected:
                                  list->clear();
                                  const sensor_array *s = item->names->sensors;
                                  for (uint32_t i = 0; i < sensor_array_get_size(s); ++i) {
-                                     char name[64];
+                                     char name[10001];
                                      list->emplace_back(
                                          sensor_get_name(sensor_array_get(s, static_cast<int>(i)),
                                                          name, sizeof name));
@@ -408,6 +408,26 @@ TEST_F(Recover, GivesRepeatedSensorsOfAHistoryNamesOfTheirOwn)
     goes_on(15);
 }
 
+TEST_F(Recover, GivesNoNameThatAnotherSensorHasOrGets)
+{
+    make_box(14);
+    const std::string longest(10000, 'x');
+    write_file("r.4.hbuf.z", compressed_stream(stored_buffer_header(2, 4) +
+                                               stored_names_record(1001, {"a", "a", "a", "a.2",
+                                                                          longest, longest})));
+    const std::vector<std::string> summaries(6, stored_summary({1, 2}));
+    for (uint32_t i = 0; i < 4; ++i) {
+        append("r.4.hbuf.z",
+               compressed_stream(stored_interval_record(1001 + 2 * i, 1002 + 2 * i, summaries)));
+    }
+    recover();
+    const std::vector<std::string> found = sensors_in("r.4.hbuf.z");
+    EXPECT_EQ((std::set<std::string>(found.begin(), found.end())).size(), found.size());
+    EXPECT_EQ((std::vector<std::string>{"a", "a.3", "a.4", "a.2"}),
+              (std::vector<std::string>(found.begin(), found.begin() + 4)));
+    goes_on(15);
+}
+
 TEST_F(Recover, LeavesOneNamesRecordBetweenTwoIntervalsOfAHistory)
 {
     make_box(14);
@@ -425,6 +445,9 @@ TEST_F(Recover, LeavesOneNamesRecordBetweenTwoIntervalsOfAHistory)
     const step set_aside = {VESK_RECOVER_SET_ASIDE, "r.4.hbuf.z", 1};
     EXPECT_EQ((steps{set_aside, set_aside}), plan());
     EXPECT_EQ(4U, recover().intervals_kept);
+    EXPECT_EQ(compressed_stream(stored_names_record(1003, {"b"})) +
+                  compressed_stream(stored_names_record(1005, {"d"})),
+              read_file("r.4.hbuf.z.torn"));
     EXPECT_EQ((std::vector<std::string>{"d"}), sensors_in("r.4.hbuf.z"));
     goes_on(15);
 }
