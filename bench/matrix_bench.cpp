@@ -244,7 +244,7 @@ void distance_floor(benchmark::State &state)
 
 void add_sizes(benchmark::internal::Benchmark *b, const std::string &name)
 {
-    std::vector<int> sizes = {100, 1000};
+    std::vector<int> sizes = {100, 1000, 1024};
     if (name == "multiply") {
         sizes = {32, 33, 100, 127, 128, 257, 512, 1000, 1024};
     } else if (name == "lu" || name == "inverse") {

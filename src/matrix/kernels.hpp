@@ -81,24 +81,20 @@ struct matrix_kernels {
     // sum[j] goes on over the elements j of all lines, in increasing line.
     void (*fold_across)(fold what, const fold_operands &operands, double *sum);
 
-    // mean[j] and m2[j] of each column go on by m rows after the first `count`, by the running-mean
-    // method (Welford 1962).
-    void (*add_moments)(const double *base, std::size_t stride, std::size_t m, std::size_t n,
-                        std::size_t count, double *mean, double *m2);
+    // mean[j] and m2[j], the sum of the squares around it, of each column of m rows, by the
+    // running-mean method (Welford 1962), where the rows or the columns lie in one piece. Both
+    // results are zero before.
+    void (*moments)(const matrix_view &x, std::size_t m, std::size_t n, double *mean, double *m2);
 
     // sum[i] goes on over the squares of x(i, j) - y(i, j) in increasing j, not fused, where x has
     // its columns and y its rows in one piece.
     void (*fold_differences)(const matrix_view &x, const matrix_view &y, std::size_t nrows,
                              std::size_t ncols, double *sum);
 
-    // to (m rows of n, to_stride apart) = the transpose of n rows of m, from_stride apart: for
-    // small blocks, from left to right in the rows.
-    void (*transpose)(const double *from, std::size_t from_stride, double *to,
+    // The transpose of n rows of m elements, from_stride apart, comes to m rows of n, to_stride
+    // apart.
+    void (*transpose)(arrival what, const double *from, std::size_t from_stride, double *to,
                       std::size_t to_stride, std::size_t m, std::size_t n);
-
-    // The transpose of a whole matrix comes to another one.
-    void (*transpose_all)(arrival what, const double *from, std::size_t from_stride, double *to,
-                          std::size_t to_stride, std::size_t m, std::size_t n);
 };
 
 // The levels, best first; null where this build or this processor has none.

@@ -19,6 +19,7 @@ struct simd {
     static constexpr std::size_t block_columns = 4080;
     static constexpr std::size_t triangle_rows = 8;
     static constexpr std::size_t triangle_vectors = 2;
+    static constexpr std::size_t moment_vectors = 4;
 
     using vector = __m512d;
     using mask = __mmask8;

@@ -35,30 +35,26 @@ inline simd::vector _arrive(simd::vector old, simd::vector x)
     }
 }
 
-// What to fetch beforehand, in elements behind each row read and in rows behind those written.
-struct fetch_ahead {
-    size_t from;
-    size_t to;
-};
+// Elements behind each row read, and rows behind those written, that are fetched beforehand.
+constexpr size_t fetch_ahead = 16;
 
-template <arrival What, bool From, bool To>
-inline void _transpose_square(const double *from, size_t from_stride, double *to, size_t to_stride,
-                              fetch_ahead ahead)
+template <arrival What, bool Fetch>
+inline void _transpose_square(const double *from, size_t from_stride, double *to, size_t to_stride)
 {
     simd::vector square[width];
 #pragma GCC unroll 16
     for (size_t r = 0; r < width; ++r) {
         square[r] = simd::load(from + r * from_stride);
-        if (From) {
-            __builtin_prefetch(from + r * from_stride + ahead.from);
+        if (Fetch) {
+            __builtin_prefetch(from + r * from_stride + fetch_ahead);
         }
     }
     simd::transpose(square);
 #pragma GCC unroll 16
     for (size_t r = 0; r < width; ++r) {
         double *row = to + r * to_stride;
-        if (To) {
-            __builtin_prefetch(row + ahead.to * to_stride, 1);
+        if (Fetch) {
+            __builtin_prefetch(row + fetch_ahead * to_stride, 1);
         }
         const simd::vector old = What == arrival::replace ? square[r] : simd::load(row);
         simd::store(row, _arrive<What>(old, square[r]));
@@ -88,36 +84,29 @@ void _transpose_part(const double *from, size_t from_stride, double *to, size_t 
     }
 }
 
-template <arrival What, bool From, bool To>
+template <arrival What, bool Fetch>
 inline void _transpose_corner(const double *from, size_t from_stride, double *to, size_t to_stride,
-                              size_t m, size_t n, fetch_ahead ahead)
+                              size_t m, size_t n)
 {
     if (m >= width && n >= width) {
-        _transpose_square<What, From, To>(from, from_stride, to, to_stride, ahead);
+        _transpose_square<What, Fetch>(from, from_stride, to, to_stride);
     } else {
         _transpose_part<What>(from, from_stride, to, to_stride, smaller(width, m),
                               smaller(width, n));
     }
 }
 
-// With Ahead, what follows the m elements of each row is fetched for the next call.
-template <bool Ahead>
-void _transpose_squares(const double *from, size_t from_stride, double *to, size_t to_stride,
-                        size_t m, size_t n)
+// Of a small block, from left to right in the rows.
+void _transpose_block(const double *from, size_t from_stride, double *to, size_t to_stride,
+                      size_t m, size_t n)
 {
     for (size_t j = 0; j < n; j += width) {
         for (size_t i = 0; i < m; i += width) {
-            _transpose_corner<arrival::replace, Ahead, false>(
-                from + j * from_stride + i, from_stride, to + i * to_stride + j, to_stride, m - i,
-                n - j, {m < 24 ? 24 : m, 0});
+            _transpose_corner<arrival::replace, false>(from + j * from_stride + i, from_stride,
+                                                       to + i * to_stride + j, to_stride, m - i,
+                                                       n - j);
         }
     }
-}
-
-void _transpose(const double *from, size_t from_stride, double *to, size_t to_stride, size_t m,
-                size_t n)
-{
-    _transpose_squares<true>(from, from_stride, to, to_stride, m, n);
 }
 
 // In panels of rows of `from` and, within, of elements that fill a line of the cache.
@@ -126,21 +115,19 @@ void _transpose_panels(const double *from, size_t from_stride, double *to, size_
                        size_t m, size_t n)
 {
     constexpr size_t panel = 128;
-    constexpr fetch_ahead ahead = {16, 16};
-    constexpr bool fetch = width > 1;
     for (size_t j0 = 0; j0 < n; j0 += panel) {
         for (size_t i = 0; i < m; i += width) {
             for (size_t j = j0; j < smaller(j0 + panel, n); j += width) {
-                _transpose_corner<What, fetch, fetch>(from + j * from_stride + i, from_stride,
-                                                      to + i * to_stride + j, to_stride, m - i,
-                                                      n - j, ahead);
+                _transpose_corner<What, (width > 1)>(from + j * from_stride + i, from_stride,
+                                                     to + i * to_stride + j, to_stride, m - i,
+                                                     n - j);
             }
         }
     }
 }
 
-void _transpose_all(arrival what, const double *from, size_t from_stride, double *to,
-                    size_t to_stride, size_t m, size_t n)
+void _transpose(arrival what, const double *from, size_t from_stride, double *to, size_t to_stride,
+                size_t m, size_t n)
 {
     if (what == arrival::replace) {
         _transpose_panels<arrival::replace>(from, from_stride, to, to_stride, m, n);
@@ -294,7 +281,7 @@ void _pack(const matrix_view &from, size_t rows, size_t columns, double *to, siz
     if (from.column == 1) {
         _copy_rows(from.base, from.row, to, to_stride, rows, columns);
     } else {
-        _transpose_squares<false>(from.base, from.column, to, to_stride, rows, columns);
+        _transpose_block(from.base, from.column, to, to_stride, rows, columns);
     }
 }
 
@@ -673,67 +660,176 @@ void _invert_upper(const double *factors, size_t stride, size_t n, size_t first,
 // --- folds
 // ----------------------------------------------------------------------------------------
 
+// Whether a fold has x only.
 template <fold What>
-inline double _fold_step(double sum, double x, double y)
+constexpr bool alone = What != fold::squared_differences;
+
+// What each element gives to the sum, and how it comes to it.
+template <fold What>
+inline simd::vector _fold_term(simd::vector x, simd::vector y)
 {
-    if constexpr (What == fold::elements) {
-        return sum + x;
-    } else if constexpr (What == fold::magnitudes) {
-        return sum + __builtin_fabs(x);
-    } else if constexpr (What == fold::squares) {
-        return __builtin_fma(x, x, sum);
+    if constexpr (What == fold::magnitudes) {
+        return simd::magnitude(x);
+    } else if constexpr (What == fold::squared_differences) {
+        const simd::vector difference = simd::subtract(x, y);
+        return simd::multiply(difference, difference);
     } else {
-        const double difference = x - y;
-        return sum + difference * difference;
+        return x;
     }
 }
 
-// Lines side by side, because each waits for its last sum.
-template <fold What, size_t Lines>
-void _fold_lines(const fold_operands &o, size_t line, double *sum)
+template <fold What>
+inline simd::vector _fold_step(simd::vector sum, simd::vector term)
 {
-    for (; line + Lines <= o.lines; line += Lines) {
-        const double *x = o.x + line * o.x_line;
-        const double *y = What == fold::squared_differences ? o.y + line * o.y_line : x;
-        double total[Lines];
-        for (size_t l = 0; l < Lines; ++l) {
-            total[l] = sum[line + l];
+    if constexpr (What == fold::squares) {
+        return simd::fused(term, term, sum);
+    } else {
+        return simd::add(sum, term);
+    }
+}
+
+struct every_lane {
+};
+
+inline simd::vector _load(const double *from, every_lane)
+{
+    return simd::load(from);
+}
+
+inline simd::vector _load(const double *from, simd::mask lanes)
+{
+    return simd::load(from, lanes);
+}
+
+inline void _store(double *to, simd::vector v, every_lane)
+{
+    simd::store(to, v);
+}
+
+inline void _store(double *to, simd::vector v, simd::mask lanes)
+{
+    simd::store(to, v, lanes);
+}
+
+// Calls visit(begin, lanes, how many) for each vector of n elements; in line, so that what the
+// visit carries along stays in registers.
+template <typename Visit>
+[[gnu::always_inline]] inline void _visit_vectors(size_t n, Visit visit)
+{
+    const size_t whole = n / width * width;
+    for (size_t j = 0; j < whole; j += width) {
+        visit(j, every_lane{}, width);
+    }
+    if (whole < n) {
+        visit(whole, simd::first_lanes(n - whole), n - whole);
+    }
+}
+
+template <size_t N>
+struct vectors {
+    static constexpr size_t count = N;
+};
+
+// Calls visit(vectors, begin, n) for groups of lines: the most vectors of them first, and what does
+// not fill a vector last.
+template <size_t Vectors, typename Visit>
+inline void _visit_groups(size_t lines, size_t begin, Visit visit)
+{
+    constexpr size_t group = Vectors * width;
+    for (; begin + group <= lines || (Vectors == 1 && begin < lines); begin += group) {
+        visit(vectors<Vectors>{}, begin, smaller(group, lines - begin));
+    }
+    if constexpr (Vectors > 1) {
+        _visit_groups<Vectors / 2>(lines, begin, visit);
+    }
+}
+
+// terms[c] becomes what element c of so many lines of x (and of y) gives, a line in each lane. Of
+// lines that are not there nothing is read.
+template <fold What, typename Lanes>
+inline void _load_terms(const double *x, size_t x_line, const double *y, size_t y_line,
+                        size_t lines, Lanes lanes, simd::vector *terms)
+{
+#pragma GCC unroll 16
+    for (size_t l = 0; l < width; ++l) {
+        const size_t line = smaller(l, lines - 1);
+        __builtin_prefetch(x + line * x_line + fetch_ahead);
+        const simd::vector from_x = _load(x + line * x_line, lanes);
+        terms[l] = _fold_term<What>(from_x, alone<What> ? from_x : _load(y + line * y_line, lanes));
+    }
+    simd::transpose(terms);
+}
+
+// Lines side by side, because each waits for its last sum: vectors of them, turned round on the
+// way.
+template <fold What, size_t Vectors>
+void _fold_group(const fold_operands &o, size_t begin, size_t lines, double *sum)
+{
+    const simd::mask some = simd::first_lanes(smaller(width, lines));
+    simd::vector total[Vectors];
+#pragma GCC unroll 16
+    for (size_t v = 0; v < Vectors; ++v) {
+        total[v] = simd::load(sum + begin + v * width, some);
+    }
+    const auto add_elements = [&](size_t j, auto lanes, size_t n) __attribute__((always_inline))
+    {
+        simd::vector terms[Vectors][width];
+#pragma GCC unroll 16
+        for (size_t v = 0; v < Vectors; ++v) {
+            const size_t line = begin + v * width;
+            const double *y = alone<What> ? nullptr : o.y + line * o.y_line + j;
+            _load_terms<What>(o.x + line * o.x_line + j, o.x_line, y, o.y_line, lines - v * width,
+                              lanes, terms[v]);
         }
-        for (size_t j = 0; j < o.n; ++j) {
-#pragma GCC unroll 8
-            for (size_t l = 0; l < Lines; ++l) {
-                total[l] =
-                    _fold_step<What>(total[l], x[l * o.x_line + j], y[l * o.y_line + j * o.y_step]);
+        for (size_t c = 0; c < n; ++c) {
+#pragma GCC unroll 16
+            for (size_t v = 0; v < Vectors; ++v) {
+                total[v] = _fold_step<What>(total[v], terms[v][c]);
             }
         }
-        for (size_t l = 0; l < Lines; ++l) {
-            sum[line + l] = total[l];
-        }
+    };
+    _visit_vectors(o.n, add_elements);
+#pragma GCC unroll 16
+    for (size_t v = 0; v < Vectors; ++v) {
+        simd::store(sum + begin + v * width, total[v], some);
     }
-    if constexpr (Lines > 1) {
-        _fold_lines<What, Lines / 2>(o, line, sum);
-    }
+}
+
+constexpr size_t fold_lines = 8;
+
+template <fold What>
+void _fold_lines(const fold_operands &o, double *sum)
+{
+    const auto fold_group = [&](auto group, size_t begin, size_t lines) {
+        _fold_group<What, decltype(group)::count>(o, begin, lines, sum);
+    };
+    _visit_groups<fold_lines / width>(o.lines, 0, fold_group);
 }
 
 // So many columns of sums stay in the first-level cache.
 constexpr size_t statistics_columns = 1024;
 
-// Several lines on each visit of the sums.
+// Several lines on each visit of the sums. With Same, y has one element for all of a line.
 template <fold What, size_t Lines, bool Same>
 void _fold_into(const fold_operands &o, size_t line, size_t begin, size_t columns, double *sum)
 {
     for (; line + Lines <= o.lines; line += Lines) {
-        double *__restrict total = sum + begin;
-        const double *__restrict x = o.x + line * o.x_line + begin;
-        const double *__restrict y =
-            What == fold::squared_differences ? o.y + line * o.y_line + (Same ? 0 : begin) : x;
-        for (size_t j = 0; j < columns; ++j) {
+        const double *x = o.x + line * o.x_line + begin;
+        const double *y = alone<What> ? nullptr : o.y + line * o.y_line + (Same ? 0 : begin);
+        const auto add_lines = [&](size_t j, auto lanes, size_t) __attribute__((always_inline))
+        {
+            simd::vector total = _load(sum + begin + j, lanes);
 #pragma GCC unroll 8
             for (size_t l = 0; l < Lines; ++l) {
-                total[j] = _fold_step<What>(total[j], x[l * o.x_line + j],
-                                            y[l * o.y_line + (Same ? 0 : j)]);
+                const simd::vector from_x = _load(x + l * o.x_line + j, lanes);
+                const simd::vector from_y = alone<What> ? from_x
+                                            : Same      ? simd::fill(y[l * o.y_line])
+                                                        : _load(y + l * o.y_line + j, lanes);
+                total = _fold_step<What>(total, _fold_term<What>(from_x, from_y));
             }
-        }
+            _store(sum + begin + j, total, lanes);
+        };
+        _visit_vectors(columns, add_lines);
     }
     if constexpr (Lines > 1) {
         _fold_into<What, Lines / 2, Same>(o, line, begin, columns, sum);
@@ -745,7 +841,7 @@ void _fold_columns(const fold_operands &o, double *sum)
 {
     for (size_t j = 0; j < o.n; j += statistics_columns) {
         const size_t columns = smaller(statistics_columns, o.n - j);
-        if (What == fold::squared_differences && o.y_step == 0) {
+        if (!alone<What> && o.y_step == 0) {
             _fold_into<What, 4, true>(o, 0, j, columns, sum);
         } else {
             _fold_into<What, 4, false>(o, 0, j, columns, sum);
@@ -756,7 +852,7 @@ void _fold_columns(const fold_operands &o, double *sum)
 template <fold... All>
 void _fold_any_along(fold what, const fold_operands &o, double *sum)
 {
-    ((what == All ? _fold_lines<All, 8>(o, 0, sum) : void()), ...);
+    ((what == All ? _fold_lines<All>(o, sum) : void()), ...);
 }
 
 template <fold... All>
@@ -783,7 +879,6 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
                        double *sum)
 {
     constexpr size_t panel = 128;
-    constexpr size_t ahead = 16;
     for (size_t j0 = 0; j0 < ncols; j0 += panel) {
         const size_t end = smaller(j0 + panel, ncols);
         for (size_t i = 0; i < nrows; i += width) {
@@ -799,7 +894,7 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
                     square[r] = simd::fill(0.0);
                     if (r < rows) {
                         square[r] = simd::load(row, simd::first_lanes(columns));
-                        __builtin_prefetch(row + ahead * y.row);
+                        __builtin_prefetch(row + fetch_ahead * y.row);
                     }
                 }
                 simd::transpose(square);
@@ -807,7 +902,7 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
                 for (size_t c = 0; c < width; ++c) {
                     if (c < columns) {
                         const double *column = x.base + (j + c) * x.column + i;
-                        __builtin_prefetch(column + ahead);
+                        __builtin_prefetch(column + fetch_ahead);
                         const simd::vector difference =
                             simd::subtract(simd::load(column, lanes), square[c]);
                         total = simd::add(total, simd::multiply(difference, difference));
@@ -819,33 +914,99 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
     }
 }
 
-// --- moments of columns: rows outside, columns in vectors
+// --- moments of columns, columns in vectors
 // -------------------------------------------
 
-void _add_moments(const double *base, size_t stride, size_t m, size_t n, size_t count, double *mean,
-                  double *m2)
+// The next element of each column comes to the mean and to the squares around it.
+inline void _add_to_moments(simd::vector x, simd::vector count, simd::vector *mean,
+                            simd::vector *m2)
 {
-    for (size_t j0 = 0; j0 < n; j0 += statistics_columns) {
-        const size_t columns = smaller(statistics_columns, n - j0);
-        double *__restrict means = mean + j0;
-        double *__restrict squares = m2 + j0;
-        double counted = static_cast<double>(count);
-        for (size_t i = 0; i < m; ++i) {
-            const double *__restrict row = base + i * stride + j0;
-            counted += 1.0;
-            for (size_t j = 0; j < columns; ++j) {
-                const double difference = row[j] - means[j];
-                means[j] = means[j] + difference / counted;
-                squares[j] = __builtin_fma(difference, row[j] - means[j], squares[j]);
+    const simd::vector difference = simd::subtract(x, *mean);
+    *mean = simd::add(*mean, simd::divide(difference, count));
+    *m2 = simd::fused(difference, simd::subtract(x, *mean), *m2);
+}
+
+// Rows outside: each of them lies in one piece.
+void _moments_across(const double *base, size_t stride, size_t m, size_t n, double *mean,
+                     double *m2)
+{
+    double count = 0.0;
+    for (size_t i = 0; i < m; ++i) {
+        const double *row = base + i * stride;
+        count += 1.0;
+        const auto add_row = [&](size_t j, auto lanes, size_t) __attribute__((always_inline))
+        {
+            simd::vector means = _load(mean + j, lanes);
+            simd::vector squares = _load(m2 + j, lanes);
+            _add_to_moments(_load(row + j, lanes), simd::fill(count), &means, &squares);
+            _store(mean + j, means, lanes);
+            _store(m2 + j, squares, lanes);
+        };
+        _visit_vectors(n, add_row);
+    }
+}
+
+// So many rows are turned round at a time, few columns after few: the distance of columns may be
+// one that the cache has few places for.
+constexpr size_t moment_rows = 64;
+
+// Columns outside: each of them lies in one piece, and waits for its last mean.
+template <size_t Vectors>
+void _moments_along(const double *base, size_t stride, size_t m, size_t n, double *mean, double *m2)
+{
+    simd::vector means[Vectors];
+    simd::vector squares[Vectors];
+#pragma GCC unroll 16
+    for (size_t v = 0; v < Vectors; ++v) {
+        means[v] = squares[v] = simd::fill(0.0);
+    }
+    double count = 0.0;
+    for (size_t i = 0; i < m; i += moment_rows) {
+        const size_t rows = smaller(moment_rows, m - i);
+        simd::vector elements[Vectors][moment_rows];
+#pragma GCC unroll 16
+        for (size_t v = 0; v < Vectors; ++v) {
+            const auto turn_round = [&](size_t r, auto lanes, size_t) __attribute__((always_inline))
+            {
+                _load_terms<fold::elements>(base + v * width * stride + i + r, stride, nullptr, 0,
+                                            n - v * width, lanes, elements[v] + r);
+            };
+            _visit_vectors(rows, turn_round);
+        }
+        for (size_t r = 0; r < rows; ++r) {
+            count += 1.0;
+#pragma GCC unroll 16
+            for (size_t v = 0; v < Vectors; ++v) {
+                _add_to_moments(elements[v][r], simd::fill(count), &means[v], &squares[v]);
             }
         }
+    }
+    const simd::mask some = simd::first_lanes(smaller(width, n));
+#pragma GCC unroll 16
+    for (size_t v = 0; v < Vectors; ++v) {
+        simd::store(mean + v * width, means[v], some);
+        simd::store(m2 + v * width, squares[v], some);
+    }
+}
+
+void _moments(const matrix_view &x, size_t m, size_t n, double *mean, double *m2)
+{
+    if (x.column != 1) {
+        const auto add_group = [&](auto group, size_t j, size_t columns) {
+            _moments_along<decltype(group)::count>(x.base + j * x.column, x.column, m, columns,
+                                                   mean + j, m2 + j);
+        };
+        _visit_groups<simd::moment_vectors>(n, 0, add_group);
+        return;
+    }
+    for (size_t j = 0; j < n; j += statistics_columns) {
+        _moments_across(x.base + j, x.row, m, smaller(statistics_columns, n - j), mean + j, m2 + j);
     }
 }
 
 constexpr matrix_kernels level = {
-    simd::name,        _multiply_scratch, _multiply,     _eliminate,   _largest_magnitude,
-    _invert_lower,     _invert_upper,     _fold_along,   _fold_across, _add_moments,
-    _fold_differences, _transpose,        _transpose_all};
+    simd::name,    _multiply_scratch, _multiply,    _eliminate, _largest_magnitude, _invert_lower,
+    _invert_upper, _fold_along,       _fold_across, _moments,   _fold_differences,  _transpose};
 
 } // namespace
 // NOLINTEND(misc-definitions-in-headers)

@@ -14,6 +14,7 @@ struct simd {
     static constexpr std::size_t block_columns = 1024;
     static constexpr std::size_t triangle_rows = 1;
     static constexpr std::size_t triangle_vectors = 8;
+    static constexpr std::size_t moment_vectors = 8;
 
     using vector = double;
     using mask = bool;

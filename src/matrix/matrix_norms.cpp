@@ -9,39 +9,33 @@
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
 
-// The sum of the squares, row by row: each waits for the one before.
-static double _matrix_sum_squares(const strided_elements &elements, std::size_t nrows,
-                                  std::size_t ncols)
+// The sum of the squares, row by row: each waits for the one before. False where the elements do
+// not lie in memory at even distances, or where memory lacks to turn some rows round.
+static bool _matrix_sum_squares(const matrix *m, double *sum)
 {
-    const matrix_kernels &kernels = _matrix_kernels();
-    double sum = 0.0;
+    strided_elements elements = {};
+    if (!_matrix_find_elements(m, &elements)) {
+        return false;
+    }
+    const auto add_squares = [sum](const double *x, std::size_t n) {
+        _matrix_kernels().fold_along(fold::squares, {x, 0, nullptr, 0, 1, 1, n}, sum);
+    };
     if (elements.column == 1) {
-        for (std::size_t i = 0; i < nrows; ++i) {
-            kernels.fold_along(fold::squares,
-                               {elements.base + i * elements.row, 0, nullptr, 0, 1, 1, ncols},
-                               &sum);
+        for (std::size_t i = 0; i < m->nrows; ++i) {
+            add_squares(elements.base + i * elements.row, m->ncols);
         }
-        return sum;
+        return true;
     }
-    // A line of the cache holds this element of so many rows: their first fetches those of the
-    // next.
-    constexpr std::size_t line = 8;
-    constexpr std::size_t room = 128;
-    double gathered[room];
-    for (std::size_t i = 0; i < nrows; ++i) {
-        for (std::size_t begin = 0; begin < ncols; begin += room) {
-            const std::size_t columns = std::min(room, ncols - begin);
-            for (std::size_t j = 0; j < columns; ++j) {
-                const double *element = &elements.at(i, begin + j);
-                if (i % line == 0) {
-                    __builtin_prefetch(element + line);
-                }
-                gathered[j] = *element;
-            }
-            kernels.fold_along(fold::squares, {gathered, 0, nullptr, 0, 1, 1, columns}, &sum);
-        }
+    // Some lines of the cache of each column at a time.
+    constexpr uint32_t strip = 32;
+    const owned_memory<double> rows(_matrix_allocate_scratch(std::size_t{strip} * m->ncols));
+    for (uint32_t i = 0; rows && i < m->nrows; i += strip) {
+        const uint32_t height = std::min(strip, m->nrows - i);
+        _matrix_kernels().transpose(arrival::replace, elements.base + i * elements.row,
+                                    elements.column, rows.get(), m->ncols, height, m->ncols);
+        add_squares(rows.get(), std::size_t{height} * m->ncols);
     }
-    return sum;
+    return static_cast<bool>(rows);
 }
 
 double matrix_norm_F(const matrix *m)
@@ -50,10 +44,7 @@ double matrix_norm_F(const matrix *m)
     VESK_REQUIRE(m->version == 1, "m->version == ((char) 1)");
     VESK_REQUIRE(m->type > 0, "m->type > 0");
     double norm = 0.0;
-    strided_elements elements = {};
-    if (_matrix_find_elements(m, &elements)) {
-        norm = _matrix_sum_squares(elements, m->nrows, m->ncols);
-    } else {
+    if (!_matrix_sum_squares(m, &norm)) {
         for (uint32_t i = 0; i < m->nrows; ++i) {
             for (uint32_t j = 0; j < m->ncols; ++j) {
                 const double x = matrix_get(m, i, j);
@@ -83,7 +74,7 @@ double matrix_norm_inf(const matrix *m)
         }
         return norm;
     }
-    constexpr uint32_t height = 128;
+    constexpr uint32_t height = 1024;
     for (uint32_t i = 0; i < m->nrows; i += height) {
         const uint32_t rows = std::min(height, m->nrows - i);
         double sums[height] = {};

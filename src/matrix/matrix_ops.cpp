@@ -86,8 +86,8 @@ static void _matrix_combine(matrix *to, const matrix *from, Operation operation)
     }
     if constexpr (arriving<Operation>) {
         if (in.column != 1 && !order_shows) {
-            _matrix_kernels().transpose_all(Operation::what, in.base, in.column, out.base, out.row,
-                                            outside, inside);
+            _matrix_kernels().transpose(Operation::what, in.base, in.column, out.base, out.row,
+                                        outside, inside);
             return;
         }
     }
@@ -203,15 +203,6 @@ void matrix_accum_element(matrix *m, uint32_t i, uint32_t j, double v)
 // --- multiplication
 // -------------------------------------------------------------------------------
 
-// Memory for the packed operands, on a boundary of cache lines. Null is no failure: the product
-// does without. The last-error cell stays as it is.
-static double *_matrix_allocate_scratch(std::size_t count)
-{
-    constexpr std::size_t line = 64;
-    const std::size_t size = (count * sizeof(double) + line - 1) / line * line;
-    return size == 0 ? nullptr : static_cast<double *>(aligned_alloc(line, size));
-}
-
 matrix *matrix_multiply(const matrix *m1, const matrix *m2)
 {
     VESK_REQUIRE(m1 != nullptr, "m1 != ((void *)0)");
@@ -261,30 +252,6 @@ void _matrix_fold_rows(fold what, const matrix_view &x, const matrix_view &y, st
 // --- statistics of columns
 // ------------------------------------------------------------------------
 
-// mean[j] and m2[j] of each column of a matrix: that of a view is turned round block by block, from
-// top to bottom, in a buffer that stays in the first-level cache.
-static void _matrix_add_moments(const matrix_view &view, std::size_t nrows, std::size_t ncols,
-                                double *mean, double *m2)
-{
-    const matrix_kernels &kernels = _matrix_kernels();
-    if (view.column == 1) {
-        kernels.add_moments(view.base, view.row, nrows, ncols, 0, mean, m2);
-        return;
-    }
-    constexpr std::size_t height = 8;
-    constexpr std::size_t side = 128;
-    alignas(64) double block[height * side];
-    for (std::size_t j = 0; j < ncols; j += side) {
-        const std::size_t columns = std::min(side, ncols - j);
-        for (std::size_t i = 0; i < nrows; i += height) {
-            const std::size_t rows = std::min(height, nrows - i);
-            kernels.transpose(view.base + i + j * view.column, view.column, block, side, rows,
-                              columns);
-            kernels.add_moments(block, side, rows, columns, i, mean + j, m2 + j);
-        }
-    }
-}
-
 matrix *matrix_column_sum(const matrix *m)
 {
     VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
@@ -322,7 +289,7 @@ matrix *matrix_column_std_dev(const matrix *m)
         VESK_REQUIRE(qe_get_last_error() < 0, "qe_get_last_error() < 0");
         return nullptr;
     }
-    _matrix_add_moments(elements.view(), m->nrows, ncols, mean.get(), deviation->values[0]);
+    _matrix_kernels().moments(elements.view(), m->nrows, ncols, mean.get(), deviation->values[0]);
     const double count = matrix_get_number_rows(m);
     _matrix_combine(deviation.get(), deviation.get(),
                     [count](double, double m2) { return sqrt(m2 / count); });

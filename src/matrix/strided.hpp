@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
 #include "matrix/element_access.hpp"
 #include "matrix/kernels.hpp"
@@ -41,14 +42,23 @@ inline void _matrix_copy_elements(const matrix *m, double *to)
 {
     strided_elements found = {};
     if (_matrix_find_elements(m, &found) && found.column != 1) {
-        _matrix_kernels().transpose_all(arrival::replace, found.base, found.column, to, m->ncols,
-                                        m->nrows, m->ncols);
+        _matrix_kernels().transpose(arrival::replace, found.base, found.column, to, m->ncols,
+                                    m->nrows, m->ncols);
         return;
     }
     const element_reader elements(m);
     for (uint32_t i = 0; i < m->nrows; ++i) {
         elements.copy_run(i, 0, m->ncols, to + static_cast<std::size_t>(i) * m->ncols);
     }
+}
+
+// Memory to turn or pack operands in, on a boundary of cache lines. Null is no failure: whoever
+// asks does without. The last-error cell stays as it is.
+inline double *_matrix_allocate_scratch(std::size_t count)
+{
+    constexpr std::size_t line = 64;
+    const std::size_t size = (count * sizeof(double) + line - 1) / line * line;
+    return size == 0 ? nullptr : static_cast<double *>(aligned_alloc(line, size));
 }
 
 // sum[i] goes on over the elements of row i of x (and of y, when differences are folded; rows 0
