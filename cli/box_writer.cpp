@@ -24,6 +24,7 @@
 #include <vesk/vesk_recover.h>
 
 #include "box.hpp"
+#include "clock.hpp"
 #include "failure.hpp"
 #include "terminal.hpp"
 
@@ -34,7 +35,6 @@ namespace
 
 // The table behind one summary cannot be cleared more often than this.
 constexpr uint32_t most_intervals = 65534;
-constexpr uint32_t most_event_types = 5;
 constexpr std::size_t most_sensors = 10000;
 // Where only the number of intervals is given.
 constexpr uint32_t samples_per_interval = 60;
@@ -80,13 +80,6 @@ bool same_file(const std::string &one, const std::string &other)
     struct stat second = {};
     return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
-double monotonic_seconds()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 std::string folder_of(const std::string &path)
@@ -199,7 +192,7 @@ std::string obstacle_in(const vesk_scan_item &item)
     if (item.error != 0) {
         return damage_text(item);
     }
-    if (item.kind == VESK_SCAN_EVENT && item.event->type > most_event_types) {
+    if (item.kind == VESK_SCAN_EVENT && item.event->type > last_event_type) {
         return fmt::format("the event at {} is of the unknown type {}", item.offset,
                            item.event->type);
     }
@@ -279,8 +272,8 @@ void box_writer::refuse_moved_box() const
     if (!same_file(found.files.back().path, found.state.names.back())) {
         throw failure(exit_failed,
                       fmt::format("{}: the box was made as {} and lies elsewhere now; it can be "
-                                  "read here, but not recorded to",
-                                  base_, found.state.filename));
+                                  "read here, but not recorded to before `vesk repair {}`",
+                                  base_, found.state.filename, base_));
     }
 }
 

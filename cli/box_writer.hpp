@@ -48,8 +48,10 @@ public:
     explicit storage_failure(const std::string &message) : failure(exit_failed, message) {}
 };
 
+constexpr uint32_t last_event_type = 5;
+
 struct event {
-    uint32_t type;
+    uint32_t type; // 1 to last_event_type
     int64_t time;
     std::string text;
 };

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "clock.hpp"
 #include "failure.hpp"
 
 namespace cli
@@ -118,13 +119,6 @@ bool send_with_descriptor(int to, socket_address &address, std::string text, int
     header->cmsg_len = CMSG_LEN(sizeof fd);
     memcpy(CMSG_DATA(header), &fd, sizeof fd);
     return sendmsg(to, &message, MSG_NOSIGNAL) >= 0;
-}
-
-double monotonic_seconds()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 event_reply reply_from(std::string_view text)

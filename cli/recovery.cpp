@@ -132,10 +132,12 @@ std::string step_text(const recovery_step &step)
         return fmt::format("a time at {} that readers refuse: becomes the nearest valid one",
                            step.offset);
     case VESK_RECOVER_MEND_TEXT:
-        return fmt::format("a name or text at {} is empty: replaced", step.offset);
-    case VESK_RECOVER_NAME_SENSORS:
-        return fmt::format("the samples at {} have no sensors: named unknown.1, unknown.2, ...",
+        return fmt::format("a name or text at {} is empty, repeated or has a zero byte: replaced",
                            step.offset);
+    case VESK_RECOVER_NAME_SENSORS:
+        return fmt::format(
+            "what is at {} has no names: given those of a neighbour, or unknown.1, unknown.2, ...",
+            step.offset);
     case VESK_RECOVER_ADD_HEADER:
         return "the header is missing or wrong: written";
     case VESK_RECOVER_PAD:

@@ -229,9 +229,7 @@ exit_code check(const check_options &options)
     } else {
         print_text(found);
     }
-    if (fflush(stdout) != 0) {
-        throw failure(exit_failed, with_errno("standard output"));
-    }
+    flush_output();
     if (found.is_healthy()) {
         return exit_done;
     }

@@ -244,9 +244,7 @@ exit_code show_files(const std::vector<const stored_file *> &files, losses &lost
         }
         unreadable += any || file->size == 0 ? 0 : 1;
     }
-    if (fflush(stdout) != 0) {
-        throw failure(exit_failed, with_errno("standard output"));
-    }
+    flush_output();
     if (lost.any() && unreadable == files.size()) {
         return exit_unreadable;
     }

@@ -13,7 +13,6 @@ namespace cli
 namespace
 {
 
-constexpr uint32_t most_types = 5;
 // How long a recorder may take to answer, and how often it is looked for.
 constexpr double patience = 10;
 constexpr int tries = 50;
@@ -24,9 +23,9 @@ uint32_t parse_type(const std::string &text)
     uint32_t type = 0;
     const char *end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, type);
-    if (error != std::errc() || rest != end || type < 1 || type > most_types) {
+    if (error != std::errc() || rest != end || type < 1 || type > last_event_type) {
         throw failure(exit_usage, fmt::format("TYPE {}: must be a number from 1 to {}",
-                                              printable(text), most_types));
+                                              printable(text), last_event_type));
     }
     return type;
 }

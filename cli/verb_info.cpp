@@ -346,9 +346,7 @@ exit_code info(const info_options &options)
     } else {
         print_text(found);
     }
-    if (fflush(stdout) != 0) {
-        throw failure(exit_failed, with_errno("standard output"));
-    }
+    flush_output();
     if (found.damaged && !found.all.readable) {
         return exit_unreadable;
     }

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "box_writer.hpp"
+#include "clock.hpp"
 #include "duration.hpp"
 #include "event_channel.hpp"
 #include "failure.hpp"
@@ -20,13 +21,6 @@ namespace cli
 {
 namespace
 {
-
-double clock_seconds()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 // Events that wait for a sample are held in memory.
 constexpr std::size_t most_waiting_events = 1000;

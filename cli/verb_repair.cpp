@@ -24,13 +24,6 @@ void show(const recovery_plan &plan)
     }
 }
 
-void flush_output()
-{
-    if (fflush(stdout) != 0) {
-        throw failure(exit_failed, with_errno("standard output"));
-    }
-}
-
 void require_success(const std::string &base, int result)
 {
     if (result == 0) {

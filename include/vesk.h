@@ -27,16 +27,16 @@
  * 3. Durability. A vector or an event is with the operating system when the call returns; nothing
  *    is synced to the disk, except by vesk_sync(). The state file is written when a recorder is
  *    created and whenever its files change, in place, and never by vesk_close().
- * vesk_backup_state() keeps a copy of it, and vesk_recover() (vesk_recover.h) brings a box back
- * after a crash.
+ *    vesk_backup_state() keeps a copy of it, and vesk_recover() (vesk_recover.h) brings a box back
+ *    after a crash.
  * 4. Failures. A vector that could not be written is not counted. When the call that failed had to
  *    move on to the next file first, the recorder should be closed and opened again: its state may
  *    be ahead of its files, and the next call may abort.
  * 5. Events. vesk_write_tagged_event() stores an event as a record that readers take and the
- * history counts. vesk_write_event() stores it without the type that precedes every other record:
- * it stays in the file, but readers stop in front of it with -6. The buffer cannot be summarised
- * any more, so the call that would have to do it fails with -6 from then on, and so does opening a
- *    recorder whose current buffer contains such an event.
+ *    history counts. vesk_write_event() stores it without the type that precedes every other
+ *    record: it stays in the file, but readers stop in front of it with -6. The buffer cannot be
+ *    summarised any more, so the call that would have to do it fails with -6 from then on, and so
+ *    does opening a recorder whose current buffer contains such an event.
  * 6. One process at a time may have a recorder open, and nobody else may read its current buffer
  *    then. Nothing enforces this.
  */

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "clock.hpp"
 #include "proc_files.hpp"
 #include "procps.hpp"
 
@@ -12,13 +13,6 @@ namespace cli
 {
 namespace
 {
-
-double monotonic_seconds()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 // Two features may carry the same label, and a name may stand in a header line only once.
 void drop_repeated_names(measurements &taken)

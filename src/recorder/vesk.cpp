@@ -28,6 +28,7 @@
 
 #include "io/fields.hpp"
 #include "recorder/durable_file.hpp"
+#include "recorder/state_form.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
@@ -651,17 +652,12 @@ int binary_serializer_write_vesk(const vesk *recorder, writer *target)
     VESK_REQUIRE(target != nullptr, "writer != ((void *)0)");
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
     return visit_stage(recorder->state, [&](auto functions) {
-        return field_writer(target)
-            .byte(1)
-            .string(recorder->filename)
-            .string(recorder->state_filename)
-            .u32(recorder->state)
-            .u32(recorder->num_cb_samples)
-            .u32(recorder->num_hb_intervals)
-            .u32(recorder->num_samples_per_interval)
-            .u32(recorder->next_file_number)
-            .form(functions.write, require_stage(recorder, functions))
-            .result();
+        field_writer fields(target);
+        write_state_head({recorder->filename, recorder->state_filename, recorder->state,
+                          recorder->num_cb_samples, recorder->num_hb_intervals,
+                          recorder->num_samples_per_interval, recorder->next_file_number},
+                         &fields);
+        return fields.form(functions.write, require_stage(recorder, functions)).result();
     });
 }
 

@@ -13,6 +13,7 @@
 #include "recorder/box_files.hpp"
 #include "recorder/durable_file.hpp"
 #include "recorder/recover_buffer.hpp"
+#include "recorder/state_form.hpp"
 #include "support/object.hpp"
 #include "support/precondition.hpp"
 
@@ -697,15 +698,10 @@ private:
         byte_list bytes;
         memory_writer target(&bytes);
         field_writer fields(target.get());
-        fields.byte(1)
-            .string(base_)
-            .string(state_path_)
-            .u32(box_.stage)
-            .u32(sizes_.samples)
-            .u32(sizes_.intervals)
-            .u32(sizes_.samples / sizes_.intervals)
-            .u32(next_file_number)
-            .byte(1);
+        write_state_head({base_, state_path_, box_.stage, sizes_.samples, sizes_.intervals,
+                          sizes_.samples / sizes_.intervals, next_file_number},
+                         &fields);
+        fields.byte(1);
         for (uint32_t i = 0; i < box_.n; ++i) {
             char path[max_filename];
             _vesk_format_buffer_name(path, base_, box_.names[i]);
