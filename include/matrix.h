@@ -12,7 +12,7 @@
  * 2. Direct access: regular and telemetry matrices have their row pointers in `values`, so
  *    `m->values[i][j]` is element (i, j), without the checks of matrix_get(). Row i begins
  *    `i * ncols` elements behind row 0. The pointers hold until the matrix is resized or
- * destructed.
+ *    destructed.
  * 3. Every function requires its matrices to be non-null and live: it aborts with
  *    "m != ((void *)0)", "m->version == ((char) 1)" or, on the null record of matrix_init_null(),
  *    with "m->type > 0".

@@ -5,9 +5,9 @@
  * 1. Naming. A function is named after its type and what it does: `sensor_array_get_size`. Names
  *    that begin with an underscore belong to debugging aids.
  * 2. Life of an object. `X_init` works on storage of the caller, `X_create` allocates;
- * `X_init_null` and `X_create_null` make an empty live object for a reader to fill. `X_destruct`
- * releases the contents, `X_destroy(&p)` also frees the object and sets the caller's pointer to
- * null. The first field of most objects is `version`: it is 0 after `X_destruct`.
+ *    `X_init_null` and `X_create_null` make an empty live object for a reader to fill. `X_destruct`
+ *    releases the contents, `X_destroy(&p)` also frees the object and sets the caller's pointer to
+ *    null. The first field of most objects is `version`: it is 0 after `X_destruct`.
  * 3. Results. Functions that return a signed number return a negative error code (see error.h) on
  *    failure. Functions that return a pointer return null on failure and leave the code in the
  *    last-error cell; success never clears the cell. Predicates return 1 or 0.

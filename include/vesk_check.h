@@ -37,9 +37,9 @@ extern "C" {
  *   aborts), that is not whole seconds (not read back, -6) or that signed 32 bits do not hold
  *   (refused, -6);
  * - -49 for no sensors (not read back), or more than 10000 of them (refused half-written, which
- * makes the file unreadable from there on);
+ *   makes the file unreadable from there on);
  * - for each sensor -6 when it is missing or its name is empty (not read back), -49 when its name
- * is longer than 10000 bytes (refused half-written);
+ *   is longer than 10000 bytes (refused half-written);
  * - -22 without memory to compare the sensors, a pointer each;
  * - -6 when a sensor occurs twice (the history takes the readings of both for one sensor's).
  */

@@ -15,9 +15,9 @@
  * - a state file that is missing, partial or behind its buffers is written anew, from the backup
  *   (vesk_backup_state()) or from the buffers;
  * - files that nothing refers to any more are deleted, but only when all that they hold is proven
- * to be in the history; others are named and kept.
+ *   to be in the history; others are named and kept.
  *
- * Nothing that was taken out is lost: it is appended to FILE.torn beside its buffer, see
+ * What is taken out is kept: it is appended to FILE.torn beside its buffer, see
  * #VESK_RECOVER_CUT. A box that needs nothing is not written to.
  *
  * Changed files are written under the name FILE.new, synced and renamed, and the state file comes
@@ -47,7 +47,8 @@ typedef enum vesk_recover_action {
     VESK_RECOVER_SET_ASIDE,
     VESK_RECOVER_TAG_EVENT, /**< a bare event gets its type word */
     VESK_RECOVER_MEND_TIME, /**< a time that readers refuse, or 0, becomes the nearest valid one */
-    VESK_RECOVER_MEND_TEXT, /**< an empty name or text gets a substitute */
+    VESK_RECOVER_MEND_TEXT, /**< a name or text that cannot stay gets a substitute: it is empty, has
+                                 a zero byte, or is a sensor's name that a history has twice */
     /** Samples whose names are lost get those of the buffer before, or of the next names record,
        when their number agrees, and otherwise "unknown.1", "unknown.2" and so on. */
     VESK_RECOVER_NAME_SENSORS,

@@ -6,7 +6,7 @@
  *    kelt_writer.h (text telemetry). Everybody else uses the four functions below.
  * 2. A writer owns its implementation object, and the implementation owns what it writes to.
  * 3. What a write returns counts what the implementation says: a raw writer counts the bytes taken,
- * a compressing writer the compressed bytes that it passed on, which is mostly 0. So a result is
+ *    a compressing writer the compressed bytes that it passed on, which is mostly 0. So a result is
  *    tested for being negative, never for being n.
  * 4. Callers may bring implementations of their own: fill in all fields of ::writer, with
  *    @c version 1, a @c type above 0 and an implementation object from malloc().

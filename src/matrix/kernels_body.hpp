@@ -35,8 +35,10 @@ inline simd::vector _arrive(simd::vector old, simd::vector x)
     }
 }
 
-// Elements behind each row read, and rows behind those written, that are fetched beforehand.
+// What is fetched beforehand: elements behind those read in a row, and rows behind the vectors of
+// a square.
 constexpr size_t fetch_ahead = 16;
+constexpr size_t fetch_rows = 8;
 
 template <arrival What, bool Fetch>
 inline void _transpose_square(const double *from, size_t from_stride, double *to, size_t to_stride)
@@ -54,7 +56,7 @@ inline void _transpose_square(const double *from, size_t from_stride, double *to
     for (size_t r = 0; r < width; ++r) {
         double *row = to + r * to_stride;
         if (Fetch) {
-            __builtin_prefetch(row + fetch_ahead * to_stride, 1);
+            __builtin_prefetch(row + fetch_rows * to_stride, 1);
         }
         const simd::vector old = What == arrival::replace ? square[r] : simd::load(row);
         simd::store(row, _arrive<What>(old, square[r]));
@@ -109,17 +111,27 @@ void _transpose_block(const double *from, size_t from_stride, double *to, size_t
     }
 }
 
+// Elements up to the next boundary of a vector, at least one. Vectors that begin there lie within a
+// line of the cache each: no line is needed twice, when those between have driven it out.
+inline size_t _elements_to_boundary(const double *from)
+{
+    return width - reinterpret_cast<unsigned long>(from) / sizeof *from % width;
+}
+
 // In panels of rows of `from` and, within, of elements that fill a line of the cache.
 template <arrival What>
 void _transpose_panels(const double *from, size_t from_stride, double *to, size_t to_stride,
                        size_t m, size_t n)
 {
     constexpr size_t panel = 128;
+    // Short rows are not worth a part of a vector at their beginning.
+    const size_t first = m < panel ? width : _elements_to_boundary(from);
     for (size_t j0 = 0; j0 < n; j0 += panel) {
-        for (size_t i = 0; i < m; i += width) {
+        size_t columns = smaller(first, m);
+        for (size_t i = 0; i < m; i += columns, columns = smaller(width, m - i)) {
             for (size_t j = j0; j < smaller(j0 + panel, n); j += width) {
                 _transpose_corner<What, (width > 1)>(from + j * from_stride + i, from_stride,
-                                                     to + i * to_stride + j, to_stride, m - i,
+                                                     to + i * to_stride + j, to_stride, columns,
                                                      n - j);
             }
         }
@@ -881,8 +893,8 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
     constexpr size_t panel = 128;
     for (size_t j0 = 0; j0 < ncols; j0 += panel) {
         const size_t end = smaller(j0 + panel, ncols);
-        for (size_t i = 0; i < nrows; i += width) {
-            const size_t rows = smaller(width, nrows - i);
+        size_t rows = smaller(_elements_to_boundary(x.base), nrows);
+        for (size_t i = 0; i < nrows; i += rows, rows = smaller(width, nrows - i)) {
             const simd::mask lanes = simd::first_lanes(rows);
             simd::vector total = simd::load(sum + i, lanes);
             for (size_t j = j0; j < end; j += width) {
@@ -894,7 +906,7 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
                     square[r] = simd::fill(0.0);
                     if (r < rows) {
                         square[r] = simd::load(row, simd::first_lanes(columns));
-                        __builtin_prefetch(row + fetch_ahead * y.row);
+                        __builtin_prefetch(row + fetch_rows * y.row);
                     }
                 }
                 simd::transpose(square);
