@@ -11,7 +11,8 @@
  * and begins at a record boundary. The scanner hands out the records of a stream only after the
  * whole stream was decoded and its checksum agreed. Behind a torn or damaged stream it searches for
  * the next complete one, so that one bad place in a file hides nothing behind it. Whatever lies
- * between is reported as damage.
+ * between is reported as damage. A stream in whose checksum another one begins has lost its last
+ * bytes: it is damage, even where the bytes that follow complete it by chance.
  *
  * Memory and time are bounded on any content: a stored count or length is believed only when the
  * data is there, and the search for streams gives up (see #VESK_SCAN_DAMAGE) rather than take

@@ -158,7 +158,7 @@ public:
         // Searching may cost so much more decoding before it gives up.
         budget_ = 64 * size + 65536;
         while (at < size && result == 0) {
-            const stream_end end = decoder_.decode(bytes + at, size - at);
+            const stream_end end = decode_stream(bytes, size, at);
             if (end == stream_end::no_memory) {
                 return QE_ERROR_NO_MEMORY;
             }
@@ -184,6 +184,44 @@ private:
                    : VESK_BUFFER_TYPE_CURRENT;
     }
 
+    // The stream at `at`. One that lost its last bytes passes for complete when those that follow
+    // happen to be the same: the next one begins in its checksum then, and it is torn.
+    stream_end decode_stream(const unsigned char *bytes, std::size_t size, std::size_t at)
+    {
+        constexpr std::size_t checksum_size = 4;
+        const stream_end end = decoder_.decode(bytes + at, size - at);
+        const std::size_t behind = at + decoder_.length();
+        if (end != stream_end::complete) {
+            return end;
+        }
+        bool content_is_lost = false;
+        for (std::size_t next = behind - checksum_size; next < behind && budget_ > 0; ++next) {
+            if (size - next < 2 || !may_begin_stream(bytes + next)) {
+                continue;
+            }
+            const stream_end found = decode_record(bytes + next, size - next);
+            if (found != stream_end::bad) {
+                return found == stream_end::complete ? stream_end::torn : found;
+            }
+            content_is_lost = true;
+        }
+        return content_is_lost ? decoder_.decode(bytes + at, size - at) : end;
+    }
+
+    // A complete stream that begins with a record, tagged or a bare event, as all streams of a
+    // buffer do; everything else is bad, and counts against the budget.
+    stream_end decode_record(const unsigned char *bytes, std::size_t n)
+    {
+        const stream_end found = decoder_.decode(bytes, n);
+        if (found == stream_end::no_memory ||
+            (found == stream_end::complete && decoder_.content().size() > 0 &&
+             decoder_.content().begin()[0] <= 1)) {
+            return found;
+        }
+        charge_decoding();
+        return stream_end::bad;
+    }
+
     // What was decoded for nothing counts against the budget.
     void charge_decoding()
     {
@@ -205,16 +243,13 @@ private:
                 next = size;
                 break;
             }
-            const stream_end found = decoder_.decode(bytes + next, size - next);
+            const stream_end found = decode_record(bytes + next, size - next);
             if (found == stream_end::no_memory) {
                 return QE_ERROR_NO_MEMORY;
             }
-            // A record, tagged or a bare event, is what every stream of a buffer begins with.
-            if (found == stream_end::complete && decoder_.content().size() > 0 &&
-                decoder_.content().begin()[0] <= 1) {
+            if (found == stream_end::complete) {
                 break;
             }
-            charge_decoding();
         }
         vesk_scan_item item = {};
         item.kind = VESK_SCAN_DAMAGE;

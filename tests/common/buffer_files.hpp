@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/memory_streams.hpp"
+#include "common/zlib_bytes.hpp"
 
 inline std::string stored_f32(float value)
 {
@@ -60,6 +61,23 @@ inline std::string stored_event_body(uint32_t type, uint32_t seconds, const std:
 inline std::string stored_event_record(uint32_t type, uint32_t seconds, const std::string &text)
 {
     return stored_u32(3) + stored_event_body(type, seconds, text);
+}
+
+// An event in a stream whose checksum ends with these one or two bytes.
+inline std::string event_stream_that_ends_with(uint32_t type, uint32_t seconds,
+                                               const std::string &ending)
+{
+    for (std::size_t length = 1;; ++length) {
+        for (char last = 1; last < 'z'; ++last) {
+            const std::string record =
+                stored_event_record(type, seconds, std::string(length, 'z') + last);
+            const uLong sum = adler32(1, reinterpret_cast<const Bytef *>(record.data()),
+                                      static_cast<uInt>(record.size()));
+            if (stored_u32(static_cast<uint32_t>(sum)).ends_with(ending)) {
+                return compressed_stream(record);
+            }
+        }
+    }
 }
 
 // A summary: count; least, greatest, first and last value; sums of the first four powers.

@@ -268,6 +268,19 @@ TEST_F(Recover, FindsTheStreamsBehindATornOne)
     goes_on(5);
 }
 
+TEST_F(Recover, FindsTheStreamThatCompletesATornOneByChance)
+{
+    make_box(2);
+    const std::string next = compressed_stream(stored_values_record(1004, {4}));
+    std::string torn = event_stream_that_ends_with(4, 1003, next.substr(0, 1));
+    torn.pop_back();
+    append("r.1.cbuf.z", torn + next);
+    EXPECT_EQ(torn.size(), recover().bytes_aside);
+    EXPECT_EQ((std::vector<float>{1, 2, 4}), samples_in("r.1.cbuf.z"));
+    EXPECT_EQ(torn, read_file("r.1.cbuf.z.torn"));
+    goes_on(5);
+}
+
 TEST_F(Recover, GivesAnEmptyOpenBufferItsHeader)
 {
     make_box(4);

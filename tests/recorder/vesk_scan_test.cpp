@@ -502,6 +502,22 @@ TEST_F(ScanBuffer, TellsDamageOfAStreamFromItsEnd)
     EXPECT_EQ(recorded(0, 1) + lines{damage(1, -48)}, scan(first + "\x78"));
 }
 
+TEST_F(ScanBuffer, SeesATornStreamThatTheNextOneCompletes)
+{
+    const std::string first = compressed_stream(recorded_contents()[0]);
+    const std::string next = compressed_stream(stored_values_record(1003, {5, 6}));
+    for (const std::size_t lost : {1, 2}) {
+        const std::string whole = event_stream_that_ends_with(4, 1002, next.substr(0, lost));
+        const std::string torn = whole.substr(0, whole.size() - lost);
+        EXPECT_EQ(recorded(0, 1) + (lines{damage(torn.size(), -48), "values 1003: 5 6"}),
+                  scan(first + torn + next));
+        // What only looks like the beginning of another one changes nothing.
+        const lines found = scan(first + whole + next);
+        EXPECT_EQ(recorded(0, 1).size() + 2, found.size());
+        EXPECT_EQ("values 1003: 5 6", found.back());
+    }
+}
+
 TEST_F(ScanBuffer, SaysNothingOfTheBufferBeforeItsHeader)
 {
     const std::string file = file_of(recorded_contents());
