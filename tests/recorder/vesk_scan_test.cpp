@@ -506,7 +506,7 @@ TEST_F(ScanBuffer, SeesATornStreamThatTheNextOneCompletes)
 {
     const std::string first = compressed_stream(recorded_contents()[0]);
     const std::string next = compressed_stream(stored_values_record(1003, {5, 6}));
-    for (const std::size_t lost : {1, 2}) {
+    for (const std::size_t lost : {1U, 2U}) {
         const std::string whole = event_stream_that_ends_with(4, 1002, next.substr(0, lost));
         const std::string torn = whole.substr(0, whole.size() - lost);
         EXPECT_EQ(recorded(0, 1) + (lines{damage(torn.size(), -48), "values 1003: 5 6"}),
