@@ -1,5 +1,4 @@
 // vesk record BASE
-#include <ctime>
 #include <deque>
 #include <fmt/format.h>
 #include <optional>

@@ -1,7 +1,6 @@
 #include "sampler.hpp"
 
 #include <algorithm>
-#include <ctime>
 #include <string_view>
 #include <unordered_set>
 

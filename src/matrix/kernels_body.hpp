@@ -21,6 +21,62 @@ constexpr size_t smaller(size_t a, size_t b)
     return a < b ? a : b;
 }
 
+// --- the vectors of a row
+// -------------------------------------------------------------------------
+
+struct every_lane {
+};
+
+inline simd::vector _load(const double *from, every_lane)
+{
+    return simd::load(from);
+}
+
+inline simd::vector _load(const double *from, simd::mask lanes)
+{
+    return simd::load(from, lanes);
+}
+
+inline void _store(double *to, simd::vector v, every_lane)
+{
+    simd::store(to, v);
+}
+
+inline void _store(double *to, simd::vector v, simd::mask lanes)
+{
+    simd::store(to, v, lanes);
+}
+
+// Calls visit(begin, lanes, how many) for each vector of n elements; in line, so that what the
+// visit carries along stays in registers.
+template <typename Visit>
+[[gnu::always_inline]] inline void _visit_vectors(size_t n, Visit visit)
+{
+    const size_t whole = n / width * width;
+    for (size_t j = 0; j < whole; j += width) {
+        visit(j, every_lane{}, width);
+    }
+    if (whole < n) {
+        visit(whole, simd::first_lanes(n - whole), n - whole);
+    }
+}
+
+// The elements before the first full vector that lies on a boundary of vectors: on long rows it
+// pays to step over them, because a vector across two lines of the cache costs both.
+size_t _elements_before_boundary(const double *row, size_t n)
+{
+    constexpr size_t long_row = 64;
+    const size_t misplaced = reinterpret_cast<size_t>(row) / sizeof(double) % width;
+    return n < long_row || misplaced == 0 ? 0 : width - misplaced;
+}
+
+// How many of n elements come first when a row is taken by vectors that lie on boundaries.
+size_t _first_elements(const double *row, size_t n)
+{
+    const size_t before = _elements_before_boundary(row, n);
+    return before > 0 ? before : smaller(width, n);
+}
+
 // --- transposition: squares of the vectors' width, and what is left element by element ----------
 
 template <arrival What>
@@ -111,23 +167,14 @@ void _transpose_block(const double *from, size_t from_stride, double *to, size_t
     }
 }
 
-// Elements up to the next boundary of a vector, at least one. Vectors that begin there lie within a
-// line of the cache each: no line is needed twice, when those between have driven it out.
-inline size_t _elements_to_boundary(const double *from)
-{
-    return width - reinterpret_cast<unsigned long>(from) / sizeof *from % width;
-}
-
 // In panels of rows of `from` and, within, of elements that fill a line of the cache.
 template <arrival What>
 void _transpose_panels(const double *from, size_t from_stride, double *to, size_t to_stride,
                        size_t m, size_t n)
 {
     constexpr size_t panel = 128;
-    // Short rows are not worth a part of a vector at their beginning.
-    const size_t first = m < panel ? width : _elements_to_boundary(from);
     for (size_t j0 = 0; j0 < n; j0 += panel) {
-        size_t columns = smaller(first, m);
+        size_t columns = _first_elements(from, m);
         for (size_t i = 0; i < m; i += columns, columns = smaller(width, m - i)) {
             for (size_t j = j0; j < smaller(j0 + panel, n); j += width) {
                 _transpose_corner<What, (width > 1)>(from + j * from_stride + i, from_stride,
@@ -275,15 +322,12 @@ void _multiply_unpacked(const matrix_view &a, const matrix_view &b, double *c, s
 void _copy_rows(const double *from, size_t from_stride, double *to, size_t to_stride, size_t rows,
                 size_t columns)
 {
-    const size_t whole = columns / width * width;
-    const simd::mask rest = simd::first_lanes(columns - whole);
     for (size_t r = 0; r < rows; ++r, from += from_stride, to += to_stride) {
-        for (size_t j = 0; j < whole; j += width) {
-            simd::store(to + j, simd::load(from + j));
-        }
-        if (whole < columns) {
-            simd::store(to + whole, simd::load(from + whole, rest), rest);
-        }
+        const auto copy = [&](size_t j, auto lanes, size_t) __attribute__((always_inline))
+        {
+            _store(to + j, _load(from + j, lanes), lanes);
+        };
+        _visit_vectors(columns, copy);
     }
 }
 
@@ -410,15 +454,6 @@ inline void _eliminate_vector(double *rows, size_t stride, const simd::vector *f
             largest[r] = grown;
         }
     }
-}
-
-// The elements before the first full vector that lies on a boundary of vectors: on long rows it
-// pays to step over them, because a store across a cache line costs two.
-size_t _elements_before_boundary(const double *row, size_t n)
-{
-    constexpr size_t long_row = 64;
-    const size_t misplaced = reinterpret_cast<size_t>(row) / sizeof(double) % width;
-    return n < long_row || misplaced == 0 ? 0 : width - misplaced;
 }
 
 template <size_t Rows>
@@ -700,43 +735,6 @@ inline simd::vector _fold_step(simd::vector sum, simd::vector term)
     }
 }
 
-struct every_lane {
-};
-
-inline simd::vector _load(const double *from, every_lane)
-{
-    return simd::load(from);
-}
-
-inline simd::vector _load(const double *from, simd::mask lanes)
-{
-    return simd::load(from, lanes);
-}
-
-inline void _store(double *to, simd::vector v, every_lane)
-{
-    simd::store(to, v);
-}
-
-inline void _store(double *to, simd::vector v, simd::mask lanes)
-{
-    simd::store(to, v, lanes);
-}
-
-// Calls visit(begin, lanes, how many) for each vector of n elements; in line, so that what the
-// visit carries along stays in registers.
-template <typename Visit>
-[[gnu::always_inline]] inline void _visit_vectors(size_t n, Visit visit)
-{
-    const size_t whole = n / width * width;
-    for (size_t j = 0; j < whole; j += width) {
-        visit(j, every_lane{}, width);
-    }
-    if (whole < n) {
-        visit(whole, simd::first_lanes(n - whole), n - whole);
-    }
-}
-
 template <size_t N>
 struct vectors {
     static constexpr size_t count = N;
@@ -893,7 +891,7 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
     constexpr size_t panel = 128;
     for (size_t j0 = 0; j0 < ncols; j0 += panel) {
         const size_t end = smaller(j0 + panel, ncols);
-        size_t rows = smaller(_elements_to_boundary(x.base), nrows);
+        size_t rows = _first_elements(x.base, nrows);
         for (size_t i = 0; i < nrows; i += rows, rows = smaller(width, nrows - i)) {
             const simd::mask lanes = simd::first_lanes(rows);
             simd::vector total = simd::load(sum + i, lanes);
@@ -915,9 +913,9 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
                     if (c < columns) {
                         const double *column = x.base + (j + c) * x.column + i;
                         __builtin_prefetch(column + fetch_ahead);
-                        const simd::vector difference =
-                            simd::subtract(simd::load(column, lanes), square[c]);
-                        total = simd::add(total, simd::multiply(difference, difference));
+                        total = _fold_step<fold::squared_differences>(
+                            total, _fold_term<fold::squared_differences>(simd::load(column, lanes),
+                                                                         square[c]));
                     }
                 }
             }
