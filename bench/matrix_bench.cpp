@@ -21,7 +21,7 @@
 #include <vesk/timestamp_array.h>
 #include <vesk/transposed_matrix.h>
 
-#include "matrix/kernels.hpp"
+#include "matrix/kernels/kernels.hpp"
 
 namespace
 {

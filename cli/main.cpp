@@ -8,10 +8,10 @@
 #include <fmt/format.h>
 #include <string_view>
 
-#include "failure.hpp"
-#include "suggestion.hpp"
-#include "terminal.hpp"
-#include "verbs.hpp"
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+#include "text/suggestion.hpp"
+#include "verbs/verbs.hpp"
 
 namespace
 {

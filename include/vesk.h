@@ -49,6 +49,7 @@
 #include "reader.h"
 #include "vesk_api.h"
 #include "vesk_cb_record_event.h"
+#include "vesk_limits.h"
 #include "vesk_zcf_state_c00.h"
 #include "vesk_zcf_state_cc0.h"
 #include "vesk_zcf_state_ccc.h"
@@ -58,14 +59,6 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-/** The stages of a recorder, named after its files, oldest first: c current, h history, 0 none. */
-typedef enum vesk_zcf_state {
-    VESK_ZCF_STATE_C00 = 1, /**< the first current buffer is being filled */
-    VESK_ZCF_STATE_CC0 = 2, /**< the second one is being filled */
-    VESK_ZCF_STATE_CCC = 3, /**< the third one is being filled */
-    VESK_ZCF_STATE_HCC = 4  /**< a history, a full current buffer, and one that is being filled */
-} vesk_zcf_state;
 
 /** A recorder. */
 typedef struct vesk {

@@ -1,4 +1,4 @@
-#include "hwmon.hpp"
+#include "machine/hwmon.hpp"
 
 #include <algorithm>
 #include <cstdlib>

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "measurement.hpp"
+#include "machine/measurement.hpp"
 
 namespace cli
 {

@@ -1,4 +1,4 @@
-#include "measurement.hpp"
+#include "machine/measurement.hpp"
 
 namespace cli
 {

@@ -1,4 +1,4 @@
-#include "proc_files.hpp"
+#include "machine/proc_files.hpp"
 
 #include <algorithm>
 #include <array>

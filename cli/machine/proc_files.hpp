@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "measurement.hpp"
+#include "machine/measurement.hpp"
 
 namespace cli
 {

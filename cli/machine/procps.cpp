@@ -1,4 +1,4 @@
-#include "procps.hpp"
+#include "machine/procps.hpp"
 
 #include <array>
 #include <fmt/format.h>

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "measurement.hpp"
+#include "machine/measurement.hpp"
 
 namespace cli
 {

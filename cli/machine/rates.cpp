@@ -1,4 +1,4 @@
-#include "rates.hpp"
+#include "machine/rates.hpp"
 
 #include <limits>
 #include <string_view>

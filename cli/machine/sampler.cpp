@@ -1,12 +1,12 @@
-#include "sampler.hpp"
+#include "machine/sampler.hpp"
 
 #include <algorithm>
 #include <string_view>
 #include <unordered_set>
 
-#include "clock.hpp"
-#include "proc_files.hpp"
-#include "procps.hpp"
+#include "machine/proc_files.hpp"
+#include "machine/procps.hpp"
+#include "process/clock.hpp"
 
 namespace cli
 {

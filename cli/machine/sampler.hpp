@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "hwmon.hpp"
-#include "measurement.hpp"
+#include "machine/hwmon.hpp"
+#include "machine/measurement.hpp"
 
 namespace cli
 {

@@ -1,4 +1,4 @@
-#include "schedule.hpp"
+#include "machine/schedule.hpp"
 
 #include <algorithm>
 #include <cmath>

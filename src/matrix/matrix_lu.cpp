@@ -8,7 +8,7 @@
 #include <vesk/matrix_value.h>
 
 #include "matrix/element_access.hpp"
-#include "matrix/kernels.hpp"
+#include "matrix/kernels/kernels.hpp"
 #include "matrix/strided.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"

@@ -6,7 +6,7 @@
 #include <vesk/matrix_ops.h>
 #include <vesk/matrix_value.h>
 
-#include "matrix/kernels.hpp"
+#include "matrix/kernels/kernels.hpp"
 #include "matrix/strided.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"

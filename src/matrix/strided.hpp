@@ -9,7 +9,7 @@
 #include <cstdlib>
 
 #include "matrix/element_access.hpp"
-#include "matrix/kernels.hpp"
+#include "matrix/kernels/kernels.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 

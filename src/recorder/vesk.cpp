@@ -26,9 +26,9 @@
 #include <vesk/vesk_hist_buffer.h>
 #include <vesk/vesk_hist_buffer_compress.h>
 
+#include "box/durable_file.hpp"
+#include "box/state_form.hpp"
 #include "io/fields.hpp"
-#include "recorder/durable_file.hpp"
-#include "recorder/state_form.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"

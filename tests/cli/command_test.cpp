@@ -8,13 +8,13 @@
 
 #include <vesk/error.h>
 
-#include "box_writer.hpp"
+#include "box/box_writer.hpp"
 #include "common/temporary_directory.hpp"
-#include "failure.hpp"
-#include "line_source.hpp"
-#include "stop_request.hpp"
-#include "suggestion.hpp"
-#include "terminal.hpp"
+#include "process/failure.hpp"
+#include "process/stop_request.hpp"
+#include "process/terminal.hpp"
+#include "text/line_source.hpp"
+#include "text/suggestion.hpp"
 
 namespace
 {

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the command-line cases.
 
-A case is a folder below cases/ with a shell script `cmd` and the files `exit_code`, `stdout` and
+A case is a folder below cases/VERB/ with a shell script `cmd` and the files `exit_code`, `stdout` and
 `stderr` with what it is to end with and print; a file that is not there means 0 or nothing. The
 script runs in an empty folder of its own, with the command first in PATH and
 
@@ -115,7 +115,7 @@ def main():
                         help="write the expected files anew")
     parser.add_argument("cases", nargs="*", default=["*"], help="names or patterns")
     arguments = parser.parse_args()
-    chosen = [path.parent for path in sorted(CASES.glob("*/cmd"))
+    chosen = [path.parent for path in sorted(CASES.glob("*/*/cmd"))
               if any(fnmatch.fnmatch(path.parent.name, pattern) for pattern in arguments.cases)]
     if not chosen:
         parser.error("no such case")

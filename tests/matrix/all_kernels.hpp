@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <vector>
 
-#include "matrix/kernels.hpp"
+#include "matrix/kernels/kernels.hpp"
 
 class AllKernels : public testing::TestWithParam<const matrix_kernels *>
 {

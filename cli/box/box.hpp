@@ -1,0 +1,76 @@
+// Looking at what is stored: which files make up a box, and what is in them. Nothing here needs
+// more than the right to read, and nothing that the files hold can end the process.
+#ifndef VESK_CLI_BOX_BOX_HPP
+#define VESK_CLI_BOX_BOX_HPP
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <vesk/vesk_scan.h>
+
+namespace cli
+{
+
+struct stored_file {
+    std::string path;
+    uint32_t buffer_kind = 0; // VESK_BUFFER_TYPE_CURRENT or VESK_BUFFER_TYPE_HIST
+    uint32_t number = 0;
+    uint64_t size = 0;
+    vesk_scan_role role = VESK_SCAN_ORPHAN;
+    bool missing = false;
+
+    bool is_history() const;
+};
+
+// What the state file says.
+struct box_state {
+    std::string path;
+    int error = 0; // 0 for a whole state file, -40 when there is none
+    uint64_t size = 0;
+    std::string filename; // as it was when the box was made
+    uint32_t stage = 0;
+    uint32_t samples = 0;
+    uint32_t intervals = 0;
+    uint32_t next_file_number = 0;
+    std::vector<std::string> names; // of the buffers, the open one last
+};
+
+box_state read_state(const std::string &base);
+// Why the state file cannot be used.
+std::string state_words(const box_state &state);
+
+struct box {
+    std::string name;
+    bool is_file = false;            // a buffer file that was named instead of a box
+    box_state state;                 // not of a lone file
+    std::vector<stored_file> files;  // that belong to the box, oldest first
+    std::vector<stored_file> others; // that the state file does not name
+
+    // The buffers of one kind, oldest first.
+    std::vector<const stored_file *> current_buffers() const;
+    std::vector<const stored_file *> history_buffers() const;
+};
+
+// @p name is the base name of a box, its state file or one of its buffer files. Throws a failure
+// (unreadable) when there is none of them. Without a usable state file all buffers that are there
+// belong to the box.
+box find_box(const std::string &name);
+
+// Shows @p visit every item of a buffer file. Throws a failure (unreadable) when the file cannot be
+// read at all; what @p visit throws comes through.
+void scan_file(const std::string &path, const std::function<void(const vesk_scan_item &)> &visit);
+
+// "12 bytes at 340: the data ends inside a stream".
+std::string damage_text(const vesk_scan_item &item);
+// True for what a reader of the box has to know about: damage, and records that are not as they
+// should be. Events without a type word are how the recorder writes events.
+bool is_damage(const vesk_scan_item &item);
+
+// The names of the sensors that govern an item.
+std::vector<std::string> sensor_names(const vesk_cb_record_sensor_names &names);
+
+} // namespace cli
+
+#endif

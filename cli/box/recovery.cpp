@@ -1,0 +1,194 @@
+#include "box/recovery.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include <vesk/error.h>
+
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+
+namespace cli
+{
+namespace
+{
+
+// The scanner has its own meanings for some codes.
+std::string damage_words(int error)
+{
+    switch (error) {
+    case QE_ERROR_TRUNCATED:
+        return "the data ends inside a record";
+    case QE_ERROR_IO:
+        return "cannot be decoded";
+    case QE_ERROR_MALFORMED:
+        return "no record, or not one that readers take";
+    case QE_ERROR_LIMIT:
+        return "the search for records gave up";
+    default:
+        return words_for(error);
+    }
+}
+
+std::string state_problem(int error)
+{
+    switch (error) {
+    case 0:
+        return "does not fit the buffers";
+    case QE_ERROR_OPEN:
+        return "is missing";
+    default:
+        return words_for(error);
+    }
+}
+
+std::string place(const recovery_step &step)
+{
+    return fmt::format("{} at {}", counted(step.length, "byte"), step.offset);
+}
+
+std::string padding(const recovery_step &step)
+{
+    const bool history = step.path.ends_with(".hbuf.z");
+    return history ? counted(step.count, "interval") + " without samples"
+                   : counted(step.count, "sample") + " without values";
+}
+
+void add(std::string &text, uint64_t count, const std::string &words)
+{
+    if (count > 0) {
+        text += (text.empty() ? "" : ", ") + words;
+    }
+}
+
+int keep_step(const vesk_recover_step *step, void *context)
+{
+    static_cast<recovery_plan *>(context)->steps.push_back(
+        {step->action, step->filename, step->offset, step->length, step->count, step->error});
+    return 0;
+}
+
+} // namespace
+
+bool recovery_plan::is_needed() const
+{
+    return std::any_of(steps.begin(), steps.end(), [](const recovery_step &step) {
+        return step.action != VESK_RECOVER_DELETE && step.action != VESK_RECOVER_KEEP;
+    });
+}
+
+recovery_plan plan_recovery(const std::string &base, const told_sizes &sizes)
+{
+    recovery_plan plan;
+    plan.result = vesk_recover_plan(base.c_str(), sizes.samples, sizes.intervals, keep_step, &plan,
+                                    &plan.report);
+    return plan;
+}
+
+const char *action_name(vesk_recover_action action)
+{
+    switch (action) {
+    case VESK_RECOVER_CUT:
+        return "cut";
+    case VESK_RECOVER_SET_ASIDE:
+        return "set_aside";
+    case VESK_RECOVER_TAG_EVENT:
+        return "tag_event";
+    case VESK_RECOVER_MEND_TIME:
+        return "mend_time";
+    case VESK_RECOVER_MEND_TEXT:
+        return "mend_text";
+    case VESK_RECOVER_NAME_SENSORS:
+        return "name_sensors";
+    case VESK_RECOVER_ADD_HEADER:
+        return "add_header";
+    case VESK_RECOVER_PAD:
+        return "pad";
+    case VESK_RECOVER_CREATE:
+        return "create";
+    case VESK_RECOVER_WRITE_STATE:
+        return "write_state";
+    case VESK_RECOVER_DELETE:
+        return "delete";
+    case VESK_RECOVER_KEEP:
+        return "keep";
+    }
+    return "other";
+}
+
+std::string step_text(const recovery_step &step)
+{
+    switch (step.action) {
+    case VESK_RECOVER_CUT:
+        return fmt::format("{}: {}: taken out, kept in {}.torn", place(step),
+                           damage_words(step.error), printable(step.path));
+    case VESK_RECOVER_SET_ASIDE:
+        return fmt::format("{} in {}: {}: taken out, kept in {}.torn",
+                           counted(step.count, "record"), place(step), damage_words(step.error),
+                           printable(step.path));
+    case VESK_RECOVER_TAG_EVENT:
+        return fmt::format("the event at {} lacks its type word: added", step.offset);
+    case VESK_RECOVER_MEND_TIME:
+        return fmt::format("a time at {} that readers refuse: becomes the nearest valid one",
+                           step.offset);
+    case VESK_RECOVER_MEND_TEXT:
+        return fmt::format("a name or text at {} is empty, repeated or has a zero byte: replaced",
+                           step.offset);
+    case VESK_RECOVER_NAME_SENSORS:
+        return fmt::format(
+            "what is at {} has no names: given those of a neighbour, or unknown.1, unknown.2, ...",
+            step.offset);
+    case VESK_RECOVER_ADD_HEADER:
+        return "the header is missing or wrong: written";
+    case VESK_RECOVER_PAD:
+        return fmt::format("is not full: {} added", padding(step));
+    case VESK_RECOVER_CREATE:
+        return "is missing: made";
+    case VESK_RECOVER_WRITE_STATE:
+        return state_problem(step.error) + ": written anew";
+    case VESK_RECOVER_DELETE:
+        return "not needed any more: deleted";
+    case VESK_RECOVER_KEEP:
+        return "does not belong to the box: left alone";
+    }
+    return "unknown";
+}
+
+std::string report_text(const vesk_recover_report &report)
+{
+    std::string text = fmt::format("kept {}, {}, {}", counted(report.samples_kept, "sample"),
+                                   counted(report.intervals_kept, "interval"),
+                                   counted(report.events_kept, "event"));
+    add(text, report.bytes_aside, counted(report.bytes_aside, "byte") + " set aside");
+    add(text, report.records_mended, counted(report.records_mended, "record") + " mended");
+    add(text, report.samples_padded, counted(report.samples_padded, "empty sample") + " added");
+    add(text, report.intervals_padded,
+        counted(report.intervals_padded, "empty interval") + " added");
+    add(text, report.events_tagged, counted(report.events_tagged, "event") + " tagged");
+    add(text, report.files_deleted, counted(report.files_deleted, "old file") + " deleted");
+    add(text, report.files_kept,
+        counted(report.files_kept, "file") + " that do not belong to the box left alone");
+    if (report.source == VESK_RECOVER_FROM_BACKUP) {
+        text += ", state from its backup";
+    } else if (report.source == VESK_RECOVER_FROM_BUFFERS) {
+        text += ", state from the buffers";
+    }
+    return text;
+}
+
+std::string recovery_failure(int result)
+{
+    switch (result) {
+    case QE_ERROR_MALFORMED:
+        return "nothing on the disk tells the sizes that it was made with; say them with --samples "
+               "and --intervals";
+    case QE_ERROR_OPEN:
+        return "there is no such box, or its files cannot be opened";
+    case QE_ERROR_LIMIT:
+        return "the name is too long, or no recorder takes its sizes";
+    default:
+        return words_for(result);
+    }
+}
+
+} // namespace cli

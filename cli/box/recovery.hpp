@@ -1,0 +1,53 @@
+// What is wrong with a box, what is done about it, and how that is said.
+#ifndef VESK_CLI_BOX_RECOVERY_HPP
+#define VESK_CLI_BOX_RECOVERY_HPP
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <vesk/vesk_recover.h>
+
+namespace cli
+{
+
+// The sizes that a box was made with, as far as the user says them; 0 where not.
+struct told_sizes {
+    uint32_t samples = 0;
+    uint32_t intervals = 0;
+};
+
+struct recovery_step {
+    vesk_recover_action action;
+    std::string path;
+    uint64_t offset;
+    uint64_t length;
+    uint32_t count;
+    int error;
+};
+
+struct recovery_plan {
+    int result = 0; // of vesk_recover_plan()
+    std::vector<recovery_step> steps;
+    vesk_recover_report report = {};
+
+    bool is_empty() const { return report.steps == 0; }
+    // True when more than files that nobody needs would change.
+    bool is_needed() const;
+};
+
+// Only looks.
+recovery_plan plan_recovery(const std::string &base, const told_sizes &sizes);
+
+// A word for programs: "cut", "pad".
+const char *action_name(vesk_recover_action action);
+// A line for people: "21 bytes at 46 are taken out (the data ends inside an item)".
+std::string step_text(const recovery_step &step);
+// What was kept, added and set aside, in one line.
+std::string report_text(const vesk_recover_report &report);
+// Why a box cannot be brought back.
+std::string recovery_failure(int result);
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,70 @@
+#include "process/stop_request.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <poll.h>
+
+namespace cli
+{
+namespace
+{
+
+volatile sig_atomic_t stop_flag = 0;
+
+void request_stop(int /*signal*/)
+{
+    stop_flag = 1;
+}
+
+} // namespace
+
+stop_request::stop_request()
+{
+    stop_flag = 0;
+    struct sigaction action = {};
+    action.sa_handler = request_stop;
+    sigemptyset(&action.sa_mask);
+    for (int i = 0; i < 3; ++i) {
+        sigaction(signals_[i], &action, &before_[i]);
+        // What was ignored from the start (nohup) stays ignored.
+        if (before_[i].sa_handler == SIG_IGN) {
+            sigaction(signals_[i], &before_[i], nullptr);
+        }
+    }
+}
+
+stop_request::~stop_request()
+{
+    for (int i = 0; i < 3; ++i) {
+        sigaction(signals_[i], &before_[i], nullptr);
+    }
+}
+
+bool stop_request::requested() const
+{
+    return stop_flag != 0;
+}
+
+bool stop_request::wait(double seconds, int fd) const
+{
+    // The signals stay blocked between the test and the sleep, so none is lost in between.
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    for (const int signal : signals_) {
+        sigaddset(&blocked, signal);
+    }
+    sigprocmask(SIG_BLOCK, &blocked, &before);
+    if (stop_flag == 0) {
+        const double bounded = std::clamp(seconds, 0.0, 3600.0);
+        timespec timeout = {};
+        timeout.tv_sec = static_cast<time_t>(bounded);
+        timeout.tv_nsec = static_cast<long>((bounded - std::floor(bounded)) * 1e9);
+        pollfd readable = {fd, POLLIN, 0};
+        ppoll(&readable, fd >= 0 ? 1 : 0, &timeout, &before);
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return stop_flag != 0;
+}
+
+} // namespace cli

@@ -1,0 +1,30 @@
+// SIGINT, SIGTERM and SIGHUP ask a verb to end cleanly.
+#ifndef VESK_CLI_PROCESS_STOP_REQUEST_HPP
+#define VESK_CLI_PROCESS_STOP_REQUEST_HPP
+
+#include <csignal>
+
+namespace cli
+{
+
+// While it lives the three signals only set a flag, and system calls that wait are interrupted.
+class stop_request
+{
+public:
+    stop_request();
+    stop_request(const stop_request &) = delete;
+    stop_request &operator=(const stop_request &) = delete;
+    ~stop_request();
+
+    bool requested() const;
+    // Waits, at most @p seconds or until @p fd can be read; true as soon as the end is requested.
+    bool wait(double seconds, int fd = -1) const;
+
+private:
+    static constexpr int signals_[] = {SIGINT, SIGTERM, SIGHUP};
+    struct sigaction before_[3] = {};
+};
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,47 @@
+// What people see on standard error. Standard output belongs to data.
+#ifndef VESK_CLI_PROCESS_TERMINAL_HPP
+#define VESK_CLI_PROCESS_TERMINAL_HPP
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace cli
+{
+
+// Colour needs a terminal that can show it and a user who has not set NO_COLOR.
+bool colour_wanted(bool is_terminal, const char *no_color, const char *term);
+
+// "vesk: text", with the name in red where colour is wanted.
+void complain(std::string_view text);
+
+// "vesk: note: text".
+void note(std::string_view text);
+
+// Control characters would let a damaged or foreign file talk to the terminal: they become '?'.
+std::string printable(std::string_view text);
+
+// "1 sample", "2 samples".
+std::string counted(uint64_t count, std::string_view noun);
+
+// One line that is rewritten in place, and makes room for what is said meanwhile; nothing at all
+// when standard error is not a terminal. There is one at a time.
+class status_line
+{
+public:
+    status_line();
+    status_line(const status_line &) = delete;
+    status_line &operator=(const status_line &) = delete;
+    ~status_line() { clear(); }
+
+    bool visible() const { return visible_; }
+    void show(std::string_view text);
+    void clear();
+
+private:
+    bool visible_;
+};
+
+} // namespace cli
+
+#endif

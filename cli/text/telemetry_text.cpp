@@ -1,0 +1,174 @@
+#include "text/telemetry_text.hpp"
+
+#include <algorithm>
+#include <array>
+#include <fmt/format.h>
+#include <unordered_set>
+
+#include "process/terminal.hpp"
+#include "text/value_text.hpp"
+
+namespace cli
+{
+namespace
+{
+
+constexpr std::size_t time_length = 17;
+// What a box can store: more cannot be written or could not be read back.
+constexpr std::size_t most_sensors = 10000;
+constexpr std::size_t longest_name = 10000;
+
+// A header line is recognised by these words, or by a first name that begins with "::". They are
+// the fixed vocabulary of the format.
+constexpr std::array<std::string_view, 32> header_words = {
+    "SSC",  "ssc",  "SB",   "sb",  "Temp", "temp", "PS",    "ps",    "VDC",    "vdc",   "N0",
+    "n0",   "CORE", "core", "CPU", "cpu",  "DISK", "disk",  "READ",  "read",   "WRITE", "write",
+    "IDLE", "idle", "V_",   "v_",  "T_",   "t_",   "POWER", "power", "PACKET", "packet"};
+
+// Calls visit(field) for each field between the commas, empty ones included.
+template <typename Visit>
+void for_each_field(std::string_view text, Visit visit)
+{
+    for (;;) {
+        const auto comma = text.find(',');
+        visit(text.substr(0, comma));
+        if (comma == std::string_view::npos) {
+            return;
+        }
+        text.remove_prefix(comma + 1);
+    }
+}
+
+std::string shortened(std::string_view name)
+{
+    constexpr std::size_t enough = 60;
+    return printable(name.size() > enough ? std::string(name.substr(0, enough)) + "..." : name);
+}
+
+} // namespace
+
+bool is_header_line(std::string_view line)
+{
+    // ',' '-' '.' '/', the digits and ':' are all that plain numbers and times are made of.
+    const auto skipped =
+        std::find_if_not(line.begin(), line.end(), [](char c) { return c >= 44 && c <= 58; });
+    const auto at = static_cast<std::size_t>(skipped - line.begin());
+    if (at == line.size()) {
+        return false;
+    }
+    const std::string_view rest = line.substr(at);
+    const bool has_word = std::any_of(header_words.begin(), header_words.end(), [&](auto word) {
+        return rest.find(word) != std::string_view::npos;
+    });
+    // The "::" of a first name is skipped above, so it is looked for before the rest.
+    return has_word || (at >= 2 && line.substr(at - 2, 2) == "::");
+}
+
+telemetry_parser::line_kind telemetry_parser::parse(std::string_view line)
+{
+    if (line.empty()) {
+        return line_kind::blank;
+    }
+    if (line.find('\0') != std::string_view::npos) {
+        throw bad_text("the line holds a zero byte");
+    }
+    const std::string_view time = line.substr(0, line.find(','));
+    if (!has_time_shape(time)) {
+        parse_time(time); // knows the reason best
+    }
+    if (time.size() == line.size()) {
+        throw bad_text("nothing follows the time");
+    }
+    const std::string_view rest = line.substr(time_length + 1);
+    // A line of values with a word in the wrong place is not a header, whatever the word is.
+    if (is_header_line(line) && !is_value(rest.substr(0, rest.find(',')))) {
+        parse_header(rest);
+        return line_kind::header;
+    }
+    if (sensors_.empty()) {
+        throw bad_text("values come before any header line (a header line holds names, and its "
+                       "first name begins with '::')");
+    }
+    time_ = parse_time(time);
+    parse_values(rest);
+    return line_kind::values;
+}
+
+void telemetry_parser::parse_header(std::string_view names)
+{
+    std::vector<std::string> sensors;
+    for_each_field(names, [&](std::string_view name) {
+        if (name.empty()) {
+            throw bad_text(fmt::format("the name of sensor {} is empty", sensors.size() + 1));
+        }
+        if (name.size() > longest_name) {
+            throw bad_text(fmt::format("the name of sensor {} has {} bytes; {} are the most",
+                                       sensors.size() + 1, name.size(), longest_name));
+        }
+        if (sensors.size() == most_sensors) {
+            throw bad_text(fmt::format("more than {} sensors", most_sensors));
+        }
+        sensors.emplace_back(name);
+    });
+    std::unordered_set<std::string_view> seen;
+    for (const std::string &name : sensors) {
+        if (!seen.insert(name).second) {
+            throw bad_text("two sensors are named '" + shortened(name) + "'");
+        }
+    }
+    sensors_ = std::move(sensors);
+}
+
+void telemetry_parser::parse_values(std::string_view values)
+{
+    const auto count = static_cast<std::size_t>(std::count(values.begin(), values.end(), ',')) + 1;
+    if (count != sensors_.size()) {
+        throw bad_text(fmt::format("{} {} for {} {}", count, count == 1 ? "value" : "values",
+                                   sensors_.size(), sensors_.size() == 1 ? "sensor" : "sensors"));
+    }
+    values_.clear();
+    for_each_field(values, [&](std::string_view field) {
+        try {
+            values_.push_back(parse_value(field));
+        } catch (const bad_text &reason) {
+            throw bad_text(fmt::format("value {} ({}): {}", values_.size() + 1,
+                                       shortened(sensors_[values_.size()]), reason.what()));
+        }
+    });
+}
+
+std::string representable_name(std::string_view name)
+{
+    std::string result(name.empty() ? "_" : name);
+    for (char &c : result) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7f || c == ',') {
+            c = '_';
+        }
+    }
+    return result;
+}
+
+std::string header_line(int64_t time, std::span<const std::string> sensors)
+{
+    std::string line = format_time(time);
+    for (const std::string &name : sensors) {
+        line += ',';
+        line += representable_name(name);
+    }
+    line += '\n';
+    return line;
+}
+
+std::string values_line(int64_t time, std::span<const float> values)
+{
+    std::string line = format_time(time);
+    for (const float value : values) {
+        line += ',';
+        append_value(line, value);
+    }
+    line += '\n';
+    return line;
+}
+
+} // namespace cli

@@ -1,0 +1,51 @@
+// Text telemetry, line by line: the parser that checks everything the library's reader would abort
+// on or let pass, and the lines that `vesk dump` writes.
+#ifndef VESK_CLI_TEXT_TELEMETRY_TEXT_HPP
+#define VESK_CLI_TEXT_TELEMETRY_TEXT_HPP
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace cli
+{
+
+// The rule of the format that tells header lines from lines of values. @p line must begin with the
+// 17 characters of a time and a comma.
+bool is_header_line(std::string_view line);
+
+class telemetry_parser
+{
+public:
+    enum class line_kind { blank, header, values };
+
+    // Throws bad_text with the reason when the line is refused; what was read before stays.
+    line_kind parse(std::string_view line);
+
+    // The names of the latest header.
+    const std::vector<std::string> &sensors() const { return sensors_; }
+    // The latest line of values, one for each sensor.
+    int64_t time() const { return time_; }
+    std::span<const float> values() const { return values_; }
+
+private:
+    void parse_header(std::string_view names);
+    void parse_values(std::string_view values);
+
+    std::vector<std::string> sensors_;
+    std::vector<float> values_;
+    int64_t time_ = 0;
+};
+
+// Both end with a line end. A name that a line cannot hold is changed: see representable_name().
+std::string header_line(int64_t time, std::span<const std::string> sensors);
+std::string values_line(int64_t time, std::span<const float> values);
+
+// The name with '_' for commas and control characters, which would break the line, and for nothing.
+std::string representable_name(std::string_view name);
+
+} // namespace cli
+
+#endif

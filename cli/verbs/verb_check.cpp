@@ -1,0 +1,239 @@
+// vesk check BASE
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include <vesk/error.h>
+
+#include "box/box.hpp"
+#include "box/box_lock.hpp"
+#include "box/recovery.hpp"
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+#include "verbs/verbs.hpp"
+
+namespace cli
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+// A record, or a place without any, that is not as it should be.
+struct finding {
+    uint64_t offset;
+    uint64_t length;
+    int error;
+    std::string what;
+};
+
+struct checked_file {
+    const stored_file *file;
+    uint64_t samples = 0;
+    uint64_t intervals = 0;
+    uint64_t events = 0;
+    std::vector<finding> findings;
+};
+
+struct diagnosis {
+    box what;
+    std::optional<pid_t> writer;
+    std::vector<checked_file> files; // the others behind those of the box
+    recovery_plan plan;
+
+    bool is_repairable() const { return plan.result == 0; }
+    bool is_healthy() const { return is_repairable() && !plan.is_needed(); }
+};
+
+void check_item(const vesk_scan_item &item, checked_file &found)
+{
+    found.samples += item.kind == VESK_SCAN_SENSOR_VALUES ? 1 : 0;
+    found.intervals += item.kind == VESK_SCAN_INTERVAL ? 1 : 0;
+    const bool bare = item.kind == VESK_SCAN_BARE_EVENT;
+    found.events += bare || item.kind == VESK_SCAN_EVENT ? 1 : 0;
+    if (bare) {
+        found.findings.push_back({item.offset, item.length, item.error,
+                                  fmt::format("the event at {} lacks its type word", item.offset)});
+    } else if (is_damage(item)) {
+        found.findings.push_back({item.offset, item.length, item.error, damage_text(item)});
+    }
+}
+
+checked_file check_file(const stored_file &file)
+{
+    checked_file found = {};
+    found.file = &file;
+    if (file.missing) {
+        found.findings.push_back({0, 0, QE_ERROR_OPEN, "is missing"});
+        return found;
+    }
+    try {
+        scan_file(file.path, [&](const vesk_scan_item &item) { check_item(item, found); });
+    } catch (const failure &reason) {
+        found.findings.push_back({0, file.size, QE_ERROR_IO, reason.what()});
+    }
+    return found;
+}
+
+diagnosis diagnose(const check_options &options)
+{
+    diagnosis result;
+    result.writer = lock_holder(options.base);
+    result.what = find_box(options.base);
+    for (const auto *files : {&result.what.files, &result.what.others}) {
+        for (const stored_file &file : *files) {
+            result.files.push_back(check_file(file));
+        }
+    }
+    result.plan = plan_recovery(
+        result.what.name, {options.shape.samples.value_or(0), options.shape.intervals.value_or(0)});
+    return result;
+}
+
+// A recorder may be in the middle of a record or of a rotation: then another look shows more.
+diagnosis diagnose_patiently(const check_options &options)
+{
+    constexpr int looks = 5;
+    constexpr timespec between = {0, 100'000'000};
+    diagnosis result = diagnose(options);
+    for (int i = 1; i < looks && result.writer && !result.is_healthy(); ++i) {
+        nanosleep(&between, nullptr);
+        result = diagnose(options);
+    }
+    return result;
+}
+
+const char *verdict_of(const diagnosis &found)
+{
+    if (found.is_healthy()) {
+        return "healthy";
+    }
+    return found.is_repairable() ? "repairable" : "not repairable";
+}
+
+std::string contents_text(const checked_file &found)
+{
+    const std::string records = found.file->is_history() ? counted(found.intervals, "interval")
+                                                         : counted(found.samples, "sample");
+    const std::string events = found.events > 0 ? ", " + counted(found.events, "event") : "";
+    return fmt::format("{}{}, {}", records, events, counted(found.file->size, "byte"));
+}
+
+bool is_other(const diagnosis &found, const checked_file &file)
+{
+    return std::any_of(found.what.others.begin(), found.what.others.end(),
+                       [&](const stored_file &other) { return &other == file.file; });
+}
+
+void print_text(const diagnosis &found)
+{
+    const box_state &state = found.what.state;
+    fmt::print("{}: {}\n", printable(state.path), state.error == 0 ? "whole" : state_words(state));
+    for (const checked_file &file : found.files) {
+        fmt::print("{}: {}{}\n", printable(file.file->path), contents_text(file),
+                   is_other(found, file) ? ", does not belong to the box" : "");
+        for (const finding &what : file.findings) {
+            fmt::print("    {}\n", printable(what.what));
+        }
+    }
+    if (found.writer) {
+        fmt::print("process {} is writing to the box: its latest record may look torn\n",
+                   *found.writer);
+    }
+    if (!found.plan.is_empty() && found.is_repairable()) {
+        fmt::print("what a repair does:\n");
+        for (const recovery_step &step : found.plan.steps) {
+            fmt::print("    {}: {}\n", printable(step.path), step_text(step));
+        }
+        fmt::print("    {}\n", report_text(found.plan.report));
+    }
+    fmt::print("{}: {}{}\n", printable(found.what.name), verdict_of(found),
+               found.is_repairable() ? "" : ": " + recovery_failure(found.plan.result));
+}
+
+ordered_json file_json(const diagnosis &found, const checked_file &file)
+{
+    ordered_json result = {{"path", file.file->path},          {"belongs", !is_other(found, file)},
+                           {"bytes", file.file->size},         {"samples", file.samples},
+                           {"intervals", file.intervals},      {"events", file.events},
+                           {"findings", ordered_json::array()}};
+    for (const finding &what : file.findings) {
+        result["findings"].push_back({{"offset", what.offset},
+                                      {"bytes", what.length},
+                                      {"error", what.error},
+                                      {"what", what.what}});
+    }
+    return result;
+}
+
+ordered_json repair_json(const recovery_plan &plan)
+{
+    const vesk_recover_report &report = plan.report;
+    ordered_json result = {
+        {"steps", ordered_json::array()},          {"samples_kept", report.samples_kept},
+        {"intervals_kept", report.intervals_kept}, {"events_kept", report.events_kept},
+        {"events_tagged", report.events_tagged},   {"records_mended", report.records_mended},
+        {"samples_padded", report.samples_padded}, {"intervals_padded", report.intervals_padded},
+        {"records_aside", report.records_aside},   {"bytes_aside", report.bytes_aside},
+        {"files_deleted", report.files_deleted},   {"files_kept", report.files_kept}};
+    for (const recovery_step &step : plan.steps) {
+        result["steps"].push_back({{"action", action_name(step.action)},
+                                   {"path", step.path},
+                                   {"offset", step.offset},
+                                   {"bytes", step.length},
+                                   {"records", step.count},
+                                   {"error", step.error},
+                                   {"what", step_text(step)}});
+    }
+    return result;
+}
+
+void print_json(const diagnosis &found)
+{
+    const box_state &state = found.what.state;
+    ordered_json result = {{"box", found.what.name}, {"verdict", verdict_of(found)}};
+    result["reason"] = nullptr;
+    if (!found.is_repairable()) {
+        result["reason"] = recovery_failure(found.plan.result);
+    }
+    result["writer"] = nullptr;
+    if (found.writer) {
+        result["writer"] = *found.writer;
+    }
+    result["state"] = {{"path", state.path}, {"error", nullptr}};
+    if (state.error != 0) {
+        result["state"]["error"] = state_words(state);
+    }
+    result["files"] = ordered_json::array();
+    for (const checked_file &file : found.files) {
+        result["files"].push_back(file_json(found, file));
+    }
+    result["repair"] = found.is_repairable() ? repair_json(found.plan) : ordered_json(nullptr);
+    // Paths may be any bytes; JSON is UTF-8.
+    fmt::print("{}\n", result.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+}
+
+} // namespace
+
+exit_code check(const check_options &options)
+{
+    const diagnosis found = diagnose_patiently(options);
+    if (found.what.is_file) {
+        throw failure(exit_usage, options.base + ": is a file; check takes the name of a box");
+    }
+    if (options.json) {
+        print_json(found);
+    } else {
+        print_text(found);
+    }
+    flush_output();
+    if (found.is_healthy()) {
+        return exit_done;
+    }
+    return found.is_repairable() ? exit_damaged : exit_unreadable;
+}
+
+} // namespace cli

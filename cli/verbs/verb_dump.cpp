@@ -1,0 +1,287 @@
+// vesk dump BASE|FILE
+#include <cmath>
+#include <cstdio>
+#include <fmt/format.h>
+#include <memory>
+#include <span>
+
+#include <vesk/error.h>
+#include <vesk/sensor_array.h>
+#include <vesk/vesk_buffer.h>
+
+#include "box/box.hpp"
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+#include "text/telemetry_text.hpp"
+#include "text/value_text.hpp"
+#include "verbs/verbs.hpp"
+
+namespace cli
+{
+namespace
+{
+
+void put(std::string_view text)
+{
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+        throw failure(exit_failed, with_errno("standard output"));
+    }
+}
+
+// Counts what a reader of the output would miss.
+class losses
+{
+public:
+    void add(const std::string &path, const vesk_scan_item &item)
+    {
+        if (is_damage(item)) {
+            complain(fmt::format("{}: {}", path, damage_text(item)));
+            ++damage_;
+        }
+    }
+    void add_missing(const std::string &path)
+    {
+        complain(path + ": is missing");
+        ++damage_;
+    }
+    void add_state(const box_state &state)
+    {
+        complain(fmt::format("{}: {}; reading the buffers that are there", state.path,
+                             state_words(state)));
+        ++damage_;
+    }
+    void add_unreadable(const std::string &message)
+    {
+        complain(message);
+        ++damage_;
+    }
+    bool any() const { return damage_ > 0; }
+
+private:
+    unsigned damage_ = 0;
+};
+
+struct array_release {
+    void operator()(sensor_array *array) const { sensor_array_destroy(&array); }
+};
+
+// Remembers the sensors of the latest header.
+class current_sensors
+{
+public:
+    // True when @p names has other sensors than the last time.
+    bool changed(const vesk_cb_record_sensor_names &names)
+    {
+        if (array_ && sensor_array_is_equal(array_.get(), names.sensors) != 0) {
+            return false;
+        }
+        array_.reset(sensor_array_copy(names.sensors));
+        texts_ = sensor_names(names);
+        return true;
+    }
+    const std::vector<std::string> &names() const { return texts_; }
+
+private:
+    std::unique_ptr<sensor_array, array_release> array_;
+    std::vector<std::string> texts_;
+};
+
+class sample_dump
+{
+public:
+    void show(const vesk_scan_item &item)
+    {
+        if (item.kind != VESK_SCAN_SENSOR_VALUES) {
+            return;
+        }
+        const std::span<const float> values(item.values->values, item.values->n_sensors);
+        const int64_t time = item.values->timestamp.tv.tv_sec;
+        // Without names that fit, nobody could tell what the values are.
+        if (item.names == nullptr || item.names->sensors == nullptr ||
+            sensor_array_get_size(item.names->sensors) != values.size()) {
+            return;
+        }
+        if (sensors_.changed(*item.names)) {
+            const std::string header = header_line(time, sensors_.names());
+            warn_about(header);
+            put(header);
+        }
+        put(values_line(time, values));
+    }
+
+private:
+    void warn_about(std::string_view header)
+    {
+        for (const std::string &name : sensors_.names()) {
+            if (representable_name(name) != name) {
+                note(fmt::format("the sensor '{}' is written as '{}'", printable(name),
+                                 representable_name(name)));
+            }
+        }
+        header.remove_suffix(1);
+        if (!is_header_line(header)) {
+            note(fmt::format("readers will not recognise the header line that begins with '{}': no "
+                             "name in it begins with '::' or holds a word of the format",
+                             printable(header.substr(0, 60))));
+        }
+    }
+
+    current_sensors sensors_;
+};
+
+// Quotes a name where CSV needs it.
+std::string csv_field(const std::string &text)
+{
+    std::string name = printable(text);
+    if (name.find_first_of(",\"") == std::string::npos) {
+        return name;
+    }
+    std::string quoted = "\"";
+    for (const char c : name) {
+        quoted += c;
+        if (c == '"') {
+            quoted += '"';
+        }
+    }
+    return quoted + "\"";
+}
+
+class history_dump
+{
+public:
+    history_dump() { put("start,end,sensor,count,min,max,mean,first,last,stddev\n"); }
+
+    void show(const vesk_scan_item &item)
+    {
+        if (item.kind != VESK_SCAN_INTERVAL || item.names == nullptr ||
+            item.names->sensors == nullptr ||
+            sensor_array_get_size(item.names->sensors) != item.interval->n_sensors) {
+            return;
+        }
+        if (sensors_.changed(*item.names)) {
+            names_.clear();
+            for (const std::string &name : sensors_.names()) {
+                names_.push_back(csv_field(name));
+            }
+        }
+        const std::string span = format_time(item.interval->start.tv.tv_sec) + "," +
+                                 format_time(item.interval->end.tv.tv_sec) + ",";
+        for (uint32_t i = 0; i < item.interval->n_sensors; ++i) {
+            put(line(span, names_[i], item.interval->hvalues[i]));
+        }
+    }
+
+private:
+    static std::string line(const std::string &span, const std::string &name,
+                            const hist_value &value)
+    {
+        std::string text = fmt::format("{}{},{}", span, name, value.count);
+        const float missing = std::nanf("");
+        const bool any = value.count > 0;
+        for (const float number : {any ? value.min_value : missing, any ? value.max_value : missing,
+                                   mean(value), any ? value.first_value : missing,
+                                   any ? value.last_value : missing, standard_deviation(value)}) {
+            text += ',';
+            append_value(text, number);
+        }
+        return text + '\n';
+    }
+
+    static float mean(const hist_value &value)
+    {
+        return static_cast<float>(static_cast<double>(value.sum) / value.count);
+    }
+
+    // Of the population, as the library counts it. The stored sums have single precision: where
+    // the spread is small beside the mean, little of it is left in them.
+    static float standard_deviation(const hist_value &value)
+    {
+        const double n = value.count;
+        const double average = static_cast<double>(value.sum) / n;
+        const double variance = static_cast<double>(value.sum_squares) / n - average * average;
+        return static_cast<float>(std::sqrt(variance < 0 ? 0 : variance));
+    }
+
+    current_sensors sensors_;
+    std::vector<std::string> names_;
+};
+
+// As CSV, too.
+class event_dump
+{
+public:
+    event_dump() { put("time,type,text\n"); }
+
+    static void show(const vesk_scan_item &item)
+    {
+        if (item.event == nullptr) {
+            return;
+        }
+        const char *text = item.event->text != nullptr ? item.event->text : "";
+        put(fmt::format("{},{},{}\n", format_time(item.event->timestamp.tv.tv_sec),
+                        item.event->type, csv_field(text)));
+    }
+};
+
+template <typename Dump>
+exit_code show_files(const std::vector<const stored_file *> &files, losses &lost)
+{
+    Dump output;
+    std::size_t unreadable = 0;
+    for (const stored_file *file : files) {
+        bool any = false;
+        try {
+            scan_file(file->path, [&](const vesk_scan_item &item) {
+                any = any || item.kind != VESK_SCAN_DAMAGE;
+                lost.add(file->path, item);
+                output.show(item);
+            });
+        } catch (const failure &reason) {
+            if (reason.code() != exit_unreadable) {
+                throw;
+            }
+            lost.add_unreadable(reason.what());
+        }
+        unreadable += any || file->size == 0 ? 0 : 1;
+    }
+    flush_output();
+    if (lost.any() && unreadable == files.size()) {
+        return exit_unreadable;
+    }
+    return lost.any() ? exit_damaged : exit_done;
+}
+
+} // namespace
+
+exit_code dump(const dump_options &options)
+{
+    if (options.history && options.events) {
+        throw failure(exit_usage, "--history and --events: one of them at a time");
+    }
+    if (options.utc) {
+        use_utc();
+    }
+    const box found = find_box(options.name);
+    losses lost;
+    if (!found.is_file && found.state.error != 0) {
+        lost.add_state(found.state);
+    }
+    for (const stored_file &file : found.files) {
+        if (file.missing && file.is_history() == options.history) {
+            lost.add_missing(file.path);
+        }
+    }
+    if (found.is_file && found.files.front().is_history() != options.history) {
+        throw failure(exit_usage,
+                      fmt::format("{} is a {}", options.name,
+                                  options.history ? "current buffer: it holds no history"
+                                                  : "history buffer: use --history"));
+    }
+    if (options.events) {
+        return show_files<event_dump>(found.current_buffers(), lost);
+    }
+    return options.history ? show_files<history_dump>(found.history_buffers(), lost)
+                           : show_files<sample_dump>(found.current_buffers(), lost);
+}
+
+} // namespace cli

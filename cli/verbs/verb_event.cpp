@@ -1,0 +1,108 @@
+// vesk event BASE TYPE TEXT
+#include <charconv>
+#include <ctime>
+#include <fmt/format.h>
+
+#include "box/event_channel.hpp"
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+#include "verbs/verbs.hpp"
+
+namespace cli
+{
+namespace
+{
+
+// How long a recorder may take to answer, and how often it is looked for.
+constexpr double patience = 10;
+constexpr int tries = 50;
+constexpr timespec between_tries = {0, 100'000'000};
+
+uint32_t parse_type(const std::string &text)
+{
+    uint32_t type = 0;
+    const char *end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, type);
+    if (error != std::errc() || rest != end || type < 1 || type > last_event_type) {
+        throw failure(exit_usage, fmt::format("TYPE {}: must be a number from 1 to {}",
+                                              printable(text), last_event_type));
+    }
+    return type;
+}
+
+event make_event(const event_options &options)
+{
+    if (options.base.empty()) {
+        throw failure(exit_usage, "the name of the box is empty");
+    }
+    if (options.text.empty() || options.text.size() > longest_event) {
+        throw failure(exit_usage, fmt::format("TEXT: must have 1 to {} bytes", longest_event));
+    }
+    return {parse_type(options.type), std::time(nullptr), options.text};
+}
+
+exit_code conclude(const event_options &options, const event_reply &reply)
+{
+    using outcome = event_reply::outcome;
+    if (reply.what == outcome::ended) {
+        throw failure(exit_failed, options.base + ": the recording ended without an answer; the "
+                                                  "event may be in the box or not");
+    }
+    if (reply.what == outcome::no_answer) {
+        throw failure(exit_failed,
+                      fmt::format("{}: no answer from the recording in {} seconds; the event may "
+                                  "be in the box or not",
+                                  options.base, patience));
+    }
+    if (reply.answer == event_answer::refused) {
+        throw failure(exit_failed, fmt::format("{}: the event is not recorded: {}", options.base,
+                                               printable(reply.reason)));
+    }
+    if (reply.answer == event_answer::waits) {
+        note(options.base + ": the recording has the event and records it with its next sample");
+    }
+    return exit_done;
+}
+
+// Nobody records: the event goes into the box from here.
+exit_code write_into_box(const event_options &options, const event &what)
+{
+    box_writer box(options.base, {}, {}, box_writer::if_missing::refuse);
+    const bool full = box.is_full();
+    if (box.write(what) == event_result::too_early) {
+        throw failure(exit_failed, options.base + ": the event is not recorded: nothing records, "
+                                                  "and the open buffer holds no sample yet that an "
+                                                  "event could follow");
+    }
+    if (full) {
+        note(options.base + ": the buffer is full: the event can be read there, but the history "
+                            "will not count it");
+    }
+    box.finish();
+    return exit_done;
+}
+
+} // namespace
+
+exit_code put_event(const event_options &options)
+{
+    const event what = make_event(options);
+    for (int i = 0; i < tries; ++i) {
+        const event_reply reply = send_event(options.base, what, patience);
+        if (reply.what != event_reply::outcome::nobody) {
+            return conclude(options, reply);
+        }
+        try {
+            return write_into_box(options, what);
+        } catch (const box_in_use &) {
+            if (i + 1 == tries) {
+                throw;
+            }
+        }
+        // A recording that begins has its lock before its socket, and one that ends after it.
+        nanosleep(&between_tries, nullptr);
+    }
+    return exit_failed;
+}
+
+} // namespace cli

@@ -1,0 +1,356 @@
+// vesk info BASE|FILE
+#include <algorithm>
+#include <cstdio>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <vesk/error.h>
+#include <vesk/vesk_buffer.h>
+
+#include "box/box.hpp"
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+#include "text/value_text.hpp"
+#include "verbs/verbs.hpp"
+
+namespace cli
+{
+namespace
+{
+
+using nlohmann::ordered_json;
+
+struct time_span {
+    bool any = false;
+    int64_t from = 0;
+    int64_t to = 0;
+
+    void add(int64_t first, int64_t last)
+    {
+        from = any ? std::min(from, first) : first;
+        to = any ? std::max(to, last) : last;
+        any = true;
+    }
+    void add(const time_span &other)
+    {
+        if (other.any) {
+            add(other.from, other.to);
+        }
+    }
+};
+
+// What one buffer file holds.
+struct contents {
+    const stored_file *file = nullptr;
+    uint32_t capacity = 0;
+    uint64_t samples = 0;
+    uint64_t intervals = 0;
+    uint64_t events = 0;      // as records
+    uint64_t bare_events = 0; // without type word
+    uint64_t counted_events = 0;
+    uint64_t sensor_changes = 0;
+    std::vector<std::string> sensors; // the latest
+    time_span span;
+    bool readable = false;
+    std::vector<std::string> damage;
+};
+
+uint64_t events_of(const vesk_hb_record_events &events)
+{
+    return uint64_t{events.n_type1_events} + events.n_type2_events + events.n_type3_events +
+           events.n_type4_events + events.n_type5_events;
+}
+
+void count_item(const vesk_scan_item &item, contents &found)
+{
+    if (is_damage(item)) {
+        found.damage.push_back(damage_text(item));
+    }
+    if (item.kind != VESK_SCAN_DAMAGE) {
+        found.readable = true;
+        found.capacity = item.capacity;
+    }
+    switch (item.kind) {
+    case VESK_SCAN_SENSOR_NAMES:
+        ++found.sensor_changes;
+        found.sensors = sensor_names(*item.names);
+        break;
+    case VESK_SCAN_SENSOR_VALUES:
+        ++found.samples;
+        found.span.add(item.values->timestamp.tv.tv_sec, item.values->timestamp.tv.tv_sec);
+        break;
+    case VESK_SCAN_INTERVAL:
+        ++found.intervals;
+        found.counted_events += events_of(item.interval->events);
+        found.span.add(item.interval->start.tv.tv_sec, item.interval->end.tv.tv_sec);
+        break;
+    case VESK_SCAN_EVENT:
+        ++found.events;
+        break;
+    case VESK_SCAN_BARE_EVENT:
+        ++found.bare_events;
+        break;
+    case VESK_SCAN_HEADER:
+    case VESK_SCAN_DAMAGE:
+        break;
+    }
+}
+
+contents read_contents(const stored_file &file)
+{
+    contents found;
+    found.file = &file;
+    if (file.missing) {
+        found.damage.emplace_back("is missing");
+        return found;
+    }
+    try {
+        scan_file(file.path, [&](const vesk_scan_item &item) { count_item(item, found); });
+    } catch (const failure &reason) {
+        found.damage.emplace_back(reason.what());
+    }
+    return found;
+}
+
+const char *stage_name(uint32_t stage)
+{
+    switch (stage) {
+    case VESK_ZCF_STATE_C00:
+        return "c00";
+    case VESK_ZCF_STATE_CC0:
+        return "cc0";
+    case VESK_ZCF_STATE_CCC:
+        return "ccc";
+    case VESK_ZCF_STATE_HCC:
+        return "hcc";
+    default:
+        return "unknown";
+    }
+}
+
+const char *stage_words(uint32_t stage)
+{
+    switch (stage) {
+    case VESK_ZCF_STATE_C00:
+        return "one current buffer, open";
+    case VESK_ZCF_STATE_CC0:
+        return "one full current buffer and the open one";
+    case VESK_ZCF_STATE_CCC:
+        return "two full current buffers and the open one";
+    case VESK_ZCF_STATE_HCC:
+        return "a history buffer, a full current buffer and the open one";
+    default:
+        return "not one that a box can be in";
+    }
+}
+
+const char *role_name(const stored_file &file, bool lone)
+{
+    if (lone) {
+        return file.is_history() ? "history" : "current";
+    }
+    switch (file.role) {
+    case VESK_SCAN_HISTORY:
+        return "history";
+    case VESK_SCAN_FULL:
+        return "full";
+    case VESK_SCAN_OPEN:
+        return "open";
+    case VESK_SCAN_ORPHAN:
+        break;
+    }
+    return "other";
+}
+
+// The whole of what was found, for both forms of output.
+struct report {
+    box what;
+    std::vector<contents> files;
+    contents all;
+    time_span history;
+    time_span raw;
+    uint64_t bytes = 0;
+    bool damaged = false;
+};
+
+report make_report(const std::string &name)
+{
+    report result;
+    result.what = find_box(name);
+    const box &what = result.what;
+    result.bytes = what.is_file ? 0 : what.state.size;
+    result.damaged = !what.is_file && what.state.error != 0;
+    for (const stored_file &file : what.files) {
+        contents found = read_contents(file);
+        result.bytes += file.size;
+        result.all.samples += found.samples;
+        result.all.intervals += found.intervals;
+        result.all.events += found.events;
+        result.all.bare_events += found.bare_events;
+        result.all.counted_events += found.counted_events;
+        result.all.readable = result.all.readable || found.readable || file.size == 0;
+        if (!found.sensors.empty()) {
+            result.all.sensors = found.sensors;
+        }
+        (file.is_history() ? result.history : result.raw).add(found.span);
+        result.damaged = result.damaged || !found.damage.empty();
+        result.files.push_back(std::move(found));
+    }
+    return result;
+}
+
+std::string span_text(const time_span &span)
+{
+    return span.any ? format_time(span.from) + " to " + format_time(span.to) : "nothing yet";
+}
+
+template <typename... Values>
+void line(const char *title, fmt::format_string<Values...> format, Values &&...values)
+{
+    fmt::print("{:<11}{}\n", title, fmt::format(format, std::forward<Values>(values)...));
+}
+
+void print_state(const box &what)
+{
+    const box_state &state = what.state;
+    if (state.error != 0) {
+        line("state", "{}: {}", state.path, state_words(state));
+        return;
+    }
+    line("stage", "{}: {}", stage_name(state.stage), stage_words(state.stage));
+    line("capacity", "{} samples in a current buffer, summarised in {} intervals of {}",
+         state.samples, state.intervals, state.samples / state.intervals);
+}
+
+void print_file(const contents &found, bool lone)
+{
+    const stored_file &file = *found.file;
+    fmt::print("  {:<8} {:>10} bytes {:>7} of {:<7} {:<9} {}  {}\n", role_name(file, lone),
+               file.size, file.is_history() ? found.intervals : found.samples, found.capacity,
+               file.is_history() ? "intervals" : "samples", printable(file.path),
+               span_text(found.span));
+}
+
+void print_text(const report &found)
+{
+    const box &what = found.what;
+    line(what.is_file ? "file" : "box", "{}", printable(what.name));
+    if (!what.is_file) {
+        print_state(what);
+    }
+    line("history", "{}, {}", span_text(found.history), counted(found.all.intervals, "interval"));
+    line("raw", "{}, {}", span_text(found.raw), counted(found.all.samples, "sample"));
+    line("sensors", "{}", found.all.sensors.size());
+    line("events", "{} among the raw samples, {} counted in history",
+         found.all.events + found.all.bare_events, found.all.counted_events);
+    line("bytes", "{}", found.bytes);
+    fmt::print("files\n");
+    for (const contents &file : found.files) {
+        print_file(file, what.is_file);
+    }
+    for (const stored_file &file : what.others) {
+        fmt::print("  {:<8} {:>10} bytes {:>28} {}\n", "other", file.size, "",
+                   printable(file.path));
+    }
+    for (const contents &file : found.files) {
+        for (const std::string &text : file.damage) {
+            line("damage", "{}: {}", printable(file.file->path), text);
+        }
+    }
+}
+
+ordered_json span_json(const time_span &span)
+{
+    if (!span.any) {
+        return nullptr;
+    }
+    return {{"from", span.from}, {"to", span.to}};
+}
+
+ordered_json file_json(const contents &found, bool lone)
+{
+    const stored_file &file = *found.file;
+    ordered_json result = {{"path", file.path},
+                           {"role", role_name(file, lone)},
+                           {"kind", file.is_history() ? "history" : "current"},
+                           {"bytes", file.size},
+                           {"capacity", found.capacity}};
+    if (file.is_history()) {
+        result["intervals"] = found.intervals;
+    } else {
+        result["samples"] = found.samples;
+        result["events"] = found.events + found.bare_events;
+    }
+    result["sensor_sets"] = found.sensor_changes;
+    result["span"] = span_json(found.span);
+    result["damage"] = found.damage;
+    return result;
+}
+
+ordered_json state_json(const box_state &state)
+{
+    ordered_json result = {{"path", state.path}, {"error", nullptr}};
+    if (state.error != 0) {
+        result["error"] = state_words(state);
+        return result;
+    }
+    result["stage"] = stage_name(state.stage);
+    result["samples"] = state.samples;
+    result["intervals"] = state.intervals;
+    result["next_file_number"] = state.next_file_number;
+    return result;
+}
+
+void print_json(const report &found)
+{
+    const box &what = found.what;
+    ordered_json result = {{what.is_file ? "file" : "box", what.name}};
+    if (!what.is_file) {
+        result["state"] = state_json(what.state);
+    }
+    result["damaged"] = found.damaged;
+    result["history"] = {{"span", span_json(found.history)},
+                         {"intervals", found.all.intervals},
+                         {"events", found.all.counted_events}};
+    result["raw"] = {{"span", span_json(found.raw)},
+                     {"samples", found.all.samples},
+                     {"events", found.all.events + found.all.bare_events}};
+    result["bytes"] = found.bytes;
+    result["files"] = ordered_json::array();
+    for (const contents &file : found.files) {
+        result["files"].push_back(file_json(file, what.is_file));
+    }
+    result["other_files"] = ordered_json::array();
+    for (const stored_file &file : what.others) {
+        result["other_files"].push_back({{"path", file.path}, {"bytes", file.size}});
+    }
+    result["sensors"] = found.all.sensors;
+    // Names and paths may be any bytes; JSON is UTF-8.
+    fmt::print("{}\n", result.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+}
+
+} // namespace
+
+exit_code info(const info_options &options)
+{
+    if (options.utc) {
+        use_utc();
+    }
+    const report found = make_report(options.name);
+    if (found.what.is_file && !found.all.readable) {
+        throw failure(exit_unreadable,
+                      options.name + ": is no buffer file, or nothing in it can be read");
+    }
+    if (options.json) {
+        print_json(found);
+    } else {
+        print_text(found);
+    }
+    flush_output();
+    if (found.damaged && !found.all.readable) {
+        return exit_unreadable;
+    }
+    return found.damaged ? exit_damaged : exit_done;
+}
+
+} // namespace cli

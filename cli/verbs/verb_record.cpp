@@ -1,0 +1,232 @@
+// vesk record BASE
+#include <deque>
+#include <fmt/format.h>
+#include <optional>
+
+#include "box/box_writer.hpp"
+#include "box/event_channel.hpp"
+#include "machine/rates.hpp"
+#include "machine/sampler.hpp"
+#include "machine/schedule.hpp"
+#include "process/clock.hpp"
+#include "process/failure.hpp"
+#include "process/stop_request.hpp"
+#include "process/terminal.hpp"
+#include "text/duration.hpp"
+#include "text/value_text.hpp"
+#include "verbs/verbs.hpp"
+
+namespace cli
+{
+namespace
+{
+
+// Events that wait for a sample are held in memory.
+constexpr std::size_t most_waiting_events = 1000;
+
+class recording
+{
+public:
+    recording(const record_options &options, int64_t interval)
+        : base_(options.base), interval_(interval),
+          box_(options.base, options.shape, parse_sync_policy(options.sync))
+    {
+        try {
+            inbox_.emplace(options.base);
+        } catch (const failure &reason) {
+            note(fmt::format("{}; events cannot be sent to this recording", reason.what()));
+        }
+    }
+
+    void run(std::optional<uint64_t> samples)
+    {
+        // Rates need two looks; the first must not lie too close to the second.
+        snapshot before = machine_.take();
+        double least = static_cast<double>(interval_) / 2;
+        for (uint64_t taken = 0; !samples || taken < *samples; ++taken) {
+            const int64_t tick = next_tick(clock_seconds(), interval_, least);
+            least = 0;
+            if (!wait_for(tick)) {
+                break;
+            }
+            snapshot now = machine_.take();
+            take(readings_between(before, now));
+            before = std::move(now);
+        }
+        finish();
+    }
+
+private:
+    // Waits until the clock shows @p tick, or a later tick when the clock is set back meanwhile.
+    // False when the end was requested.
+    bool wait_for(int64_t tick)
+    {
+        while (!stop_.requested()) {
+            take_events();
+            const double now = clock_seconds();
+            const double rest = seconds_until(tick, now, interval_);
+            if (rest < 0) {
+                tick = next_tick(now, interval_);
+            } else if (rest == 0) {
+                return true;
+            } else {
+                stop_.wait(rest, inbox_ ? inbox_->fd() : -1);
+            }
+        }
+        return false;
+    }
+
+    // A box keeps the name of every sensor for ever, and has room for so many only.
+    void drop_what_has_no_room(readings &found)
+    {
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < found.names.size(); ++i) {
+            if (box_.admit(found.names[i])) {
+                std::swap(found.names[kept], found.names[i]);
+                found.values[kept] = found.values[i];
+                ++kept;
+            }
+        }
+        if (kept < found.names.size() && !noted_) {
+            note(fmt::format("{}: holds 10000 different sensors already; '{}' and all other new "
+                             "ones are not recorded",
+                             base_, found.names[kept]));
+            noted_ = true;
+        }
+        found.names.resize(kept);
+        found.values.resize(kept);
+    }
+
+    void take(readings found)
+    {
+        drop_what_has_no_room(found);
+        if (found.names.empty()) {
+            throw failure(exit_failed, "this machine gives no readings (is /proc there?)");
+        }
+        if (found.names != sensors_) {
+            box_.set_sensors(found.names);
+            sensors_ = found.names;
+        }
+        const auto now = static_cast<int64_t>(clock_seconds());
+        if (write(now, found.values)) {
+            write_waiting_events();
+        }
+        status_.show(fmt::format("recording {}: {}, {}, {} (Ctrl-C ends)", base_,
+                                 counted(recorded_, "sample"), counted(sensors_.size(), "sensor"),
+                                 format_time(now)));
+    }
+
+    // A full disk is no reason to end: there may be room again, and what is recorded stays.
+    bool write(int64_t time, std::span<const float> values)
+    {
+        try {
+            box_.write(time, values);
+        } catch (const storage_failure &reason) {
+            if (missing_ == 0) {
+                complain(fmt::format("{}; this sample is not recorded, the next ones are tried",
+                                     reason.what()));
+            }
+            ++missing_;
+            return false;
+        }
+        ++recorded_;
+        if (missing_ > 0) {
+            note(fmt::format("{}: recording again; {} missing", base_,
+                             counted(missing_, "sample") + (missing_ == 1 ? " is" : " are")));
+            missing_ = 0;
+        }
+        return true;
+    }
+
+    void take_events()
+    {
+        while (inbox_) {
+            std::optional<incoming_event> incoming = inbox_->take();
+            if (!incoming) {
+                return;
+            }
+            // In a full buffer it would not get into the history.
+            if (missing_ == 0 && !box_.is_full() && write(*incoming)) {
+                continue;
+            }
+            if (waiting_.size() == most_waiting_events) {
+                incoming->answer(event_answer::refused, "too many events wait for a sample");
+                continue;
+            }
+            incoming->answer(event_answer::waits);
+            waiting_.push_back(std::move(*incoming));
+        }
+    }
+
+    void write_waiting_events()
+    {
+        while (!waiting_.empty() && write(waiting_.front())) {
+            waiting_.pop_front();
+        }
+    }
+
+    // Writes and answers; false when the event has to wait.
+    bool write(const incoming_event &incoming)
+    {
+        try {
+            if (box_.write(incoming.what()) == event_result::too_early) {
+                return false;
+            }
+            incoming.answer(event_answer::recorded);
+        } catch (const storage_failure &) {
+            return false;
+        } catch (const failure &reason) {
+            incoming.answer(event_answer::refused, reason.what());
+        }
+        return true;
+    }
+
+    void finish()
+    {
+        take_events();
+        write_waiting_events();
+        for (const incoming_event &incoming : waiting_) {
+            incoming.answer(event_answer::refused, "the recording ended before the next sample");
+        }
+        box_.finish();
+        status_.clear();
+        if (missing_ > 0) {
+            throw failure(exit_failed, fmt::format("{}: the last {} not recorded", base_,
+                                                   counted(missing_, "sample") +
+                                                       (missing_ == 1 ? " is" : " are")));
+        }
+    }
+
+    std::string base_;
+    int64_t interval_;
+    stop_request stop_;
+    box_writer box_;
+    sampler machine_;
+    status_line status_;
+    std::optional<event_inbox> inbox_;
+    std::deque<incoming_event> waiting_;
+    std::vector<std::string> sensors_;
+    uint64_t recorded_ = 0;
+    uint64_t missing_ = 0; // since the last sample that was recorded
+    bool noted_ = false;
+};
+
+} // namespace
+
+exit_code record(const record_options &options)
+{
+    const int64_t interval = parse_duration(options.interval, "--interval");
+    std::optional<uint64_t> samples;
+    if (!options.duration.empty()) {
+        const int64_t duration = parse_duration(options.duration, "--for");
+        if (duration < interval) {
+            throw failure(exit_usage, fmt::format("--for {} is shorter than --interval {}",
+                                                  options.duration, options.interval));
+        }
+        samples = static_cast<uint64_t>(duration / interval);
+    }
+    recording(options, interval).run(samples);
+    return exit_done;
+}
+
+} // namespace cli

@@ -1,0 +1,46 @@
+// Files that change as a whole: the new content is written aside, synced and renamed, so at any
+// moment, killed or without power, either the old file is there or the new one.
+#ifndef VESK_BOX_DURABLE_FILE_HPP
+#define VESK_BOX_DURABLE_FILE_HPP
+
+#include <cstdio>
+
+#include "box/box_files.hpp"
+#include "support/owner.hpp"
+
+// What the content is written to until it is complete.
+inline constexpr char replacement_suffix[] = ".new";
+
+// The copy of the state file, behind its name.
+inline constexpr char backup_suffix[] = ".bak";
+
+class replacement_file
+{
+public:
+    replacement_file() = default;
+    replacement_file(const replacement_file &) = delete;
+    replacement_file &operator=(const replacement_file &) = delete;
+    // What was not put in place is removed.
+    ~replacement_file();
+
+    // Begins the replacement of `target`: 0, -40, or -49 when the name is too long.
+    int open(const char *target);
+
+    FILE *file() const { return file_.get(); }
+
+    // Syncs the content, puts it in the place of the target and syncs the folder. 0 or -41.
+    int commit();
+
+private:
+    char target_[max_filename] = {};
+    char path_[max_filename] = {};
+    owned_file file_;
+};
+
+// Whatever was written to the stream is on the medium. 0 or -41.
+int _vesk_sync_file(FILE *file);
+
+// The names in the folder of `path` are on the medium. 0 or -41.
+int _vesk_sync_folder(const char *path);
+
+#endif

@@ -1,0 +1,81 @@
+// Mending one buffer file. The mender goes through the items that the scanner finds, says what has
+// to be done about each of them, and writes the buffer as it should be when it is given a file for
+// that. Planning and doing are one code, so a plan tells what is done.
+//
+// A stream in which nothing has to be changed is copied as it is. One in which something has to be
+// changed is compressed anew.
+#ifndef VESK_RECOVERY_BUFFER_MENDER_HPP
+#define VESK_RECOVERY_BUFFER_MENDER_HPP
+
+#include <cstdint>
+#include <cstdio>
+
+#include <vesk/vesk_recover.h>
+#include <vesk/vesk_scan.h>
+
+#include "io/memory_writer.hpp"
+#include "support/growing_list.hpp"
+#include "support/owner.hpp"
+
+using owned_names = owned<vesk_cb_record_sensor_names, vesk_cb_record_sensor_names_destroy>;
+
+// Times in seconds since the epoch; both are the same for a sample.
+struct time_span {
+    int64_t start;
+    int64_t end;
+};
+
+// What is known about a buffer from elsewhere.
+struct buffer_expectation {
+    uint32_t kind = 0;     // VESK_BUFFER_TYPE_CURRENT or VESK_BUFFER_TYPE_HIST
+    uint32_t capacity = 0; // 0 for what its header says
+    bool full = false;     // it has to hold its capacity
+    int64_t time = 0;      // for records without a time before the first one with a time
+    // Sensors to take where those of the records are lost, when their number agrees: of the first
+    // names record of the buffer itself, and of the buffers before and behind it. May be null.
+    const vesk_cb_record_sensor_names *first_names = nullptr;
+    const vesk_cb_record_sensor_names *names_before = nullptr;
+    const vesk_cb_record_sensor_names *names_behind = nullptr;
+};
+
+// What is in a buffer once it is mended, and what was done to it.
+struct buffer_contents {
+    uint32_t kind = 0;             // the kind that the header states, 0 without header
+    uint32_t capacity = 0;         // the capacity that it states
+    uint32_t steps = 0;            // things to be done
+    bool cut_suffices = false;     // all of them is to cut the file at ...
+    uint64_t cut_offset = 0;       // ... this offset
+    uint64_t data_records = 0;     // samples or intervals that were there, padding not counted
+    uint64_t empty_records = 0;    // those of them without any value, as padding is
+    uint64_t events = 0;           // events, those that get their type word included
+    uint64_t events_tagged = 0;    // those that do
+    uint64_t records_mended = 0;   // records with a time, name or text replaced
+    uint64_t records_padded = 0;   // samples or intervals added
+    uint64_t records_aside = 0;    // records taken out
+    uint64_t bytes_aside = 0;      // bytes of the file taken out
+    growing_list<time_span> spans; // of the samples or intervals with values
+    owned_names first_names;       // the first sensors that are named, or null
+    owned_names last_names;        // the last ones
+};
+
+// Where the steps of the mender go.
+struct step_receiver {
+    int (*take)(const vesk_recover_step *step, void *context);
+    void *context;
+};
+
+// The parts that a mender writes.
+struct mended_file {
+    FILE *buffer = nullptr; // the mended buffer
+    byte_list torn;         // what was taken out
+};
+
+// Goes through the file `filename` (which may be missing: then all of it is made), with its steps
+// going to `receiver`, and writes it to `output` unless that is null. 0, what the receiver
+// returned if that was not 0, -40 or -41 when the file cannot be read, -41 when the output cannot
+// be written, -22 without memory.
+int _vesk_mend_buffer(const char *filename, const buffer_expectation &expected,
+                      const step_receiver &receiver, mended_file *output,
+                      buffer_contents *contents);
+
+#endif

@@ -1,0 +1,276 @@
+// The recorder behind the verbs, on disks that fail and after crashes.
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <unistd.h>
+
+#include "box/box.hpp"
+#include "box/box_writer.hpp"
+#include "box/recovery.hpp"
+#include "cli/quick_folder.hpp"
+#include "common/file_size_limit.hpp"
+#include "common/temporary_directory.hpp"
+#include "process/failure.hpp"
+
+namespace
+{
+
+using namespace cli;
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+
+constexpr int64_t new_year = 1704067200;
+const sync_policy without_sync = {sync_policy::moment::never, 0};
+
+class BoxWriter : public ::testing::Test
+{
+protected:
+    static void write(box_writer &writer, int number)
+    {
+        const std::vector<std::string> names = {"::a"};
+        const float value = static_cast<float>(number);
+        writer.admit(names[0]);
+        writer.set_sensors(names);
+        writer.write(new_year + number, {&value, 1});
+    }
+
+    // A box with so many samples, the numbers from 1 on.
+    void fill(int count)
+    {
+        box_writer writer(base, {4, 2}, without_sync);
+        for (int i = 1; i <= count; ++i) {
+            write(writer, i);
+        }
+    }
+
+    // The number of samples, those in the history included.
+    uint64_t samples() const
+    {
+        uint64_t found = 0;
+        for (const stored_file &file : find_box(base).files) {
+            scan_file(file.path, [&](const vesk_scan_item &item) {
+                found += item.kind == VESK_SCAN_SENSOR_VALUES ? 1 : 0;
+                found += item.kind == VESK_SCAN_INTERVAL ? item.interval->hvalues[0].count : 0;
+            });
+        }
+        return found;
+    }
+
+    temporary_directory folder{quick_folder()};
+    std::string base = folder.file("box");
+};
+
+TEST_F(BoxWriter, RecordsOnWhenThereIsRoomAgain)
+{
+    fill(2);
+    box_writer writer(base, {}, without_sync);
+    {
+        const file_size_limit no_room(60);
+        EXPECT_THROW(write(writer, 3), storage_failure);
+        EXPECT_THROW(write(writer, 4), storage_failure);
+    }
+    CaptureStderr();
+    write(writer, 5);
+    GetCapturedStderr();
+    EXPECT_EQ(samples(), 3U);
+}
+
+// Each step of the life of a box with each size of a file at which the disk may be full.
+TEST_F(BoxWriter, LosesNothingThatItTookWhereverTheDiskIsFull)
+{
+    for (int stage = 0; stage <= 5; ++stage) {
+        for (std::size_t limit = 0; limit < 420; limit += 20) {
+            for (const std::string &name : folder.names()) {
+                unlink(folder.file(name).c_str());
+            }
+            const int taken = stage * 4;
+            fill(taken);
+            box_writer writer(base, {4, 2}, without_sync);
+            CaptureStderr();
+            bool written = false;
+            {
+                const file_size_limit no_room(limit);
+                try {
+                    write(writer, taken + 1);
+                    written = true;
+                } catch (const storage_failure &) {
+                }
+            }
+            write(writer, taken + 2);
+            const std::string messages = GetCapturedStderr();
+            const uint64_t least = static_cast<uint64_t>(taken) + (written ? 2 : 1);
+            EXPECT_THAT(samples(), AnyOf(least, static_cast<uint64_t>(taken) + 2))
+                << "behind " << taken << " samples, at " << limit << " bytes: " << messages;
+        }
+    }
+}
+
+// Where the state file cannot be saved behind the first history, the library ends the process.
+TEST_F(BoxWriter, TheFirstHistoryOnAFullDiskDoesNotEndTheProcess)
+{
+    // Long names make the state file the longest one.
+    const std::string deep = folder.file(std::string(200, 'd'));
+    base = deep + "/box";
+    for (std::size_t limit = 200; limit < 1400; limit += 50) {
+        std::filesystem::remove_all(deep);
+        std::filesystem::create_directory(deep);
+        fill(12);
+        ASSERT_EQ(read_state(base).stage, static_cast<uint32_t>(VESK_ZCF_STATE_CCC));
+        box_writer writer(base, {}, without_sync);
+        CaptureStderr();
+        bool written = false;
+        {
+            const file_size_limit no_room(limit);
+            try {
+                write(writer, 13);
+                written = true;
+            } catch (const storage_failure &) {
+            }
+        }
+        write(writer, 14);
+        const std::string messages = GetCapturedStderr();
+        EXPECT_EQ(read_state(base).stage, static_cast<uint32_t>(VESK_ZCF_STATE_HCC));
+        // What was refused may be there: its failure was that the state file could not be saved.
+        EXPECT_THAT(samples(), written ? AnyOf(14U, 14U) : AnyOf(13U, 14U))
+            << "at " << limit << " bytes: " << messages;
+    }
+}
+
+TEST_F(BoxWriter, DamageThatCameMeanwhileIsMendedBeforeARotationMeetsIt)
+{
+    fill(8);
+    box_writer writer(base, {}, without_sync);
+    write(writer, 9);
+    // The oldest buffer rots while it waits for its summary.
+    const std::string oldest = folder.file("box.1.cbuf.z");
+    std::string content = read_file(oldest);
+    content[content.size() / 2] = static_cast<char>(content[content.size() / 2] ^ 0x55);
+    write_file(oldest, content);
+    for (int i = 10; i <= 12; ++i) {
+        write(writer, i);
+    }
+    CaptureStderr();
+    write(writer, 13);
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("recovered"));
+    EXPECT_GE(samples(), 12U);
+}
+
+TEST_F(BoxWriter, KeepsACopyOfTheStateFile)
+{
+    fill(1);
+    EXPECT_EQ(read_file(base + ".state"), read_file(base + ".state.bak"));
+    fill(13);
+    EXPECT_EQ(read_file(base + ".state"), read_file(base + ".state.bak"));
+}
+
+TEST_F(BoxWriter, ABoxThatNeedsNothingIsNotTouchedWhenItIsOpened)
+{
+    fill(6);
+    const auto before = read_file(base + ".2.cbuf.z");
+    CaptureStderr();
+    {
+        const box_writer writer(base, {}, without_sync);
+    }
+    EXPECT_THAT(GetCapturedStderr(), IsEmpty());
+    EXPECT_EQ(read_file(base + ".2.cbuf.z"), before);
+}
+
+TEST_F(BoxWriter, AnEventFollowsASample)
+{
+    box_writer writer(base, {4, 2}, without_sync);
+    EXPECT_EQ(writer.write(event{1, new_year, "early"}), event_result::too_early);
+    write(writer, 1);
+    EXPECT_EQ(writer.write(event{1, new_year, "in time"}), event_result::recorded);
+    for (int i = 2; i <= 4; ++i) {
+        EXPECT_FALSE(writer.is_full());
+        write(writer, i);
+    }
+    EXPECT_TRUE(writer.is_full());
+}
+
+TEST_F(BoxWriter, RefusesEventsThatCouldNotBeReadBack)
+{
+    fill(1);
+    box_writer writer(base, {}, without_sync);
+    EXPECT_THROW(writer.write(event{6, new_year, "x"}), failure);
+    EXPECT_THROW(writer.write(event{1, 0, "x"}), failure);
+    EXPECT_THROW(writer.write(event{1, new_year, ""}), failure);
+    EXPECT_THROW(writer.write(event{1, new_year, std::string(10001, 'x')}), failure);
+    EXPECT_THROW(writer.write(event{1, int64_t{1} << 40, "x"}), failure);
+    EXPECT_EQ(writer.write(event{1, new_year, "x"}), event_result::recorded);
+}
+
+TEST_F(BoxWriter, RefusesATimeThatCouldNotBeSummarised)
+{
+    box_writer writer(base, {4, 2}, without_sync);
+    write(writer, 1);
+    const float value = 1;
+    EXPECT_THROW(writer.write(0, {&value, 1}), failure);
+    EXPECT_THROW(writer.write(int64_t{1} << 40, {&value, 1}), failure);
+    write(writer, 2);
+    EXPECT_EQ(samples(), 2U);
+}
+
+TEST_F(BoxWriter, MakesNoBoxWhereOneIsWanted)
+{
+    EXPECT_THROW(box_writer(base, {}, {}, box_writer::if_missing::refuse), failure);
+    EXPECT_THAT(folder.names(), IsEmpty());
+}
+
+TEST_F(BoxWriter, EveryMomentToSyncWorks)
+{
+    for (const char *when : {"never", "vector", "end", "1s"}) {
+        box_writer writer(base, {4, 2}, parse_sync_policy(when));
+        for (int i = 1; i <= 14; ++i) {
+            write(writer, i);
+        }
+        writer.finish();
+    }
+    EXPECT_EQ(samples(), 56U);
+}
+
+TEST(SyncPolicy, IsAWordOrATime)
+{
+    using moment = sync_policy::moment;
+    EXPECT_EQ(parse_sync_policy("never").when, moment::never);
+    EXPECT_EQ(parse_sync_policy("vector").when, moment::vector);
+    EXPECT_EQ(parse_sync_policy("end").when, moment::end);
+    EXPECT_EQ(parse_sync_policy("2m").when, moment::interval);
+    EXPECT_EQ(parse_sync_policy("2m").seconds, 120);
+    EXPECT_THROW(parse_sync_policy("always"), failure);
+    EXPECT_THROW(parse_sync_policy(""), failure);
+}
+
+TEST(Recovery, EveryActionHasAWordAndALine)
+{
+    std::set<std::string> words;
+    std::set<std::string> lines;
+    for (int i = VESK_RECOVER_CUT; i <= VESK_RECOVER_KEEP; ++i) {
+        const auto action = static_cast<vesk_recover_action>(i);
+        words.insert(action_name(action));
+        lines.insert(step_text({action, "box.1.cbuf.z", 7, 21, 2, -48}));
+    }
+    EXPECT_EQ(words.size(), static_cast<std::size_t>(VESK_RECOVER_KEEP));
+    EXPECT_EQ(lines.size(), static_cast<std::size_t>(VESK_RECOVER_KEEP));
+    EXPECT_EQ(step_text({VESK_RECOVER_PAD, "box.2.hbuf.z", 0, 0, 1, 0}),
+              "is not full: 1 interval without samples added");
+    EXPECT_EQ(step_text({VESK_RECOVER_PAD, "box.1.cbuf.z", 0, 0, 3, 0}),
+              "is not full: 3 samples without values added");
+}
+
+TEST(Recovery, FilesThatNobodyNeedsAreNoDamage)
+{
+    recovery_plan plan;
+    EXPECT_FALSE(plan.is_needed());
+    plan.steps.push_back({VESK_RECOVER_DELETE, "box.1.cbuf.z", 0, 0, 0, 0});
+    plan.steps.push_back({VESK_RECOVER_KEEP, "box.2.cbuf.z", 0, 0, 0, 0});
+    EXPECT_FALSE(plan.is_needed());
+    plan.steps.push_back({VESK_RECOVER_WRITE_STATE, "box.state", 0, 0, 0, 0});
+    EXPECT_TRUE(plan.is_needed());
+}
+
+} // namespace

@@ -1,0 +1,66 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "process/failure.hpp"
+#include "text/duration.hpp"
+
+namespace
+{
+
+using namespace cli;
+using ::testing::HasSubstr;
+
+std::string refusal_of(const char *text)
+{
+    try {
+        parse_duration(text, "--interval");
+    } catch (const failure &reason) {
+        EXPECT_EQ(reason.code(), exit_usage);
+        return reason.what();
+    }
+    return "(accepted)";
+}
+
+TEST(Duration, ReadsWholeNumbersWithAUnit)
+{
+    EXPECT_EQ(parse_duration("1s", ""), 1);
+    EXPECT_EQ(parse_duration("30", ""), 30);
+    EXPECT_EQ(parse_duration("5m", ""), 300);
+    EXPECT_EQ(parse_duration("5min", ""), 300);
+    EXPECT_EQ(parse_duration("2h", ""), 7200);
+    EXPECT_EQ(parse_duration("1d", ""), 86400);
+}
+
+TEST(Duration, RefusesFractionsOfASecond)
+{
+    for (const char *text : {"500ms", "1.5s", "0.1", "10us", "1.0s"}) {
+        EXPECT_THAT(refusal_of(text), HasSubstr("timestamps are whole seconds")) << text;
+    }
+}
+
+TEST(Duration, RefusesLessThanASecond)
+{
+    EXPECT_THAT(refusal_of("0"), HasSubstr("at least 1s"));
+    EXPECT_THAT(refusal_of("-5s"), HasSubstr("at least 1s"));
+}
+
+TEST(Duration, RefusesWhatIsNoDuration)
+{
+    for (const char *text : {"", "s", "ten", "1w", "5 s", "99999999999999999999s"}) {
+        EXPECT_THAT(refusal_of(text), HasSubstr("not a duration such as 30s")) << text;
+    }
+}
+
+TEST(Duration, RefusesCenturies)
+{
+    EXPECT_THAT(refusal_of("9223372036854775807d"), HasSubstr("longer than a century"));
+}
+
+TEST(Duration, NamesTheOptionInItsRefusal)
+{
+    EXPECT_EQ(refusal_of("500ms"),
+              "--interval 500ms: timestamps are whole seconds, so this must be "
+              "too");
+}
+
+} // namespace
