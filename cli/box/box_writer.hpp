@@ -1,66 +1,35 @@
-// Writing into a box: the one place where the command meets the recorder.
+// Writing into a box, of which the recorder is one of several parts:
+//
+//   box_lock       nobody else writes meanwhile
+//   box_start      is there a box, and what has to be mended before it can be opened
+//   box_check      the recorder can take what is in the files
+//   box_shape      how much the box holds
+//   first_history  the one step in which a failing disk ends the process, in a child
+//   box_sync       when what was written is brought onto the medium
+//
+// The writer promises: what write() returned from is in the box; what it threw a storage_failure
+// for may be there whole or not at all, and the next call puts the box in order first.
 #ifndef VESK_CLI_BOX_BOX_WRITER_HPP
 #define VESK_CLI_BOX_BOX_WRITER_HPP
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <unordered_set>
 
 #include <vesk/matrix.h>
-#include <vesk/sensor_array.h>
-#include <vesk/vesk.h>
 
 #include "box/box_lock.hpp"
-#include "box/recovery.hpp"
-#include "box/sync_policy.hpp"
-#include "process/failure.hpp"
+#include "box/box_shape.hpp"
+#include "box/box_start.hpp"
+#include "box/box_sync.hpp"
+#include "box/event.hpp"
+#include "box/storage_failure.hpp"
 
 namespace cli
 {
-
-struct stored_file;
-
-// How much a box holds. What the user did not say is empty.
-struct box_shape {
-    std::optional<uint32_t> samples;
-    std::optional<uint32_t> intervals;
-};
-
-// For new boxes: at one sample a second an hour in each buffer, summarised by the minute.
-constexpr uint32_t default_samples = 3600;
-constexpr uint32_t default_intervals = 60;
-
-// What is missing is chosen to fit what is given. A shape that no box can have is a usage failure.
-struct whole_shape {
-    uint32_t samples;
-    uint32_t intervals;
-};
-whole_shape complete_shape(const box_shape &shape);
-
-// The disk did not take something. The box holds what it held before; writing may be tried again.
-class storage_failure : public failure
-{
-public:
-    explicit storage_failure(const std::string &message) : failure(exit_failed, message) {}
-};
-
-constexpr uint32_t last_event_type = 5;
-
-struct event {
-    uint32_t type; // 1 to last_event_type
-    int64_t time;
-    std::string text;
-};
-
-// What becomes of an event.
-enum class event_result {
-    recorded,
-    too_early // it has to wait for the next vector; nothing was written
-};
 
 class box_writer
 {
@@ -88,8 +57,6 @@ public:
     void write(int64_t time, std::span<const float> values);
     // One event, on the medium when this returns recorded (unless nothing is ever synced).
     event_result write(const event &what);
-    // What was written is on the medium when this returns.
-    void sync();
     // The last act: whatever the policy says is done once more.
     void finish();
 
@@ -99,39 +66,28 @@ public:
 
 private:
     void open_or_create(if_missing missing);
-    void refuse_moved_box() const;
-    void recover();
     void open();
     void open_mended();
     void create();
     void reopen();
-    void require_room() const;
-    // Refuses what the recorder could not go on with, before it touches anything.
-    void check_box();
-    void check_buffer(const stored_file &file);
 
     int attempt(const std::function<int()> &write_it);
     int write_vector();
     void prepare_rotation();
     int write_first_history();
-    void sync_if_due(bool moved_on);
     void back_up();
 
-    struct closer {
-        void operator()(struct vesk *recorder) const { vesk_close(&recorder); }
+    struct vector_release {
         void operator()(matrix *vector) const { matrix_destroy(&vector); }
     };
-    std::string base_;
-    std::string path_; // absolute: it holds in every working directory
+    box_name name_;
     box_shape shape_;
-    sync_policy sync_;
     box_lock lock_;
-    std::unique_ptr<struct vesk, closer> recorder_; // null after a failure
-    std::unique_ptr<matrix, closer> vector_;
+    box_sync sync_;
+    owned_recorder recorder_;                        // null after a failure
+    std::unique_ptr<matrix, vector_release> vector_; // what write() fills
     std::unordered_set<std::string> known_sensors_;
     int last_errno_ = 0;
-    double last_sync_ = 0;
-    bool sync_complained_ = false;
     bool backup_is_due_ = false;
 };
 

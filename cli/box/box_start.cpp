@@ -1,0 +1,123 @@
+#include "box/box_start.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fmt/format.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <vesk/error.h>
+
+#include "box/box.hpp"
+#include "box/recovery.hpp"
+#include "box/storage_failure.hpp"
+#include "process/terminal.hpp"
+
+namespace cli
+{
+namespace
+{
+
+// The recorder builds the names of its buffers in 1024 bytes and would cut longer ones off.
+constexpr std::size_t longest_base = 1000;
+
+std::string whole_path(const std::string &base)
+{
+    if (base.empty()) {
+        throw failure(exit_usage, "the name of the box is empty");
+    }
+    std::string path = std::filesystem::absolute(base);
+    if (path.size() > longest_base) {
+        throw failure(exit_failed,
+                      fmt::format("{}: the path is longer than {} characters", base, longest_base));
+    }
+    return path;
+}
+
+} // namespace
+
+box_name::box_name(const std::string &given) : base(given), path(whole_path(given)) {}
+
+bool is_there(const box_name &name)
+{
+    const auto found = [](const vesk_scan_file *file, void *) {
+        return file->missing != 0 ? 0 : 1;
+    };
+    const std::string state = name.base + ".state";
+    return access(state.c_str(), F_OK) == 0 ||
+           vesk_scan_files(name.base.c_str(), found, nullptr) == 1;
+}
+
+void recover_box(const box_name &name, const box_shape &shape)
+{
+    const auto [samples, intervals] = complete_shape(shape);
+    errno = 0;
+    const recovery_plan plan = plan_recovery(name.path, {samples, intervals});
+    int result = plan.result;
+    vesk_recover_report report = {};
+    if (result == 0 && !plan.is_empty()) {
+        result = vesk_recover(name.path.c_str(), samples, intervals, &report);
+    }
+    if (result != 0) {
+        const int error = errno;
+        const std::string text =
+            fmt::format("{}: cannot be recovered: {}", name.base, recovery_failure(result));
+        if (result == QE_ERROR_MALFORMED || result == QE_ERROR_LIMIT) {
+            throw failure(exit_unreadable, text);
+        }
+        throw storage_failure::because(text, error);
+    }
+    if (plan.is_needed()) {
+        note(fmt::format("{}: recovered: {}", name.base, report_text(report)));
+    }
+}
+
+void require_room_to_recover(const box_name &name)
+{
+    const std::string folder = std::filesystem::path(name.path).parent_path();
+    struct statvfs space = {};
+    if (statvfs(folder.c_str(), &space) != 0) {
+        return;
+    }
+    constexpr uint64_t reserve = 16384;
+    uint64_t needed = 0;
+    for (const stored_file &file : find_box(name.base).files) {
+        needed = std::max(needed, file.size);
+    }
+    if (uint64_t{space.f_bavail} * space.f_frsize < needed + reserve) {
+        throw storage_failure::because(name.base, ENOSPC);
+    }
+}
+
+// A recorder that was read in part is returned, too, and neither writing to it nor closing it is
+// safe. The cell tells it from a whole one.
+owned_recorder open_recorder(const box_name &name)
+{
+    qe_set_last_error(0);
+    errno = 0;
+    struct vesk *recorder = vesk_open(name.base.c_str());
+    const int error = qe_get_last_error();
+    if (recorder == nullptr || error < 0) {
+        const int reason = errno;
+        throw storage_failure::because(
+            fmt::format("{}: the box cannot be opened: {}", name.base, words_for(error)), reason);
+    }
+    return owned_recorder(recorder);
+}
+
+owned_recorder create_recorder(const box_name &name, const box_shape &shape)
+{
+    const auto [samples, intervals] = complete_shape(shape);
+    errno = 0;
+    owned_recorder recorder(vesk_create(name.path.c_str(), samples, intervals));
+    if (!recorder) {
+        const int reason = errno;
+        throw storage_failure::because(fmt::format("{}: the box cannot be made: {}", name.base,
+                                                   words_for(qe_get_last_error())),
+                                       reason);
+    }
+    return recorder;
+}
+
+} // namespace cli

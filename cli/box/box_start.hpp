@@ -1,0 +1,51 @@
+// What comes before a recorder has a box: is there one, what has to be mended, and then opening or
+// making it. Nothing that is there is ever overwritten.
+#ifndef VESK_CLI_BOX_BOX_START_HPP
+#define VESK_CLI_BOX_BOX_START_HPP
+
+#include <memory>
+#include <string>
+
+#include <vesk/vesk.h>
+
+#include "box/box_shape.hpp"
+
+namespace cli
+{
+
+struct recorder_closer {
+    void operator()(struct vesk *recorder) const { vesk_close(&recorder); }
+};
+using owned_recorder = std::unique_ptr<struct vesk, recorder_closer>;
+
+// The base name of a box as the user gave it, and as an absolute path, which holds in every working
+// directory. Throws a failure for an empty name and for a path that the recorder would cut off.
+struct box_name {
+    explicit box_name(const std::string &given);
+
+    std::string base;
+    std::string path;
+};
+
+// True when there is anything of a box: a state file, its copy or a buffer. Only names that are not
+// there count as absent; throws a failure where that cannot be told.
+bool is_there(const box_name &name);
+
+// Does what `vesk repair` does, and notes it where it was more than deleting old files. The sizes
+// matter only for a box that was killed before anything on the disk told them: then the same call
+// is likely to be what made it.
+void recover_box(const box_name &name, const box_shape &shape);
+
+// Throws a storage_failure when the disk has no room to recover the box: mending writes a whole
+// buffer anew, which on a full disk can only fail.
+void require_room_to_recover(const box_name &name);
+
+// Opens a box that was found sound (box_check.hpp). Throws a storage_failure.
+owned_recorder open_recorder(const box_name &name);
+
+// Makes a box where there was none. Throws a storage_failure.
+owned_recorder create_recorder(const box_name &name, const box_shape &shape);
+
+} // namespace cli
+
+#endif

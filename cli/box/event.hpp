@@ -1,0 +1,27 @@
+// An event: something that happened at one moment, in words.
+#ifndef VESK_CLI_BOX_EVENT_HPP
+#define VESK_CLI_BOX_EVENT_HPP
+
+#include <cstdint>
+#include <string>
+
+namespace cli
+{
+
+constexpr uint32_t last_event_type = 5;
+
+struct event {
+    uint32_t type; // 1 to last_event_type
+    int64_t time;
+    std::string text;
+};
+
+// What becomes of an event.
+enum class event_result {
+    recorded,
+    too_early // it has to wait for the next vector; nothing was written
+};
+
+} // namespace cli
+
+#endif
