@@ -1,6 +1,9 @@
-// Mending one buffer file. The mender goes through the items that the scanner finds, says what has
-// to be done about each of them, and writes the buffer as it should be when it is given a file for
-// that. Planning and doing are one code, so a plan tells what is done.
+// Mending one buffer file.
+//
+// In: the path of a buffer file, which may be missing, and what is known about it from elsewhere.
+// Out: what has to be done, step by step; the mended buffer, when there is a file for it; and what
+// is in it then. Nothing is assumed about the content of the file. Planning and doing are one code,
+// so a plan tells what is done.
 //
 // A stream in which nothing has to be changed is copied as it is. One in which something has to be
 // changed is compressed anew.
@@ -8,16 +11,13 @@
 #define VESK_RECOVERY_BUFFER_MENDER_HPP
 
 #include <cstdint>
-#include <cstdio>
 
 #include <vesk/vesk_recover.h>
 #include <vesk/vesk_scan.h>
 
-#include "io/memory_writer.hpp"
+#include "recovery/mended_file.hpp"
+#include "recovery/mended_names.hpp"
 #include "support/growing_list.hpp"
-#include "support/owner.hpp"
-
-using owned_names = owned<vesk_cb_record_sensor_names, vesk_cb_record_sensor_names_destroy>;
 
 // Times in seconds since the epoch; both are the same for a sample.
 struct time_span {
@@ -62,12 +62,6 @@ struct buffer_contents {
 struct step_receiver {
     int (*take)(const vesk_recover_step *step, void *context);
     void *context;
-};
-
-// The parts that a mender writes.
-struct mended_file {
-    FILE *buffer = nullptr; // the mended buffer
-    byte_list torn;         // what was taken out
 };
 
 // Goes through the file `filename` (which may be missing: then all of it is made), with its steps

@@ -1,86 +1,29 @@
-// Records as they lie in memory, read without trust: a record is measured before anything is made
-// of it, and measuring looks at nothing that is not there.
+// Records as they lie in memory, read without trust.
+//
+// In: bytes, and the kind of the buffer that they are from. Out: how long the record is that they
+// begin with, and the record itself. A record is measured before anything is made of it, and
+// measuring looks at nothing that is not there, so a stored count never asks for memory that the
+// bytes do not pay for. Only what was measured may be built. Each form stands once in records.cpp:
+// measuring and building are the same walk, without and with a target.
 #ifndef VESK_RECOVERY_RECORDS_HPP
 #define VESK_RECOVERY_RECORDS_HPP
 
-#include <bit>
+#include <cstddef>
 #include <cstdint>
-#include <string.h>
 
 #include <vesk/vesk_buffer.h>
 #include <vesk/vesk_cb_record.h>
 #include <vesk/vesk_hb_record.h>
 #include <vesk/vesk_scan.h>
 
-#include "io/fields.hpp"
-#include "support/big_endian.hpp"
 #include "support/owner.hpp"
-
-// Bytes that are taken field by field; once one is missing, all further ones are.
-class byte_cursor
-{
-public:
-    byte_cursor(const unsigned char *bytes, std::size_t n) : begin_(bytes), at_(bytes), left_(n) {}
-
-    bool ok() const { return ok_; }
-    std::size_t left() const { return left_; }
-    std::size_t position() const { return static_cast<std::size_t>(at_ - begin_); }
-    void fail() { ok_ = false; }
-
-    // The next `n` bytes; null when they are not there.
-    const unsigned char *take(std::size_t n)
-    {
-        if (!ok_ || n > left_) {
-            ok_ = false;
-            return nullptr;
-        }
-        const unsigned char *taken = at_;
-        at_ += n;
-        left_ -= n;
-        return taken;
-    }
-    uint8_t byte()
-    {
-        const unsigned char *taken = take(1);
-        return taken == nullptr ? uint8_t(0) : *taken;
-    }
-    uint32_t u32()
-    {
-        uint32_t stored = 0;
-        if (const unsigned char *taken = take(sizeof stored)) {
-            memcpy(&stored, taken, sizeof stored);
-        }
-        return big_endian(stored);
-    }
-    float f32() { return std::bit_cast<float>(u32()); }
-    // A count or length, which must lie in lowest .. 10000.
-    uint32_t count(uint32_t lowest)
-    {
-        const uint32_t n = u32();
-        if (n < lowest || n > max_stored_count) {
-            ok_ = false;
-        }
-        return ok_ ? n : 0;
-    }
-    // The version byte of a form.
-    void version(uint8_t expected)
-    {
-        if (byte() != expected) {
-            ok_ = false;
-        }
-    }
-
-private:
-    const unsigned char *begin_;
-    const unsigned char *at_;
-    std::size_t left_;
-    bool ok_ = true;
-};
 
 // One record with what was made of it.
 struct scanned_record {
     vesk_scan_kind kind = VESK_SCAN_DAMAGE;
-    int error = 0;
+    int error = 0;                 // the code with which readers refuse its form, else 0
+    bool has_microseconds = false; // in one of its times; they are left out
+    bool has_bad_text = false;     // a name or text is empty or ends at a zero byte within
     owned<vesk_cb_record_sensor_names, vesk_cb_record_sensor_names_destroy> names;
     owned<vesk_cb_record_sensor_values, vesk_cb_record_sensor_values_destroy> values;
     owned<vesk_cb_record_event, vesk_cb_record_event_destroy> event;

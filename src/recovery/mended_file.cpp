@@ -1,0 +1,79 @@
+// Writing a mended buffer: pieces of the old file as they are, and new content as a stream.
+#include "recovery/mended_file.hpp"
+
+#include <algorithm>
+#include <stdio.h>
+#include <zlib.h>
+
+#include "support/object.hpp"
+
+int mended_output::open_source(const char *filename)
+{
+    if (output_ == nullptr) {
+        return 0;
+    }
+    source_.reset(fopen(filename, "r"));
+    return source_ ? 0 : QE_ERROR_OPEN;
+}
+
+int mended_output::copy(uint64_t offset, uint64_t length)
+{
+    return give(offset, length, &mended_output::write);
+}
+
+int mended_output::set_aside(uint64_t offset, uint64_t length)
+{
+    return give(offset, length, &mended_output::keep_torn);
+}
+
+int mended_output::write(const unsigned char *bytes, std::size_t n)
+{
+    return fwrite(bytes, 1, n, output_->buffer) == n ? 0 : QE_ERROR_IO;
+}
+
+int mended_output::keep_torn(const unsigned char *bytes, std::size_t n)
+{
+    return output_->torn.append(bytes, n) ? 0 : QE_ERROR_NO_MEMORY;
+}
+
+// Gives a piece of the file on.
+int mended_output::give(uint64_t offset, uint64_t length,
+                        int (mended_output::*to)(const unsigned char *, std::size_t))
+{
+    if (output_ == nullptr) {
+        return 0;
+    }
+    if (fseeko(source_.get(), static_cast<off_t>(offset), SEEK_SET) != 0) {
+        return QE_ERROR_IO;
+    }
+    unsigned char piece[4096];
+    while (length > 0) {
+        const auto n = static_cast<std::size_t>(std::min<uint64_t>(length, sizeof piece));
+        if (fread(piece, 1, n, source_.get()) != n) {
+            return QE_ERROR_IO;
+        }
+        const int given = (this->*to)(piece, n);
+        if (given != 0) {
+            return given;
+        }
+        length -= n;
+    }
+    return 0;
+}
+
+int mended_output::write_stream(mended_content *content)
+{
+    const byte_list &bytes = content->bytes();
+    if (output_ == nullptr || bytes.size() == 0) {
+        content->clear();
+        return 0;
+    }
+    uLongf size = compressBound(static_cast<uLong>(bytes.size()));
+    const owned_memory<unsigned char> compressed(allocate<unsigned char>(size));
+    if (!compressed || compress(compressed.get(), &size, bytes.begin(),
+                                static_cast<uLong>(bytes.size())) != Z_OK) {
+        return QE_ERROR_NO_MEMORY;
+    }
+    content->clear();
+    return write(compressed.get(), size);
+}

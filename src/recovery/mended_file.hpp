@@ -1,0 +1,46 @@
+// Where a mended buffer goes, with what is taken out of it.
+//
+// In: pieces of the file that is mended, and content that was put together. Out: the streams of the
+// mended buffer, and the bytes that were taken out. A piece is copied as it is; content becomes one
+// stream. Without an output all of this does nothing, which makes a plan of the same code.
+#ifndef VESK_RECOVERY_MENDED_FILE_HPP
+#define VESK_RECOVERY_MENDED_FILE_HPP
+
+#include <cstdint>
+#include <cstdio>
+
+#include "recovery/mended_content.hpp"
+#include "support/owner.hpp"
+
+// The parts that a mender writes.
+struct mended_file {
+    FILE *buffer = nullptr; // the mended buffer
+    byte_list torn;         // what was taken out
+};
+
+// All functions return 0, -41 when the file cannot be read or the output not be written, or -22.
+class mended_output
+{
+public:
+    explicit mended_output(mended_file *output) : output_(output) {}
+
+    // Opens the file that is mended. 0 or -40.
+    int open_source(const char *filename);
+
+    int copy(uint64_t offset, uint64_t length);
+    int set_aside(uint64_t offset, uint64_t length);
+
+    // Writes the content as one stream, if there is any, and empties it.
+    int write_stream(mended_content *content);
+
+private:
+    int write(const unsigned char *bytes, std::size_t n);
+    int keep_torn(const unsigned char *bytes, std::size_t n);
+    int give(uint64_t offset, uint64_t length,
+             int (mended_output::*to)(const unsigned char *, std::size_t));
+
+    mended_file *output_;
+    owned_file source_;
+};
+
+#endif

@@ -1,0 +1,87 @@
+// The buffer files of a box: those that its state file names, and those that lie beside it.
+//
+// In: the base name. Out: each file once, with what it is to the box. Nothing is assumed about the
+// state file or the folder; no buffer file is opened.
+#include <algorithm>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <vesk/error.h>
+#include <vesk/vesk_buffer.h>
+#include <vesk/vesk_limits.h>
+#include <vesk/vesk_scan.h>
+
+#include "box/box_files.hpp"
+#include "recovery/state_scan.hpp"
+#include "support/precondition.hpp"
+
+namespace
+{
+
+bool is_named(const vesk_state_summary &summary, const char *filename)
+{
+    return std::any_of(summary.names, summary.names + summary.num_names, [=](const char *name) {
+        return strcmp(name, filename) == 0 || _vesk_is_same_file(name, filename);
+    });
+}
+
+int show_file(const char *filename, const buffer_name &name, vesk_scan_role role,
+              int (*visit)(const vesk_scan_file *file, void *context), void *context)
+{
+    struct stat status = {};
+    vesk_scan_file file = {};
+    file.filename = filename;
+    file.buffer_kind = name.kind;
+    file.number = name.number;
+    file.role = role;
+    file.missing = stat(filename, &status) == 0 ? 0 : 1;
+    file.size = static_cast<uint64_t>(status.st_size);
+    return visit(&file, context);
+}
+
+// What a file is to the box, by its place among the names of the state file.
+vesk_scan_role role_of(const vesk_state_summary &summary, uint32_t i)
+{
+    if (i + 1 == names_of_stage(summary.state)) {
+        return VESK_SCAN_OPEN;
+    }
+    return i == 0 && summary.state == VESK_ZCF_STATE_HCC ? VESK_SCAN_HISTORY : VESK_SCAN_FULL;
+}
+
+} // namespace
+
+int vesk_scan_files(const char *filename, int (*visit)(const vesk_scan_file *file, void *context),
+                    void *context)
+{
+    VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
+    VESK_REQUIRE(visit != nullptr, "visit != ((void *)0)");
+    char state_filename[max_filename];
+    if (snprintf(state_filename, sizeof state_filename, "%s.state", filename) >=
+        static_cast<int>(sizeof state_filename)) {
+        return QE_ERROR_LIMIT;
+    }
+    vesk_state_summary summary;
+    buffer_names found;
+    int result = vesk_scan_state(state_filename, &summary) == QE_ERROR_NO_MEMORY
+                     ? QE_ERROR_NO_MEMORY
+                     : _vesk_list_buffer_names(filename, "", &found);
+    for (uint32_t i = 0; i < summary.num_names && result == 0; ++i) {
+        const vesk_scan_role role = role_of(summary, i);
+        buffer_name name;
+        if (!_vesk_parse_buffer_name(summary.names[i], summary.filename, &name)) {
+            name.kind =
+                role == VESK_SCAN_HISTORY ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
+        }
+        result = show_file(summary.names[i], name, role, visit, context);
+    }
+    char path[max_filename];
+    for (const buffer_name &name : found) {
+        if (result == 0 && _vesk_format_buffer_name(path, filename, name) &&
+            !is_named(summary, path)) {
+            result = show_file(path, name, VESK_SCAN_ORPHAN, visit, context);
+        }
+    }
+    vesk_state_summary_destruct(&summary);
+    return result;
+}

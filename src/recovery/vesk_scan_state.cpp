@@ -1,0 +1,112 @@
+// The state file of a box, read without trust.
+//
+// In: the path of a state file or of its copy. Out: its fields up to the first that is missing or
+// that no recorder writes, and the code that says why it is refused. Nothing is assumed about the
+// content; no file that it names is looked at.
+#include <stdio.h>
+#include <string.h>
+
+#include <vesk/error.h>
+#include <vesk/vesk_limits.h>
+#include <vesk/vesk_scan.h>
+
+#include "recovery/byte_cursor.hpp"
+#include "recovery/loaded_file.hpp"
+#include "recovery/state_scan.hpp"
+#include "support/precondition.hpp"
+
+// Takes a string into `*to`. 0, or why the file is refused.
+static int _scan_string(byte_cursor *at, char **to)
+{
+    const uint32_t length = at->u32();
+    if (at->ok() && (length == 0 || length > max_stored_count)) {
+        return QE_ERROR_MALFORMED;
+    }
+    const unsigned char *bytes = at->take(length);
+    if (bytes == nullptr) {
+        return QE_ERROR_TRUNCATED;
+    }
+    if (memchr(bytes, 0, length) != nullptr) {
+        return QE_ERROR_MALFORMED;
+    }
+    *to = strndup(reinterpret_cast<const char *>(bytes), length);
+    return *to == nullptr ? QE_ERROR_NO_MEMORY : 0;
+}
+
+// Takes the four counts and the stage, each checked as vesk_open() does.
+static int _scan_numbers(byte_cursor *at, vesk_state_summary *summary)
+{
+    for (uint32_t *number : {&summary->state, &summary->num_cb_samples, &summary->num_hb_intervals,
+                             &summary->num_samples_per_interval, &summary->next_file_number}) {
+        *number = at->u32();
+        if (!at->ok()) {
+            return QE_ERROR_TRUNCATED;
+        }
+        ++summary->fields;
+    }
+    const uint32_t samples = summary->num_cb_samples;
+    const uint32_t intervals = summary->num_hb_intervals;
+    return samples == 0 || samples % 2 != 0 || intervals == 0 || samples % intervals != 0 ||
+                   summary->num_samples_per_interval != samples / intervals ||
+                   summary->state < VESK_ZCF_STATE_C00 || summary->state > VESK_ZCF_STATE_HCC
+               ? QE_ERROR_MALFORMED
+               : 0;
+}
+
+static int _scan_version(byte_cursor *at)
+{
+    const uint8_t version = at->byte();
+    return !at->ok() ? QE_ERROR_TRUNCATED : version != 1 ? QE_ERROR_BAD_VERSION : 0;
+}
+
+static int _scan_state_fields(byte_cursor *at, vesk_state_summary *summary)
+{
+    int result = _scan_version(at);
+    for (char **text : {&summary->filename, &summary->state_filename}) {
+        if (result == 0) {
+            result = _scan_string(at, text);
+            summary->fields += result == 0 ? 1 : 0;
+        }
+    }
+    if (result == 0) {
+        result = _scan_numbers(at, summary);
+    }
+    if (result == 0) {
+        result = _scan_version(at);
+    }
+    const uint32_t n = result == 0 ? names_of_stage(summary->state) : 0;
+    for (char **name = summary->names; name != summary->names + n && result == 0; ++name) {
+        result = _scan_string(at, name);
+        if (result == 0) {
+            ++summary->num_names;
+            ++summary->fields;
+        }
+    }
+    return result;
+}
+
+int vesk_scan_state(const char *filename, vesk_state_summary *summary)
+{
+    VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
+    VESK_REQUIRE(summary != nullptr, "summary != ((void *)0)");
+    *summary = {};
+    byte_list file;
+    summary->error = _vesk_load_file(filename, &file);
+    summary->size = file.size();
+    if (summary->error == 0) {
+        byte_cursor at(file.begin(), file.size());
+        summary->error = _scan_state_fields(&at, summary);
+    }
+    return summary->error;
+}
+
+void vesk_state_summary_destruct(vesk_state_summary *summary)
+{
+    VESK_REQUIRE(summary != nullptr, "summary != ((void *)0)");
+    free(summary->filename);
+    free(summary->state_filename);
+    for (char *name : summary->names) {
+        free(name);
+    }
+    *summary = {};
+}
