@@ -1,7 +1,6 @@
 #include "process/failure.hpp"
 
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
 
 #include <vesk/error.h>
@@ -54,13 +53,6 @@ std::string words_for(int code)
 std::string with_errno(const std::string &what)
 {
     return what + ": " + std::generic_category().message(errno);
-}
-
-void flush_output()
-{
-    if (fflush(stdout) != 0) {
-        throw failure(exit_failed, with_errno("standard output"));
-    }
 }
 
 } // namespace cli

@@ -44,9 +44,6 @@ std::string words_for(int code);
 // "what: why", with the words of errno.
 std::string with_errno(const std::string &what);
 
-// What was printed has come to where it should, or the verb gives up.
-void flush_output();
-
 } // namespace cli
 
 #endif

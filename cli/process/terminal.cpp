@@ -30,13 +30,6 @@ void make_room()
     }
 }
 
-// A log that takes no more is no reason to end a recording.
-void say(const std::string &text)
-{
-    (void)std::fputs(text.c_str(), stderr);
-    (void)std::fflush(stderr);
-}
-
 bool colour_on_stderr()
 {
     return colour_wanted(isatty(STDERR_FILENO) == 1, getenv("NO_COLOR"), getenv("TERM"));
@@ -49,6 +42,12 @@ bool colour_wanted(bool is_terminal, const char *no_color, const char *term)
     const bool refused = no_color != nullptr && no_color[0] != '\0';
     const bool dumb = term == nullptr || std::string_view(term) == "dumb";
     return is_terminal && !refused && !dumb;
+}
+
+void say(std::string_view text)
+{
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
+    (void)std::fflush(stderr);
 }
 
 void complain(std::string_view text)

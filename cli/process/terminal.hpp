@@ -12,6 +12,9 @@ namespace cli
 // Colour needs a terminal that can show it and a user who has not set NO_COLOR.
 bool colour_wanted(bool is_terminal, const char *no_color, const char *term);
 
+// As it is. What standard error does not take is lost: that is no reason to end anything.
+void say(std::string_view text);
+
 // "vesk: text", with the name in red where colour is wanted.
 void complain(std::string_view text);
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <ctime>
 #include <fmt/format.h>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -12,13 +13,21 @@
 #include "box/box_lock.hpp"
 #include "box/recovery.hpp"
 #include "process/failure.hpp"
+#include "process/output.hpp"
 #include "process/terminal.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/common_options.hpp"
+#include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
+
+struct check_options {
+    std::string base;
+    box_shape shape;
+    bool json = false;
+};
 
 using nlohmann::ordered_json;
 
@@ -216,8 +225,6 @@ void print_json(const diagnosis &found)
     fmt::print("{}\n", result.dump(2, ' ', false, ordered_json::error_handler_t::replace));
 }
 
-} // namespace
-
 exit_code check(const check_options &options)
 {
     const diagnosis found = diagnose_patiently(options);
@@ -236,4 +243,25 @@ exit_code check(const check_options &options)
     return found.is_repairable() ? exit_damaged : exit_unreadable;
 }
 
+action prepare(option_list &options)
+{
+    const auto chosen = std::make_shared<check_options>();
+    options.required_word("BASE", chosen->base, "Name of the box");
+    add_known_shape(options, chosen->shape);
+    options.flag("--json", chosen->json, "Print JSON");
+    return [chosen] { return check(*chosen); };
+}
+
+constexpr const char *more =
+    "Tells file by file what is wrong, and what `vesk repair` would do about it. Files are only "
+    "read.\n"
+    "The exit code is 0 for a healthy box, 3 for one that can be repaired, 4 for one that cannot.\n"
+    "\n"
+    "Examples:\n"
+    "  vesk check box || vesk repair box\n"
+    "  vesk check --json box | jq .repair.steps\n";
+
+const registration registered({60, "check", "Look for damage in a box", more, prepare});
+
+} // namespace
 } // namespace cli

@@ -11,22 +11,24 @@
 
 #include "box/box.hpp"
 #include "process/failure.hpp"
+#include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "text/telemetry_text.hpp"
 #include "text/value_text.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/common_options.hpp"
+#include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
 
-void put(std::string_view text)
-{
-    if (fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
-        throw failure(exit_failed, with_errno("standard output"));
-    }
-}
+struct dump_options {
+    std::string name;
+    bool history = false;
+    bool events = false;
+    bool utc = false;
+};
 
 // Counts what a reader of the output would miss.
 class losses
@@ -251,8 +253,6 @@ exit_code show_files(const std::vector<const stored_file *> &files, losses &lost
     return lost.any() ? exit_damaged : exit_done;
 }
 
-} // namespace
-
 exit_code dump(const dump_options &options)
 {
     if (options.history && options.events) {
@@ -284,4 +284,27 @@ exit_code dump(const dump_options &options)
                            : show_files<sample_dump>(found.current_buffers(), lost);
 }
 
+action prepare(option_list &options)
+{
+    const auto chosen = std::make_shared<dump_options>();
+    options.required_word("BASE|FILE", chosen->name, "Name of a box, or one of its buffer files");
+    options.flag("--history", chosen->history,
+                 "Print the summarised intervals as CSV instead of the raw samples");
+    options.flag("--events", chosen->events, "Print the events as CSV instead of the samples");
+    add_utc_output(options, chosen->utc);
+    return [chosen] { return dump(*chosen); };
+}
+
+constexpr const char *more = "Raw samples are printed as text telemetry. Values are the shortest "
+                             "decimals that read back exactly;\n"
+                             "nan is a missing value. Files are only read.\n"
+                             "\n"
+                             "Examples:\n"
+                             "  vesk dump box > box.kelt\n"
+                             "  vesk dump --history box | grep ,::cpu.total.busy_percent,\n"
+                             "  vesk dump box.3.cbuf.z\n";
+
+const registration registered({40, "dump", "Print what a box holds, oldest first", more, prepare});
+
+} // namespace
 } // namespace cli

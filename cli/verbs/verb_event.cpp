@@ -2,16 +2,23 @@
 #include <charconv>
 #include <ctime>
 #include <fmt/format.h>
+#include <memory>
 
 #include "box/event_channel.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
+
+struct event_options {
+    std::string base;
+    std::string type;
+    std::string text;
+};
 
 // How long a recorder may take to answer, and how often it is looked for.
 constexpr double patience = 10;
@@ -82,8 +89,6 @@ exit_code write_into_box(const event_options &options, const event &what)
     return exit_done;
 }
 
-} // namespace
-
 exit_code put_event(const event_options &options)
 {
     const event what = make_event(options);
@@ -105,4 +110,27 @@ exit_code put_event(const event_options &options)
     return exit_failed;
 }
 
+action prepare(option_list &options)
+{
+    const auto chosen = std::make_shared<event_options>();
+    options.required_word("BASE", chosen->base, "Name of the box");
+    options.required_word("TYPE", chosen->type,
+                          "A number from 1 to 5; what it means is yours to say");
+    options.required_word("TEXT", chosen->text, "What happened, up to 10000 bytes");
+    return [chosen] { return put_event(*chosen); };
+}
+
+constexpr const char *more =
+    "The recording that has the box takes the event and answers when it is recorded; where "
+    "nothing\n"
+    "records, it is put into the box at once. The text is kept with the raw samples, the history\n"
+    "counts the events of each type.\n"
+    "\n"
+    "Examples:\n"
+    "  vesk event box 1 'database restarted'\n"
+    "  vesk dump --events box\n";
+
+const registration registered({30, "event", "Put an event into a box", more, prepare});
+
+} // namespace
 } // namespace cli

@@ -1,5 +1,6 @@
 // vesk import BASE [FILE|-]
 #include <fmt/format.h>
+#include <memory>
 #include <optional>
 
 #include "box/acknowledgements.hpp"
@@ -10,12 +11,22 @@
 #include "text/line_source.hpp"
 #include "text/telemetry_text.hpp"
 #include "text/value_text.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/common_options.hpp"
+#include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
+
+struct import_options {
+    std::string base;
+    std::string file = "-";
+    bool utc = false;
+    box_shape shape;
+    std::string sync = "end";
+    std::string acknowledge; // a file or the number of a descriptor; empty: nowhere
+};
 
 class importer
 {
@@ -156,8 +167,6 @@ private:
     bool header_is_new_ = false;
 };
 
-} // namespace
-
 exit_code import_text(const import_options &options)
 {
     box_writer::check_shape_for(options.base, options.shape);
@@ -180,4 +189,34 @@ exit_code import_text(const import_options &options)
     }
 }
 
+action prepare(option_list &options)
+{
+    const auto chosen = std::make_shared<import_options>();
+    options.required_word("BASE", chosen->base, "Name of the box");
+    options.word("FILE", chosen->file,
+                 "Text telemetry, also with gzip; - or nothing is standard input");
+    add_shape(options, chosen->shape);
+    options.flag("--utc", chosen->utc, "Times are in UTC, not in the local time zone");
+    add_sync(options, chosen->sync, "at the next vector after TIME");
+    options.text("--acknowledge", "FILE|FD", chosen->acknowledge,
+                 "Tell the time of each vector that is in the box, a line each, to a file or "
+                 "to the descriptor of this number");
+    return [chosen] { return import_text(*chosen); };
+}
+
+constexpr const char *more =
+    "A line is a time and one field for each sensor: names in a header line, then values.\n"
+    "  20240101:00:00:00,::cpu,::temp\n"
+    "  20240101:00:00:00,12.5,nan\n"
+    "A line that is wrong is refused as FILE:LINE: reason; the lines before it are in the box. So "
+    "are those before the one that a full disk did not take.\n"
+    "\n"
+    "Examples:\n"
+    "  vesk import box telemetry.kelt.gz\n"
+    "  vesk dump old | vesk import new\n"
+    "  vesk import box --samples 86400 --intervals 1440 < day.kelt\n";
+
+const registration registered({20, "import", "Read text telemetry into a box", more, prepare});
+
+} // namespace
 } // namespace cli

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fmt/format.h>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include <vesk/error.h>
@@ -9,14 +10,22 @@
 
 #include "box/box.hpp"
 #include "process/failure.hpp"
+#include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "text/value_text.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/common_options.hpp"
+#include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
+
+struct info_options {
+    std::string name;
+    bool json = false;
+    bool utc = false;
+};
 
 using nlohmann::ordered_json;
 
@@ -329,8 +338,6 @@ void print_json(const report &found)
     fmt::print("{}\n", result.dump(2, ' ', false, ordered_json::error_handler_t::replace));
 }
 
-} // namespace
-
 exit_code info(const info_options &options)
 {
     if (options.utc) {
@@ -353,4 +360,20 @@ exit_code info(const info_options &options)
     return found.damaged ? exit_damaged : exit_done;
 }
 
+action prepare(option_list &options)
+{
+    const auto chosen = std::make_shared<info_options>();
+    options.required_word("BASE|FILE", chosen->name, "Name of a box, or one of its buffer files");
+    options.flag("--json", chosen->json, "Print JSON, with times in seconds since the epoch");
+    add_utc_output(options, chosen->utc);
+    return [chosen] { return info(*chosen); };
+}
+
+constexpr const char *more = "Examples:\n"
+                             "  vesk info box\n"
+                             "  vesk info --json box | jq .raw.samples\n";
+
+const registration registered({50, "info", "Tell what a box is made of", more, prepare});
+
+} // namespace
 } // namespace cli

@@ -1,6 +1,7 @@
 // vesk record BASE
 #include <deque>
 #include <fmt/format.h>
+#include <memory>
 #include <optional>
 
 #include "box/box_writer.hpp"
@@ -14,12 +15,21 @@
 #include "process/terminal.hpp"
 #include "text/duration.hpp"
 #include "text/value_text.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/common_options.hpp"
+#include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
+
+struct record_options {
+    std::string base;
+    std::string interval = "1s";
+    std::string duration; // empty: until a signal ends it
+    std::string sync = "10s";
+    box_shape shape;
+};
 
 // Events that wait for a sample are held in memory.
 constexpr std::size_t most_waiting_events = 1000;
@@ -211,8 +221,6 @@ private:
     bool noted_ = false;
 };
 
-} // namespace
-
 exit_code record(const record_options &options)
 {
     const int64_t interval = parse_duration(options.interval, "--interval");
@@ -229,4 +237,33 @@ exit_code record(const record_options &options)
     return exit_done;
 }
 
+action prepare(option_list &options)
+{
+    const auto chosen = std::make_shared<record_options>();
+    options.required_word("BASE", chosen->base,
+                          "Name of the box; its files are BASE.state, BASE.1.cbuf.z, ...");
+    options.text("--interval", "TIME", chosen->interval,
+                 "Time between samples in whole seconds: 1s, 5m, 2h, 1d");
+    options.text("--for", "TIME", chosen->duration, "End after this time (default: at Ctrl-C)");
+    add_shape(options, chosen->shape);
+    add_sync(options, chosen->sync, "at the next sample after TIME");
+    return [chosen] { return record(*chosen); };
+}
+
+constexpr const char *more =
+    "An existing box is resumed, and recovered first if a crash left it damaged. One process\n"
+    "at a time writes to a box. When the disk is full, sampling goes on and each new sample\n"
+    "is tried. SIGINT, SIGTERM and SIGHUP end the recording cleanly.\n"
+    "\n"
+    "Examples:\n"
+    "  vesk record /var/lib/vesk/box\n"
+    "      One sample a second; the last hours raw, all before in summary.\n"
+    "  vesk record box --interval 10s --for 5m\n"
+    "      Thirty samples, then the end.\n"
+    "  vesk record box --interval 1m --samples 1440 --intervals 24\n"
+    "      A day in each buffer, summarised by the hour.\n";
+
+const registration registered({10, "record", "Record this machine into a box", more, prepare});
+
+} // namespace
 } // namespace cli

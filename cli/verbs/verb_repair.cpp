@@ -3,19 +3,28 @@
 #include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
+#include <memory>
 
 #include <vesk/error.h>
 
 #include "box/box_lock.hpp"
 #include "box/recovery.hpp"
 #include "process/failure.hpp"
+#include "process/output.hpp"
 #include "process/terminal.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/common_options.hpp"
+#include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
+
+struct repair_options {
+    std::string base;
+    box_shape shape;
+    bool dry_run = false;
+};
 
 void show(const recovery_plan &plan)
 {
@@ -35,8 +44,6 @@ void require_success(const std::string &base, int result)
     throw failure(tried ? exit_failed : exit_unreadable,
                   tried && errno != 0 ? with_errno(text) : text);
 }
-
-} // namespace
 
 exit_code repair(const repair_options &options)
 {
@@ -73,4 +80,25 @@ exit_code repair(const repair_options &options)
     return exit_done;
 }
 
+action prepare(option_list &options)
+{
+    const auto chosen = std::make_shared<repair_options>();
+    options.required_word("BASE", chosen->base, "Name of the box");
+    add_known_shape(options, chosen->shape);
+    options.flag("--dry-run", chosen->dry_run, "Show what would be done and do nothing");
+    return [chosen] { return repair(*chosen); };
+}
+
+constexpr const char *more = "Shows what is wrong, then mends it. What is taken out of a file is "
+                             "kept in FILE.torn. `record` and\n"
+                             "`import` do the same when they start. A box that was moved or copied "
+                             "is made at home where it is.\n"
+                             "\n"
+                             "Examples:\n"
+                             "  vesk repair --dry-run box\n"
+                             "  vesk repair box --samples 3600 --intervals 60\n";
+
+const registration registered({70, "repair", "Bring a damaged box back", more, prepare});
+
+} // namespace
 } // namespace cli

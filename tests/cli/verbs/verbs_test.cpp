@@ -21,7 +21,7 @@
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 #include "text/telemetry_text.hpp"
-#include "verbs/verbs.hpp"
+#include "verbs/command_line.hpp"
 
 namespace
 {
@@ -36,6 +36,11 @@ using ::testing::internal::GetCapturedStderr;
 using ::testing::internal::GetCapturedStdout;
 
 constexpr int64_t new_year = 1704067200;
+
+exit_code vesk(const std::vector<std::string> &words)
+{
+    return run_command_line(words, "test");
+}
 
 class Verbs : public ::testing::Test
 {
@@ -85,7 +90,7 @@ protected:
 
     std::string dumped()
     {
-        return output_of([&] { return dump({base(), false, false}); });
+        return output_of([&] { return vesk({"dump", base()}); });
     }
 
     temporary_directory folder{quick_folder()};
@@ -139,7 +144,7 @@ TEST_F(Verbs, AnEventIsNoDamageToReaders)
     fill(2);
     write_event(base());
     EXPECT_THAT(dumped(), EndsWith("exit 0"));
-    const std::string told = output_of([&] { return info({base(), false, false}); });
+    const std::string told = output_of([&] { return vesk({"info", base()}); });
     EXPECT_THAT(told, HasSubstr("events     1 among the raw samples"));
     EXPECT_THAT(told, EndsWith("exit 0"));
 }
@@ -151,7 +156,7 @@ TEST_F(Verbs, AnEventWithoutATypeGetsOneWhenTheBoxIsRecordedTo)
     CaptureStderr();
     fill(3);
     EXPECT_THAT(GetCapturedStderr(), HasSubstr("1 event tagged"));
-    const std::string told = output_of([&] { return dump({base(), false, false, true}); });
+    const std::string told = output_of([&] { return vesk({"dump", "--events", base()}); });
     EXPECT_EQ(told, "time,type,text\n20240101:00:00:00,2,door open\nexit 0");
 }
 
@@ -182,7 +187,8 @@ TEST_F(Verbs, ImportRefusesTheSensorThatHasNoRoom)
     text += "\n" + values + "\n20240101:00:00:01,::other\n20240101:00:00:01,1\n";
     write_file(folder.file("in"), text);
     EXPECT_EQ(output_of([&] {
-                  return import_text({base(), folder.file("in"), false, {4, 2}, "end", ""});
+                  return vesk(
+                      {"import", base(), folder.file("in"), "--samples", "4", "--intervals", "2"});
               }),
               "exit 1");
     EXPECT_THAT(messages, HasSubstr(":4: the box has no room for '::other'"));
@@ -244,9 +250,9 @@ private:
 TEST_F(DamagedBox, IsReadByDumpAndInfoWhateverByteIsWrong)
 {
     for_each_flipped_byte(0x55, [&](const std::string &where) {
-        output_of([&] { return dump({base(), false, false}); });
-        output_of([&] { return dump({base(), true, false}); });
-        const std::string told = output_of([&] { return info({base(), true, false}); });
+        output_of([&] { return vesk({"dump", base()}); });
+        output_of([&] { return vesk({"dump", "--history", base()}); });
+        const std::string told = output_of([&] { return vesk({"info", "--json", base()}); });
         // Only the state file holds bytes that mean something else without being wrong.
         if (where.find(".state") == std::string::npos) {
             EXPECT_THAT(told, EndsWith("exit 3")) << where;
@@ -267,7 +273,7 @@ TEST_F(DamagedBox, NeverEndsTheProcessThatRecordsIntoIt)
     write_file(elsewhere.file("in"), text);
     for_each_flipped_byte(0x01, [&](const std::string &where) {
         const auto record_on = [&] {
-            import_text({base(), elsewhere.file("in"), false, {}, "never", ""});
+            vesk({"import", base(), elsewhere.file("in"), "--sync", "never"});
         };
         EXPECT_EQ(signal_that_ends(record_on), 0) << where;
     });

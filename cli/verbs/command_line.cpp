@@ -1,0 +1,204 @@
+// Parses the command line with CLI11, which no other file knows.
+#include "verbs/command_line.hpp"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstring>
+#include <fmt/format.h>
+
+#include "process/output.hpp"
+#include "process/terminal.hpp"
+#include "text/suggestion.hpp"
+#include "verbs/verb.hpp"
+
+namespace cli
+{
+namespace
+{
+
+constexpr const char *exit_codes_text = "Exit codes:\n"
+                                        "  0  done\n"
+                                        "  1  failed\n"
+                                        "  2  wrong usage\n"
+                                        "  3  damaged, but readable or repairable\n"
+                                        "  4  unreadable or not repairable\n";
+
+constexpr const char *examples_text =
+    "Examples:\n"
+    "  vesk record box              record this machine until Ctrl-C\n"
+    "  vesk info box                what is in it\n"
+    "  vesk dump box                the raw samples as text\n"
+    "  vesk dump --history box      the summaries of what is older\n"
+    "  vesk import box data.kelt    text telemetry into a box\n"
+    "  vesk event box 1 'hello'     an event into a box\n"
+    "  vesk check box               is it healthy?\n"
+    "\n"
+    "'vesk VERB --help' tells more about a verb.\n";
+
+// CLI11 indents nothing and wraps nothing in a footer, so it is written as it is to be shown.
+std::string footer(const std::string &text)
+{
+    return text + "\n" + exit_codes_text;
+}
+
+class options_of_verb : public option_list
+{
+public:
+    explicit options_of_verb(CLI::App &verb) : verb_(verb) {}
+
+    void required_word(const char *name, std::string &value, const std::string &help) override
+    {
+        verb_.add_option(name, value, help)->required();
+    }
+    void word(const char *name, std::string &value, const std::string &help) override
+    {
+        verb_.add_option(name, value, help);
+    }
+    void text(const char *name, const char *type, std::string &value,
+              const std::string &help) override
+    {
+        verb_.add_option(name, value, help)->type_name(type)->capture_default_str();
+    }
+    void number(const char *name, const char *type, std::optional<uint32_t> &value,
+                const std::string &help) override
+    {
+        verb_.add_option(name, value, help)->type_name(type);
+    }
+    void flag(const char *name, bool &value, const std::string &help) override
+    {
+        verb_.add_flag(name, value, help);
+    }
+
+private:
+    CLI::App &verb_;
+};
+
+// A verb, and what it does if it is the one that is asked for.
+struct prepared_verb {
+    const CLI::App *parser;
+    action run;
+};
+
+std::vector<prepared_verb> add_verbs(CLI::App &app)
+{
+    std::vector<prepared_verb> prepared;
+    for (const verb *each : all_verbs()) {
+        CLI::App *parser = app.add_subcommand(each->name, each->purpose)->group("Verbs");
+        parser->footer(footer(each->more));
+        options_of_verb options(*parser);
+        prepared.push_back({parser, each->prepare(options)});
+    }
+    return prepared;
+}
+
+void set_up(CLI::App &app, const std::string &version)
+{
+    app.set_version_flag("-V,--version", "vesk " + version, "Print the version");
+    app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "VERB");
+    app.get_formatter()->label("TEXT", "");
+    app.get_formatter()->label("REQUIRED", "");
+    app.get_formatter()->column_width(22);
+    app.footer(footer(examples_text));
+}
+
+// A verb that does not exist is told apart from wrong options of one that does.
+bool refuse_unknown_verb(const std::string &typed)
+{
+    std::vector<std::string_view> names;
+    for (const verb *each : all_verbs()) {
+        if (typed == each->name) {
+            return false;
+        }
+        names.emplace_back(each->name);
+    }
+    const std::string_view meant = nearest_word(typed, names);
+    complain(fmt::format("there is no verb '{}'{}", printable(typed),
+                         meant.empty() ? "" : fmt::format("; did you mean '{}'?", meant)));
+    say("Try 'vesk --help'.\n");
+    return true;
+}
+
+// "vesk help VERB" is "vesk VERB --help".
+void translate_help(std::vector<std::string> &words)
+{
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+}
+
+// The option of @p parser that was most likely meant by one of the words that it does not know.
+std::string meant_option(const CLI::App &parser)
+{
+    std::vector<std::string> known;
+    for (const CLI::Option *option : parser.get_options()) {
+        for (const std::string &name : option->get_lnames()) {
+            known.push_back("--" + name);
+        }
+    }
+    const std::vector<std::string_view> names(known.begin(), known.end());
+    for (const std::string &typed : parser.remaining()) {
+        const std::string_view name = std::string_view(typed).substr(0, typed.find('='));
+        const std::string_view meant =
+            name.starts_with("--") ? nearest_word(name, names) : std::string_view();
+        if (!meant.empty()) {
+            return fmt::format("; did you mean '{}'?", meant);
+        }
+    }
+    return {};
+}
+
+exit_code refuse(const CLI::App &app, const CLI::ParseError &wrong)
+{
+    const auto verbs = app.get_subcommands();
+    const CLI::App &parser = verbs.empty() ? app : *verbs.front();
+    complain(printable(wrong.what()) + meant_option(parser));
+    say(fmt::format("Try 'vesk {}--help'.\n", verbs.empty() ? "" : parser.get_name() + " "));
+    return exit_usage;
+}
+
+exit_code show(const std::string &text)
+{
+    put(text);
+    flush_output();
+    return exit_done;
+}
+
+} // namespace
+
+exit_code run_command_line(std::vector<std::string> words, const std::string &version)
+{
+    CLI::App app(
+        "The black box of a computer: records telemetry in bounded space and reads it back.",
+        "vesk");
+    set_up(app, version);
+    const std::vector<prepared_verb> verbs = add_verbs(app);
+    if (words.empty()) {
+        say(app.help());
+        return exit_usage;
+    }
+    translate_help(words);
+    if (words.front()[0] != '-' && refuse_unknown_verb(words.front())) {
+        return exit_usage;
+    }
+    // CLI11 takes them from the end.
+    std::reverse(words.begin(), words.end());
+    try {
+        app.parse(words);
+    } catch (const CLI::CallForVersion &asked) {
+        return show(std::string(asked.what()) + "\n");
+    } catch (const CLI::CallForHelp &) {
+        return show(app.help());
+    } catch (const CLI::ParseError &wrong) {
+        return refuse(app, wrong);
+    }
+    for (const prepared_verb &each : verbs) {
+        if (each.parser->parsed()) {
+            return each.run();
+        }
+    }
+    return exit_usage;
+}
+
+} // namespace cli

@@ -1,0 +1,20 @@
+// The command line: which verb is asked for, with which options, and the help that teaches how to
+// ask.
+#ifndef VESK_CLI_VERBS_COMMAND_LINE_HPP
+#define VESK_CLI_VERBS_COMMAND_LINE_HPP
+
+#include <string>
+#include <vector>
+
+#include "process/exit_codes.hpp"
+
+namespace cli
+{
+
+// Does what @p words, those behind the name of the command, ask for. @p version is what --version
+// prints. Throws a failure where a verb gives up.
+exit_code run_command_line(std::vector<std::string> words, const std::string &version);
+
+} // namespace cli
+
+#endif
