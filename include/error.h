@@ -33,7 +33,9 @@ enum {
     QE_ERROR_NOT_FULL = -44,         /**< the history buffer is not full, or the text is empty */
     QE_ERROR_TRUNCATED = -48,        /**< the data ended inside an item */
     QE_ERROR_LIMIT = -49,            /**< a count or length is over 10000, or a stored count is 0 */
-    QE_ERROR_NEGATIVE_ROOT = -50     /**< the square root of a negative element */
+    QE_ERROR_NEGATIVE_ROOT = -50,    /**< the square root of a negative element */
+    QE_ERROR_EXISTS = -51,           /**< what was to be made is there already */
+    QE_ERROR_ABSENT = -52            /**< there is nothing of this name */
 };
 
 /**

@@ -78,6 +78,7 @@ typedef struct vesk {
         vesk_zcf_state_hcc *hcc; /**< the stage in state 4 */
     };
     uint32_t stage_type; /**< private: what the stage really is, also after a failed transition */
+    void *safety;        /**< private: what vesk_start() adds, null in other recorders */
 } vesk;
 
 /**
@@ -95,6 +96,22 @@ typedef struct vesk {
  */
 VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
                            uint32_t num_hb_intervals);
+
+/**
+ * As vesk_create(), but only where there is certainly no recorder yet: neither a state file nor its
+ * copy nor a buffer of this name. Nothing that was there is changed.
+ *
+ * Aborts with "filename != ((void *)0)" or "filename[0] != 0".
+ *
+ * @return the recorder, or null with the code in the cell: QE_ERROR_EXISTS (-51) when there is
+ * something of a recorder, or another process is making one; QE_ERROR_OPEN (-40) when that cannot
+ * be told, because the folder is missing or cannot be read, or when a file cannot be made;
+ * QE_ERROR_MALFORMED (-6) for sizes with which vesk_create() aborts; QE_ERROR_LIMIT (-49) for more
+ * than 65534 intervals or a name of 1000 bytes or more; or a code of vesk_create(). What was begun
+ * is removed then.
+ */
+VESK_API vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples,
+                               uint32_t num_hb_intervals);
 
 /**
  * Opens the recorder with the base name @p filename and its current buffer, to go on writing there.
@@ -198,6 +215,26 @@ VESK_API int vesk_sync(const vesk *vesk);
  * new one.
  */
 VESK_API int vesk_backup_state(const vesk *vesk);
+
+/**
+ * Brings onto the medium that the recorder has moved on to other files, and deletes the files that
+ * were replaced by that. To be called after each vector and event of a recorder from vesk_start():
+ * when it has not moved on since the last call, this returns 0 at once and touches no file.
+ * Otherwise it is vesk_sync(), vesk_backup_state() and then the deletion.
+ *
+ * When it returns 0, everything that was acknowledged before the call, and was on the medium or in
+ * the files that the recorder has moved away from, survives the loss of power. For the samples of
+ * the open buffer that is left to vesk_sync().
+ *
+ * In a recorder that vesk_start() did not make it is vesk_sync() and vesk_backup_state(): there the
+ * replaced files are deleted by the vector that replaces them.
+ *
+ * Aborts as vesk_sync() does.
+ *
+ * @return 0; QE_ERROR_IO (-41) when a file cannot be written, synced or deleted; or another code of
+ * vesk_sync() and vesk_backup_state(). Nothing is lost then, and the next call tries again.
+ */
+VESK_API int vesk_settle(const vesk *vesk);
 
 /**
  * Closes the files of @p *vesk, frees it and sets it to null. The state file is not written.

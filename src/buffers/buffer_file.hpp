@@ -206,9 +206,9 @@ Buffer *open_buffer(const char *filename, reader *source, FILE *file)
 
 // Opens a file that must be of the kind of Buffer.
 template <typename Buffer>
-Buffer *open_file_of_kind(const char *filename)
+Buffer *open_file_of_kind(const char *filename, vesk_buffer *(*open)(const char *path))
 {
-    owned<vesk_buffer, vesk_buffer_destroy> handle(vesk_buffer_open_for_read_write(filename));
+    owned<vesk_buffer, vesk_buffer_destroy> handle(open(filename));
     if (!handle) {
         return nullptr;
     }

@@ -5,6 +5,7 @@
 #include <stdio.h>
 
 #include <vesk/reader.h>
+#include <vesk/vesk_buffer.h>
 #include <vesk/vesk_current_buffer.h>
 #include <vesk/vesk_hist_buffer.h>
 #include <vesk/writer.h>
@@ -18,6 +19,18 @@ writer *_vesk_buffer_create_writer(FILE *fp);
 // owns `reader` and `file`; on failure they stay the caller's, and the result is null.
 vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *reader, FILE *file);
 vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *reader, FILE *fp);
+
+// As the exported functions of like name, over the bytes of the whole file, which are read first:
+// -41 when they cannot be read, where the exported functions abort.
+vesk_buffer *_vesk_buffer_open_read_whole(const char *path);
+vesk_current_buffer *_vesk_current_buffer_open_read_whole(const char *filename);
+vesk_hist_buffer *_vesk_hist_buffer_open_read_whole(const char *filename);
+vesk_current_buffer *_vesk_current_buffer_open_for_append_read_whole(const char *filename);
+
+// Summarise buffers that are open, and close them.
+int _vesk_current_buffer_compress(vesk_current_buffer *cbuf, vesk_hist_buffer *hbuf,
+                                  uint32_t samples_per_hb_interval);
+int _vesk_hist_buffer_compress(vesk_hist_buffer *hbuf_in, vesk_hist_buffer *hbuf_out);
 
 // Reads the next record without keeping the books of the buffer: 0, -43 at the end, or an error.
 int _vesk_hist_buffer_read_next(vesk_hist_buffer *hbuf, vesk_hb_record *rec);

@@ -15,13 +15,16 @@
 #include <vesk/zlib_writer.h>
 
 #include "buffers/buffer_file.hpp"
+#include "io/file_bytes.hpp"
+#include "io/memory_reader.hpp"
 
 // Destroying a stream leaves the file open: the buffer closes it.
 static constexpr uint32_t keep_open = 1;
 
-reader *_vesk_buffer_create_reader(FILE *fp)
+// A compressed stream over `base`, which it owns; destroys `base` without memory.
+static reader *_create_reader_over(reader *base)
 {
-    owned<reader, reader_destroy> raw(raw_reader_create(fp, keep_open));
+    owned<reader, reader_destroy> raw(base);
     if (!raw) {
         return nullptr;
     }
@@ -30,6 +33,11 @@ reader *_vesk_buffer_create_reader(FILE *fp)
         (void)raw.release();
     }
     return compressed;
+}
+
+reader *_vesk_buffer_create_reader(FILE *fp)
+{
+    return _create_reader_over(raw_reader_create(fp, keep_open));
 }
 
 writer *_vesk_buffer_create_writer(FILE *fp)
@@ -134,9 +142,10 @@ static int _open_by_kind(vesk_buffer *handle, const char *path, reader *source, 
     return 0;
 }
 
-vesk_buffer *vesk_buffer_open_for_read_write(const char *path)
+// Opens the file, of which `bytes` have what there is to read; without them it is read as the
+// records are.
+static vesk_buffer *_open(const char *path, byte_list *bytes)
 {
-    VESK_REQUIRE(path != nullptr, "path != ((void *)0)");
     owned<vesk_buffer, vesk_buffer_destroy> handle(
         create_object<vesk_buffer>(vesk_buffer_init_null));
     if (!handle) {
@@ -147,7 +156,14 @@ vesk_buffer *vesk_buffer_open_for_read_write(const char *path)
         qe_set_last_error(QE_ERROR_OPEN);
         return nullptr;
     }
-    owned<reader, reader_destroy> source(_vesk_buffer_create_reader(file.get()));
+    // Only what reads the file itself comes to its end on the way.
+    if (bytes != nullptr && fseeko(file.get(), 0, SEEK_END) != 0) {
+        qe_set_last_error(QE_ERROR_IO);
+        return nullptr;
+    }
+    owned<reader, reader_destroy> source(bytes != nullptr
+                                             ? _create_reader_over(_memory_reader_create(bytes))
+                                             : _vesk_buffer_create_reader(file.get()));
     if (!source) {
         return nullptr;
     }
@@ -159,6 +175,23 @@ vesk_buffer *vesk_buffer_open_for_read_write(const char *path)
     (void)source.release();
     (void)file.release();
     return handle.release();
+}
+
+vesk_buffer *vesk_buffer_open_for_read_write(const char *path)
+{
+    VESK_REQUIRE(path != nullptr, "path != ((void *)0)");
+    return _open(path, nullptr);
+}
+
+vesk_buffer *_vesk_buffer_open_read_whole(const char *path)
+{
+    byte_list bytes;
+    const int result = _vesk_read_file(path, &bytes);
+    if (result < 0) {
+        qe_set_last_error(result);
+        return nullptr;
+    }
+    return _open(path, &bytes);
 }
 
 int binary_serializer_write_vesk_buffer(const vesk_buffer *buf, writer *target)

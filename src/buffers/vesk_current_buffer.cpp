@@ -40,7 +40,12 @@ vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *sou
 vesk_current_buffer *vesk_current_buffer_open_for_read_write(const char *filename)
 {
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
-    return open_file_of_kind<vesk_current_buffer>(filename);
+    return open_file_of_kind<vesk_current_buffer>(filename, vesk_buffer_open_for_read_write);
+}
+
+vesk_current_buffer *_vesk_current_buffer_open_read_whole(const char *filename)
+{
+    return open_file_of_kind<vesk_current_buffer>(filename, _vesk_buffer_open_read_whole);
 }
 
 // Reads all records that are left, for the books they keep. Returns 0 or a negative error.
@@ -66,10 +71,9 @@ static int _read_to_end(vesk_current_buffer *cbuf)
     return result == QE_ERROR_END_OF_RECORDS ? 0 : result;
 }
 
-vesk_current_buffer *vesk_current_buffer_open_for_append(const char *filename)
+// Makes an open buffer ready to be appended to; null with the code in the cell.
+static vesk_current_buffer *_prepare_to_append(vesk_current_buffer *cbuf)
 {
-    VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
-    vesk_current_buffer *cbuf = vesk_current_buffer_open_for_read_write(filename);
     if (cbuf == nullptr) {
         return nullptr;
     }
@@ -80,6 +84,17 @@ vesk_current_buffer *vesk_current_buffer_open_for_append(const char *filename)
         qe_set_last_error(result);
     }
     return cbuf;
+}
+
+vesk_current_buffer *vesk_current_buffer_open_for_append(const char *filename)
+{
+    VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
+    return _prepare_to_append(vesk_current_buffer_open_for_read_write(filename));
+}
+
+vesk_current_buffer *_vesk_current_buffer_open_for_append_read_whole(const char *filename)
+{
+    return _prepare_to_append(_vesk_current_buffer_open_read_whole(filename));
 }
 
 static int _vesk_cb_have_sensors_changed(const vesk_current_buffer *cbuf, const matrix *vector)

@@ -190,17 +190,10 @@ static int _write_partial_interval(compression *state)
     return _vesk_write_current_interval(state);
 }
 
-int vesk_current_buffer_compress(const char *cbuf_filename, vesk_hist_buffer *hbuf,
-                                 uint32_t samples_per_hb_interval)
+int _vesk_current_buffer_compress(vesk_current_buffer *open, vesk_hist_buffer *hbuf,
+                                  uint32_t samples_per_hb_interval)
 {
-    VESK_REQUIRE(cbuf_filename != nullptr, "cbuf_filename != ((void *)0)");
-    VESK_REQUIRE(hbuf != nullptr, "hbuf != ((void *)0)");
-    VESK_REQUIRE(samples_per_hb_interval > 0, "samples_per_hb_interval > 0");
-    owned<vesk_current_buffer, vesk_current_buffer_close> cbuf(
-        vesk_current_buffer_open_for_read_write(cbuf_filename));
-    if (!cbuf) {
-        return qe_get_last_error();
-    }
+    const owned<vesk_current_buffer, vesk_current_buffer_close> cbuf(open);
     if (!_fits(cbuf.get(), hbuf, samples_per_hb_interval)) {
         return QE_ERROR_MALFORMED;
     }
@@ -213,4 +206,15 @@ int vesk_current_buffer_compress(const char *cbuf_filename, vesk_hist_buffer *hb
     }
     _destruct(&state);
     return result;
+}
+
+int vesk_current_buffer_compress(const char *cbuf_filename, vesk_hist_buffer *hbuf,
+                                 uint32_t samples_per_hb_interval)
+{
+    VESK_REQUIRE(cbuf_filename != nullptr, "cbuf_filename != ((void *)0)");
+    VESK_REQUIRE(hbuf != nullptr, "hbuf != ((void *)0)");
+    VESK_REQUIRE(samples_per_hb_interval > 0, "samples_per_hb_interval > 0");
+    vesk_current_buffer *cbuf = vesk_current_buffer_open_for_read_write(cbuf_filename);
+    return cbuf == nullptr ? qe_get_last_error()
+                           : _vesk_current_buffer_compress(cbuf, hbuf, samples_per_hb_interval);
 }

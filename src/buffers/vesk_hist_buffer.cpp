@@ -41,7 +41,12 @@ vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *source, FILE 
 vesk_hist_buffer *vesk_hist_buffer_open_for_read_write(const char *filename)
 {
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
-    return open_file_of_kind<vesk_hist_buffer>(filename);
+    return open_file_of_kind<vesk_hist_buffer>(filename, vesk_buffer_open_for_read_write);
+}
+
+vesk_hist_buffer *_vesk_hist_buffer_open_read_whole(const char *filename)
+{
+    return open_file_of_kind<vesk_hist_buffer>(filename, _vesk_buffer_open_read_whole);
 }
 
 void vesk_hist_buffer_close(vesk_hist_buffer **hbuf)

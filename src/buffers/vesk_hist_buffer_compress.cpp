@@ -200,15 +200,9 @@ static int _merge_all_pairs(merging *state, uint32_t max_input_intervals)
     return QE_ERROR_MALFORMED;
 }
 
-int vesk_hist_buffer_compress(const char *hbuf_in_filename, vesk_hist_buffer *hbuf_out)
+int _vesk_hist_buffer_compress(vesk_hist_buffer *open, vesk_hist_buffer *hbuf_out)
 {
-    VESK_REQUIRE(hbuf_in_filename != nullptr, "hbuf_in_filename != ((void *)0)");
-    VESK_REQUIRE(hbuf_out != nullptr, "hbuf_out != ((void *)0)");
-    owned<vesk_hist_buffer, vesk_hist_buffer_close> hbuf_in(
-        vesk_hist_buffer_open_for_read_write(hbuf_in_filename));
-    if (!hbuf_in) {
-        return qe_get_last_error();
-    }
+    const owned<vesk_hist_buffer, vesk_hist_buffer_close> hbuf_in(open);
     const uint32_t max_input_intervals = hbuf_in->max_data_records;
     VESK_REQUIRE(max_input_intervals > 0, "max_input_intervals > 0");
     const int room = vesk_hist_buffer_get_number_empty_intervals(hbuf_out);
@@ -221,4 +215,12 @@ int vesk_hist_buffer_compress(const char *hbuf_in_filename, vesk_hist_buffer *hb
     const int result = _merge_all_pairs(&state, max_input_intervals);
     hist_value_list_destruct(&state.list);
     return result;
+}
+
+int vesk_hist_buffer_compress(const char *hbuf_in_filename, vesk_hist_buffer *hbuf_out)
+{
+    VESK_REQUIRE(hbuf_in_filename != nullptr, "hbuf_in_filename != ((void *)0)");
+    VESK_REQUIRE(hbuf_out != nullptr, "hbuf_out != ((void *)0)");
+    vesk_hist_buffer *hbuf_in = vesk_hist_buffer_open_for_read_write(hbuf_in_filename);
+    return hbuf_in == nullptr ? qe_get_last_error() : _vesk_hist_buffer_compress(hbuf_in, hbuf_out);
 }

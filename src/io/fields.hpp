@@ -158,8 +158,8 @@ public:
     // `count` doubles.
     field_reader &f64s(double *values, uint32_t count) { return numbers<uint64_t>(values, count); }
     // A nested form, by its own read function, into an object that is already initialised.
-    template <typename T>
-    field_reader &form(int (*read)(T *, reader *), T *object)
+    template <typename Read, typename T>
+    field_reader &form(Read read, T *object)
     {
         return add([&] { return read(object, source_); });
     }

@@ -17,6 +17,7 @@
 #include <vesk/vesk_current_buffer.h>
 
 #include "io/fields.hpp"
+#include "recorder/stage_reading.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
@@ -147,7 +148,8 @@ int stage_write(const stage_layout<Stage, Count> &layout, const Stage *state, wr
 // Reads the names into a null stage and opens its live buffer where that ends. What was read before
 // a failure stays.
 template <typename Stage, std::size_t Count>
-int stage_read(const stage_layout<Stage, Count> &layout, Stage *state, reader *source)
+int stage_read(const stage_layout<Stage, Count> &layout, Stage *state, reader *source,
+               open_current_buffer open)
 {
     stage_require_live(state);
     VESK_REQUIRE(source != nullptr, "reader != ((void *)0)");
@@ -165,7 +167,7 @@ int stage_read(const stage_layout<Stage, Count> &layout, Stage *state, reader *s
     if (state->*layout.open.buffer != nullptr) {
         vesk_current_buffer_close(&(state->*layout.open.buffer));
     }
-    state->*layout.open.buffer = vesk_current_buffer_open_for_append(filename.get());
+    state->*layout.open.buffer = open(filename.get());
     return state->*layout.open.buffer == nullptr ? qe_get_last_error() : fields.result();
 }
 

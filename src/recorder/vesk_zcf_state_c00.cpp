@@ -44,7 +44,12 @@ int binary_serializer_write_vesk_zcf_state_c00(const vesk_zcf_state_c00 *state, 
     return stage_write(layout, state, target);
 }
 
+int _vesk_zcf_state_c00_read(vesk_zcf_state_c00 *state, reader *source, open_current_buffer open)
+{
+    return stage_read(layout, state, source, open);
+}
+
 int binary_serializer_read_vesk_zcf_state_c00(vesk_zcf_state_c00 *state, reader *source)
 {
-    return stage_read(layout, state, source);
+    return stage_read(layout, state, source, vesk_current_buffer_open_for_append);
 }

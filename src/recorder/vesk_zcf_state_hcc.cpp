@@ -60,7 +60,12 @@ int binary_serializer_write_vesk_zcf_state_hcc(const vesk_zcf_state_hcc *state, 
     return stage_write(layout, state, target);
 }
 
+int _vesk_zcf_state_hcc_read(vesk_zcf_state_hcc *state, reader *source, open_current_buffer open)
+{
+    return stage_read(layout, state, source, open);
+}
+
 int binary_serializer_read_vesk_zcf_state_hcc(vesk_zcf_state_hcc *state, reader *source)
 {
-    return stage_read(layout, state, source);
+    return stage_read(layout, state, source, vesk_current_buffer_open_for_append);
 }

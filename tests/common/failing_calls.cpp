@@ -29,6 +29,8 @@ static bool observing = false;
 static long disk_room = -1; // no limit when negative
 static long disk_used = 0;
 
+static int reads_to_interruption = 0;
+
 static int zlib_calls_left = 0;
 static int zlib_code = 0;
 static long live_blocks = 0;
@@ -72,6 +74,21 @@ failing_zlib::failing_zlib(int n, int code)
 failing_zlib::~failing_zlib()
 {
     zlib_calls_left = 0;
+}
+
+interrupted_read::interrupted_read(int n)
+{
+    reads_to_interruption = n;
+}
+
+interrupted_read::~interrupted_read()
+{
+    reads_to_interruption = 0;
+}
+
+bool interrupted_read::happened()
+{
+    return reads_to_interruption == 0;
 }
 
 limited_disk::limited_disk(long bytes)
@@ -188,6 +205,7 @@ FILE *__real_fopen64(const char *path, const char *mode);
 DIR *__real_opendir(const char *path);
 size_t __real_fread(void *to, size_t size, size_t n, FILE *fp);
 char *__real_fgets(char *to, int size, FILE *fp);
+ssize_t __real_read(int descriptor, void *to, size_t n);
 dirent *__real_readdir(DIR *folder);
 dirent *__real_readdir64(DIR *folder);
 size_t __real_fwrite(const void *from, size_t size, size_t n, FILE *fp);
@@ -296,6 +314,14 @@ char *__wrap_fgets(char *to, int size, FILE *fp)
 {
     return feof(fp) == 0 && _fails(call_kind::read) ? _fail_on<FILE, char *>(fp, EIO, nullptr)
                                                     : __real_fgets(to, size, fp);
+}
+
+ssize_t __wrap_read(int descriptor, void *to, size_t n)
+{
+    if (reads_to_interruption > 0 && --reads_to_interruption == 0) {
+        return _fail<ssize_t>(EINTR, -1);
+    }
+    return _fails(call_kind::read) ? _fail<ssize_t>(EIO, -1) : __real_read(descriptor, to, n);
 }
 
 dirent *__wrap_readdir(DIR *folder)

@@ -11,7 +11,7 @@ enum class call_kind {
     allocation, // malloc(), calloc(), realloc(), strdup(), strndup(), aligned_alloc(): no memory
     zlib,       // deflateInit(), inflateInit(), inflate(): no memory
     open,       // fopen(), opendir(): no descriptor is left
-    read,       // fread(), fgets(), readdir(): the medium fails, which is not the end of the file
+    read, // read(), fread(), fgets(), readdir(): the medium fails, which is not the end of the file
     write,      // fwrite() and what prints: the disk is full, nothing was taken
     torn_write, // the same calls: the first half of the bytes reached the file
     flush,      // fflush(): the disk is full, what was buffered is lost
@@ -61,6 +61,18 @@ public:
     failing_zlib(const failing_zlib &) = delete;
     failing_zlib &operator=(const failing_zlib &) = delete;
     ~failing_zlib();
+};
+
+// While it lives, a signal interrupts the n-th read() from now on, before it has read anything.
+class interrupted_read
+{
+public:
+    explicit interrupted_read(int n);
+    interrupted_read(const interrupted_read &) = delete;
+    interrupted_read &operator=(const interrupted_read &) = delete;
+    ~interrupted_read();
+
+    static bool happened();
 };
 
 // While it lives, all files together take so many more bytes. The write that does not fit writes

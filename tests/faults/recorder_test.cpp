@@ -10,6 +10,7 @@
 #include <vesk/vesk_check.h>
 #include <vesk/vesk_recover.h>
 #include <vesk/vesk_scan.h>
+#include <vesk/vesk_start.h>
 
 #include "common/buffer_files.hpp"
 #include "common/telemetry.hpp"
@@ -744,6 +745,108 @@ void add_recoveries(std::vector<fault_case> *table)
                       make_wreck});
 }
 
+// ---- Recorders that are started ---------------------------------------------------------------
+
+// Starting; whatever failed, nothing is lost and the next start goes on.
+outcome starts(fault &f, int last)
+{
+    vesk *recorder = f([] { return vesk_start("r", 4, 2, nullptr); });
+    if (recorder == nullptr) {
+        return fault::cell();
+    }
+    EXPECT_EQ(0, vesk_settle(recorder));
+    EXPECT_EQ(0, write(recorder, last + 1));
+    vesk_close(&recorder);
+    return "ok";
+}
+
+void expect_startable(int written)
+{
+    const owned_recorder recorder(vesk_start("r", 4, 2, nullptr));
+    ASSERT_TRUE(recorder);
+    nothing_is_lost(written);
+    EXPECT_EQ(0, write(recorder.get(), written + 1));
+}
+
+outcome settles(fault &f)
+{
+    const owned_recorder recorder(vesk_start("r", 4, 2, nullptr));
+    EXPECT_EQ(0, write(recorder.get(), full_hcc + 1));
+    return f.returns([&] { return vesk_settle(recorder.get()); });
+}
+
+void add_starts(std::vector<fault_case> *table)
+{
+    table->push_back(
+        {"vesk_start",
+         "new",
+         {{call_kind::allocation, {"-22", "ok"}},
+          {call_kind::open, {"-40", "ok"}},
+          {call_kind::read, {"-40"}},
+          {call_kind::write, {"-41", "ok"}},
+          {call_kind::torn_write, {"-41", "ok"}},
+          {call_kind::flush, {"-41", "ok"}},
+          {call_kind::close, {"ok"}},
+          {call_kind::rename, {"ok"}},
+          {call_kind::sync, {"ok"}}},
+         [](fault &f) { return starts(f, 0); },
+         remove_box,
+         [](const fault &, const outcome &found) { expect_startable(found == "ok" ? 1 : 0); }});
+    table->push_back({"vesk_start",
+                      "over_a_box",
+                      {{call_kind::allocation, {"-22", "ok", "-41"}},
+                       {call_kind::zlib, {"-22", "-41"}},
+                       {call_kind::open, {"-40", "ok"}},
+                       {call_kind::read, {"-40", "-41"}},
+                       {call_kind::write, {"ok"}},
+                       {call_kind::torn_write, {"ok"}},
+                       {call_kind::flush, {"ok"}},
+                       {call_kind::close, {"ok"}},
+                       {call_kind::rename, {"ok"}},
+                       {call_kind::sync, {"ok"}}},
+                      [](fault &f) { return starts(f, full_hcc); },
+                      box_with(full_hcc),
+                      [](const fault &, const outcome &found) {
+                          expect_startable(found == "ok" ? full_hcc + 1 : full_hcc);
+                      }});
+    table->push_back({"vesk_create_new",
+                      "",
+                      {{call_kind::allocation, {"-22"}},
+                       {call_kind::open, {"-40"}},
+                       {call_kind::read, {"-40"}},
+                       {call_kind::write, {"-41"}},
+                       {call_kind::torn_write, {"-41"}},
+                       {call_kind::flush, {"-41", "ok"}},
+                       {call_kind::close, {"ok"}}},
+                      [](fault &f) {
+                          vesk *recorder = f([] { return vesk_create_new("r", 4, 2); });
+                          if (recorder == nullptr) {
+                              EXPECT_TRUE(box_files().empty());
+                              return fault::cell();
+                          }
+                          vesk_close(&recorder);
+                          return fault::success();
+                      },
+                      remove_box});
+    table->push_back({"vesk_settle",
+                      "",
+                      {{call_kind::allocation, {"-22"}},
+                       {call_kind::open, {"-40"}},
+                       {call_kind::write, {"-41"}},
+                       {call_kind::torn_write, {"-41"}},
+                       {call_kind::flush, {"-41"}},
+                       {call_kind::close, {"ok"}},
+                       {call_kind::remove, {"-41"}},
+                       {call_kind::rename, {"-41"}},
+                       {call_kind::sync, {"-41"}}},
+                      settles,
+                      box_with(full_hcc),
+                      [](const fault &, const outcome &) {
+                          nothing_is_lost(full_hcc + 1);
+                          expect_startable(full_hcc + 1);
+                      }});
+}
+
 } // namespace
 
 std::vector<fault_case> recorder_cases()
@@ -900,5 +1003,6 @@ std::vector<fault_case> recorder_cases()
     add_lives(&table);
     add_scans(&table);
     add_recoveries(&table);
+    add_starts(&table);
     return table;
 }

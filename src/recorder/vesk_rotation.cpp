@@ -1,0 +1,281 @@
+// Moving from stage to stage. The order on the disk is what a crash relies on: first the new files,
+// then the state that names them, and only then do the old ones go.
+
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <vesk/error.h>
+#include <vesk/vesk.h>
+#include <vesk/vesk_current_buffer_compress.h>
+#include <vesk/vesk_hist_buffer.h>
+#include <vesk/vesk_hist_buffer_compress.h>
+
+#include "buffers/buffer_internal.hpp"
+#include "recorder/recorder.hpp"
+
+// Puts a finished stage in the place of the old one, whose open buffer is closed by that, and
+// saves.
+static int _install_stage(vesk *recorder, uint32_t type, void *stage)
+{
+    _vesk_destroy_stage(recorder);
+    _vesk_set_stage(recorder, type, stage);
+    const int saved = _vesk_save(recorder);
+    if (recorder->safety != nullptr) {
+        safety_of(recorder)->moved_on = true;
+        safety_of(recorder)->save_due = saved < 0;
+    }
+    return saved;
+}
+
+// Lets go of two files that the history has replaced. A recorder that promises more keeps them
+// until what replaced them is on the medium.
+static void _release_files(const vesk *recorder, const char *first, const char *second)
+{
+    recorder_safety *safety = safety_of(recorder);
+    if (safety == nullptr) {
+        (void)unlink(first);
+        (void)unlink(second);
+        return;
+    }
+    for (const char *filename : {first, second}) {
+        snprintf(safety->consumed[safety->num_consumed++], filename_size, "%s", filename);
+    }
+}
+
+// Summarises a full buffer into the history.
+static int _compress_cbuf(const vesk *recorder, const char *filename, vesk_hist_buffer *hbuf)
+{
+    const uint32_t per_interval = recorder->num_samples_per_interval;
+    if (recorder->safety == nullptr) {
+        return vesk_current_buffer_compress(filename, hbuf, per_interval);
+    }
+    vesk_current_buffer *cbuf = _vesk_current_buffer_open_read_whole(filename);
+    return cbuf == nullptr ? qe_get_last_error()
+                           : _vesk_current_buffer_compress(cbuf, hbuf, per_interval);
+}
+
+// Halves the old history into the new one.
+static int _compress_hbuf(const vesk *recorder, const char *filename, vesk_hist_buffer *hbuf)
+{
+    if (recorder->safety == nullptr) {
+        return vesk_hist_buffer_compress(filename, hbuf);
+    }
+    vesk_hist_buffer *old = _vesk_hist_buffer_open_read_whole(filename);
+    return old == nullptr ? qe_get_last_error() : _vesk_hist_buffer_compress(old, hbuf);
+}
+
+// The state is set before the stage is created and stays when that fails: the recorder is of no
+// more use then and has to be opened again.
+static int _vesk_c00_to_cc0(vesk *recorder)
+{
+    VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_C00, "vesk->state == VESK_ZCF_STATE_C00");
+    const auto *c00 = require_stage(recorder, stage_functions<vesk_zcf_state_c00>());
+    char cbuf1_filename[filename_size];
+    _vesk_construct_cbuf_filename(recorder, cbuf1_filename, sizeof cbuf1_filename);
+    const char *cbuf0_filename = vesk_zcf_state_c00_get_filename(c00);
+    VESK_REQUIRE(cbuf0_filename != nullptr, "cbuf0_filename != ((void *)0)");
+    recorder->state = VESK_ZCF_STATE_CC0;
+    vesk_zcf_state_cc0 *cc0 =
+        vesk_zcf_state_cc0_create(cbuf0_filename, cbuf1_filename, recorder->num_cb_samples);
+    if (cc0 == nullptr) {
+        return qe_get_last_error();
+    }
+    return _install_stage(recorder, VESK_ZCF_STATE_CC0, cc0);
+}
+
+static int _vesk_cc0_to_ccc(vesk *recorder)
+{
+    VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_CC0, "vesk->state == VESK_ZCF_STATE_CC0");
+    const auto *cc0 = require_stage(recorder, stage_functions<vesk_zcf_state_cc0>());
+    char cbuf2_filename[filename_size];
+    _vesk_construct_cbuf_filename(recorder, cbuf2_filename, sizeof cbuf2_filename);
+    const char *cbuf0_filename = vesk_zcf_state_cc0_get_cbuf0_filename(cc0);
+    VESK_REQUIRE(cbuf0_filename != nullptr, "cbuf0_filename != ((void *)0)");
+    const char *cbuf1_filename = vesk_zcf_state_cc0_get_cbuf1_filename(cc0);
+    VESK_REQUIRE(cbuf1_filename != nullptr, "cbuf1_filename != ((void *)0)");
+    recorder->state = VESK_ZCF_STATE_CCC;
+    vesk_zcf_state_ccc *ccc = vesk_zcf_state_ccc_create(cbuf0_filename, cbuf1_filename,
+                                                        cbuf2_filename, recorder->num_cb_samples);
+    if (ccc == nullptr) {
+        return qe_get_last_error();
+    }
+    return _install_stage(recorder, VESK_ZCF_STATE_CCC, ccc);
+}
+
+// Names outlive the stage that they were taken from.
+static void _copy_filename(char (&buf)[filename_size], const char *filename)
+{
+    snprintf(buf, sizeof buf, "%s", filename);
+}
+
+// A new history buffer with room for the intervals of two current buffers.
+static vesk_hist_buffer *_create_hist_buffer(vesk *recorder, char (&hbuf_filename)[filename_size])
+{
+    _vesk_construct_hbuf_filename(recorder, hbuf_filename, sizeof hbuf_filename);
+    return vesk_hist_buffer_create(hbuf_filename, 2 * recorder->num_hb_intervals);
+}
+
+// The stage behind a new history buffer: the open current buffer of the old stage has become the
+// full one, and a new one is opened.
+static vesk_zcf_state_hcc *_create_hcc(vesk *recorder, const char *hbuf_filename,
+                                       const char *cbuf2_filename)
+{
+    char new_cbuf_filename[filename_size];
+    _vesk_construct_cbuf_filename(recorder, new_cbuf_filename, sizeof new_cbuf_filename);
+    recorder->state = VESK_ZCF_STATE_HCC;
+    return vesk_zcf_state_hcc_create(hbuf_filename, cbuf2_filename, new_cbuf_filename,
+                                     recorder->num_cb_samples);
+}
+
+static int _vesk_ccc_to_hcc(vesk *recorder)
+{
+    VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_CCC, "vesk->state == VESK_ZCF_STATE_CCC");
+    const auto *ccc = require_stage(recorder, stage_functions<vesk_zcf_state_ccc>());
+    VESK_REQUIRE(recorder->num_hb_intervals > 0, "vesk->num_hb_intervals > 0");
+    VESK_REQUIRE(recorder->num_samples_per_interval > 0, "vesk->num_samples_per_interval > 0");
+    char hbuf_filename[filename_size];
+    vesk_hist_buffer *hbuf = _create_hist_buffer(recorder, hbuf_filename);
+    if (hbuf == nullptr) {
+        return qe_get_last_error();
+    }
+    char cbuf0_filename[filename_size];
+    _copy_filename(cbuf0_filename, vesk_zcf_state_ccc_get_cbuf0_filename(ccc));
+    char cbuf1_filename[filename_size];
+    _copy_filename(cbuf1_filename, vesk_zcf_state_ccc_get_cbuf1_filename(ccc));
+    const char *cbuf2_filename = vesk_zcf_state_ccc_get_cbuf2_filename(ccc);
+    VESK_REQUIRE(cbuf2_filename != nullptr, "cbuf2_filename != ((void *)0)");
+
+    int result = _compress_cbuf(recorder, cbuf0_filename, hbuf);
+    if (result >= 0) {
+        result = _compress_cbuf(recorder, cbuf1_filename, hbuf);
+    }
+    vesk_hist_buffer_close(&hbuf);
+    if (result < 0) {
+        return result;
+    }
+    vesk_zcf_state_hcc *hcc = _create_hcc(recorder, hbuf_filename, cbuf2_filename);
+    if (hcc == nullptr) {
+        return qe_get_last_error();
+    }
+    result = _install_stage(recorder, VESK_ZCF_STATE_HCC, hcc);
+    if (result < 0 && recorder->safety == nullptr) {
+        // The history buffer is closed already: this ends the process. A recorder whose first
+        // history nobody refers to does not go on.
+        vesk_hist_buffer_close(&hbuf);
+        return result;
+    }
+    // Only now does the state file on disk do without them.
+    _release_files(recorder, cbuf0_filename, cbuf1_filename);
+    return result;
+}
+
+static int _vesk_hcc_to_hcc(vesk *recorder)
+{
+    VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_HCC, "vesk->state == VESK_ZCF_STATE_HCC");
+    const auto *hcc = require_stage(recorder, stage_functions<vesk_zcf_state_hcc>());
+    char hbuf_filename[filename_size];
+    vesk_hist_buffer *hbuf = _create_hist_buffer(recorder, hbuf_filename);
+    if (hbuf == nullptr) {
+        return qe_get_last_error();
+    }
+    char hbuf0_filename[filename_size];
+    _copy_filename(hbuf0_filename, vesk_zcf_state_hcc_get_hbuf_filename(hcc));
+    VESK_REQUIRE(strcmp(hbuf0_filename, hbuf_filename) != 0,
+                 "strcmp (hbuf0_filename, hbuf_filename) != 0");
+    char cbuf1_filename[filename_size];
+    _copy_filename(cbuf1_filename, vesk_zcf_state_hcc_get_cbuf1_filename(hcc));
+    const char *cbuf2_filename = vesk_zcf_state_hcc_get_cbuf2_filename(hcc);
+    VESK_REQUIRE(cbuf2_filename != nullptr, "cbuf2_filename != ((void *)0)");
+
+    // The old history comes first.
+    int result = _compress_hbuf(recorder, hbuf0_filename, hbuf);
+    if (result >= 0) {
+        result = _compress_cbuf(recorder, cbuf1_filename, hbuf);
+    }
+    vesk_hist_buffer_close(&hbuf);
+    if (result < 0) {
+        return result;
+    }
+    vesk_zcf_state_hcc *next = _create_hcc(recorder, hbuf_filename, cbuf2_filename);
+    if (next == nullptr) {
+        return qe_get_last_error();
+    }
+    result = _install_stage(recorder, VESK_ZCF_STATE_HCC, next);
+    if (result < 0 && recorder->safety == nullptr) {
+        return result;
+    }
+    _release_files(recorder, hbuf0_filename, cbuf1_filename);
+    return result;
+}
+
+// Makes room for more vectors: moves on to the next stage.
+static int _rotate(vesk *recorder)
+{
+    // The state changes before the old stage is destroyed.
+    recorder->stage_type = stage_type(recorder);
+    int result = 0;
+    switch (recorder->state) {
+    case VESK_ZCF_STATE_C00:
+        result = _vesk_c00_to_cc0(recorder);
+        VESK_REQUIRE(result != 0 || recorder->state == VESK_ZCF_STATE_CC0,
+                     "vesk->state == VESK_ZCF_STATE_CC0");
+        return result;
+    case VESK_ZCF_STATE_CC0:
+        result = _vesk_cc0_to_ccc(recorder);
+        VESK_REQUIRE(result != 0 || recorder->state == VESK_ZCF_STATE_CCC,
+                     "vesk->state == VESK_ZCF_STATE_CCC");
+        return result;
+    case VESK_ZCF_STATE_CCC:
+        result = _vesk_ccc_to_hcc(recorder);
+        break;
+    default:
+        result = _vesk_hcc_to_hcc(recorder);
+    }
+    VESK_REQUIRE(result != 0 || recorder->state == VESK_ZCF_STATE_HCC,
+                 "vesk->state == VESK_ZCF_STATE_HCC");
+    return result;
+}
+
+// Brings the recorder back to where it was before a transition that failed on its way: another one
+// may be tried, and what this one left would only be in its way.
+static void _undo(vesk *recorder, uint32_t state, uint32_t next_file_number)
+{
+    const bool makes_history = state == VESK_ZCF_STATE_CCC || state == VESK_ZCF_STATE_HCC;
+    const uint32_t end = recorder->next_file_number;
+    recorder->state = state;
+    recorder->next_file_number = next_file_number;
+    char filename[filename_size];
+    if (makes_history && recorder->next_file_number < end) {
+        _vesk_construct_hbuf_filename(recorder, filename, sizeof filename);
+        (void)unlink(filename);
+    }
+    if (recorder->next_file_number < end) {
+        _vesk_construct_cbuf_filename(recorder, filename, sizeof filename);
+        (void)unlink(filename);
+    }
+    recorder->next_file_number = next_file_number;
+}
+
+int _vesk_rotate(vesk *recorder)
+{
+    recorder_safety *safety = safety_of(recorder);
+    if (safety == nullptr) {
+        return _rotate(recorder);
+    }
+    // What the transition before has replaced goes first: the room on the disk is bounded, also
+    // where nothing can be synced.
+    if (vesk_settle(recorder) < 0) {
+        (void)_vesk_drop_consumed(recorder);
+    }
+    const uint32_t state = recorder->state;
+    const uint32_t next_file_number = recorder->next_file_number;
+    safety->moved_on = false;
+    const int result = _rotate(recorder);
+    if (safety->moved_on) {
+        safety->settle_due = true;
+    } else {
+        _undo(recorder, state, next_file_number);
+    }
+    return result;
+}

@@ -1,0 +1,137 @@
+// Bringing a box onto the medium: syncing it, keeping a copy of its state, and letting go of what
+// the history has replaced once that is safe.
+
+#include <errno.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <vesk/error.h>
+#include <vesk/raw_writer.h>
+#include <vesk/vesk.h>
+
+#include "box/durable_file.hpp"
+#include "recorder/recorder.hpp"
+#include "support/owner.hpp"
+
+// Flag of the stream over the copy: it is closed here.
+static constexpr uint32_t keep_file_open = 1;
+
+static int _sync_stream(FILE *file)
+{
+    return fdatasync(fileno(file)) == 0 ? 0 : QE_ERROR_IO;
+}
+
+static int _sync_file(const char *filename)
+{
+    const owned_file file(fopen(filename, "r"));
+    return file ? _sync_stream(file.get()) : QE_ERROR_OPEN;
+}
+
+// The full buffers are synced each time: they were written to since the last call if the recorder
+// has moved on, and those that were not cost nothing.
+template <typename Stage>
+static int _sync_buffers(const Stage *stage, stage_functions<Stage> functions)
+{
+    for (char *Stage::*filename : functions.closed_buffers) {
+        const int result = _sync_file(stage->*filename);
+        if (result < 0) {
+            return result;
+        }
+    }
+    const vesk_current_buffer *cbuf = stage->*functions.open_buffer;
+    VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
+    return _sync_stream(cbuf->file);
+}
+
+int vesk_sync(const vesk *recorder)
+{
+    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
+    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
+    // What the stage really is: after a failed transition its buffers are still those of the box.
+    int result = visit_stage(stage_type(recorder), [&](auto functions) {
+        return _sync_buffers(require_stage(recorder, functions), functions);
+    });
+    // The state file names the buffers, so it comes after them.
+    if (result == 0) {
+        result = _sync_file(recorder->state_filename);
+    }
+    return result < 0 ? result : _vesk_sync_folder(recorder->state_filename);
+}
+
+int vesk_backup_state(const vesk *recorder)
+{
+    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
+    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
+    char filename[max_filename];
+    const int length =
+        snprintf(filename, sizeof filename, "%s%s", recorder->state_filename, backup_suffix);
+    if (length < 0 || length >= static_cast<int>(sizeof filename)) {
+        return QE_ERROR_LIMIT;
+    }
+    // The state of a failed transition does not fit the files.
+    if (stage_type(recorder) != recorder->state) {
+        return QE_ERROR_MALFORMED;
+    }
+    replacement_file file;
+    const int opened = file.open(filename);
+    if (opened < 0) {
+        return opened;
+    }
+    owned<writer, writer_destroy> target(raw_writer_create(file.file(), keep_file_open));
+    if (!target) {
+        return qe_get_last_error();
+    }
+    const int written = binary_serializer_write_vesk(recorder, target.get());
+    target.reset();
+    // The names of the stage are written without a result: the stream knows.
+    if (written < 0 || ferror(file.file()) != 0) {
+        return written < 0 ? written : QE_ERROR_IO;
+    }
+    return file.commit();
+}
+
+int _vesk_save_if_due(const vesk *recorder)
+{
+    recorder_safety *safety = safety_of(recorder);
+    if (safety == nullptr || !safety->save_due) {
+        return 0;
+    }
+    const int saved = _vesk_save(recorder);
+    safety->save_due = saved < 0;
+    return saved;
+}
+
+int _vesk_drop_consumed(const vesk *recorder)
+{
+    recorder_safety *safety = safety_of(recorder);
+    int result = 0;
+    for (uint32_t i = 0; i < safety->num_consumed; ++i) {
+        if (unlink(safety->consumed[i]) != 0 && errno != ENOENT) {
+            result = QE_ERROR_IO;
+        }
+    }
+    safety->num_consumed = 0;
+    return result;
+}
+
+int vesk_settle(const vesk *recorder)
+{
+    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
+    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
+    recorder_safety *safety = safety_of(recorder);
+    if (safety != nullptr && !safety->settle_due) {
+        return 0;
+    }
+    int result = safety == nullptr ? 0 : _vesk_save_if_due(recorder);
+    if (result == 0) {
+        result = vesk_sync(recorder);
+    }
+    if (result == 0) {
+        result = vesk_backup_state(recorder);
+    }
+    if (result < 0 || safety == nullptr) {
+        return result;
+    }
+    safety->settle_due = false;
+    return _vesk_drop_consumed(recorder);
+}
