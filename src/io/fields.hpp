@@ -158,7 +158,7 @@ public:
     // `count` doubles.
     field_reader &f64s(double *values, uint32_t count) { return numbers<uint64_t>(values, count); }
     // A nested form, by its own read function, into an object that is already initialised.
-    template <typename Read, typename T>
+    template <typename T, typename Read>
     field_reader &form(Read read, T *object)
     {
         return add([&] { return read(object, source_); });
