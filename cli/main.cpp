@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include <vesk/vesk_version.h>
+
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"

@@ -4,7 +4,6 @@ include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/vesk")
 
-set_target_properties(vesk_shared PROPERTIES EXPORT_NAME vesk)
 install(TARGETS vesk_shared vesk_static EXPORT veskTargets)
 install(EXPORT veskTargets NAMESPACE vesk:: DESTINATION "${package_dir}")
 install(DIRECTORY include/ DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/vesk" FILES_MATCHING PATTERN "*.h")
@@ -20,8 +19,21 @@ install(FILES "${PROJECT_BINARY_DIR}/veskConfig.cmake" "${PROJECT_BINARY_DIR}/ve
 install(CODE "
   set(PROJECT_DESCRIPTION \"${PROJECT_DESCRIPTION}\")
   set(PROJECT_VERSION \"${PROJECT_VERSION}\")
-  set(CMAKE_INSTALL_LIBDIR \"${CMAKE_INSTALL_LIBDIR}\")
-  set(CMAKE_INSTALL_INCLUDEDIR \"${CMAKE_INSTALL_INCLUDEDIR}\")
+  set(VESK_LIBDIR \"${CMAKE_INSTALL_LIBDIR}\")
+  set(VESK_INCLUDEDIR \"${CMAKE_INSTALL_INCLUDEDIR}\")
+  foreach(folder VESK_LIBDIR VESK_INCLUDEDIR)
+    if(NOT IS_ABSOLUTE \"\${\${folder}}\")
+      set(\${folder} \"\\\${prefix}/\${\${folder}}\")
+    endif()
+  endforeach()
   configure_file(\"${PROJECT_SOURCE_DIR}/cmake/vesk.pc.in\" \"${PROJECT_BINARY_DIR}/vesk.pc\" @ONLY)
 ")
 install(FILES "${PROJECT_BINARY_DIR}/vesk.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+# `cmake --build DIR --target uninstall` takes away what the last installation laid down.
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(uninstall
+    COMMAND "${CMAKE_COMMAND}" "-DMANIFEST=${PROJECT_BINARY_DIR}/install_manifest.txt"
+      -P "${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake"
+    VERBATIM)
+endif()

@@ -17,6 +17,13 @@ target_compile_options(vesk_options INTERFACE
   $<$<BOOL:${VESK_WERROR}>:-Werror>
   # No compiler may fuse a multiplication and an addition on its own: results are the same bits everywhere.
   -ffp-contract=off)
+# The 80-bit registers of older processors keep more digits than are asked for, and change some
+# numbers by being moved through them. What the compiler builds for counts, not what `uname` says.
+include(CheckSymbolExists)
+check_symbol_exists(__i386__ "" VESK_FOR_I386)
+if(VESK_FOR_I386)
+  target_compile_options(vesk_options INTERFACE -msse2 -mfpmath=sse)
+endif()
 # What is built tells nothing about where; only the counters of coverage must find their sources.
 if(NOT VESK_COVERAGE)
   target_compile_options(vesk_options INTERFACE

@@ -48,6 +48,19 @@ VESK_API void qe_set_last_error(int err);
 /** @return the code of the last failure that was stored, 0 when there was none. */
 VESK_API int qe_get_last_error(void);
 
+/**
+ * Says in words what a code means, for messages to people.
+ *
+ * @param code  what a function returned or the last-error cell holds; any number
+ * @return a short English text without a full stop or a line end, "no error" for 0 and
+ *         "unknown error" for a number that is none of the codes above; never null. It belongs to
+ *         the library and lives as long as the process.
+ *
+ * Cannot fail and does not touch the last-error cell. The wording may change; programs compare
+ * codes.
+ */
+VESK_API const char *qe_error_text(int code);
+
 #ifdef __cplusplus
 }
 #endif

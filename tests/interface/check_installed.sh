@@ -8,7 +8,10 @@ set -eu
 source=$1
 build=$2
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+manifest=$build/install_manifest.txt
+# What a developer installed from this build can be uninstalled afterwards, too.
+[ ! -f "$manifest" ] || cp "$manifest" "$work/manifest"
+trap 'rm -f "$manifest"; [ ! -f "$work/manifest" ] || cp "$work/manifest" "$manifest"; rm -rf "$work"' EXIT
 prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" >"$work/install.log" || {
@@ -59,8 +62,42 @@ for program in c_program cxx_program static_program; do
     run "$work/cmake/$program"
 done
 
+# The headers, the library, pkg-config and the command name the same version.
+version=$(PKG_CONFIG_PATH=$pkgconfig pkg-config --modversion vesk)
+printf '%s\n' '#include <stdio.h>' '#include <vesk/vesk_version.h>' \
+    'int main(void) { return printf("%s %s", VESK_VERSION, vesk_version()) < 0; }' >"$work/version.c"
+cc "$work/version.c" $flags -o "$work/version"
+[ "$(run "$work/version")" = "$version $version" ] || {
+    echo "pkg-config says $version, the headers and the library say: $(run "$work/version")"
+    exit 1
+}
+
+# The command starts from wherever it is, without help from the environment.
+if [ -e "$build/cli/vesk" ]; then
+    cp -R "$prefix" "$work/another place"
+    for place in "$prefix" "$work/another place"; do
+        said=$(cd / && env -u LD_LIBRARY_PATH "$place/bin/vesk" --version)
+        [ "$said" = "vesk $version" ] || {
+            echo "the installed command said: $said"
+            exit 1
+        }
+    done
+fi
+
 # Nothing that is installed names the place where it was built.
 if grep -rlF "$source" "$prefix"; then
     echo "installed files name the source folder"
     exit 1
 fi
+
+# Uninstalling takes away everything that was laid down, and nothing else.
+echo "mine" >"$prefix/bin/mine"
+cmake --build "$build" --target uninstall >"$work/uninstall.log" || {
+    cat "$work/uninstall.log"
+    exit 1
+}
+left=$(find "$prefix" ! -type d; find "$prefix" -name vesk)
+[ "$left" = "$prefix/bin/mine" ] || {
+    echo "after uninstalling there is left: $left"
+    exit 1
+}

@@ -1,0 +1,46 @@
+# Another machine than this one: Debian's cross compiler, its programs run by qemu-user, those for
+# i386 by this processor itself. VESK_MACHINE is powerpc, s390x, arm64, armhf or i386. script/machine
+# builds zlib for it into the folder named by VESK_MACHINE_ROOT.
+set(CMAKE_SYSTEM_NAME Linux)
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VESK_MACHINE)
+
+if(VESK_MACHINE STREQUAL "powerpc")
+  set(CMAKE_SYSTEM_PROCESSOR powerpc)
+  set(triple powerpc-linux-gnu)
+  set(emulator qemu-ppc)
+elseif(VESK_MACHINE STREQUAL "s390x")
+  set(CMAKE_SYSTEM_PROCESSOR s390x)
+  set(triple s390x-linux-gnu)
+  set(emulator qemu-s390x)
+elseif(VESK_MACHINE STREQUAL "arm64")
+  set(CMAKE_SYSTEM_PROCESSOR aarch64)
+  set(triple aarch64-linux-gnu)
+  set(emulator qemu-aarch64)
+elseif(VESK_MACHINE STREQUAL "armhf")
+  set(CMAKE_SYSTEM_PROCESSOR armv7l)
+  set(triple arm-linux-gnueabihf)
+  set(emulator qemu-arm)
+elseif(VESK_MACHINE STREQUAL "i386")
+  set(CMAKE_SYSTEM_PROCESSOR i686)
+  set(triple i686-linux-gnu)
+else()
+  message(FATAL_ERROR "VESK_MACHINE is ${VESK_MACHINE}: not a machine that is known here")
+endif()
+
+set(CMAKE_C_COMPILER ${triple}-gcc)
+set(CMAKE_CXX_COMPILER ${triple}-g++)
+if(emulator)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator};-L;/usr/${triple})
+else()
+  # Its C library lies where no loader looks; the old kind of run path holds for libraries, too.
+  set(CMAKE_EXE_LINKER_FLAGS_INIT
+    "-Wl,--dynamic-linker=/usr/${triple}/lib/ld-linux.so.2 -Wl,--disable-new-dtags -Wl,-rpath,/usr/${triple}/lib")
+endif()
+
+get_filename_component(root "${CMAKE_CURRENT_LIST_DIR}/../build/${VESK_MACHINE}-root" ABSOLUTE)
+set(VESK_MACHINE_ROOT "${root}" CACHE PATH "Libraries built for the other machine")
+set(CMAKE_FIND_ROOT_PATH "${VESK_MACHINE_ROOT}" /usr/${triple})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
