@@ -23,6 +23,7 @@
 #include "common/temporary_directory.hpp"
 #include "common/zlib_streams.hpp"
 #include "golden/recorded_life.hpp"
+#include "golden/swapped_floats.hpp"
 #include "support/owner.hpp"
 
 namespace
@@ -106,6 +107,18 @@ TEST_F(GoldenFiles, AreMadeAgainByteForByte)
     for (const life_chapter &chapter : life_chapters()) {
         SCOPED_TRACE(chapter.name);
         ASSERT_EQ(0, live_chapter(box.get(), chapter));
+        expect_same_files(files_in(golden_folder(chapter)), current_files());
+    }
+}
+
+// What users of 32-bit x86 would have seen: one stored float in 500 was another number.
+TEST_F(GoldenFiles, AreMadeAgainWhereSwappedFloatsAreSignallingNaNs)
+{
+    const owned_box box(vesk_create(life_base_name, swapped_floats_num_cb_samples,
+                                    swapped_floats_num_hb_intervals));
+    for (const life_chapter &chapter : swapped_floats_chapters()) {
+        SCOPED_TRACE(chapter.name);
+        ASSERT_EQ(0, live_swapped_floats(box.get(), chapter));
         expect_same_files(files_in(golden_folder(chapter)), current_files());
     }
 }
@@ -220,6 +233,33 @@ TEST_F(GoldenFiles, HoldTheVectorsAndEventsThatWereRecorded)
         }
         EXPECT_EQ(vectors, i);
     }
+}
+
+TEST_F(GoldenFiles, GiveBackFloatsThatSwappedAreSignallingNaNs)
+{
+    copy(swapped_floats_chapters()[0]);
+    vesk_cb_record rec;
+    vesk_cb_record_init_null(&rec);
+    uint32_t i = 0;
+    for (const char *name : {"r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z"}) {
+        vesk_current_buffer *buffer = vesk_current_buffer_open_for_read_write(name);
+        ASSERT_NE(nullptr, buffer) << name;
+        while (vesk_current_buffer_read_record(buffer, &rec) == 0) {
+            if (rec.type != VESK_CB_RECORD_SENSOR_VALUES) {
+                continue;
+            }
+            const uint32_t n = vesk_cb_record_sensor_values_get_number_values(rec.values);
+            std::vector<uint32_t> expected;
+            for (uint32_t k = 0; k < n; ++k) {
+                expected.push_back(swapped_floats_bits(i, k));
+            }
+            EXPECT_EQ(expected, bits_of(vesk_cb_record_sensor_values_get_values(rec.values), n));
+            ++i;
+        }
+        vesk_current_buffer_close(&buffer);
+    }
+    EXPECT_EQ(24U, i);
+    vesk_cb_record_destruct(&rec);
 }
 
 // The intervals of a history, one sensor's count of samples each.

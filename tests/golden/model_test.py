@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The golden files beside a model of the recorder that was made from docs/file-format.md.
 
-The life is that of recorded_life.hpp, told once more.
+The lives are those of recorded_life.hpp and swapped_floats.hpp, told once more.
 """
 
 import math
@@ -39,6 +39,22 @@ def vector(i):
     if 20 <= i < 24:
         del readings[1]
     return tuple(name for name, _ in readings), [value for _, value in readings]
+
+
+FLOATS_CHAPTERS = (("1-full", 24), ("2-rotated", 25), ("3-later", 60))
+FLOATS_NAMES = (b"small", b"large", b"negative", b"denormal", b"tiny")
+
+
+def swapped_floats(i):
+    values = []
+    for k, head in enumerate((0x3B, 0x4C, 0xC2, 0x00, 0x12)):
+        third = 0x80 | (0x25 + 7 * i + 3 * k) & 0x3F
+        last = 0xFF if (i + k) % 3 == 2 else 0x7F
+        stored = bytes((head, (0x87 + 41 * i + 11 * k) & 0xFF, third, last))
+        # In the other order it is a signalling NaN, or this life would show nothing.
+        assert stored[3] & 0x7F == 0x7F and stored[2] & 0xC0 == 0x80
+        values.append(struct.unpack(">f", stored)[0])
+    return FLOATS_NAMES, values
 
 
 def contents_of(path):
@@ -79,6 +95,18 @@ class GoldenFiles(unittest.TestCase):
                 i += 1
             with self.subTest(chapter):
                 self.expect_same_files(chapter, disk)
+
+    def test_are_what_the_model_makes_of_floats_that_swapped_are_signalling_nans(self):
+        disk = {}
+        recorder = model.Recorder(disk, "r")
+        recorder.create(8, 2)
+        i = 0
+        for chapter, end in FLOATS_CHAPTERS:
+            while i < end:
+                self.assertEqual(recorder.write_vector(BEGIN + 60 * i, *swapped_floats(i)), 0)
+                i += 1
+            with self.subTest(chapter):
+                self.expect_same_files(os.path.join("swapped_floats", chapter), disk)
 
 
 if __name__ == "__main__":
