@@ -6,15 +6,29 @@ jobs=${VESK_JOBS:-$(nproc)}
 
 say() { printf '%s\n' "$*" >&2; }
 
-# step WORDS...: says what begins and how long the step before it took.
+# step WORDS...: says what begins and how long the step before it took. steps_done says how long each
+# of them took.
 step_began=0
+step_name=
+step_table=
 step()
 {
-    if [ "$step_began" -ne 0 ]; then
-        say "   ($((SECONDS - step_began)) s)"
-    fi
+    end_of_step
     step_began=$SECONDS
+    step_name=$*
     say "== $*"
+}
+end_of_step()
+{
+    [ -n "$step_name" ] || return 0
+    say "   ($((SECONDS - step_began)) s)"
+    step_table+=$(printf '%6d s  %s' $((SECONDS - step_began)) "$step_name")$'\n'
+    step_name=
+}
+steps_done()
+{
+    end_of_step
+    say "$step_table$(printf '%6d s  altogether' "$SECONDS")"
 }
 
 # configure PRESET: makes ready to build below build/PRESET.
