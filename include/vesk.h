@@ -119,15 +119,17 @@ VESK_API vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples,
  * A recorder is returned, too, when its state file could be read only in part or its current buffer
  * not at all; the cell tells then: set it to 0 before the call and look at it afterwards. Such a
  * recorder aborts when it is written to. vesk_close() takes it unless its state file ended, or was
- * refused, between the state and the stage: then it aborts as well.
+ * refused, between the state and the stage: then it aborts as well. A program that starts does
+ * better with vesk_start() (vesk_start.h), which recovers such a recorder first.
  *
  * Aborts with "filename != ((void *)0)" or "filename[0] != 0", and with "nread != 0" when the state
  * file ends right behind the length of a name.
  *
  * @return the recorder, or null with -40 in the cell when there is no state file, -48 when it is
- * empty, -22 without memory. With a recorder in part, the cell has -6 for impossible counts or an
- * unknown state, -12 for an unknown version, -43 or -48 for a state file that ends early, or the
- * code of vesk_current_buffer_open_for_append().
+ * empty, -22 without memory for the recorder itself. With a recorder in part, the cell has -6 for
+ * impossible counts or an unknown state, -12 for an unknown version, -43 or -48 for a state file
+ * that ends early, -22 when memory ended while the names, the stage or the current buffer was read,
+ * or another code of vesk_current_buffer_open_for_append().
  */
 VESK_API vesk *vesk_open(const char *filename);
 
@@ -146,10 +148,20 @@ VESK_API vesk *vesk_create_null(void);
  * the first history was made.
  *
  * @return 0; -41 when a file cannot be read or written, -40 when it cannot be opened, -6 when a
- * full buffer cannot be summarised, or another code of the buffers. No file is deleted then, and a
- * history buffer that was begun stays behind.
+ * full buffer cannot be summarised, or another code of the buffers. A history buffer that was begun
+ * stays behind then. Files are deleted only when the history that replaces them is complete and the
+ * state file was written; so they are gone, too, when only the vector behind them could not be
+ * written.
  */
 VESK_API int vesk_write_telemetry_vector(vesk *vesk, const matrix *vector);
+
+/**
+ * @return nonzero when the current buffer is full, so that the next vector moves on to other files,
+ * which takes longer and needs more room than other vectors do.
+ *
+ * Aborts as vesk_sync() does.
+ */
+VESK_API int vesk_is_full(const vesk *vesk);
 
 /**
  * Records @p event in the current buffer, also when that is full, in a form that readers do not
@@ -158,7 +170,8 @@ VESK_API int vesk_write_telemetry_vector(vesk *vesk, const matrix *vector);
  * Aborts as vesk_write_telemetry_vector() does, with "event != ((void *)0)".
  *
  * @return 0, -49 when the text is longer than 10000 bytes, or another negative result of the
- * buffer.
+ * buffer. 0 does not tell that the event is in the file: a disk that takes nothing leaves -41 in
+ * the cell and nowhere else, so who wants to know sets the cell to 0 before.
  */
 VESK_API int vesk_write_event(vesk *vesk, const vesk_cb_record_event *event);
 

@@ -346,6 +346,18 @@ int vesk_write_telemetry_vector(vesk *recorder, const matrix *vector)
     }
 }
 
+int vesk_is_full(const vesk *recorder)
+{
+    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
+    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
+    return visit_stage(stage_type(recorder), [&](auto functions) {
+        const auto *stage = require_stage(recorder, functions);
+        const vesk_current_buffer *cbuf = stage->*functions.open_buffer;
+        VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
+        return cbuf->num_data_records >= cbuf->max_data_records ? 1 : 0;
+    });
+}
+
 int vesk_write_event(vesk *recorder, const vesk_cb_record_event *event)
 {
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");

@@ -11,6 +11,7 @@
 #include <vesk/vesk_hist_buffer.h>
 #include <vesk/vesk_hist_buffer_compress.h>
 
+#include "box/durable_file.hpp"
 #include "buffers/buffer_internal.hpp"
 #include "recorder/recorder.hpp"
 
@@ -41,6 +42,17 @@ static void _release_files(const vesk *recorder, const char *first, const char *
     for (const char *filename : {first, second}) {
         snprintf(safety->consumed[safety->num_consumed++], filename_size, "%s", filename);
     }
+}
+
+// Closes the new history. Where more is promised it is brought onto the medium before the state
+// file can name it: a state file that is there without its history would make the recovery fill
+// that with nothing. Where that cannot be done, vesk_settle() tells.
+static void _finish_hbuf(const vesk *recorder, vesk_hist_buffer **hbuf)
+{
+    if (recorder->safety != nullptr && fdatasync(fileno((*hbuf)->fp)) == 0) {
+        (void)_vesk_sync_folder((*hbuf)->filename);
+    }
+    vesk_hist_buffer_close(hbuf);
 }
 
 // Summarises a full buffer into the history.
@@ -150,7 +162,7 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
     if (result >= 0) {
         result = _compress_cbuf(recorder, cbuf1_filename, hbuf);
     }
-    vesk_hist_buffer_close(&hbuf);
+    _finish_hbuf(recorder, &hbuf);
     if (result < 0) {
         return result;
     }
@@ -193,7 +205,7 @@ static int _vesk_hcc_to_hcc(vesk *recorder)
     if (result >= 0) {
         result = _compress_cbuf(recorder, cbuf1_filename, hbuf);
     }
-    vesk_hist_buffer_close(&hbuf);
+    _finish_hbuf(recorder, &hbuf);
     if (result < 0) {
         return result;
     }

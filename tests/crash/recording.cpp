@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "common/failing_calls.hpp"
@@ -50,11 +51,38 @@ static growth _find_growth(const moment &before, const moment &after)
     return {names[0], old_bytes.size(), new_bytes.size() - old_bytes.size()};
 }
 
+// All names, each with the file that has it.
+static folder_content _names_of(const folder_content &files)
+{
+    folder_content names;
+    for (const auto &file : files) {
+        names[file.first] = nullptr;
+    }
+    return names;
+}
+
+static bool _is_folder(int descriptor)
+{
+    struct stat status = {};
+    return descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// A name on the medium goes on to mean the file that had it.
+static void _keep_name(moment *now, const moment &last, const std::string &name)
+{
+    const auto known = now->names.find(name);
+    if (known == now->names.end() || known->second != nullptr) {
+        return;
+    }
+    const auto synced = last.synced.find(name);
+    known->second = synced == last.synced.end() ? shared_bytes("") : synced->second;
+}
+
 recording::recording(const std::function<void(life_progress *)> &life)
 {
     life_progress progress;
     const folder_content before = read_folder();
-    moments_.push_back({before, before, "", progress});
+    moments_.push_back({before, before, _names_of(before), "", progress});
     {
         const call_observer observing(
             [&](const char *call, int synced) { look(call, synced, progress); });
@@ -80,13 +108,16 @@ static std::string _name_of(int descriptor)
 void recording::look(const char *call, int synced, const life_progress &progress)
 {
     const moment &last = moments_.back();
-    moment now = {read_folder(last.files), last.synced, call, progress};
+    moment now = {read_folder(last.files), last.synced, last.names, call, progress};
     const std::vector<std::string> changed = _changed_files(last.files, now.files);
     const bool moved = now.call == "rename" && changed.size() <= 2;
     if (changed.size() > 1 && !moved) {
         complaints_ += now.call + " changed " + changed[0] + " and " + changed[1] + "\n";
     }
     for (const std::string &name : changed) {
+        if (now.files.count(name) == 0 || moved) {
+            _keep_name(&now, last, name);
+        }
         if (now.files.count(name) == 0) {
             // Its content goes with its name.
             const auto content = last.files.at(name);
@@ -105,6 +136,9 @@ void recording::look(const char *call, int synced, const life_progress &progress
     const std::string synced_name = synced >= 0 ? _name_of(synced) : "";
     if (now.files.count(synced_name) != 0) {
         now.synced[synced_name] = now.files.at(synced_name);
+    }
+    if (_is_folder(synced)) {
+        now.names = _names_of(now.files);
     }
     const bool idle = changed.empty() && synced_name.empty() &&
                       last.progress.acknowledged == progress.acknowledged &&
@@ -166,8 +200,26 @@ static std::string _lose_power(const std::string &synced, const std::string &now
     }
 }
 
+// The folder as it was when it was synced.
+static folder_content _lose_names(const moment &last, power_loss how)
+{
+    folder_content files;
+    for (const auto &[name, had_it] : last.names) {
+        const auto synced = last.synced.find(name);
+        const std::string before = synced == last.synced.end() ? "" : *synced->second;
+        files[name] = had_it != nullptr
+                          ? had_it
+                          : shared_bytes(_lose_power(before, *last.files.at(name), how));
+    }
+    return files;
+}
+
 folder_content lose_power(const recording &life, std::size_t moment, power_loss how)
 {
+    if (how == power_loss::names || how == power_loss::names_and_zeros) {
+        return _lose_names(life.moments()[moment],
+                           how == power_loss::names ? power_loss::before : power_loss::zeros);
+    }
     const struct moment &last = life.moments()[moment];
     folder_content files = last.files;
     std::size_t mixed = moment + (how == power_loss::mixed_2 ? 7 : 3);

@@ -19,6 +19,8 @@ struct life_progress {
 struct moment {
     folder_content files;
     folder_content synced; // what of them is on the medium, as far as they were synced
+    folder_content names;  // the names on the medium; where another file has the name now, or none,
+                           // with what was synced of the file that had it
     std::string call;      // that led here
     life_progress progress;
 };
@@ -53,11 +55,17 @@ std::vector<cut_place> find_cuts(const recording &life, bool all);
 folder_content cut_life(const recording &life, const cut_place &place);
 
 // What a loss of power does to what was not synced: it is gone, it is zeros, a half of it is gone,
-// the file is as it was when it was synced, or each file meets something else.
-enum class power_loss { cut, zeros, half, before, mixed_1, mixed_2 };
+// the file is as it was when it was synced, or each file meets something else. With `names` the
+// folder is as it was when it was synced: new files have no names, and deleted ones are back.
+enum class power_loss { cut, zeros, half, before, mixed_1, mixed_2, names, names_and_zeros };
 inline constexpr power_loss power_losses[] = {power_loss::cut,     power_loss::zeros,
                                               power_loss::half,    power_loss::before,
                                               power_loss::mixed_1, power_loss::mixed_2};
+
+// Those in which the folder may be lost, too.
+inline constexpr power_loss all_power_losses[] = {
+    power_loss::cut,     power_loss::zeros,   power_loss::half,  power_loss::before,
+    power_loss::mixed_1, power_loss::mixed_2, power_loss::names, power_loss::names_and_zeros};
 
 folder_content lose_power(const recording &life, std::size_t moment, power_loss how);
 

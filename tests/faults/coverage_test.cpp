@@ -191,6 +191,7 @@ const names without_failures = {
 
     // ---- recorder ----
     "vesk_check_event",
+    "vesk_is_full",
     "vesk_state_summary_destruct",
     "vesk_zcf_state_c00_get_filename",
     "vesk_zcf_state_cc0_get_cbuf0_filename",

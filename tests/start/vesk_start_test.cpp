@@ -581,3 +581,16 @@ TEST_F(Start, EveryByteOfTheStateFileIsSavedOrTheVectorFails)
         EXPECT_LT(8, failed);
     }
 }
+
+TEST_F(Start, TellsWhenTheNextVectorMovesOn)
+{
+    const owned_recorder recorder = start();
+    for (int i = 1; i <= 20; ++i) {
+        const uint32_t number = recorder->next_file_number;
+        const bool full = vesk_is_full(recorder.get()) != 0;
+        EXPECT_EQ(i > 1 && i % 4 == 1, full) << i;
+        ASSERT_EQ(0, write(recorder, i));
+        EXPECT_EQ(full, recorder->next_file_number != number) << i;
+    }
+    EXPECT_ABORTS(vesk_is_full(nullptr), "vesk != ((void *)0)");
+}
