@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <fstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +16,11 @@ namespace cli
 namespace
 {
 
+// More than this a lock file never holds: the number of a process.
+constexpr off_t longest_lock_file = 32;
+// Whoever opens the file may find it removed by the one who let go of it just then.
+constexpr int most_openings = 100;
+
 std::string lock_file_of(const std::string &base)
 {
     return base + ".lock";
@@ -21,7 +28,7 @@ std::string lock_file_of(const std::string &base)
 
 pid_t number_in(int fd)
 {
-    char text[32] = {};
+    char text[longest_lock_file] = {};
     const ssize_t length = pread(fd, text, sizeof text, 0);
     pid_t number = 0;
     if (length > 0) {
@@ -30,13 +37,29 @@ pid_t number_in(int fd)
     return number;
 }
 
-// Whoever lets go of a lock removes the file first, so what was opened may be gone from the folder.
+// True when the name stands for what was opened, false when it stands for nothing or for another
+// file. Throws where that cannot be told.
 bool is_still_there(int fd, const std::string &path)
 {
     struct stat opened = {};
     struct stat named = {};
-    return fstat(fd, &opened) == 0 && stat(path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+    const bool failed =
+        fstat(fd, &opened) != 0 || (lstat(path.c_str(), &named) != 0 && errno != ENOENT);
+    if (failed) {
+        throw failure(exit_failed, with_errno(path));
+    }
+    return opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+// Only what a writer made is locked and written to, whatever else has the name.
+void require_lock_file(int fd, const std::string &path)
+{
+    struct stat status = {};
+    const bool known = fstat(fd, &status) == 0;
+    if (!known || !S_ISREG(status.st_mode) || status.st_nlink > 1 ||
+        status.st_size > longest_lock_file) {
+        throw failure(exit_failed, path + ": is no lock file");
+    }
 }
 
 bool lock(int fd)
@@ -44,7 +67,7 @@ bool lock(int fd)
     constexpr int tries = 10;
     constexpr timespec between = {0, 20'000'000};
     for (int i = 1; flock(fd, LOCK_EX | LOCK_NB) != 0; ++i) {
-        if (errno != EWOULDBLOCK || i == tries) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || i == tries) {
             return false;
         }
         // Whoever only looks whether there is a writer holds it for a moment.
@@ -59,16 +82,68 @@ bool lock(int fd)
                                 : fmt::format("{}: another process is writing to the box", base));
 }
 
+// Whoever has locked the file with this number, by the list of the kernel, whose lines are
+// "1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF". Devices are not compared: not every file
+// system has the same number in both places. False when there is no list.
+bool find_in_kernel_list(ino_t inode, std::optional<pid_t> &holder)
+{
+    std::ifstream list("/proc/locks");
+    std::string line;
+    while (std::getline(list, line)) {
+        char kind[16] = {};
+        int process = 0;
+        unsigned long long number = 0;
+        const int fields =
+            std::sscanf(line.c_str(), "%*s %15s %*s %*s %d %*x:%*x:%llu", kind, &process, &number);
+        if (fields == 3 && std::string_view(kind) == "FLOCK" && number == inode) {
+            holder = process;
+        }
+    }
+    return list.eof();
+}
+
+// The file of another user that this process may not open: removed when nobody has locked it.
+// Throws otherwise.
+void remove_foreign(const std::string &base, const std::string &path)
+{
+    const int error = errno;
+    struct stat named = {};
+    std::optional<pid_t> holder;
+    if (lstat(path.c_str(), &named) == 0 && S_ISREG(named.st_mode) &&
+        find_in_kernel_list(named.st_ino, holder)) {
+        if (holder) {
+            refuse(base, *holder);
+        }
+        if (unlink(path.c_str()) == 0 || errno == ENOENT) {
+            return;
+        }
+    }
+    errno = error;
+    throw failure(exit_failed, with_errno(fmt::format("{}: {} cannot be opened", base, path)));
+}
+
+int open_lock_file(const std::string &path)
+{
+    return open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+                S_IRUSR | S_IWUSR);
+}
+
 } // namespace
 
 std::optional<pid_t> lock_holder(const std::string &base)
 {
-    const int fd = open(lock_file_of(base).c_str(), O_RDONLY | O_CLOEXEC);
+    const std::string path = lock_file_of(base);
+    std::optional<pid_t> holder;
+    struct stat named = {};
+    if (lstat(path.c_str(), &named) != 0 || !S_ISREG(named.st_mode)) {
+        return holder;
+    }
+    const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
-        return std::nullopt;
+        find_in_kernel_list(named.st_ino, holder);
+        return holder;
     }
     // A shared lock that is let go of at once; a writer that begins in this moment tries again.
-    std::optional<pid_t> holder;
     if (flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         holder = number_in(fd);
     }
@@ -76,40 +151,85 @@ std::optional<pid_t> lock_holder(const std::string &base)
     return holder;
 }
 
-box_lock::box_lock(const std::string &base) : path_(lock_file_of(base))
+box_lock::box_lock(const std::string &base) : base_(base), path_(lock_file_of(base))
 {
-    for (;;) {
-        fd_ = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
-        if (fd_ < 0) {
-            throw failure(exit_failed,
-                          with_errno(fmt::format("{}: {} cannot be opened", base, path_)));
-        }
-        if (!lock(fd_)) {
-            const int error = errno;
-            const pid_t holder = number_in(fd_);
-            close(fd_);
-            if (error == EWOULDBLOCK) {
-                refuse(base, holder);
-            }
-            errno = error;
-            throw failure(exit_failed, with_errno(path_));
-        }
-        if (is_still_there(fd_, path_)) {
-            break;
-        }
-        close(fd_);
-    }
-    // For people only: on a full disk the number may be missing.
-    const std::string number = fmt::format("{}\n", getpid());
-    if (ftruncate(fd_, 0) == 0) {
-        (void)!pwrite(fd_, number.data(), number.size(), 0);
+    try {
+        take();
+    } catch (...) {
+        release();
+        throw;
     }
 }
 
 box_lock::~box_lock()
 {
-    unlink(path_.c_str());
-    close(fd_);
+    try {
+        if (fd_ >= 0 && is_held()) {
+            unlink(path_.c_str());
+        }
+    } catch (const failure &) {
+        // The file stays, which means nothing by itself.
+    }
+    release();
+}
+
+void box_lock::release()
+{
+    if (fd_ >= 0) {
+        close(fd_);
+        fd_ = -1;
+    }
+}
+
+bool box_lock::is_held() const
+{
+    return fd_ >= 0 && is_still_there(fd_, path_);
+}
+
+void box_lock::retake()
+{
+    release();
+    take();
+}
+
+void box_lock::take()
+{
+    for (int i = 0; i < most_openings; ++i) {
+        if (try_to_take()) {
+            // For people only: on a full disk the number may be missing.
+            const std::string number = fmt::format("{}\n", getpid());
+            if (ftruncate(fd_, 0) == 0) {
+                (void)!pwrite(fd_, number.data(), number.size(), 0);
+            }
+            return;
+        }
+        release();
+    }
+    throw failure(exit_failed, fmt::format("{}: {} does not stay", base_, path_));
+}
+
+// False when the file is gone again and another try may do.
+bool box_lock::try_to_take()
+{
+    fd_ = open_lock_file(path_);
+    if (fd_ < 0 && errno == EACCES) {
+        remove_foreign(base_, path_);
+        return false;
+    }
+    if (fd_ < 0) {
+        throw failure(exit_failed,
+                      errno == ELOOP
+                          ? fmt::format("{}: {} is a link, and no lock file", base_, path_)
+                          : with_errno(fmt::format("{}: {} cannot be opened", base_, path_)));
+    }
+    require_lock_file(fd_, path_);
+    if (lock(fd_)) {
+        return is_still_there(fd_, path_);
+    }
+    if (errno == EWOULDBLOCK) {
+        refuse(base_, number_in(fd_));
+    }
+    throw failure(exit_failed, with_errno(path_));
 }
 
 } // namespace cli

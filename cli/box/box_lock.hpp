@@ -1,4 +1,7 @@
-// One process at a time writes to a box.
+// One process at a time writes to a box: it holds a lock on BASE.lock. The kernel lets go of the
+// lock with the process, however that ends; what stays behind after a kill is the file, which means
+// nothing by itself. Somebody may remove that file meanwhile, so the holder looks again at every
+// write whether the name still stands for what it has locked.
 #ifndef VESK_CLI_BOX_BOX_LOCK_HPP
 #define VESK_CLI_BOX_BOX_LOCK_HPP
 
@@ -19,21 +22,33 @@ public:
 };
 
 // Who has the lock of the box on @p base; the number is 0 when it cannot be told. Nothing when it
-// is free.
+// is free. Needs no right on the lock file: without one the kernel's list of locks tells.
 std::optional<pid_t> lock_holder(const std::string &base);
 
-// Holds BASE.lock until it is destroyed. The kernel lets go of the lock with the process, however
-// that ends; what stays behind after a kill is the file, which means nothing by itself.
+// Holds the lock until it is destroyed.
 class box_lock
 {
 public:
-    // Throws box_in_use, which names the holder, when another process has the lock.
+    // Throws box_in_use, which names the holder, when another process has the lock, and a failure
+    // when BASE.lock is no lock file or cannot be opened. What another user's process left behind
+    // is replaced.
     explicit box_lock(const std::string &base);
     box_lock(const box_lock &) = delete;
     box_lock &operator=(const box_lock &) = delete;
     ~box_lock();
 
+    // False when the lock file was removed: another process may write by now.
+    bool is_held() const;
+    // Locks anew after the file was removed. Another process may have written meanwhile. Throws as
+    // the constructor does.
+    void retake();
+
 private:
+    void take();
+    bool try_to_take();
+    void release();
+
+    std::string base_;
     std::string path_;
     int fd_ = -1;
 };

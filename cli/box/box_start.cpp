@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -35,6 +37,26 @@ std::string whole_path(const std::string &base)
     return path;
 }
 
+bool same_file(const std::string &one, const std::string &other)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+// The recorder would write through a link and over what is there.
+void claim_first_buffer(const box_name &name)
+{
+    const std::string path = name.path + ".1.cbuf.z";
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        throw failure(exit_failed,
+                      with_errno(fmt::format("{}: the box cannot be made: {}", name.base, path)));
+    }
+    close(fd);
+}
+
 } // namespace
 
 box_name::box_name(const std::string &given) : base(given), path(whole_path(given)) {}
@@ -44,9 +66,44 @@ bool is_there(const box_name &name)
     const auto found = [](const vesk_scan_file *file, void *) {
         return file->missing != 0 ? 0 : 1;
     };
-    const std::string state = name.base + ".state";
-    return access(state.c_str(), F_OK) == 0 ||
-           vesk_scan_files(name.base.c_str(), found, nullptr) == 1;
+    if (exists(name.base + ".state") || exists(name.base + ".state.bak")) {
+        return true;
+    }
+    errno = 0;
+    const int result = vesk_scan_files(name.base.c_str(), found, nullptr);
+    if (result < 0) {
+        const std::string why = errno != 0 ? with_errno("its folder cannot be listed")
+                                           : "its folder cannot be listed: " + words_for(result);
+        throw failure(exit_failed,
+                      fmt::format("{}: whether there is a box cannot be told: {}", name.base, why));
+    }
+    return result == 1;
+}
+
+// The name alone: where it leads is not followed.
+bool exists(const std::string &path)
+{
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0) {
+        return true;
+    }
+    if (errno != ENOENT) {
+        throw failure(exit_failed, with_errno(path));
+    }
+    return false;
+}
+
+bool lies_elsewhere(const box_name &name, std::string &made_as)
+{
+    if (read_state(name.base).error != 0) {
+        return false;
+    }
+    const box found = find_box(name.base);
+    if (found.state.error != 0 || found.files.empty() || found.files.back().missing) {
+        return false;
+    }
+    made_as = found.state.filename;
+    return !same_file(found.files.back().path, found.state.names.back());
 }
 
 void recover_box(const box_name &name, const box_shape &shape)
@@ -109,6 +166,7 @@ owned_recorder open_recorder(const box_name &name)
 owned_recorder create_recorder(const box_name &name, const box_shape &shape)
 {
     const auto [samples, intervals] = complete_shape(shape);
+    claim_first_buffer(name);
     errno = 0;
     owned_recorder recorder(vesk_create(name.path.c_str(), samples, intervals));
     if (!recorder) {

@@ -31,6 +31,13 @@ struct box_name {
 // there count as absent; throws a failure where that cannot be told.
 bool is_there(const box_name &name);
 
+// True when @p path is there, be it a link that leads nowhere; throws a failure where that cannot
+// be told.
+bool exists(const std::string &path);
+
+// True for a box that was moved or copied since the recorder made it as @p made_as.
+bool lies_elsewhere(const box_name &name, std::string &made_as);
+
 // Does what `vesk repair` does, and notes it where it was more than deleting old files. The sizes
 // matter only for a box that was killed before anything on the disk told them: then the same call
 // is likely to be what made it.

@@ -3,8 +3,6 @@
 #include <cerrno>
 #include <cmath>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include <vesk/error.h>
@@ -24,14 +22,6 @@ namespace
 {
 
 constexpr std::size_t most_sensors = 10000;
-
-bool same_file(const std::string &one, const std::string &other)
-{
-    struct stat first = {};
-    struct stat second = {};
-    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
 
 const vesk_current_buffer *open_buffer(const struct vesk &recorder)
 {
@@ -58,31 +48,16 @@ timestamp stamp_of(int64_t time)
     tv.tv_sec = static_cast<decltype(tv.tv_sec)>(time);
     const int result = timestamp_init_from_timeval(&stamp, &tv);
     if (result < 0) {
-        throw failure(exit_failed, words_for(result));
+        throw passing_failure("the time cannot be recorded: " + words_for(result));
     }
     return stamp;
-}
-
-// The recorder goes by the names in the state file, wherever the box is now.
-void refuse_moved_box(const std::string &base)
-{
-    const box found = find_box(base);
-    if (found.state.error != 0 || found.files.empty() || found.files.back().missing) {
-        return;
-    }
-    if (!same_file(found.files.back().path, found.state.names.back())) {
-        throw failure(exit_failed,
-                      fmt::format("{}: the box was made as {} and lies elsewhere now; it can be "
-                                  "read here, but not recorded to before `vesk repair {}`",
-                                  base, found.state.filename, base));
-    }
 }
 
 } // namespace
 
 void box_writer::check_shape_for(const std::string &base, const box_shape &shape)
 {
-    if (access((base + ".state").c_str(), F_OK) != 0) {
+    if (!exists(base + ".state")) {
         complete_shape(shape);
     }
 }
@@ -98,7 +73,11 @@ box_writer::box_writer(const std::string &base, const box_shape &shape, const sy
 void box_writer::open_or_create(if_missing missing)
 {
     if (is_there(name_)) {
-        refuse_moved_box(name_.base);
+        std::string made_as;
+        if (lies_elsewhere(name_, made_as)) {
+            note(fmt::format("{}: was made as {} and lies here now; it goes on here", name_.base,
+                             printable(made_as)));
+        }
         recover_box(name_, shape_);
         open();
     } else if (missing == if_missing::create) {
@@ -210,8 +189,8 @@ void box_writer::write(int64_t time, std::span<const float> values)
     }
     const int refused = vesk_check_vector(vector_.get());
     if (refused < 0) {
-        throw failure(exit_failed, fmt::format("{}: this cannot be recorded: {}", name_.base,
-                                               words_for(refused)));
+        throw passing_failure(
+            fmt::format("{}: this cannot be recorded: {}", name_.base, words_for(refused)));
     }
     attempt([&] { return write_vector(); });
 }
@@ -238,31 +217,84 @@ event_result box_writer::write(const event &what)
     return event_result::recorded;
 }
 
-// Writes, and once more after a failure: what went wrong may be in the files, not on the disk.
+// Writes, and once more after a failure: what went wrong may be in the files, not on the disk. What
+// failed and got into the box all the same is not written twice.
 int box_writer::attempt(const std::function<int()> &write_it)
 {
     // Nothing was written when an event has to wait.
     const auto is_failure = [](int code) { return code < 0 && code != QE_ERROR_UNKNOWN_KIND; };
-    if (!recorder_) {
-        reopen();
+    make_ready();
+    int result = try_once(write_it);
+    if (is_failure(result)) {
+        make_ready();
+        result = try_once(write_it);
     }
-    errno = 0;
-    int result = write_it();
     if (!is_failure(result)) {
         return result;
     }
-    last_errno_ = errno;
-    recorder_.reset();
-    reopen();
-    errno = 0;
-    result = write_it();
-    if (!is_failure(result)) {
-        return result;
-    }
-    last_errno_ = errno;
-    recorder_.reset();
     throw storage_failure::because(fmt::format("{}: {}", name_.base, words_for(result)),
                                    last_errno_);
+}
+
+// A box that cannot be looked at now may be looked at later; only another writer ends this one.
+void box_writer::make_ready()
+{
+    try {
+        require_lock();
+        if (!recorder_) {
+            reopen();
+        }
+    } catch (const box_in_use &) {
+        throw;
+    } catch (const passing_failure &) {
+        throw;
+    } catch (const failure &reason) {
+        throw storage_failure(reason.what());
+    }
+}
+
+// A failure closes the box, for the recorder may be ahead of its files.
+int box_writer::try_once(const std::function<int()> &write_it)
+{
+    try {
+        errno = 0;
+        const int result = write_it();
+        if (result < 0 && result != QE_ERROR_UNKNOWN_KIND) {
+            last_errno_ = errno;
+            recorder_.reset();
+        } else if (!lock_.is_held()) {
+            // Another process may have opened the box before this came into it.
+            throw storage_failure(name_.base + ": the file of the lock was removed");
+        }
+        return result;
+    } catch (const passing_failure &) {
+        recorder_.reset();
+        throw;
+    } catch (const failure &reason) {
+        recorder_.reset();
+        throw storage_failure(reason.what());
+    }
+}
+
+// The file of the lock may have been removed, and another process may have come and gone since.
+void box_writer::require_lock()
+{
+    if (!lock_.is_held()) {
+        recorder_.reset();
+        lock_.retake();
+        note(fmt::format("{}: the file of the lock was removed, it is made anew", name_.base));
+    }
+}
+
+box_writer::position box_writer::where() const
+{
+    return {open_buffer(*recorder_)->num_data_records, is_full()};
+}
+
+bool box_writer::got_in(const position &before) const
+{
+    const position now = where();
+    return before.is_full ? !now.is_full && now.records > 0 : now.records > before.records;
 }
 
 int box_writer::write_vector()
@@ -274,11 +306,16 @@ int box_writer::write_vector()
     const bool first_history = is_full() && recorder_->state == VESK_ZCF_STATE_CCC;
     const int result = first_history ? write_first_history()
                                      : vesk_write_telemetry_vector(recorder_.get(), vector_.get());
-    if (result < 0) {
-        return result;
+    if (result >= 0) {
+        finish_vector(recorder_->next_file_number != number);
     }
-    const bool moved_on = recorder_->next_file_number != number;
-    // Not every failure to save it is told.
+    return result;
+}
+
+// @p moved_on tells that the buffers took turns.
+void box_writer::finish_vector(bool moved_on)
+{
+    // Not every failure to save the state is told.
     if (moved_on && read_state(name_.base).error != 0) {
         recorder_.reset();
         open_mended();
@@ -287,7 +324,6 @@ int box_writer::write_vector()
     if (moved_on || backup_is_due_) {
         back_up();
     }
-    return result;
 }
 
 // A rotation reads the older buffers, and some damage there ends the process.
@@ -300,16 +336,43 @@ void box_writer::prepare_rotation()
         recover_box(name_, shape_);
         open();
     }
+    try {
+        require_free_names();
+    } catch (const failure &) {
+        // What a failed rotation left is deleted by a recovery.
+        recorder_.reset();
+        recover_box(name_, shape_);
+        open();
+        require_free_names();
+    }
 }
 
+// A rotation overwrites what has the names of its new buffers.
+void box_writer::require_free_names() const
+{
+    for (uint32_t i = 0; i < 2; ++i) {
+        for (const char *kind : {"cbuf", "hbuf"}) {
+            const std::string path =
+                fmt::format("{}.{}.{}.z", name_.path, recorder_->next_file_number + i, kind);
+            if (exists(path)) {
+                throw storage_failure(
+                    fmt::format("{}: {} is in the way of a new buffer", name_.base, path), EEXIST);
+            }
+        }
+    }
+}
+
+// The child may have died behind the writing and before its report, so the box tells.
 int box_writer::write_first_history()
 {
+    const position before = where();
     recorder_.reset();
     const child_outcome outcome = cli::write_first_history(name_.base, vector_.get());
-    errno = outcome.error;
-    if (outcome.result == 0) {
-        open_mended();
+    open_mended();
+    if (outcome.result != 0 && got_in(before)) {
+        return 0;
     }
+    errno = outcome.error;
     return outcome.result;
 }
 

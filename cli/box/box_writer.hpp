@@ -65,6 +65,12 @@ public:
     bool is_full() const;
 
 private:
+    // How far the open buffer is. A write that failed may have got into it all the same.
+    struct position {
+        uint32_t records = 0;
+        bool is_full = false;
+    };
+
     void open_or_create(if_missing missing);
     void open();
     void open_mended();
@@ -72,8 +78,15 @@ private:
     void reopen();
 
     int attempt(const std::function<int()> &write_it);
+    int try_once(const std::function<int()> &write_it);
+    void make_ready();
+    void require_lock();
     int write_vector();
+    void finish_vector(bool moved_on);
     void prepare_rotation();
+    void require_free_names() const;
+    position where() const;
+    bool got_in(const position &before) const;
     int write_first_history();
     void back_up();
 

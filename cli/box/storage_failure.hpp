@@ -1,4 +1,4 @@
-// The failure that a recording outlives: the disk did not take or give something.
+// Failures that a recording outlives: the next sample may be taken, though this one was not.
 #ifndef VESK_CLI_BOX_STORAGE_FAILURE_HPP
 #define VESK_CLI_BOX_STORAGE_FAILURE_HPP
 
@@ -10,12 +10,20 @@
 namespace cli
 {
 
-// The box holds what it held before; writing may be tried again.
-class storage_failure : public failure
+// Something that may pass: a full disk, a clock out of range, no descriptors left.
+class passing_failure : public failure
+{
+public:
+    explicit passing_failure(const std::string &message) : failure(exit_failed, message) {}
+};
+
+// The disk did not take or give something. The box holds what it held before; writing may be tried
+// again.
+class storage_failure : public passing_failure
 {
 public:
     explicit storage_failure(const std::string &message, int error = 0)
-        : failure(exit_failed, message), error_(error)
+        : passing_failure(message), error_(error)
     {
     }
     // What errno was, or 0 where nobody knows.

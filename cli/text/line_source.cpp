@@ -1,10 +1,6 @@
 #include "text/line_source.hpp"
 
-#include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "process/failure.hpp"
 
@@ -19,52 +15,26 @@ constexpr std::size_t longest_line = 16 * 1024 * 1024;
 
 } // namespace
 
-line_source::line_source(const std::string &path)
-    : name_(path == "-" ? "<stdin>" : path), buffer_(buffer_size)
+line_source::line_source(const std::string &path, const stop_request *stop)
+    : input_(path, stop), buffer_(buffer_size)
 {
-    const int fd = path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        throw failure(exit_failed, with_errno(name_));
-    }
-    struct stat status = {};
-    if (fstat(fd, &status) == 0) {
-        if (S_ISDIR(status.st_mode)) {
-            close(fd);
-            throw failure(exit_failed, name_ + ": is a directory");
-        }
-        size_ = S_ISREG(status.st_mode) ? status.st_size : -1;
-    }
-    file_.reset(gzdopen(fd, "rb"));
-    if (!file_) {
-        close(fd);
-        throw failure(exit_failed, name_ + ": " + words_for(-22));
-    }
 }
 
 void line_source::fail(const std::string &reason) const
 {
-    throw bad_input(name_, line_number_ + 1, reason);
+    throw bad_input(input_.name(), line_number_ + 1, reason);
 }
 
 bool line_source::fill()
 {
+    std::string problem;
     position_ = 0;
-    filled_ = 0;
-    const int count = gzread(file_.get(), buffer_.data(), static_cast<unsigned>(buffer_.size()));
-    if (count > 0) {
-        filled_ = static_cast<std::size_t>(count);
-        return true;
+    filled_ = input_.read(buffer_, problem);
+    // What came before the problem is whole; the next call meets the problem again.
+    if (filled_ == 0 && !problem.empty()) {
+        fail(problem);
     }
-    int error = Z_OK;
-    const char *text = gzerror(file_.get(), &error);
-    if (error == Z_ERRNO) {
-        fail(with_errno("cannot be read on"));
-    } else if (error == Z_BUF_ERROR) {
-        fail("the gzip data ends too early");
-    } else if (error != Z_OK && error != Z_STREAM_END) {
-        fail(std::string("the gzip data is damaged: ") + text);
-    }
-    return false;
+    return filled_ > 0;
 }
 
 bool line_source::next(std::string_view &line)
@@ -102,15 +72,6 @@ bool line_source::next(std::string_view &line)
         line.remove_suffix(1);
     }
     return true;
-}
-
-double line_source::fraction() const
-{
-    const auto offset = gzoffset(file_.get());
-    if (size_ <= 0 || offset < 0) {
-        return -1;
-    }
-    return static_cast<double>(offset) / static_cast<double>(size_);
 }
 
 } // namespace cli

@@ -33,7 +33,7 @@ class importer
 public:
     explicit importer(const import_options &options)
         : options_(options), sync_(parse_sync_policy(options.sync)),
-          acknowledgements_(options.acknowledge), lines_(options.file)
+          acknowledgements_(options.acknowledge), lines_(options.file, &stop_)
     {
     }
 
@@ -121,7 +121,7 @@ private:
         }
         try {
             box_->write(parser_.time(), parser_.values());
-        } catch (const storage_failure &reason) {
+        } catch (const passing_failure &reason) {
             throw bad_input(lines_.name(), lines_.line_number(), reason.what());
         }
         acknowledgements_.add(parser_.time());

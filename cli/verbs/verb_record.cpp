@@ -110,15 +110,8 @@ private:
     void take(readings found)
     {
         drop_what_has_no_room(found);
-        if (found.names.empty()) {
-            throw failure(exit_failed, "this machine gives no readings (is /proc there?)");
-        }
-        if (found.names != sensors_) {
-            box_.set_sensors(found.names);
-            sensors_ = found.names;
-        }
         const auto now = static_cast<int64_t>(clock_seconds());
-        if (write(now, found.values)) {
+        if (write(now, found)) {
             write_waiting_events();
         }
         status_.show(fmt::format("recording {}: {}, {}, {} (Ctrl-C ends)", base_,
@@ -126,12 +119,18 @@ private:
                                  format_time(now)));
     }
 
-    // A full disk is no reason to end: there may be room again, and what is recorded stays.
-    bool write(int64_t time, std::span<const float> values)
+    // What may pass is no reason to end: a full disk, a clock out of range, no descriptors left for
+    // /proc. What is recorded stays.
+    bool write(int64_t time, const readings &found)
     {
         try {
-            box_.write(time, values);
-        } catch (const storage_failure &reason) {
+            require_readings(found);
+            if (found.names != sensors_) {
+                box_.set_sensors(found.names);
+                sensors_ = found.names;
+            }
+            box_.write(time, found.values);
+        } catch (const passing_failure &reason) {
             if (missing_ == 0) {
                 complain(fmt::format("{}; this sample is not recorded, the next ones are tried",
                                      reason.what()));
@@ -146,6 +145,17 @@ private:
             missing_ = 0;
         }
         return true;
+    }
+
+    // A machine that never gave any has none; later something is in the way.
+    void require_readings(const readings &found) const
+    {
+        if (found.names.empty() && recorded_ == 0) {
+            throw failure(exit_failed, "this machine gives no readings (is /proc there?)");
+        }
+        if (found.names.empty()) {
+            throw passing_failure("this machine gives no readings now");
+        }
     }
 
     void take_events()

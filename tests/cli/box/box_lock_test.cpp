@@ -1,7 +1,9 @@
 // The lock that keeps a second writer away from a box.
 #include <csignal>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -117,6 +119,126 @@ TEST(BoxLock, SaysWhyItCannotBeTaken)
 {
     const temporary_directory folder;
     EXPECT_THAT(refusal_of(folder.file("none/box")), HasSubstr("No such file or directory"));
+}
+
+TEST(BoxLock, ItsHolderNoticesThatTheFileIsGone)
+{
+    const temporary_directory folder;
+    box_lock lock(folder.file("box"));
+    EXPECT_TRUE(lock.is_held());
+    unlink(folder.file("box.lock").c_str());
+    EXPECT_FALSE(lock.is_held());
+    lock.retake();
+    EXPECT_TRUE(lock.is_held());
+    EXPECT_THAT(lock_holder(folder.file("box")), Optional(getpid()));
+}
+
+TEST(BoxLock, WhoLostItDoesNotTakeItBackFromWhoHasItNow)
+{
+    const temporary_directory folder;
+    {
+        box_lock lock(folder.file("box"));
+        unlink(folder.file("box.lock").c_str());
+        const other_holder other(folder.file("box"));
+        EXPECT_FALSE(lock.is_held());
+        EXPECT_THROW(lock.retake(), box_in_use);
+        EXPECT_THAT(lock_holder(folder.file("box")), Optional(other.pid()));
+    }
+}
+
+TEST(BoxLock, TheFileOfAnotherHolderStaysWhenTheFirstOneEnds)
+{
+    const temporary_directory folder;
+    auto lock = std::make_unique<box_lock>(folder.file("box"));
+    unlink(folder.file("box.lock").c_str());
+    const other_holder other(folder.file("box"));
+    lock.reset();
+    EXPECT_THAT(lock_holder(folder.file("box")), Optional(other.pid()));
+}
+
+TEST(BoxLock, IsNoLinkAndOverwritesNothing)
+{
+    const temporary_directory folder;
+    const std::string lock = folder.file("box.lock");
+    const std::string precious = folder.file("precious");
+    write_file(precious, "1234567890 1234567890 1234567890 1234567890\n");
+    const std::string before = read_file(precious);
+
+    ASSERT_EQ(symlink(precious.c_str(), lock.c_str()), 0);
+    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is a link"));
+    unlink(lock.c_str());
+    ASSERT_EQ(link(precious.c_str(), lock.c_str()), 0);
+    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is no lock file"));
+    unlink(precious.c_str());
+    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is no lock file"));
+    EXPECT_EQ(read_file(lock), before);
+    unlink(lock.c_str());
+    ASSERT_EQ(mkfifo(lock.c_str(), 0600), 0);
+    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is no lock file"));
+    EXPECT_EQ(lock_holder(folder.file("box")), std::nullopt);
+}
+
+TEST(BoxLock, ALinkThatLeadsNowhereMakesNoFileThere)
+{
+    const temporary_directory folder;
+    ASSERT_EQ(symlink(folder.file("target").c_str(), folder.file("box.lock").c_str()), 0);
+    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is a link"));
+    EXPECT_NE(access(folder.file("target").c_str(), F_OK), 0);
+}
+
+// What another user sees, in a process that has given up the rights of root. 0 when it is true.
+int as_another_user(const std::function<bool()> &is_true)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr uid_t nobody = 65534;
+        _exit(setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0 &&
+                      is_true()
+                  ? 0
+                  : 1);
+    }
+    int status = 1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
+
+TEST(BoxLock, OfAnotherUserIsSeenAndRespectedWithoutRightsOnIt)
+{
+    if (getuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    const temporary_directory folder;
+    ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+    const other_holder other(folder.file("box"));
+    const pid_t holder = other.pid();
+    EXPECT_EQ(as_another_user([&] {
+                  return lock_holder(folder.file("box")) == holder &&
+                         refusal_of(folder.file("box")).find(std::to_string(holder)) !=
+                             std::string::npos;
+              }),
+              0);
+    EXPECT_THAT(lock_holder(folder.file("box")), Optional(holder));
+}
+
+TEST(BoxLock, WhatAnotherUserLeftBehindIsNoObstacle)
+{
+    if (getuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    const temporary_directory folder;
+    ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+    write_file(folder.file("box.lock"), "1\n");
+    ASSERT_EQ(chmod(folder.file("box.lock").c_str(), 0600), 0);
+    EXPECT_EQ(as_another_user([&] { return refusal_of(folder.file("box")).empty(); }), 0);
+    // Where it may not be removed either, that is said.
+    write_file(folder.file("box.lock"), "1\n");
+    ASSERT_EQ(chmod(folder.file("box.lock").c_str(), 0600), 0);
+    ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+    EXPECT_EQ(as_another_user([&] {
+                  return refusal_of(folder.file("box")).find("Permission denied") !=
+                         std::string::npos;
+              }),
+              0);
 }
 
 // A file that outlived a kill may be removed by hand; what was locked before is then another file.

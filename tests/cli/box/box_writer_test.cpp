@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "box/box.hpp"
+#include "box/box_lock.hpp"
 #include "box/box_writer.hpp"
 #include "box/recovery.hpp"
 #include "cli/quick_folder.hpp"
@@ -219,6 +222,137 @@ TEST_F(BoxWriter, MakesNoBoxWhereOneIsWanted)
 {
     EXPECT_THROW(box_writer(base, {}, {}, box_writer::if_missing::refuse), failure);
     EXPECT_THAT(folder.names(), IsEmpty());
+}
+
+TEST_F(BoxWriter, NoNewBoxIsMadeOverTheCopyOfAStateFile)
+{
+    fill(1);
+    unlink((base + ".state").c_str());
+    unlink((base + ".1.cbuf.z").c_str());
+    const std::string copy = read_file(base + ".state.bak");
+    EXPECT_THROW(box_writer(base, {8, 2}, without_sync), failure);
+    EXPECT_EQ(read_file(base + ".state.bak"), copy);
+}
+
+TEST_F(BoxWriter, ANewBoxIsNotWrittenThroughALink)
+{
+    ASSERT_EQ(symlink(folder.file("elsewhere").c_str(), (base + ".1.cbuf.z").c_str()), 0);
+    EXPECT_THROW(box_writer(base, {4, 2}, without_sync), failure);
+    EXPECT_NE(access(folder.file("elsewhere").c_str(), F_OK), 0);
+    EXPECT_NE(access((base + ".state").c_str(), F_OK), 0);
+}
+
+// A folder whose names cannot be listed, for a user who is not root.
+TEST_F(BoxWriter, MakesNoBoxWhereNobodyCanTellWhetherThereIsOne)
+{
+    if (getuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    fill(6);
+    unlink((base + ".state").c_str());
+    unlink((base + ".state.bak").c_str());
+    const std::string first = read_file(base + ".1.cbuf.z");
+    for (const std::string &name : folder.names()) {
+        ASSERT_EQ(chmod(folder.file(name).c_str(), 0666), 0);
+    }
+    ASSERT_EQ(chmod(folder.path().c_str(), 0333), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr uid_t nobody = 65534;
+        bool refused = false;
+        if (setresgid(nobody, nobody, nobody) == 0 && setresuid(nobody, nobody, nobody) == 0) {
+            try {
+                const box_writer writer(base, {4, 2}, without_sync);
+            } catch (const failure &reason) {
+                refused = std::string(reason.what()).find("cannot be listed: Permission denied") !=
+                          std::string::npos;
+            }
+        }
+        _exit(refused ? 0 : 1);
+    }
+    int status = 1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+    EXPECT_EQ(read_file(base + ".1.cbuf.z"), first);
+}
+
+TEST_F(BoxWriter, ItsHolderMayLoseTheLockFileButNotTheBox)
+{
+    box_writer writer(base, {4, 2}, without_sync);
+    write(writer, 1);
+    unlink((base + ".lock").c_str());
+    CaptureStderr();
+    write(writer, 2);
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("the file of the lock was removed"));
+    // Another writer that has taken it is not disturbed.
+    unlink((base + ".lock").c_str());
+    const box_lock other(base);
+    EXPECT_THROW(write(writer, 3), box_in_use);
+    EXPECT_EQ(samples(), 2U);
+}
+
+TEST_F(BoxWriter, WhatAnotherWriterDidMeanwhileIsGoneOnBehind)
+{
+    box_writer writer(base, {4, 2}, without_sync);
+    write(writer, 1);
+    unlink((base + ".lock").c_str());
+    {
+        box_writer other(base, {}, without_sync);
+        for (int i = 2; i <= 14; ++i) {
+            write(other, i);
+        }
+    }
+    CaptureStderr();
+    write(writer, 15);
+    GetCapturedStderr();
+    EXPECT_EQ(samples(), 15U);
+}
+
+TEST_F(BoxWriter, ARotationOverwritesNothing)
+{
+    fill(12);
+    box_writer writer(base, {}, without_sync);
+    // Not of this box: it came from elsewhere, and may hold something.
+    write_file(base + ".5.cbuf.z", "precious");
+    CaptureStderr();
+    write(writer, 13);
+    GetCapturedStderr();
+    EXPECT_EQ(read_file(base + ".5.cbuf.z"), "precious");
+    EXPECT_EQ(samples(), 13U);
+}
+
+TEST_F(BoxWriter, ABoxThatWasMovedGoesOnWhereItIs)
+{
+    fill(14);
+    std::filesystem::create_directory(folder.file("new"));
+    for (const std::string &name : folder.names()) {
+        if (name != "new") {
+            std::filesystem::rename(folder.file(name), folder.file("new/" + name));
+        }
+    }
+    base = folder.file("new/box");
+    CaptureStderr();
+    {
+        box_writer writer(base, {}, without_sync);
+        for (int i = 15; i <= 22; ++i) {
+            write(writer, i);
+        }
+    }
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("lies here now"));
+    EXPECT_EQ(samples(), 22U);
+    EXPECT_THAT(folder.names(), ::testing::ElementsAre("new"));
+}
+
+TEST_F(BoxWriter, ATimeBeyondTheBoxCostsThatSampleOnly)
+{
+    box_writer writer(base, {4, 2}, without_sync);
+    write(writer, 1);
+    const float value = 1;
+    EXPECT_THROW(writer.write(int64_t{1} << 31, {&value, 1}), passing_failure);
+    EXPECT_THROW(writer.write(0, {&value, 1}), passing_failure);
+    write(writer, 2);
+    EXPECT_EQ(samples(), 2U);
 }
 
 TEST_F(BoxWriter, EveryMomentToSyncWorks)
