@@ -17,8 +17,7 @@
 using owned_matrix = owned<matrix, matrix_destroy>;
 using owned_lu = owned<matrix_lu, matrix_lu_destroy>;
 
-// --- decomposition
-// --------------------------------------------------------------------------------
+// ---- decomposition ----
 
 // Where the largest magnitude of the trailing block stands: its first row, when rows are read from
 // top to bottom. -1.0 when the block holds nothing but NaN.
@@ -195,8 +194,7 @@ double matrix_lu_get_det(const matrix_lu *lu)
     return lu->det;
 }
 
-// --- exchanges of rows and columns
-// ----------------------------------------------------------------
+// ---- exchanges of rows and columns ----
 
 static void _matrix_exchange_rows(matrix *b, uint32_t i, uint32_t j)
 {
@@ -275,8 +273,7 @@ static void _matrix_permute_columns_reversed(matrix *b, const matrix *q)
     }
 }
 
-// --- factors
-// --------------------------------------------------------------------------------------
+// ---- factors ----
 
 matrix *matrix_lu_get_lower(matrix_lu *lu)
 {
@@ -316,8 +313,7 @@ matrix *matrix_lu_get_upper(matrix_lu *lu)
     return upper;
 }
 
-// --- solving
-// --------------------------------------------------------------------------------------
+// ---- solving ----
 
 // (b(i) - the sum over columns begin .. end-1 of m(i, j) * b(j)) / m(i, i); false when the divisor
 // is exactly zero.
@@ -390,8 +386,7 @@ matrix *matrix_lu_solve_for(const matrix *m, const matrix *b)
     return x.release();
 }
 
-// --- inverse
-// --------------------------------------------------------------------------------------
+// ---- inverse ----
 
 // Both triangles are inverted in panels of columns, which lie in one piece meanwhile.
 class inverse_panel

@@ -14,8 +14,7 @@
 
 using owned_matrix = owned<matrix, matrix_destroy>;
 
-// --- element by element
-// ---------------------------------------------------------------------------
+// ---- element by element ----
 
 // What an operation does with the elements of two matrices, one way round or the other.
 struct replace {
@@ -200,8 +199,7 @@ void matrix_accum_element(matrix *m, uint32_t i, uint32_t j, double v)
     matrix_set(m, i, j, matrix_get(m, i, j) + v);
 }
 
-// --- multiplication
-// -------------------------------------------------------------------------------
+// ---- multiplication ----
 
 matrix *matrix_multiply(const matrix *m1, const matrix *m2)
 {
@@ -227,8 +225,7 @@ matrix *matrix_multiply(const matrix *m1, const matrix *m2)
     return product.release();
 }
 
-// --- sums of rows
-// ----------------------------------------------------------------------------
+// ---- sums of rows ----
 
 void _matrix_fold_rows(fold what, const matrix_view &x, const matrix_view &y, std::size_t nrows,
                        std::size_t ncols, double *sum)
@@ -249,8 +246,7 @@ void _matrix_fold_rows(fold what, const matrix_view &x, const matrix_view &y, st
     kernels.fold_differences(x_in_rows ? y : x, x_in_rows ? x : y, nrows, ncols, sum);
 }
 
-// --- statistics of columns
-// ------------------------------------------------------------------------
+// ---- statistics of columns ----
 
 matrix *matrix_column_sum(const matrix *m)
 {
@@ -296,8 +292,7 @@ matrix *matrix_column_std_dev(const matrix *m)
     return deviation.release();
 }
 
-// --- distances of rows
-// ----------------------------------------------------------------------------
+// ---- distances of rows ----
 
 // A column with finish(sum) of the fold over each row of `m`.
 template <typename Finish>
@@ -360,8 +355,7 @@ matrix *matrix_euclidean_distance_sq_with_row_vector(const matrix *m1, const mat
                                     [](double sum) { return sum; });
 }
 
-// --- normalisation
-// --------------------------------------------------------------------------------
+// ---- normalisation ----
 
 // A copy of `m` with direct access, which is regular when m is a view.
 static matrix *_matrix_copy_with_rows(const matrix *m)

@@ -171,8 +171,7 @@ inline table solve(const lu_result &factors, table b)
     return b;
 }
 
-// --- between tables and matrices
-// ------------------------------------------------------------------
+// ---- between tables and matrices ----
 
 inline void fill(matrix *m, const table &values)
 {

@@ -27,8 +27,7 @@ namespace fs = std::filesystem;
 
 using lines = std::vector<std::string>;
 
-// --- buffer files
-// -----------------------------------------------------------------------------------
+// ---- buffer files ----
 
 // What an item says, kept beyond the visit.
 struct seen_item {
@@ -915,8 +914,7 @@ TEST_F(ScanBuffer, RequiresAFileAndAVisitor)
     EXPECT_ABORTS((void)vesk_scan_buffer(cbuf, nullptr, nullptr), "visit != ((void *)0)");
 }
 
-// --- state files
-// ------------------------------------------------------------------------------------
+// ---- state files ----
 
 struct state_form {
     std::string base = "r";
@@ -1206,8 +1204,7 @@ TEST_F(ScanState, RequiresAFileAndASummary)
     EXPECT_ABORTS(vesk_state_summary_destruct(nullptr), "summary != ((void *)0)");
 }
 
-// --- the files of a box
-// -----------------------------------------------------------------------------
+// ---- the files of a box ----
 
 int keep_file(const vesk_scan_file *file, void *context)
 {

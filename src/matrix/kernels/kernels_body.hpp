@@ -21,8 +21,7 @@ constexpr size_t smaller(size_t a, size_t b)
     return a < b ? a : b;
 }
 
-// --- the vectors of a row
-// -------------------------------------------------------------------------
+// ---- the vectors of a row ----
 
 struct every_lane {
 };
@@ -431,8 +430,7 @@ void _multiply(const matrix_view &a, const matrix_view &b, double *c, size_t c_r
     }
 }
 
-// --- elimination
-// ----------------------------------------------------------------------------------
+// ---- elimination ----
 
 // One vector of each row: the step of the elimination and the magnitudes that it leaves.
 template <size_t Rows, bool Edge>
@@ -512,8 +510,7 @@ double _largest_magnitude(const double *row, size_t n)
     return simd::largest_lane(largest);
 }
 
-// --- triangular inverses
-// --------------------------------------------------------------------------
+// ---- triangular inverses ----
 
 // The lanes of vector `v` of a group of columns among its first `columns` columns.
 inline simd::mask _lanes_before(size_t columns, size_t v)
@@ -704,8 +701,7 @@ void _invert_upper(const double *factors, size_t stride, size_t n, size_t first,
     _invert_upper_columns<8>(factors, stride, n, first, panel, panel_stride, 0, columns);
 }
 
-// --- folds
-// ----------------------------------------------------------------------------------------
+// ---- folds ----
 
 // Whether a fold has x only.
 template <fold What>
@@ -924,8 +920,7 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
     }
 }
 
-// --- moments of columns, columns in vectors
-// -------------------------------------------
+// ---- moments of columns, columns in vectors ----
 
 // The next element of each column comes to the mean and to the squares around it.
 inline void _add_to_moments(simd::vector x, simd::vector count, simd::vector *mean,
