@@ -23,6 +23,7 @@
 #ifndef VESK_SCAN_H
 #define VESK_SCAN_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "vesk_api.h"
@@ -97,6 +98,24 @@ typedef int (*vesk_scan_visitor)(const vesk_scan_item *item, void *context);
  * when the file cannot be opened; -41 when it cannot be read; -22 without memory.
  */
 VESK_API int vesk_scan_buffer(const char *filename, vesk_scan_visitor visit, void *context);
+
+/**
+ * Shows @p visit every item of the content of a buffer file, as vesk_scan_buffer() does: for a
+ * caller who opens and reads files in its own way, as one has to whose files may be deleted
+ * meanwhile.
+ *
+ * @p bytes are the @p size bytes of the file; they are lent and may be null when @p size is 0.
+ * @p buffer_kind, #VESK_BUFFER_TYPE_CURRENT or #VESK_BUFFER_TYPE_HIST, decides where the header is
+ * missing, as the name of the file does for vesk_scan_buffer().
+ *
+ * Aborts with "bytes != ((void *)0) || size == 0", "buffer_kind == VESK_BUFFER_TYPE_CURRENT ||
+ * buffer_kind == VESK_BUFFER_TYPE_HIST" or "visit != ((void *)0)".
+ *
+ * @return 0 after the last item, whatever was found; what @p visit returned if that was not 0;
+ * QE_ERROR_NO_MEMORY (-22).
+ */
+VESK_API int vesk_scan_bytes(const unsigned char *bytes, size_t size, uint32_t buffer_kind,
+                             vesk_scan_visitor visit, void *context);
 
 /** What a state file says, as far as it can be read. */
 typedef struct vesk_state_summary {

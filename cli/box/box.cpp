@@ -1,16 +1,21 @@
 #include "box/box.hpp"
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <vesk/error.h>
 #include <vesk/sensor_array.h>
 #include <vesk/vesk.h>
 #include <vesk/vesk_buffer.h>
 
+#include "box/box_lock.hpp"
 #include "process/failure.hpp"
 
 namespace cli
@@ -18,37 +23,59 @@ namespace cli
 namespace
 {
 
+using clock = std::chrono::steady_clock;
+
 std::string text_or_empty(const char *text)
 {
     return text != nullptr ? text : "";
 }
 
-bool is_regular_file(const std::string &path, uint64_t &size)
+bool is_regular_file(const std::string &path)
 {
     struct stat status = {};
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return false;
-    }
-    size = static_cast<uint64_t>(status.st_size);
-    return true;
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-uint64_t size_of(const std::string &path, bool &missing)
+uint32_t kind_by_name(const std::string &path)
 {
-    uint64_t size = 0;
-    missing = !is_regular_file(path, size);
-    return size;
+    return path.ends_with(".hbuf.z") ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
 }
 
-// The state file holds the names that the buffers had when they were made. The box may have been
-// moved since: what follows its base name tells the buffer, and it lies beside the state file.
-std::string where_it_is_now(const std::string &stored, const box_state &state,
-                            const std::string &base)
+// Holds the file open, or says why that cannot be. Throws what may go better later.
+void open_stored(stored_file &file, stored_bytes::links policy = stored_bytes::links::refuse)
 {
-    if (stored.starts_with(state.filename + ".")) {
-        return base + stored.substr(state.filename.size());
+    file.bytes = std::make_shared<stored_bytes>(file.path, policy);
+    if (file.bytes->is_open()) {
+        file.size = file.bytes->size();
+        return;
     }
-    return std::filesystem::path(base).replace_filename(std::filesystem::path(stored).filename());
+    if (!file.bytes->is_foreign() && code_for_errno(file.bytes->error()) == exit_failed) {
+        throw failure(exit_failed, file.path + ": " + file.bytes->problem());
+    }
+    file.size = 0;
+    file.missing = file.bytes->is_missing() || file.bytes->is_foreign();
+    file.problem = file.bytes->problem();
+}
+
+// ".NUMBER.cbuf.z" at the end of a name, as recorders write it; empty when the name has none.
+std::string buffer_suffix(const std::string &name)
+{
+    constexpr std::string_view kinds[] = {".cbuf.z", ".hbuf.z"};
+    for (const std::string_view kind : kinds) {
+        if (!name.ends_with(kind)) {
+            continue;
+        }
+        const std::size_t end = name.size() - kind.size();
+        const std::size_t dot = end == 0 ? std::string::npos : name.rfind('.', end - 1);
+        if (dot == std::string::npos || dot + 1 == end) {
+            return {};
+        }
+        const std::string_view number(name.data() + dot + 1, end - dot - 1);
+        const bool digits =
+            std::all_of(number.begin(), number.end(), [](char c) { return c >= '0' && c <= '9'; });
+        return digits ? name.substr(dot) : std::string();
+    }
+    return {};
 }
 
 std::vector<stored_file> named_files(const box_state &state, const std::string &base)
@@ -56,37 +83,61 @@ std::vector<stored_file> named_files(const box_state &state, const std::string &
     std::vector<stored_file> files;
     for (std::size_t i = 0; i < state.names.size(); ++i) {
         stored_file file;
-        file.path = where_it_is_now(state.names[i], state, base);
         const bool is_open = i + 1 == state.names.size();
         const bool is_history = i == 0 && state.stage == VESK_ZCF_STATE_HCC;
         file.buffer_kind = is_history ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
         file.role = is_open ? VESK_SCAN_OPEN : is_history ? VESK_SCAN_HISTORY : VESK_SCAN_FULL;
-        file.size = size_of(file.path, file.missing);
-        files.push_back(file);
+        // The state file holds the names that the buffers had when they were made. The box may have
+        // been moved since, and its buffers lie beside the state file: only the number counts.
+        const std::string suffix = buffer_suffix(state.names[i]);
+        file.path = suffix.empty() ? state.names[i] : base + suffix;
+        if (suffix.empty()) {
+            file.missing = true;
+            file.problem = "is no name of a buffer of this box";
+        } else {
+            open_stored(file);
+        }
+        files.push_back(std::move(file));
     }
     return files;
 }
 
-bool is_beside(const std::string &path, const std::string &base)
+// All buffers beside the state file, in the order of their numbers. With a whole state file they
+// are not needed: then a folder that may not be listed has none.
+std::vector<std::string> paths_beside(const std::string &base, bool needed)
 {
-    return path.starts_with(base + ".");
-}
-
-// All buffers beside the state file, in the order of their numbers.
-std::vector<stored_file> files_beside(const std::string &base)
-{
-    std::vector<stored_file> files;
+    std::vector<std::string> paths;
     const auto visit = [](const vesk_scan_file *file, void *context) {
-        static_cast<std::vector<stored_file> *>(context)->push_back(
-            {file->filename, file->buffer_kind, file->number, file->size, VESK_SCAN_ORPHAN,
-             file->missing != 0});
+        static_cast<std::vector<std::string> *>(context)->emplace_back(file->filename);
         return 0;
     };
-    const int result = vesk_scan_files(base.c_str(), visit, &files);
-    if (result < 0) {
+    errno = 0;
+    const int result = vesk_scan_files(base.c_str(), visit, &paths);
+    const int error = errno;
+    if (result == QE_ERROR_NO_MEMORY) {
+        throw failure(exit_failed, base + ": " + words_for(result));
+    }
+    if (result < 0 && error != 0 && (needed || code_for_errno(error) == exit_failed)) {
+        const std::string folder = std::filesystem::path(base).parent_path();
+        errno = error;
+        throw failure(code_for_errno(error), with_errno(folder.empty() ? "." : folder));
+    }
+    if (result < 0 && needed) {
         throw failure(exit_unreadable, base + ": " + words_for(result));
     }
-    return files;
+    std::erase_if(paths, [&](const std::string &path) {
+        return !path.starts_with(base) || buffer_suffix(path) != path.substr(base.size());
+    });
+    return paths;
+}
+
+stored_file orphan(const std::string &path)
+{
+    stored_file file;
+    file.path = path;
+    file.buffer_kind = kind_by_name(path);
+    open_stored(file);
+    return file;
 }
 
 struct visit_context {
@@ -107,38 +158,60 @@ int visit_item(const vesk_scan_item *item, void *context)
     }
 }
 
-uint32_t kind_of(const std::string &path)
+uint32_t kind_of(const stored_file &file)
 {
     uint32_t kind = 0;
-    scan_file(path, [&](const vesk_scan_item &item) {
+    scan_file(file, [&](const vesk_scan_item &item) {
         if (kind == 0) {
             kind = item.buffer_kind;
         }
     });
-    const bool looks_like_history = path.ends_with(".hbuf.z");
-    if (kind == 0) {
-        kind = looks_like_history ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
-    }
-    return kind;
+    return kind != 0 ? kind : kind_by_name(file.path);
 }
 
-box lone_file(const std::string &path, uint64_t size)
+void pause()
+{
+    constexpr timespec moment = {0, 5'000'000};
+    nanosleep(&moment, nullptr);
+}
+
+// Bytes at the end of a file that a record may begin with.
+bool is_torn_end(const vesk_scan_item &item, std::size_t size)
+{
+    return item.kind == VESK_SCAN_DAMAGE && item.content_length == 0 &&
+           item.error == QE_ERROR_TRUNCATED && item.offset + item.length == size;
+}
+
+// A recorder that holds no lock is known by what it writes.
+bool is_being_written(const stored_file &file)
+{
+    if (file.role == VESK_SCAN_OPEN && !file.is_live && !file.bytes->has_changed()) {
+        pause();
+    }
+    return file.is_live || (file.role == VESK_SCAN_OPEN && file.bytes->has_changed());
+}
+
+// The user has named the file, and may do so by a link.
+box lone_file(const std::string &path)
 {
     box result;
     result.name = path;
     result.is_file = true;
     stored_file file;
     file.path = path;
-    file.size = size;
-    file.buffer_kind = kind_of(path);
-    result.files.push_back(file);
+    open_stored(file, stored_bytes::links::follow);
+    if (!file.problem.empty()) {
+        throw failure(exit_unreadable, path + ": " + file.problem);
+    }
+    file.buffer_kind = kind_of(file);
+    result.files.push_back(std::move(file));
     return result;
 }
 
-std::size_t count_records(const std::string &path, uint32_t &capacity)
+std::size_t count_records(const stored_file &file, uint32_t &capacity)
 {
     std::size_t records = 0;
-    scan_file(path, [&](const vesk_scan_item &item) {
+    scan_file(file, [&](const vesk_scan_item &item) {
         capacity = item.capacity;
         records += item.kind == VESK_SCAN_INTERVAL ? 1 : 0;
     });
@@ -151,11 +224,97 @@ std::vector<const stored_file *> likely_history(const std::vector<const stored_f
 {
     for (auto file = candidates.rbegin(); file != candidates.rend(); ++file) {
         uint32_t capacity = 0;
-        if (count_records((*file)->path, capacity) == capacity && capacity > 0) {
+        if (count_records(**file, capacity) == capacity && capacity > 0) {
             return {*file};
         }
     }
     return candidates.empty() ? candidates : std::vector{candidates.back()};
+}
+
+[[noreturn]] void refuse_nothing(const std::string &name)
+{
+    if (std::error_code ignored; std::filesystem::is_directory(name, ignored)) {
+        throw failure(exit_unreadable,
+                      fmt::format("{}: is a folder; the name of a box is what the names of its "
+                                  "files begin with, like {}/box",
+                                  name, name.substr(0, name.find_last_not_of('/') + 1)));
+    }
+    const std::string foreign = foreign_words(name);
+    if (!foreign.empty() && !is_regular_file(name)) {
+        throw failure(exit_unreadable, name + ": " + foreign + ", and there is no such box");
+    }
+    throw failure(exit_unreadable, name + ": there is no such box and no such file");
+}
+
+// Who writes to the box, this process aside.
+std::optional<pid_t> other_writer(const std::string &base)
+{
+    const std::optional<pid_t> holder = lock_holder(base);
+    return holder != getpid() ? holder : std::nullopt;
+}
+
+// One look at the files, whatever happens to them meanwhile.
+box look_at(const std::string &base)
+{
+    box result;
+    result.name = base;
+    result.writer = other_writer(base);
+    result.state = read_state(base);
+    if (result.state.error == 0) {
+        result.files = named_files(result.state, base);
+    }
+    const auto is_known = [&](const std::string &path) {
+        return std::any_of(result.files.begin(), result.files.end(),
+                           [&](const stored_file &named) { return named.path == path; });
+    };
+    for (const std::string &path : paths_beside(base, result.state.error != 0)) {
+        if (result.state.error != 0) {
+            result.files.push_back(orphan(path));
+        } else if (!is_known(path)) {
+            result.others.push_back(orphan(path));
+        }
+    }
+    // A rotation deletes its old files, and one that was listed may be gone.
+    std::erase_if(result.others, [](const stored_file &file) { return file.bytes->is_missing(); });
+    result.writer = result.writer ? result.writer : other_writer(base);
+    for (stored_file &file : result.files) {
+        file.is_live = file.role == VESK_SCAN_OPEN && result.writer.has_value();
+    }
+    return result;
+}
+
+bool is_in_order(const box &what)
+{
+    return what.state.error == 0 &&
+           std::all_of(what.files.begin(), what.files.end(),
+                       [](const stored_file &file) { return file.problem.empty(); });
+}
+
+// The files of one moment. What is not in order may only be on its way: a recorder writes its state
+// file in place, and its buffers take turns. It counts when it stays so for a while.
+box look_patiently(const std::string &base)
+{
+    constexpr auto short_while = std::chrono::milliseconds(15);
+    constexpr auto long_while = std::chrono::milliseconds(500);
+    constexpr auto limit = std::chrono::seconds(10);
+    const auto begin = clock::now();
+    auto unchanged_since = begin;
+    box found = look_at(base);
+    for (;;) {
+        const bool same = !has_moved_on(found);
+        const auto now = clock::now();
+        if (now - begin > limit || (same && is_in_order(found))) {
+            return found;
+        }
+        unchanged_since = same ? unchanged_since : now;
+        if (same && now - unchanged_since >= (found.writer ? long_while : short_while)) {
+            return found;
+        }
+        if (same) {
+            pause();
+        }
+        found = look_at(base);
+    }
 }
 
 } // namespace
@@ -169,8 +328,23 @@ box_state read_state(const std::string &base)
 {
     box_state state;
     state.path = base + ".state";
+    const stored_bytes file(state.path);
+    if (!file.is_open()) {
+        if (!file.is_missing() && !file.is_foreign()) {
+            throw failure(code_for_errno(file.error()), state.path + ": " + file.problem());
+        }
+        state.error = QE_ERROR_OPEN;
+        state.problem = file.problem();
+        return state;
+    }
     vesk_state_summary summary;
+    errno = 0;
     state.error = vesk_scan_state(state.path.c_str(), &summary);
+    if (errno != 0 && code_for_errno(errno) == exit_failed &&
+        (state.error == QE_ERROR_OPEN || state.error == QE_ERROR_IO)) {
+        vesk_state_summary_destruct(&summary);
+        throw failure(exit_failed, with_errno(state.path));
+    }
     state.size = summary.size;
     state.filename = text_or_empty(summary.filename);
     state.stage = summary.state;
@@ -186,37 +360,45 @@ box_state read_state(const std::string &base)
 
 std::string state_words(const box_state &state)
 {
-    return state.error == QE_ERROR_OPEN ? "is missing or cannot be opened" : words_for(state.error);
+    if (state.error == QE_ERROR_OPEN) {
+        return state.problem.empty() ? "is missing" : state.problem;
+    }
+    return words_for(state.error);
 }
 
 box find_box(const std::string &name)
 {
-    uint64_t size = 0;
-    uint64_t ignored = 0;
-    const bool is_file = is_regular_file(name, size);
-    if (is_file && !name.ends_with(".state") && !is_regular_file(name + ".state", ignored)) {
-        return lone_file(name, size);
+    if (name.empty()) {
+        throw failure(exit_usage, "the name of the box is empty");
     }
-    box result;
-    const bool is_state = is_file && name.ends_with(".state");
-    result.name = is_state ? name.substr(0, name.size() - std::string(".state").size()) : name;
-    result.state = read_state(result.name);
-    if (result.state.error == 0) {
-        result.files = named_files(result.state, result.name);
+    const std::string suffix = ".state";
+    const bool is_file = is_regular_file(name);
+    const bool is_state = is_file && name.ends_with(suffix);
+    if (is_file && !is_state && !is_regular_file(name + suffix)) {
+        return lone_file(name);
     }
-    for (stored_file &file : files_beside(result.name)) {
-        const auto same_path = [&](const stored_file &named) { return named.path == file.path; };
-        if (result.state.error != 0) {
-            result.files.push_back(std::move(file));
-        } else if (!file.missing && is_beside(file.path, result.name) &&
-                   std::none_of(result.files.begin(), result.files.end(), same_path)) {
-            result.others.push_back(std::move(file));
-        }
-    }
+    box result = look_patiently(is_state ? name.substr(0, name.size() - suffix.size()) : name);
     if (result.files.empty() && result.state.error == QE_ERROR_OPEN) {
-        throw failure(exit_unreadable, name + ": there is no such box and no such file");
+        refuse_nothing(name);
     }
     return result;
+}
+
+bool has_moved_on(const box &what)
+{
+    return !what.is_file && read_state(what.name) != what.state;
+}
+
+bool is_moved(const box &what)
+{
+    if (what.is_file || what.state.error != 0) {
+        return false;
+    }
+    struct stat here = {};
+    struct stat named = {};
+    return lstat(what.state.path.c_str(), &here) == 0 &&
+           (stat((what.state.filename + ".state").c_str(), &named) != 0 ||
+            here.st_dev != named.st_dev || here.st_ino != named.st_ino);
 }
 
 std::vector<const stored_file *> box::current_buffers() const
@@ -243,13 +425,32 @@ std::vector<const stored_file *> box::history_buffers() const
 
 void scan_file(const std::string &path, const std::function<void(const vesk_scan_item &)> &visit)
 {
-    visit_context context{visit, nullptr};
-    const int result = vesk_scan_buffer(path.c_str(), visit_item, &context);
+    stored_file file;
+    file.path = path;
+    open_stored(file);
+    scan_file(file, visit);
+}
+
+void scan_file(const stored_file &file, const std::function<void(const vesk_scan_item &)> &visit)
+{
+    if (!file.bytes || !file.bytes->is_open()) {
+        throw read_failure(exit_unreadable, file.path + ": " + file.problem);
+    }
+    const std::vector<unsigned char> bytes = file.bytes->read();
+    const auto visit_settled = [&](const vesk_scan_item &item) {
+        if (!is_torn_end(item, bytes.size()) || !is_being_written(file)) {
+            visit(item);
+        }
+    };
+    const std::function<void(const vesk_scan_item &)> settled = visit_settled;
+    visit_context context{settled, nullptr};
+    const int result =
+        vesk_scan_bytes(bytes.data(), bytes.size(), kind_by_name(file.path), visit_item, &context);
     if (context.thrown) {
         std::rethrow_exception(context.thrown);
     }
     if (result < 0) {
-        throw failure(exit_unreadable, with_errno(path));
+        throw read_failure(exit_failed, file.path + ": " + words_for(result));
     }
 }
 

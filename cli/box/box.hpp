@@ -5,10 +5,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <vesk/vesk_scan.h>
+
+#include "box/stored_bytes.hpp"
 
 namespace cli
 {
@@ -16,10 +20,16 @@ namespace cli
 struct stored_file {
     std::string path;
     uint32_t buffer_kind = 0; // VESK_BUFFER_TYPE_CURRENT or VESK_BUFFER_TYPE_HIST
-    uint32_t number = 0;
     uint64_t size = 0;
     vesk_scan_role role = VESK_SCAN_ORPHAN;
+    // True when there is no such file, or something else than a file under its name.
     bool missing = false;
+    // Why the file cannot be read: "is missing", "is a folder, not a file", "Permission denied".
+    std::string problem;
+    // The file is held open: a rotation may delete it before it is read.
+    std::shared_ptr<const stored_bytes> bytes;
+    // Somebody writes to the box: the last record may be on its way into the file.
+    bool is_live = false;
 
     bool is_history() const;
 };
@@ -29,12 +39,15 @@ struct box_state {
     std::string path;
     int error = 0; // 0 for a whole state file, -40 when there is none
     uint64_t size = 0;
+    std::string problem;  // words for why it cannot be opened
     std::string filename; // as it was when the box was made
     uint32_t stage = 0;
     uint32_t samples = 0;
     uint32_t intervals = 0;
     uint32_t next_file_number = 0;
     std::vector<std::string> names; // of the buffers, the open one last
+
+    bool operator==(const box_state &) const = default;
 };
 
 box_state read_state(const std::string &base);
@@ -47,6 +60,7 @@ struct box {
     box_state state;                 // not of a lone file
     std::vector<stored_file> files;  // that belong to the box, oldest first
     std::vector<stored_file> others; // that the state file does not name
+    std::optional<pid_t> writer;     // who has the lock of the box
 
     // The buffers of one kind, oldest first.
     std::vector<const stored_file *> current_buffers() const;
@@ -56,11 +70,21 @@ struct box {
 // @p name is the base name of a box, its state file or one of its buffer files. Throws a failure
 // (unreadable) when there is none of them. Without a usable state file all buffers that are there
 // belong to the box.
+//
+// The files are those of one moment, also while a recorder makes them take turns: they are opened,
+// and the state file has to say the same before and behind that.
 box find_box(const std::string &name);
+// Whether the box lies elsewhere than its state file says. It can be read where it is.
+bool is_moved(const box &what);
+// True when the state file names other files by now.
+bool has_moved_on(const box &what);
 
-// Shows @p visit every item of a buffer file. Throws a failure (unreadable) when the file cannot be
-// read at all; what @p visit throws comes through.
+// Shows @p visit every item of a buffer file. Throws a read_failure when the file cannot be read;
+// what @p visit throws comes through.
 void scan_file(const std::string &path, const std::function<void(const vesk_scan_item &)> &visit);
+// The same of a file that is held open. A torn last record of a live file is left out: it is about
+// to be written.
+void scan_file(const stored_file &file, const std::function<void(const vesk_scan_item &)> &visit);
 
 // "12 bytes at 340: the data ends inside a stream".
 std::string damage_text(const vesk_scan_item &item);

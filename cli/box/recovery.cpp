@@ -1,10 +1,14 @@
 #include "box/recovery.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <fmt/format.h>
+#include <string_view>
+#include <system_error>
 
 #include <vesk/error.h>
 
+#include "box/stored_bytes.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
 
@@ -61,6 +65,24 @@ void add(std::string &text, uint64_t count, const std::string &words)
     }
 }
 
+// The recovery writes FILE.new and FILE.torn. Only files can be replaced and appended to.
+std::string obstacle_to(const recovery_plan &plan)
+{
+    for (const recovery_step &step : plan.steps) {
+        const bool takes_out =
+            step.action == VESK_RECOVER_CUT || step.action == VESK_RECOVER_SET_ASIDE;
+        for (const char *suffix : {".new", ".torn"}) {
+            const std::string path = step.path + suffix;
+            const std::string foreign = foreign_words(path);
+            const bool written = suffix == std::string_view(".new") || takes_out;
+            if (step.is_needed() && written && !foreign.empty()) {
+                return path + " " + foreign;
+            }
+        }
+    }
+    return {};
+}
+
 int keep_step(const vesk_recover_step *step, void *context)
 {
     static_cast<recovery_plan *>(context)->steps.push_back(
@@ -72,16 +94,18 @@ int keep_step(const vesk_recover_step *step, void *context)
 
 bool recovery_plan::is_needed() const
 {
-    return std::any_of(steps.begin(), steps.end(), [](const recovery_step &step) {
-        return step.action != VESK_RECOVER_DELETE && step.action != VESK_RECOVER_KEEP;
-    });
+    return std::any_of(steps.begin(), steps.end(),
+                       [](const recovery_step &step) { return step.is_needed(); });
 }
 
 recovery_plan plan_recovery(const std::string &base, const told_sizes &sizes)
 {
     recovery_plan plan;
+    errno = 0;
     plan.result = vesk_recover_plan(base.c_str(), sizes.samples, sizes.intervals, keep_step, &plan,
                                     &plan.report);
+    plan.system_error = plan.result != 0 ? errno : 0;
+    plan.obstacle = obstacle_to(plan);
     return plan;
 }
 
@@ -189,6 +213,17 @@ std::string recovery_failure(int result)
     default:
         return words_for(result);
     }
+}
+
+std::string recovery_failure(const recovery_plan &plan)
+{
+    if (plan.result == 0) {
+        return plan.obstacle;
+    }
+    // What the system says tells more than that a file could not be had.
+    const bool had = plan.result != QE_ERROR_OPEN && plan.result != QE_ERROR_IO;
+    return had || plan.system_error == 0 ? recovery_failure(plan.result)
+                                         : std::generic_category().message(plan.system_error);
 }
 
 } // namespace cli

@@ -24,10 +24,15 @@ struct recovery_step {
     uint64_t length;
     uint32_t count;
     int error;
+
+    // False for files that nobody needs.
+    bool is_needed() const { return action != VESK_RECOVER_DELETE && action != VESK_RECOVER_KEEP; }
 };
 
 struct recovery_plan {
-    int result = 0; // of vesk_recover_plan()
+    int result = 0;       // of vesk_recover_plan()
+    int system_error = 0; // what the system said to that
+    std::string obstacle; // what lies where the recovery has to write, and why it cannot stay
     std::vector<recovery_step> steps;
     vesk_recover_report report = {};
 
@@ -47,6 +52,7 @@ std::string step_text(const recovery_step &step);
 std::string report_text(const vesk_recover_report &report);
 // Why a box cannot be brought back.
 std::string recovery_failure(int result);
+std::string recovery_failure(const recovery_plan &plan);
 
 } // namespace cli
 

@@ -30,6 +30,66 @@ void make_room()
     }
 }
 
+constexpr uint32_t not_a_character = 0xffffffff;
+
+struct character {
+    uint32_t code; // not_a_character for a byte that is no UTF-8
+    std::size_t length;
+};
+
+// How many bytes a UTF-8 sequence has by its first one, and the least code that needs so many.
+struct sequence_form {
+    std::size_t length;
+    uint32_t least;
+    unsigned mask;
+};
+
+sequence_form form_of(unsigned char first)
+{
+    if (first < 0x80) {
+        return {1, 0, 0x7f};
+    }
+    if (first >= 0xc0 && first < 0xe0) {
+        return {2, 0x80, 0x1f};
+    }
+    if (first >= 0xe0 && first < 0xf0) {
+        return {3, 0x800, 0x0f};
+    }
+    return first >= 0xf0 && first < 0xf8 ? sequence_form{4, 0x10000, 0x07} : sequence_form{};
+}
+
+character first_character(std::string_view text)
+{
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const sequence_form form = form_of(byte(0));
+    if (form.length == 0 || form.length > text.size()) {
+        return {not_a_character, 1};
+    }
+    uint32_t code = byte(0) & form.mask;
+    for (std::size_t i = 1; i < form.length; ++i) {
+        if ((byte(i) & 0xc0U) != 0x80) {
+            return {not_a_character, 1};
+        }
+        code = code << 6U | (byte(i) & 0x3fU);
+    }
+    const bool is_surrogate = code >= 0xd800 && code <= 0xdfff;
+    if (code < form.least || code > 0x10ffff || is_surrogate) {
+        return {not_a_character, 1};
+    }
+    return {code, form.length};
+}
+
+bool may_be_shown(const character &one)
+{
+    const uint32_t code = one.code;
+    const bool control = code < 0x20 || (code >= 0x7f && code <= 0x9f);
+    const bool line_end = code == 0x2028 || code == 0x2029;
+    // The marks, embeddings, overrides and isolates that turn the direction of a text.
+    const bool direction = code == 0x061c || code == 0x200e || code == 0x200f ||
+                           (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
+    return code != not_a_character && !control && !line_end && !direction;
+}
+
 bool colour_on_stderr()
 {
     return colour_wanted(isatty(STDERR_FILENO) == 1, getenv("NO_COLOR"), getenv("TERM"));
@@ -54,23 +114,27 @@ void complain(std::string_view text)
 {
     make_room();
     const bool colour = colour_on_stderr();
-    say(fmt::format("{}vesk:{} {}\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "", text));
+    say(fmt::format("{}vesk:{} {}\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "",
+                    printable(text)));
 }
 
 void note(std::string_view text)
 {
     make_room();
-    say(fmt::format("vesk: note: {}\n", text));
+    say(fmt::format("vesk: note: {}\n", printable(text)));
 }
 
-std::string printable(std::string_view text)
+std::string printable(std::string_view text, char substitute)
 {
-    std::string result(text);
-    for (char &c : result) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7f) {
-            c = '?';
+    std::string result;
+    while (!text.empty()) {
+        const character next = first_character(text);
+        if (may_be_shown(next)) {
+            result += text.substr(0, next.length);
+        } else {
+            result += substitute;
         }
+        text.remove_prefix(next.length);
     }
     return result;
 }
@@ -88,7 +152,7 @@ void status_line::show(std::string_view text)
         return;
     }
     // One column stays free: a full line would wrap and leave its first half behind.
-    say(fmt::format("\r\033[K{}", text.substr(0, terminal_width() - 1)));
+    say(fmt::format("\r\033[K{}", printable(text.substr(0, terminal_width() - 1))));
     shown_line = this;
 }
 

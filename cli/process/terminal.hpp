@@ -15,14 +15,16 @@ bool colour_wanted(bool is_terminal, const char *no_color, const char *term);
 // As it is. What standard error does not take is lost: that is no reason to end anything.
 void say(std::string_view text);
 
-// "vesk: text", with the name in red where colour is wanted.
+// "vesk: text", with the name in red where colour is wanted. The text is made printable.
 void complain(std::string_view text);
 
-// "vesk: note: text".
+// "vesk: note: text". The text is made printable.
 void note(std::string_view text);
 
-// Control characters would let a damaged or foreign file talk to the terminal: they become '?'.
-std::string printable(std::string_view text);
+// Text from files, paths and arguments as it may be shown. What would let it talk to the terminal
+// or pass for something else becomes the substitute: control characters (C0, DEL and C1), line
+// ends, characters that turn the direction of text, and bytes that are no UTF-8.
+std::string printable(std::string_view text, char substitute = '?');
 
 // "1 sample", "2 samples".
 std::string counted(uint64_t count, std::string_view noun);

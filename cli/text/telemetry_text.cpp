@@ -139,22 +139,33 @@ void telemetry_parser::parse_values(std::string_view values)
 
 std::string representable_name(std::string_view name)
 {
-    std::string result(name.empty() ? "_" : name);
-    for (char &c : result) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7f || c == ',') {
-            c = '_';
-        }
-    }
+    std::string result = printable(name.empty() ? "_" : name, '_');
+    std::replace(result.begin(), result.end(), ',', '_');
     return result;
+}
+
+std::vector<std::string> representable_names(std::span<const std::string> sensors)
+{
+    std::vector<std::string> names;
+    names.reserve(sensors.size());
+    std::unordered_set<std::string> taken(sensors.begin(), sensors.end());
+    for (const std::string &sensor : sensors) {
+        const std::string plain = representable_name(sensor);
+        std::string name = plain;
+        for (unsigned i = 2; name != sensor && !taken.insert(name).second; ++i) {
+            name = fmt::format("{}_{}", plain, i);
+        }
+        names.push_back(std::move(name));
+    }
+    return names;
 }
 
 std::string header_line(int64_t time, std::span<const std::string> sensors)
 {
     std::string line = format_time(time);
-    for (const std::string &name : sensors) {
+    for (const std::string &name : representable_names(sensors)) {
         line += ',';
-        line += representable_name(name);
+        line += name;
     }
     line += '\n';
     return line;

@@ -39,12 +39,15 @@ private:
     int64_t time_ = 0;
 };
 
-// Both end with a line end. A name that a line cannot hold is changed: see representable_name().
+// Both end with a line end. Names that a line cannot hold are changed: see representable_names().
 std::string header_line(int64_t time, std::span<const std::string> sensors);
 std::string values_line(int64_t time, std::span<const float> values);
 
-// The name with '_' for commas and control characters, which would break the line, and for nothing.
+// The name with '_' for nothing, for commas and for all that is not printable(): control characters
+// would break the line or reach a terminal.
 std::string representable_name(std::string_view name);
+// The names of one header. Where two would become the same, "_2" and so on tells them apart.
+std::vector<std::string> representable_names(std::span<const std::string> sensors);
 
 } // namespace cli
 

@@ -49,13 +49,32 @@ struct checked_file {
 
 struct diagnosis {
     box what;
-    std::optional<pid_t> writer;
     std::vector<checked_file> files; // the others behind those of the box
     recovery_plan plan;
+    bool moved = false;
+    bool live = false; // somebody is writing, and the plan shows no more than that
 
-    bool is_repairable() const { return plan.result == 0; }
-    bool is_healthy() const { return is_repairable() && !plan.is_needed(); }
+    bool is_repairable() const { return plan.result == 0 && plan.obstacle.empty(); }
+    bool is_healthy() const { return live || (is_repairable() && !is_anything_wrong()); }
+    bool is_anything_wrong() const;
+    bool has_findings() const;
 };
+
+// A box that was moved is healthy where it is, whatever its state file calls the files.
+bool diagnosis::is_anything_wrong() const
+{
+    return std::any_of(plan.steps.begin(), plan.steps.end(), [&](const recovery_step &step) {
+        const bool home = moved && step.action == VESK_RECOVER_WRITE_STATE && step.error == 0;
+        return step.is_needed() && !home;
+    });
+}
+
+bool diagnosis::has_findings() const
+{
+    return what.state.error != 0 ||
+           std::any_of(files.begin(), files.begin() + static_cast<long>(what.files.size()),
+                       [](const checked_file &file) { return !file.findings.empty(); });
+}
 
 void check_item(const vesk_scan_item &item, checked_file &found)
 {
@@ -76,22 +95,22 @@ checked_file check_file(const stored_file &file)
     checked_file found = {};
     found.file = &file;
     if (file.missing) {
-        found.findings.push_back({0, 0, QE_ERROR_OPEN, "is missing"});
+        found.findings.push_back({0, 0, QE_ERROR_OPEN, file.problem});
         return found;
     }
-    try {
-        scan_file(file.path, [&](const vesk_scan_item &item) { check_item(item, found); });
-    } catch (const failure &reason) {
-        found.findings.push_back({0, file.size, QE_ERROR_IO, reason.what()});
-    }
+    // What cannot be read for other reasons than its content cannot be judged either.
+    scan_file(file, [&](const vesk_scan_item &item) { check_item(item, found); });
     return found;
 }
 
 diagnosis diagnose(const check_options &options)
 {
     diagnosis result;
-    result.writer = lock_holder(options.base);
     result.what = find_box(options.base);
+    if (result.what.is_file) {
+        throw failure(exit_usage, options.base + ": is a file; check takes the name of a box");
+    }
+    result.moved = is_moved(result.what);
     for (const auto *files : {&result.what.files, &result.what.others}) {
         for (const stored_file &file : *files) {
             result.files.push_back(check_file(file));
@@ -102,17 +121,25 @@ diagnosis diagnose(const check_options &options)
     return result;
 }
 
-// A recorder may be in the middle of a record or of a rotation: then another look shows more.
+// The plan of a box that is being written to is made from files that change meanwhile: it counts
+// when it is the same box behind it as before. When that never comes, the files of one moment tell.
 diagnosis diagnose_patiently(const check_options &options)
 {
-    constexpr int looks = 5;
-    constexpr timespec between = {0, 100'000'000};
-    diagnosis result = diagnose(options);
-    for (int i = 1; i < looks && result.writer && !result.is_healthy(); ++i) {
+    constexpr int looks = 20;
+    constexpr timespec between = {0, 25'000'000};
+    for (int i = 1;; ++i) {
+        diagnosis result = diagnose(options);
+        const bool moved_on = has_moved_on(result.what);
+        if (result.is_healthy() && !moved_on) {
+            return result;
+        }
+        const bool written_to = result.what.writer || moved_on;
+        if (!written_to || i == looks) {
+            result.live = written_to && !result.has_findings();
+            return result;
+        }
         nanosleep(&between, nullptr);
-        result = diagnose(options);
     }
-    return result;
 }
 
 const char *verdict_of(const diagnosis &found)
@@ -121,6 +148,20 @@ const char *verdict_of(const diagnosis &found)
         return "healthy";
     }
     return found.is_repairable() ? "repairable" : "not repairable";
+}
+
+// "healthy", and what is worth knowing about that; or why there is no help.
+std::string verdict_text(const diagnosis &found)
+{
+    const std::string verdict = verdict_of(found);
+    if (!found.is_healthy() && !found.is_repairable()) {
+        return verdict + ": " + recovery_failure(found.plan);
+    }
+    if (found.moved) {
+        return fmt::format("{}, moved: it was made as {}; a repair makes it at home here", verdict,
+                           found.what.state.filename);
+    }
+    return verdict;
 }
 
 std::string contents_text(const checked_file &found)
@@ -148,19 +189,18 @@ void print_text(const diagnosis &found)
             fmt::print("    {}\n", printable(what.what));
         }
     }
-    if (found.writer) {
+    if (found.what.writer) {
         fmt::print("process {} is writing to the box: its latest record may look torn\n",
-                   *found.writer);
+                   *found.what.writer);
     }
-    if (!found.plan.is_empty() && found.is_repairable()) {
+    if (!found.live && !found.plan.is_empty() && found.is_repairable()) {
         fmt::print("what a repair does:\n");
         for (const recovery_step &step : found.plan.steps) {
-            fmt::print("    {}: {}\n", printable(step.path), step_text(step));
+            fmt::print("    {}\n", printable(step.path + ": " + step_text(step)));
         }
         fmt::print("    {}\n", report_text(found.plan.report));
     }
-    fmt::print("{}: {}{}\n", printable(found.what.name), verdict_of(found),
-               found.is_repairable() ? "" : ": " + recovery_failure(found.plan.result));
+    fmt::print("{}\n", printable(found.what.name + ": " + verdict_text(found)));
 }
 
 ordered_json file_json(const diagnosis &found, const checked_file &file)
@@ -205,12 +245,16 @@ void print_json(const diagnosis &found)
     const box_state &state = found.what.state;
     ordered_json result = {{"box", found.what.name}, {"verdict", verdict_of(found)}};
     result["reason"] = nullptr;
-    if (!found.is_repairable()) {
-        result["reason"] = recovery_failure(found.plan.result);
+    if (!found.is_healthy() && !found.is_repairable()) {
+        result["reason"] = recovery_failure(found.plan);
+    }
+    result["made_as"] = nullptr;
+    if (found.moved) {
+        result["made_as"] = found.what.state.filename;
     }
     result["writer"] = nullptr;
-    if (found.writer) {
-        result["writer"] = *found.writer;
+    if (found.what.writer) {
+        result["writer"] = *found.what.writer;
     }
     result["state"] = {{"path", state.path}, {"error", nullptr}};
     if (state.error != 0) {
@@ -220,17 +264,15 @@ void print_json(const diagnosis &found)
     for (const checked_file &file : found.files) {
         result["files"].push_back(file_json(found, file));
     }
-    result["repair"] = found.is_repairable() ? repair_json(found.plan) : ordered_json(nullptr);
-    // Paths may be any bytes; JSON is UTF-8.
-    fmt::print("{}\n", result.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+    result["repair"] =
+        found.is_repairable() && !found.live ? repair_json(found.plan) : ordered_json(nullptr);
+    // Paths may be any bytes, and what is not ASCII may turn a terminal: all of it is escaped.
+    fmt::print("{}\n", result.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
 
 exit_code check(const check_options &options)
 {
     const diagnosis found = diagnose_patiently(options);
-    if (found.what.is_file) {
-        throw failure(exit_usage, options.base + ": is a file; check takes the name of a box");
-    }
     if (options.json) {
         print_json(found);
     } else {

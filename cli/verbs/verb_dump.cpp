@@ -41,9 +41,10 @@ public:
             ++damage_;
         }
     }
-    void add_missing(const std::string &path)
+    // Missing, or something else than a file.
+    void add_missing(const stored_file &file)
     {
-        complain(path + ": is missing");
+        complain(file.path + ": " + file.problem);
         ++damage_;
     }
     void add_state(const box_state &state)
@@ -52,15 +53,27 @@ public:
                              state_words(state)));
         ++damage_;
     }
-    void add_unreadable(const std::string &message)
+    void add_unread(const read_failure &reason)
     {
-        complain(message);
-        ++damage_;
+        complain(reason.what());
+        (reason.code() == exit_failed ? failures_ : refusals_) += 1;
     }
-    bool any() const { return damage_ > 0; }
+    // @p nothing is true when nothing of what was asked for could be read.
+    exit_code code(bool nothing) const
+    {
+        if (failures_ > 0) {
+            return exit_failed;
+        }
+        if (nothing && damage_ + refusals_ > 0) {
+            return exit_unreadable;
+        }
+        return refusals_ > 0 ? exit_failed : damage_ > 0 ? exit_damaged : exit_done;
+    }
 
 private:
     unsigned damage_ = 0;
+    unsigned failures_ = 0; // of the machine
+    unsigned refusals_ = 0; // for want of rights
 };
 
 struct array_release {
@@ -114,10 +127,11 @@ public:
 private:
     void warn_about(std::string_view header)
     {
-        for (const std::string &name : sensors_.names()) {
-            if (representable_name(name) != name) {
-                note(fmt::format("the sensor '{}' is written as '{}'", printable(name),
-                                 representable_name(name)));
+        const std::vector<std::string> written = representable_names(sensors_.names());
+        for (std::size_t i = 0; i < written.size(); ++i) {
+            const std::string &name = sensors_.names()[i];
+            if (written[i] != name) {
+                note(fmt::format("the sensor '{}' is written as '{}'", name, written[i]));
             }
         }
         header.remove_suffix(1);
@@ -233,24 +247,18 @@ exit_code show_files(const std::vector<const stored_file *> &files, losses &lost
     for (const stored_file *file : files) {
         bool any = false;
         try {
-            scan_file(file->path, [&](const vesk_scan_item &item) {
+            scan_file(*file, [&](const vesk_scan_item &item) {
                 any = any || item.kind != VESK_SCAN_DAMAGE;
                 lost.add(file->path, item);
                 output.show(item);
             });
-        } catch (const failure &reason) {
-            if (reason.code() != exit_unreadable) {
-                throw;
-            }
-            lost.add_unreadable(reason.what());
+        } catch (const read_failure &reason) {
+            lost.add_unread(reason);
         }
         unreadable += any || file->size == 0 ? 0 : 1;
     }
     flush_output();
-    if (lost.any() && unreadable == files.size()) {
-        return exit_unreadable;
-    }
-    return lost.any() ? exit_damaged : exit_done;
+    return lost.code(unreadable == files.size());
 }
 
 exit_code dump(const dump_options &options)
@@ -268,7 +276,7 @@ exit_code dump(const dump_options &options)
     }
     for (const stored_file &file : found.files) {
         if (file.missing && file.is_history() == options.history) {
-            lost.add_missing(file.path);
+            lost.add_missing(file);
         }
     }
     if (found.is_file && found.files.front().is_history() != options.history) {

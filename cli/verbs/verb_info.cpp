@@ -62,6 +62,8 @@ struct contents {
     time_span span;
     bool readable = false;
     std::vector<std::string> damage;
+    std::string unread;  // why the file cannot be read although it is there
+    bool failed = false; // and that the machine is the reason
 };
 
 uint64_t events_of(const vesk_hb_record_events &events)
@@ -110,13 +112,14 @@ contents read_contents(const stored_file &file)
     contents found;
     found.file = &file;
     if (file.missing) {
-        found.damage.emplace_back("is missing");
+        found.damage.push_back(file.problem);
         return found;
     }
     try {
-        scan_file(file.path, [&](const vesk_scan_item &item) { count_item(item, found); });
-    } catch (const failure &reason) {
-        found.damage.emplace_back(reason.what());
+        scan_file(file, [&](const vesk_scan_item &item) { count_item(item, found); });
+    } catch (const read_failure &reason) {
+        found.unread = reason.what();
+        found.failed = reason.code() == exit_failed;
     }
     return found;
 }
@@ -180,6 +183,7 @@ struct report {
     time_span raw;
     uint64_t bytes = 0;
     bool damaged = false;
+    bool incomplete = false; // there are files that could not be read
 };
 
 report make_report(const std::string &name)
@@ -197,12 +201,15 @@ report make_report(const std::string &name)
         result.all.events += found.events;
         result.all.bare_events += found.bare_events;
         result.all.counted_events += found.counted_events;
-        result.all.readable = result.all.readable || found.readable || file.size == 0;
+        const bool empty = !file.missing && found.unread.empty() && file.size == 0;
+        result.all.readable = result.all.readable || found.readable || empty;
         if (!found.sensors.empty()) {
             result.all.sensors = found.sensors;
         }
         (file.is_history() ? result.history : result.raw).add(found.span);
         result.damaged = result.damaged || !found.damage.empty();
+        result.incomplete = result.incomplete || !found.unread.empty();
+        result.all.failed = result.all.failed || found.failed;
         result.files.push_back(std::move(found));
     }
     return result;
@@ -223,7 +230,7 @@ void print_state(const box &what)
 {
     const box_state &state = what.state;
     if (state.error != 0) {
-        line("state", "{}: {}", state.path, state_words(state));
+        line("state", "{}: {}", printable(state.path), state_words(state));
         return;
     }
     line("stage", "{}: {}", stage_name(state.stage), stage_words(state.stage));
@@ -258,12 +265,15 @@ void print_text(const report &found)
         print_file(file, what.is_file);
     }
     for (const stored_file &file : what.others) {
-        fmt::print("  {:<8} {:>10} bytes {:>28} {}\n", "other", file.size, "",
-                   printable(file.path));
+        fmt::print("  {:<8} {:>10} bytes {:>28} {}{}\n", "other", file.size, "",
+                   printable(file.path), file.problem.empty() ? "" : ": " + file.problem);
     }
     for (const contents &file : found.files) {
         for (const std::string &text : file.damage) {
             line("damage", "{}: {}", printable(file.file->path), text);
+        }
+        if (!file.unread.empty()) {
+            line("not read", "{}", printable(file.unread));
         }
     }
 }
@@ -293,6 +303,9 @@ ordered_json file_json(const contents &found, bool lone)
     result["sensor_sets"] = found.sensor_changes;
     result["span"] = span_json(found.span);
     result["damage"] = found.damage;
+    if (!found.unread.empty()) {
+        result["not_read"] = found.unread;
+    }
     return result;
 }
 
@@ -334,8 +347,9 @@ void print_json(const report &found)
         result["other_files"].push_back({{"path", file.path}, {"bytes", file.size}});
     }
     result["sensors"] = found.all.sensors;
-    // Names and paths may be any bytes; JSON is UTF-8.
-    fmt::print("{}\n", result.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+    // Names and paths may be any bytes, and what is not ASCII may turn a terminal: all of it is
+    // escaped.
+    fmt::print("{}\n", result.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
 
 exit_code info(const info_options &options)
@@ -354,8 +368,14 @@ exit_code info(const info_options &options)
         print_text(found);
     }
     flush_output();
-    if (found.damaged && !found.all.readable) {
+    if (found.all.failed) {
+        return exit_failed;
+    }
+    if ((found.damaged || found.incomplete) && !found.all.readable) {
         return exit_unreadable;
+    }
+    if (found.incomplete) {
+        return exit_failed;
     }
     return found.damaged ? exit_damaged : exit_done;
 }

@@ -4,9 +4,11 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
+#include <optional>
 
 #include <vesk/error.h>
 
+#include "box/box.hpp"
 #include "box/box_lock.hpp"
 #include "box/recovery.hpp"
 #include "process/failure.hpp"
@@ -29,20 +31,53 @@ struct repair_options {
 void show(const recovery_plan &plan)
 {
     for (const recovery_step &step : plan.steps) {
-        fmt::print("{}: {}\n", printable(step.path), step_text(step));
+        fmt::print("{}: {}\n", printable(step.path), printable(step_text(step)));
     }
 }
 
-void require_success(const std::string &base, int result)
+// What the machine did not do may go better later; a box of which nothing tells the sizes stays as
+// it is.
+void require_success(const std::string &base, const recovery_plan &plan)
 {
-    if (result == 0) {
+    if (plan.result == 0 && plan.obstacle.empty()) {
         return;
     }
-    const bool tried = result == QE_ERROR_IO || result == QE_ERROR_NO_MEMORY;
-    const std::string text =
-        fmt::format("{}: cannot be repaired: {}", base, recovery_failure(result));
+    // A reader knows best what is no box at all.
+    if (plan.result == QE_ERROR_OPEN && find_box(base).is_file) {
+        throw failure(exit_usage, base + ": is a file; repair takes the name of a box");
+    }
+    const bool tried = plan.result == QE_ERROR_IO || plan.result == QE_ERROR_NO_MEMORY ||
+                       (plan.result == QE_ERROR_OPEN && plan.system_error != 0 &&
+                        code_for_errno(plan.system_error) == exit_failed);
     throw failure(tried ? exit_failed : exit_unreadable,
-                  tried && errno != 0 ? with_errno(text) : text);
+                  fmt::format("{}: cannot be repaired: {}", base, recovery_failure(plan)));
+}
+
+// Tells whether the box was in order.
+bool show_plan(const repair_options &options, const recovery_plan &plan)
+{
+    require_success(options.base, plan);
+    show(plan);
+    if (plan.is_empty()) {
+        fmt::print("{}: needs no repair\n", printable(options.base));
+    }
+    return plan.is_empty();
+}
+
+exit_code show_only(const repair_options &options, const told_sizes &sizes)
+{
+    if (const std::optional<pid_t> writer = lock_holder(options.base)) {
+        throw box_in_use(
+            fmt::format("{}: process {} is writing to the box", options.base, *writer));
+    }
+    const recovery_plan plan = plan_recovery(options.base, sizes);
+    if (show_plan(options, plan)) {
+        flush_output();
+        return exit_done;
+    }
+    fmt::print("{}: would be repaired: {}\n", printable(options.base), report_text(plan.report));
+    flush_output();
+    return exit_damaged;
 }
 
 exit_code repair(const repair_options &options)
@@ -50,32 +85,25 @@ exit_code repair(const repair_options &options)
     if (options.base.empty()) {
         throw failure(exit_usage, "the name of the box is empty");
     }
-    const box_lock lock(options.base);
-    // The names in the state file hold in every working directory.
-    const std::string path = std::filesystem::absolute(options.base);
     const told_sizes sizes = {options.shape.samples.value_or(0),
                               options.shape.intervals.value_or(0)};
-    errno = 0;
-    const recovery_plan plan = plan_recovery(options.base, sizes);
-    require_success(options.base, plan.result);
-    show(plan);
-    if (plan.is_empty()) {
-        fmt::print("{}: needs no repair\n", printable(options.base));
+    if (options.dry_run) {
+        return show_only(options, sizes);
+    }
+    const box_lock lock(options.base);
+    if (show_plan(options, plan_recovery(options.base, sizes))) {
         flush_output();
         return exit_done;
     }
-    if (options.dry_run) {
-        fmt::print("{}: would be repaired: {}\n", printable(options.base),
-                   report_text(plan.report));
-        flush_output();
-        return exit_damaged;
-    }
     flush_output();
-    vesk_recover_report report = {};
+    // The names in the state file hold in every working directory.
+    const std::string path = std::filesystem::absolute(options.base);
+    recovery_plan done;
     errno = 0;
-    require_success(options.base,
-                    vesk_recover(path.c_str(), sizes.samples, sizes.intervals, &report));
-    fmt::print("{}: repaired: {}\n", printable(options.base), report_text(report));
+    done.result = vesk_recover(path.c_str(), sizes.samples, sizes.intervals, &done.report);
+    done.system_error = done.result != 0 ? errno : 0;
+    require_success(options.base, done);
+    fmt::print("{}: repaired: {}\n", printable(options.base), report_text(done.report));
     flush_output();
     return exit_done;
 }

@@ -14,12 +14,24 @@
 namespace
 {
 
+// Decides where the header of a buffer is missing.
+uint32_t kind_of(const char *filename)
+{
+    constexpr char suffix[] = ".hbuf.z";
+    const std::size_t length = strlen(filename);
+    const std::size_t tail = sizeof suffix - 1;
+    return length >= tail && strcmp(filename + length - tail, suffix) == 0
+               ? VESK_BUFFER_TYPE_HIST
+               : VESK_BUFFER_TYPE_CURRENT;
+}
+
 // Shows a receiver the items of a file in order and keeps what governs them.
 class buffer_scan
 {
 public:
-    buffer_scan(const char *filename, const byte_list &file, const item_receiver &receiver)
-        : receiver_(receiver), kind_by_name_(kind_of(filename)), streams_(file.begin(), file.size())
+    buffer_scan(uint32_t kind_by_name, const unsigned char *bytes, std::size_t size,
+                const item_receiver &receiver)
+        : receiver_(receiver), kind_by_name_(kind_by_name), streams_(bytes, size)
     {
     }
 
@@ -34,16 +46,6 @@ public:
     }
 
 private:
-    static uint32_t kind_of(const char *filename)
-    {
-        constexpr char suffix[] = ".hbuf.z";
-        const std::size_t length = strlen(filename);
-        const std::size_t tail = sizeof suffix - 1;
-        return length >= tail && strcmp(filename + length - tail, suffix) == 0
-                   ? VESK_BUFFER_TYPE_HIST
-                   : VESK_BUFFER_TYPE_CURRENT;
-    }
-
     int show_damage(const file_piece &piece)
     {
         vesk_scan_item item = {};
@@ -235,7 +237,7 @@ int _vesk_scan_items(const char *filename, const item_receiver &receiver)
     if (loaded < 0 || file.size() == 0) {
         return loaded;
     }
-    return buffer_scan(filename, file, receiver).run();
+    return buffer_scan(kind_of(filename), file.begin(), file.size(), receiver).run();
 }
 
 namespace
@@ -260,4 +262,16 @@ int vesk_scan_buffer(const char *filename, vesk_scan_visitor visit, void *contex
     VESK_REQUIRE(visit != nullptr, "visit != ((void *)0)");
     public_visit to = {visit, context};
     return _vesk_scan_items(filename, {show_publicly, &to});
+}
+
+int vesk_scan_bytes(const unsigned char *bytes, size_t size, uint32_t buffer_kind,
+                    vesk_scan_visitor visit, void *context)
+{
+    VESK_REQUIRE(bytes != nullptr || size == 0, "bytes != ((void *)0) || size == 0");
+    VESK_REQUIRE(buffer_kind == VESK_BUFFER_TYPE_CURRENT || buffer_kind == VESK_BUFFER_TYPE_HIST,
+                 "buffer_kind == VESK_BUFFER_TYPE_CURRENT || buffer_kind == VESK_BUFFER_TYPE_HIST");
+    VESK_REQUIRE(visit != nullptr, "visit != ((void *)0)");
+    public_visit to = {visit, context};
+    const item_receiver receiver = {show_publicly, &to};
+    return buffer_scan(buffer_kind, bytes, size, receiver).run();
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <vesk/vesk.h>
+#include <vesk/vesk_buffer.h>
 #include <vesk/vesk_check.h>
 #include <vesk/vesk_recover.h>
 #include <vesk/vesk_scan.h>
@@ -654,6 +655,16 @@ void add_scans(std::vector<fault_case> *table)
                           },
                           box_with(14)});
     }
+    table->push_back({"vesk_scan_bytes", "", no_memory + expectations{{call_kind::zlib, {"-22"}}},
+                      [](fault &f) {
+                          const std::string file = read_file("r.5.cbuf.z");
+                          return scans(f, [&] {
+                              return vesk_scan_bytes(
+                                  reinterpret_cast<const unsigned char *>(file.data()), file.size(),
+                                  VESK_BUFFER_TYPE_CURRENT, take_item, nullptr);
+                          });
+                      },
+                      box_with(14)});
     table->push_back({"vesk_scan_state", "",
                       no_memory + expectations{{call_kind::open, {"-40"}},
                                                {call_kind::read, {"-41"}},

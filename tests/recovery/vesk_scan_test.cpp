@@ -184,7 +184,17 @@ protected:
         write_file(name, file);
         seen_items items;
         EXPECT_EQ(0, vesk_scan_buffer(name, keep_item, &items));
+        const uint32_t kind = std::string(name).ends_with(".hbuf.z") ? VESK_BUFFER_TYPE_HIST
+                                                                     : VESK_BUFFER_TYPE_CURRENT;
+        EXPECT_EQ(lines_of(items), scan_bytes(file, kind)) << name;
         return items;
+    }
+    static lines scan_bytes(const std::string &file, uint32_t kind)
+    {
+        seen_items items;
+        EXPECT_EQ(0, vesk_scan_bytes(reinterpret_cast<const unsigned char *>(file.data()),
+                                     file.size(), kind, keep_item, &items));
+        return lines_of(items);
     }
     static lines scan(const std::string &file, const char *name = cbuf)
     {
@@ -906,6 +916,25 @@ TEST_F(ScanBuffer, FailsWhenReadingFails)
     }
     EXPECT_EQ(0, visits);
     EXPECT_EQ(files, count_open_files());
+}
+
+TEST_F(ScanBuffer, TakesNoBytesWhereThereAreNone)
+{
+    seen_items items;
+    EXPECT_EQ(0, vesk_scan_bytes(nullptr, 0, VESK_BUFFER_TYPE_CURRENT, keep_item, &items));
+    EXPECT_TRUE(items.empty());
+}
+
+TEST_F(ScanBuffer, RequiresBytesOfAKnownKindAndAVisitor)
+{
+    const unsigned char byte = 0;
+    EXPECT_ABORTS((void)vesk_scan_bytes(nullptr, 1, VESK_BUFFER_TYPE_HIST, keep_item, nullptr),
+                  "bytes != ((void *)0) || size == 0");
+    EXPECT_ABORTS((void)vesk_scan_bytes(&byte, 1, 3, keep_item, nullptr),
+                  "buffer_kind == VESK_BUFFER_TYPE_CURRENT || "
+                  "buffer_kind == VESK_BUFFER_TYPE_HIST");
+    EXPECT_ABORTS((void)vesk_scan_bytes(&byte, 1, VESK_BUFFER_TYPE_HIST, nullptr, nullptr),
+                  "visit != ((void *)0)");
 }
 
 TEST_F(ScanBuffer, RequiresAFileAndAVisitor)

@@ -1,0 +1,158 @@
+#include "box/stored_bytes.hpp"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "process/failure.hpp"
+
+namespace cli
+{
+namespace
+{
+
+std::string words_for_mode(mode_t mode)
+{
+    switch (mode & S_IFMT) {
+    case S_IFDIR:
+        return "is a folder, not a file";
+    case S_IFIFO:
+        return "is a FIFO, not a file";
+    case S_IFSOCK:
+        return "is a socket, not a file";
+    case S_IFLNK:
+        return "is a link, not a file";
+    default:
+        return "is a device, not a file";
+    }
+}
+
+} // namespace
+
+exit_code code_for_errno(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case EISDIR:
+    case EACCES:
+    case EPERM:
+    case ELOOP:
+    case ENAMETOOLONG:
+        return exit_unreadable;
+    default:
+        return exit_failed;
+    }
+}
+
+std::string foreign_words(const std::string &path)
+{
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) {
+        return {};
+    }
+    return words_for_mode(status.st_mode);
+}
+
+stored_bytes::stored_bytes(const std::string &path, links policy) : path_(path)
+{
+    // A device may do something when it is opened, so it is looked at before and behind that.
+    if (const std::string foreign = policy == links::refuse ? foreign_words(path) : "";
+        !foreign.empty()) {
+        foreign_ = true;
+        refuse(0, foreign);
+        return;
+    }
+    const int no_links = policy == links::refuse ? O_NOFOLLOW : 0;
+    do {
+        fd_ = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | no_links);
+    } while (fd_ < 0 && errno == EINTR);
+    if (fd_ < 0) {
+        const int error = errno;
+        refuse(error, error == ENOENT ? "is missing" : std::generic_category().message(error));
+        return;
+    }
+    struct stat status = {};
+    if (fstat(fd_, &status) != 0) {
+        refuse(errno, std::generic_category().message(errno));
+    } else if (!S_ISREG(status.st_mode)) {
+        foreign_ = true;
+        refuse(0, words_for_mode(status.st_mode));
+    } else {
+        seen_size_ = status.st_size;
+        seen_time_ = status.st_mtim;
+    }
+}
+
+stored_bytes::~stored_bytes()
+{
+    if (fd_ >= 0) {
+        close(fd_);
+    }
+}
+
+void stored_bytes::refuse(int error, const std::string &words)
+{
+    if (fd_ >= 0) {
+        close(fd_);
+        fd_ = -1;
+    }
+    error_ = error;
+    problem_ = words;
+}
+
+bool stored_bytes::is_missing() const
+{
+    return error_ == ENOENT || error_ == ENOTDIR;
+}
+
+uint64_t stored_bytes::size() const
+{
+    struct stat status = {};
+    return fstat(fd_, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+bool stored_bytes::has_changed() const
+{
+    struct stat status = {};
+    return fstat(fd_, &status) == 0 &&
+           (status.st_size != seen_size_ || status.st_mtim.tv_sec != seen_time_.tv_sec ||
+            status.st_mtim.tv_nsec != seen_time_.tv_nsec);
+}
+
+void stored_bytes::remember_times() const
+{
+    struct stat status = {};
+    if (fstat(fd_, &status) == 0) {
+        seen_size_ = status.st_size;
+        seen_time_ = status.st_mtim;
+    }
+}
+
+std::vector<unsigned char> stored_bytes::read() const
+{
+    constexpr std::size_t piece = 65536;
+    remember_times();
+    std::vector<unsigned char> bytes;
+    std::size_t filled = 0;
+    for (;;) {
+        if (bytes.size() - filled < piece) {
+            bytes.resize(filled + piece + bytes.size() / 2);
+        }
+        const ssize_t n =
+            pread(fd_, bytes.data() + filled, bytes.size() - filled, static_cast<off_t>(filled));
+        if (n == 0) {
+            break;
+        }
+        if (n < 0 && errno != EINTR) {
+            throw read_failure(exit_failed, with_errno(path_));
+        }
+        filled += n > 0 ? static_cast<std::size_t>(n) : 0;
+    }
+    bytes.resize(filled);
+    return bytes;
+}
+
+} // namespace cli
