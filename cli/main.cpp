@@ -18,7 +18,7 @@ using namespace cli;
 exit_code give_up(const failure &reason)
 {
     if (dynamic_cast<const bad_input *>(&reason) != nullptr) {
-        say(std::string(reason.what()) + "\n");
+        say(printable(reason.what()) + "\n");
     } else {
         complain(reason.what());
     }

@@ -117,6 +117,9 @@ std::vector<std::string> paths_beside(const std::string &base, bool needed)
     if (result == QE_ERROR_NO_MEMORY) {
         throw failure(exit_failed, base + ": " + words_for(result));
     }
+    if (result < 0 && (error == ENOENT || error == ENOTDIR)) {
+        return {};
+    }
     if (result < 0 && error != 0 && (needed || code_for_errno(error) == exit_failed)) {
         const std::string folder = std::filesystem::path(base).parent_path();
         errno = error;

@@ -163,6 +163,15 @@ TEST_F(TelemetryText, ChangesNamesThatWouldBreakALine)
     EXPECT_EQ(representable_name("::a,b\nc"), "::a_b_c");
     EXPECT_EQ(representable_name("::a b"), "::a b");
     EXPECT_EQ(representable_name(""), "_");
+    EXPECT_EQ(representable_name("\xc2\x9b\x9bz\xe2\x80\xae"), "__z_");
+    EXPECT_EQ(representable_name("::\xc3\xa9"), "::\xc3\xa9");
+}
+
+TEST_F(TelemetryText, KeepsNamesApartThatWouldBecomeTheSame)
+{
+    const std::vector<std::string> names = {"a,b", "a_b", "a;b", "a\nb", "a_b_2"};
+    const std::vector<std::string> expected = {"a_b_3", "a_b", "a;b", "a_b_4", "a_b_2"};
+    EXPECT_EQ(representable_names(names), expected);
 }
 
 } // namespace
