@@ -7,7 +7,7 @@
 static const matrix *_matrix_get_whole_source(const matrix *view)
 {
     const auto *tmatrix = static_cast<const transposed_matrix *>(view->matrix);
-    if (tmatrix == nullptr || view->fn_get == nullptr || tmatrix->version != 1 ||
+    if (tmatrix == nullptr || !_transposed_matrix_has_own_access(view) || tmatrix->version != 1 ||
         tmatrix->matrix == nullptr || view->nrows > tmatrix->matrix->ncols ||
         view->ncols > tmatrix->matrix->nrows) {
         return nullptr;

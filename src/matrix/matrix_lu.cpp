@@ -1,3 +1,6 @@
+// Factors of a square matrix with full pivoting, and what is made from them: solutions of equations
+// and inverses. The order of operations inside each result is fixed; how many results are carried
+// side by side is the kernels' matter.
 #include <algorithm>
 #include <cmath>
 #include <numeric>
@@ -388,14 +391,15 @@ matrix *matrix_lu_solve_for(const matrix *m, const matrix *b)
 
 // ---- inverse ----
 
-// Both triangles are inverted in panels of columns, which lie in one piece meanwhile.
+// Both triangles are inverted in panels of columns, which lie in one piece meanwhile; without
+// memory for a panel in place, element by element, to the same bits.
 class inverse_panel
 {
 public:
     explicit inverse_panel(uint32_t n)
         : stride_((std::min<std::size_t>(panel_columns, n) + panel_unit - 1) / panel_unit *
                   panel_unit),
-          memory_(allocate<double>(n * stride_))
+          memory_(_matrix_allocate_scratch(n, stride_))
     {
     }
 
@@ -408,12 +412,15 @@ private:
     owned_memory<double> memory_;
 };
 
-// Where each row (or column) comes to lie when the exchanges of `indices` are undone. Null when
-// there is no memory.
+// Where each row (or column) comes to lie when the exchanges of `indices` are undone. Null without
+// memory, which is no failure.
 static owned_memory<uint32_t> _matrix_find_places(const matrix *indices)
 {
     const uint32_t n = indices->nrows;
-    owned_memory<uint32_t> places(allocate<uint32_t>(n));
+    std::size_t size = 0;
+    owned_memory<uint32_t> places(multiply_sizes(&size, n, sizeof(uint32_t))
+                                      ? static_cast<uint32_t *>(malloc(size))
+                                      : nullptr);
     if (!places) {
         return places;
     }
@@ -426,15 +433,41 @@ static owned_memory<uint32_t> _matrix_find_places(const matrix *indices)
     return places;
 }
 
+// The sum over k from `begin` to `end` of a(i, k) * b(k, j), each step rounded.
+static double _matrix_sum_products(const matrix *a, const matrix *b, uint32_t i, uint32_t j,
+                                   uint32_t begin, uint32_t end)
+{
+    double sum = 0.0;
+    for (uint32_t k = begin; k < end; ++k) {
+        sum += a->values[i][k] * b->values[k][j];
+    }
+    return sum;
+}
+
+static void _matrix_invert_lower_in_place(const matrix_lu *lu, matrix *inverse)
+{
+    for (uint32_t i = 0; i < lu->matrix->nrows; ++i) {
+        for (uint32_t j = 0; j < i; ++j) {
+            inverse->values[i][j] = -_matrix_sum_products(lu->matrix, inverse, i, j, j, i);
+        }
+        inverse->values[i][i] = 1.0;
+    }
+    _matrix_permute_columns_reversed(inverse, lu->p);
+}
+
 // The inverse of the lower factor, with the exchanges of rows undone in its columns.
 static matrix *_matrix_inverse_lower_triangular_unit_diagonal(const matrix_lu *lu)
 {
     const uint32_t n = lu->matrix->nrows;
     owned_matrix inverse(matrix_create_like(lu->matrix));
+    if (!inverse) {
+        return nullptr;
+    }
     const inverse_panel panel(n);
     const owned_memory<uint32_t> places = _matrix_find_places(lu->p);
-    if (!inverse || !panel || !places) {
-        return nullptr;
+    if (!panel || !places) {
+        _matrix_invert_lower_in_place(lu, inverse.get());
+        return inverse.release();
     }
     for (uint32_t first = 0; first < n; first += panel_columns) {
         const uint32_t columns = std::min<uint32_t>(panel_columns, n - first);
@@ -450,15 +483,33 @@ static matrix *_matrix_inverse_lower_triangular_unit_diagonal(const matrix_lu *l
     return inverse.release();
 }
 
+static void _matrix_invert_upper_in_place(const matrix_lu *lu, matrix *inverse)
+{
+    const uint32_t n = lu->matrix->nrows;
+    for (uint32_t i = n; i-- > 0;) {
+        const double diagonal = lu->matrix->values[i][i];
+        inverse->values[i][i] = 1.0 / diagonal;
+        for (uint32_t j = i + 1; j < n; ++j) {
+            const double sum = _matrix_sum_products(lu->matrix, inverse, i, j, i + 1, j + 1);
+            inverse->values[i][j] = -sum / diagonal;
+        }
+    }
+    _matrix_permute_rows_reversed(inverse, lu->q);
+}
+
 // The inverse of the upper factor, with the exchanges of columns undone in its rows.
 static matrix *_matrix_inverse_upper_triangular(const matrix_lu *lu)
 {
     const uint32_t n = lu->matrix->nrows;
     owned_matrix inverse(matrix_create_like(lu->matrix));
+    if (!inverse) {
+        return nullptr;
+    }
     const inverse_panel panel(n);
     const owned_memory<uint32_t> places = _matrix_find_places(lu->q);
-    if (!inverse || !panel || !places) {
-        return nullptr;
+    if (!panel || !places) {
+        _matrix_invert_upper_in_place(lu, inverse.get());
+        return inverse.release();
     }
     for (uint32_t first = 0; first < n; first += panel_columns) {
         const uint32_t columns = std::min<uint32_t>(panel_columns, n - first);

@@ -28,7 +28,7 @@ static bool _matrix_sum_squares(const matrix *m, double *sum)
     }
     // Some lines of the cache of each column at a time.
     constexpr uint32_t strip = 32;
-    const owned_memory<double> rows(_matrix_allocate_scratch(std::size_t{strip} * m->ncols));
+    const owned_memory<double> rows(_matrix_allocate_scratch(strip, m->ncols));
     for (uint32_t i = 0; rows && i < m->nrows; i += strip) {
         const uint32_t height = std::min(strip, m->nrows - i);
         _matrix_kernels().transpose(arrival::replace, elements.base + i * elements.row,

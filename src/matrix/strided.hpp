@@ -1,6 +1,6 @@
 // The elements of a matrix as they lie in memory, for whole-matrix arithmetic: a view's elements
-// are those of its source with the strides exchanged. What can only be had through slots is copied
-// once.
+// are those of its source with the strides exchanged. What can only be had through slots is for the
+// plain way that every operation has beside its fast one.
 #ifndef VESK_MATRIX_STRIDED_HPP
 #define VESK_MATRIX_STRIDED_HPP
 
@@ -10,8 +10,7 @@
 
 #include "matrix/element_access.hpp"
 #include "matrix/kernels/kernels.hpp"
-#include "support/object.hpp"
-#include "support/owner.hpp"
+#include "support/checked_size.hpp"
 
 // Element (i, j) is base[i * row + j * column].
 struct strided_elements {
@@ -52,13 +51,16 @@ inline void _matrix_copy_elements(const matrix *m, double *to)
     }
 }
 
-// Memory to turn or pack operands in, on a boundary of cache lines. Null is no failure: whoever
-// asks does without. The last-error cell stays as it is.
-inline double *_matrix_allocate_scratch(std::size_t count)
+// Memory to turn or pack `rows` x `columns` elements in, on a boundary of cache lines. Null is no
+// failure: whoever asks does without. The last-error cell stays as it is.
+inline double *_matrix_allocate_scratch(std::size_t rows, std::size_t columns = 1)
 {
     constexpr std::size_t line = 64;
-    const std::size_t size = (count * sizeof(double) + line - 1) / line * line;
-    return size == 0 ? nullptr : static_cast<double *>(aligned_alloc(line, size));
+    std::size_t size = 0;
+    if (!multiply_sizes_rounded(&size, line, rows, columns, sizeof(double)) || size == 0) {
+        return nullptr;
+    }
+    return static_cast<double *>(aligned_alloc(line, size));
 }
 
 // sum[i] goes on over the elements of row i of x (and of y, when differences are folded; rows 0
@@ -66,40 +68,15 @@ inline double *_matrix_allocate_scratch(std::size_t count)
 void _matrix_fold_rows(fold what, const matrix_view &x, const matrix_view &y, std::size_t nrows,
                        std::size_t ncols, double *sum);
 
-// The elements of an operand, in place or as a copy that lives as long as this object.
-class operand
+// Where the elements of an operand lie, to be read only. False as above.
+inline bool _matrix_find_view(const matrix *m, matrix_view *view)
 {
-public:
-    // How the operand must lie: anyhow, or with the elements of a row side by side.
-    enum class layout { any, rows };
-
-    explicit operand(const matrix *m, layout wanted = layout::any)
-    {
-        strided_elements found = {};
-        if (_matrix_find_elements(m, &found) && (wanted == layout::any || found.column == 1)) {
-            view_ = {found.base, found.row, found.column};
-            return;
-        }
-        copy(m);
+    strided_elements found = {};
+    if (!_matrix_find_elements(m, &found)) {
+        return false;
     }
-
-    // False, with -22 in the last-error cell, when there was no memory for a copy.
-    explicit operator bool() const { return view_.base != nullptr; }
-    const matrix_view &view() const { return view_; }
-    const double *row(std::size_t i) const { return view_.base + i * view_.row; }
-
-private:
-    void copy(const matrix *m)
-    {
-        copy_.reset(allocate<double>(static_cast<std::size_t>(m->nrows) * m->ncols));
-        view_ = {copy_.get(), m->ncols, 1};
-        if (copy_) {
-            _matrix_copy_elements(m, copy_.get());
-        }
-    }
-
-    owned_memory<double> copy_;
-    matrix_view view_ = {};
-};
+    *view = {found.base, found.row, found.column};
+    return true;
+}
 
 #endif

@@ -117,6 +117,17 @@ static int _transposed_matrix_set_nothing(void *, const matrix *, const uint32_t
     return 0;
 }
 
+bool _transposed_matrix_has_own_access(const matrix *view)
+{
+    return view->fn_get == _transposed_matrix_get && view->fn_set == _transposed_matrix_set;
+}
+
+bool _transposed_matrix_has_own_copy(const matrix *view)
+{
+    return view->fn_copy == _transposed_matrix_copy &&
+           view->fn_destroy == _transposed_matrix_destroy;
+}
+
 static void _matrix_init_transposed_metadata(matrix *m)
 {
     m->fn_destroy = _transposed_matrix_destroy;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <type_traits>
 
+#include "support/checked_size.hpp"
 #include "support/owner.hpp"
 
 template <typename T>
@@ -28,10 +29,17 @@ public:
     T *reserve(std::size_t n)
     {
         if (n > capacity_ - size_) {
-            const std::size_t capacity = std::max(2 * capacity_, size_ + n);
+            // The list is never half of all memory, so that doubling it does not overflow.
+            std::size_t capacity = 0;
+            std::size_t size = 0;
+            // NOLINTBEGIN(bugprone-sizeof-expression): items may be pointers
+            if (__builtin_add_overflow(size_, n, &capacity) ||
+                !multiply_sizes(&size, capacity = std::max(2 * capacity_, capacity), sizeof(T))) {
+                return nullptr;
+            }
+            // NOLINTEND(bugprone-sizeof-expression)
             T *smaller = items_.release();
-            // NOLINTNEXTLINE(bugprone-sizeof-expression): items may be pointers
-            auto *larger = static_cast<T *>(realloc(smaller, capacity * sizeof(T)));
+            auto *larger = static_cast<T *>(realloc(smaller, size));
             items_.reset(larger == nullptr ? smaller : larger);
             if (larger == nullptr) {
                 return nullptr;

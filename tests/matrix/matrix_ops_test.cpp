@@ -452,6 +452,26 @@ TEST(MatrixOpsPreconditions, Abort)
     matrix_destroy(&a);
 }
 
+TEST(MatrixOpsPreconditions, AreReportedByTheFunctionThatWasCalled)
+{
+#define EXPECT_NAMES_ITSELF(function, ...)                                                         \
+    EXPECT_DEATH(function(__VA_ARGS__), ": " #function ": Assertion `m != ")
+    EXPECT_NAMES_ITSELF(matrix_scalar_multiply, nullptr, 1);
+    EXPECT_NAMES_ITSELF(matrix_scalar_divide, nullptr, 1);
+    EXPECT_NAMES_ITSELF(matrix_elemental_square, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_elemental_sqrt, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_elemental_exp, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_elemental_abs, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_column_sum, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_column_mean, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_column_std_dev, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_euclidean_length, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_clear, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_gaussian_normalize, nullptr, nullptr, nullptr);
+    EXPECT_NAMES_ITSELF(matrix_gaussian_denormalize, nullptr, nullptr, nullptr);
+#undef EXPECT_NAMES_ITSELF
+}
+
 TEST(MatrixGaussianPreconditions, Abort)
 {
     matrix *a = matrix_create(2, 3);

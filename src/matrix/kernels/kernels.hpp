@@ -86,10 +86,11 @@ struct matrix_kernels {
     // results are zero before.
     void (*moments)(const matrix_view &x, std::size_t m, std::size_t n, double *mean, double *m2);
 
-    // sum[i] goes on over the squares of x(i, j) - y(i, j) in increasing j, not fused, where x has
-    // its columns and y its rows in one piece.
-    void (*fold_differences)(const matrix_view &x, const matrix_view &y, std::size_t nrows,
-                             std::size_t ncols, double *sum);
+    // sum[i] goes on over the squares of x(i, j) - y(i, j), or of y(i, j) - x(i, j) where `from_y`
+    // is set, in increasing j, not fused, where x has its columns and y its rows in one piece. The
+    // two differ where the caller does not round to the nearest.
+    void (*fold_differences)(const matrix_view &x, const matrix_view &y, bool from_y,
+                             std::size_t nrows, std::size_t ncols, double *sum);
 
     // The transpose of n rows of m elements, from_stride apart, comes to m rows of n, to_stride
     // apart.

@@ -881,8 +881,9 @@ void _fold_across(fold what, const fold_operands &o, double *sum)
 
 // The rows of y are turned round in squares, so that a vector holds the same column of several rows
 // of both.
-void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows, size_t ncols,
-                       double *sum)
+template <bool FromY>
+void _fold_differences_of(const matrix_view &x, const matrix_view &y, size_t nrows, size_t ncols,
+                          double *sum)
 {
     constexpr size_t panel = 128;
     for (size_t j0 = 0; j0 < ncols; j0 += panel) {
@@ -909,14 +910,26 @@ void _fold_differences(const matrix_view &x, const matrix_view &y, size_t nrows,
                     if (c < columns) {
                         const double *column = x.base + (j + c) * x.column + i;
                         __builtin_prefetch(column + fetch_ahead);
+                        const simd::vector from_x = simd::load(column, lanes);
                         total = _fold_step<fold::squared_differences>(
-                            total, _fold_term<fold::squared_differences>(simd::load(column, lanes),
-                                                                         square[c]));
+                            total, FromY
+                                       ? _fold_term<fold::squared_differences>(square[c], from_x)
+                                       : _fold_term<fold::squared_differences>(from_x, square[c]));
                     }
                 }
             }
             simd::store(sum + i, total, lanes);
         }
+    }
+}
+
+void _fold_differences(const matrix_view &x, const matrix_view &y, bool from_y, size_t nrows,
+                       size_t ncols, double *sum)
+{
+    if (from_y) {
+        _fold_differences_of<true>(x, y, nrows, ncols, sum);
+    } else {
+        _fold_differences_of<false>(x, y, nrows, ncols, sum);
     }
 }
 
