@@ -38,12 +38,13 @@ public:
     {
     }
 
-    // Calls visit(get), where get(i) is value number i.
+    // Calls visit(get), where get(i) is value number i; a value of the record's own array is not
+    // copied on the way, so that it keeps its bits.
     template <typename Visit>
     auto with_getter(Visit visit) const
     {
         if (values_ != nullptr) {
-            return visit([this](uint32_t i) { return values_[i]; });
+            return visit([this](uint32_t i) -> const float & { return values_[i]; });
         }
         if (row_ != nullptr) {
             return visit([this](uint32_t i) { return static_cast<float>(row_[i]); });
@@ -201,7 +202,9 @@ int binary_serializer_write_vesk_cb_record_sensor_values(const vesk_cb_record_se
     }
     field_writer fields(target);
     fields.byte(1).form(binary_serializer_write_timestamp, &rec->timestamp).u32(rec->n_sensors);
-    sample(rec).with_getter([&](auto get) { fields.f32s(rec->n_sensors, get); });
+    sample(rec).with_getter([&](auto get) {
+        fields.f32s(rec->n_sensors, [&](uint32_t i) { return bits_of(get(i)); });
+    });
     return fields.result();
 }
 

@@ -49,7 +49,7 @@ static void _write_regular_body(const matrix *m, field_writer &fields)
     }
     fields.u32(m->nrows).u32(m->ncols);
     for (uint32_t i = 0; i < m->nrows && !fields.failed(); ++i) {
-        fields.f64s(m->ncols, [row = m->values[i]](uint32_t j) { return row[j]; });
+        fields.f64s(m->ncols, [row = m->values[i]](uint32_t j) { return bits_of(row[j]); });
     }
 }
 

@@ -5,20 +5,24 @@
 #define VESK_IO_FIELDS_HPP
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstdlib>
-#include <iterator>
 
 #include <vesk/binary_serializer_common.h>
 #include <vesk/error.h>
 #include <vesk/reader.h>
 #include <vesk/writer.h>
 
+#include "io/reader_internal.hpp"
+#include "io/writer_internal.hpp"
 #include "support/big_endian.hpp"
+#include "support/bits.hpp"
 
 // The most entries of a list and the longest string that a stored form may have.
 inline constexpr uint32_t max_stored_count = 10000;
+
+// The bytes of numbers that go to or come from a stream in one call.
+inline constexpr uint32_t field_block_size = 2048;
 
 // Writes fields until one fails; its result is then the result of the record.
 class field_writer
@@ -36,27 +40,24 @@ public:
         const uint32_t stored = big_endian(value);
         return bytes(&stored, sizeof stored);
     }
-    field_writer &f32(float value)
+    field_writer &u64(uint64_t value)
     {
-        const float stored = hton_float(value);
+        const uint64_t stored = big_endian(value);
         return bytes(&stored, sizeof stored);
     }
-    field_writer &f64(double value)
+    field_writer &f32(const float &value) { return u32(bits_of(value)); }
+    field_writer &f64(const double &value) { return u64(bits_of(value)); }
+    // `count` floats; bits(i) gives those of number i.
+    template <typename Bits>
+    field_writer &f32s(uint32_t count, Bits bits)
     {
-        const double stored = hton_double(value);
-        return bytes(&stored, sizeof stored);
-    }
-    // `count` floats; value(i) gives number i.
-    template <typename Value>
-    field_writer &f32s(uint32_t count, Value value)
-    {
-        return numbers<uint32_t>(count, value);
+        return numbers<uint32_t>(count, bits);
     }
     // `count` doubles.
-    template <typename Value>
-    field_writer &f64s(uint32_t count, Value value)
+    template <typename Bits>
+    field_writer &f64s(uint32_t count, Bits bits)
     {
-        return numbers<uint64_t>(count, value);
+        return numbers<uint64_t>(count, bits);
     }
     // A nested form, by its own write function.
     template <typename T>
@@ -79,16 +80,19 @@ public:
     int result() const { return result_; }
 
 private:
-    // Numbers of the width of `Word` go out in blocks: every writer puts the same bytes on disk
-    // however they are cut, and one call a number would cost more than the number.
-    template <typename Word, typename Value>
-    field_writer &numbers(uint32_t count, Value value)
+    // Numbers of the width of `Word` go to the library's own streams in blocks, which put the same
+    // bytes on disk however they are cut: one call a number would cost more than the number. Who
+    // brings a writer gets them one by one.
+    template <typename Word, typename Bits>
+    field_writer &numbers(uint32_t count, Bits bits)
     {
-        Word block[2048 / sizeof(Word)];
+        constexpr uint32_t size = field_block_size / sizeof(Word);
+        Word block[size];
+        const uint32_t most = _writer_takes_blocks(target_) ? size : 1;
         for (uint32_t done = 0; done < count && !failed();) {
-            const uint32_t n = std::min<uint32_t>(count - done, std::size(block));
+            const uint32_t n = std::min(count - done, most);
             for (uint32_t i = 0; i < n; ++i) {
-                block[i] = big_endian(std::bit_cast<Word>(value(done + i)));
+                block[i] = big_endian(Word{bits(done + i)});
             }
             bytes(block, n * static_cast<uint32_t>(sizeof block[0]));
             done += n;
@@ -139,22 +143,30 @@ public:
     }
     field_reader &f32(float *value)
     {
-        float stored = 0;
+        uint32_t bits = 0;
+        if (u32(&bits).ok()) {
+            set_bits(value, bits);
+        }
+        return *this;
+    }
+    field_reader &u64(uint64_t *value)
+    {
+        uint64_t stored = 0;
         if (bytes(&stored, sizeof stored).ok()) {
-            *value = ntoh_float(stored);
+            *value = big_endian(stored);
+        }
+        return *this;
+    }
+    field_reader &f64(double *value)
+    {
+        uint64_t bits = 0;
+        if (u64(&bits).ok()) {
+            set_bits(value, bits);
         }
         return *this;
     }
     // `count` floats.
     field_reader &f32s(float *values, uint32_t count) { return numbers<uint32_t>(values, count); }
-    field_reader &f64(double *value)
-    {
-        double stored = 0;
-        if (bytes(&stored, sizeof stored).ok()) {
-            *value = ntoh_double(stored);
-        }
-        return *this;
-    }
     // `count` doubles.
     field_reader &f64s(double *values, uint32_t count) { return numbers<uint64_t>(values, count); }
     // A nested form, by its own read function, into an object that is already initialised.
@@ -198,22 +210,38 @@ public:
     int result() const { return failure_ < 0 ? failure_ : total_; }
 
 private:
-    // Numbers of the width of `Word`, in one piece where the reader is known to give the same bytes
-    // as for one number at a time; the garbage reader draws its errors by the call.
+    // Numbers of the width of `Word`: in blocks from the library's own streams, which give the same
+    // bytes as for one number at a time, else one by one (the garbage reader draws its errors by
+    // the call). Where the data end among them, those before the end are kept.
     template <typename Word, typename Number>
     field_reader &numbers(Number *values, uint32_t count)
     {
-        const bool whole = source_->type == READER_TYPE_RAW || source_->type == READER_TYPE_ZLIB;
-        const uint32_t step = whole ? count : 1;
-        for (uint32_t done = 0; done < count && ok(); done += step) {
-            bytes(values + done, step * static_cast<uint32_t>(sizeof *values));
-        }
-        if (ok() && std::endian::native != std::endian::big) {
-            for (uint32_t i = 0; i < count; ++i) {
-                values[i] = std::bit_cast<Number>(big_endian(std::bit_cast<Word>(values[i])));
+        constexpr uint32_t size = field_block_size / sizeof(Word);
+        Word block[size];
+        const uint32_t most = _reader_gives_blocks(source_) ? size : 1;
+        for (uint32_t done = 0; done < count && ok();) {
+            const uint32_t n = std::min(count - done, most);
+            uint32_t came = 0;
+            // What the garbage reader makes of bytes that did not come begins with zeros.
+            block[0] = 0;
+            add([&] { return read_block(block, n * sizeof(Word), &came); });
+            for (uint32_t i = 0; i < came / sizeof(Word); ++i) {
+                set_bits(values + done + i, big_endian(block[i]));
             }
+            done += n;
         }
         return *this;
+    }
+
+    // As binary_serializer_read_bytes(), telling also what came before the end.
+    int read_block(void *block, uint32_t size, uint32_t *came)
+    {
+        const int nread = reader_read_bytes(source_, block, size);
+        if (nread <= 0) {
+            return nread;
+        }
+        *came = std::min(static_cast<uint32_t>(nread), size);
+        return static_cast<uint32_t>(nread) == size ? nread : QE_ERROR_TRUNCATED;
     }
 
     template <typename Read>

@@ -14,7 +14,7 @@ static raw_stream *_live(void *implementation)
     return r;
 }
 
-static int _raw_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
+int _raw_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
 {
     raw_stream *stream = _live(implementation);
     VESK_REQUIRE(buffer != nullptr, "buffer != ((void *)0)");

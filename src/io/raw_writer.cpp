@@ -14,7 +14,7 @@ static raw_stream *_live(void *implementation)
     return w;
 }
 
-static int _raw_writer_write_bytes(void *implementation, const void *buffer, uint32_t n)
+int _raw_writer_write_bytes(void *implementation, const void *buffer, uint32_t n)
 {
     raw_stream *stream = _live(implementation);
     VESK_REQUIRE(buffer != nullptr, "buffer != ((void *)0)");

@@ -59,3 +59,9 @@ int reader_eof(reader *r)
     VESK_REQUIRE(r->fn_eof != nullptr, "reader->fn_eof != ((void *)0)");
     return r->fn_eof(r->reader);
 }
+
+bool _reader_gives_blocks(const reader *r)
+{
+    return r->fn_read_bytes == _raw_reader_read_bytes ||
+           r->fn_read_bytes == _zlib_reader_read_bytes;
+}

@@ -62,3 +62,9 @@ int writer_flush(writer *w)
     VESK_REQUIRE(w->writer != nullptr, "writer->writer != ((void *)0)");
     return w->fn_flush(w->writer);
 }
+
+bool _writer_takes_blocks(const writer *w)
+{
+    return w->fn_write_bytes == _raw_writer_write_bytes ||
+           w->fn_write_bytes == _zlib_writer_write_bytes;
+}

@@ -100,7 +100,7 @@ static int _inflate(struct zreader *zreader, uint8_t *out, uint32_t size)
     return static_cast<int>(size - zstrm->avail_out);
 }
 
-static int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
+int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
 {
     struct zreader *zreader = _live(implementation);
     VESK_REQUIRE(zreader->err == 0, "zreader->err == 0");

@@ -106,7 +106,7 @@ static int _zlib_writer_compress(struct zwriter *zwriter, int flush)
     return total;
 }
 
-static int _zlib_writer_write_bytes(void *implementation, const void *buffer, uint32_t n)
+int _zlib_writer_write_bytes(void *implementation, const void *buffer, uint32_t n)
 {
     struct zwriter *zwriter = _live(implementation);
     VESK_REQUIRE(buffer != nullptr, "buffer != ((void *)0)");

@@ -1,3 +1,5 @@
+// A hash table from sensors to their statistics, with a guess that spares most lookups the walk
+// through a chain.
 #include <cstdint>
 #include <cstdlib>
 
@@ -11,22 +13,15 @@ struct hist_value_list_node {
     struct sensor *sensor; // the canonical sensor, with a reference of the node's own
     hist_value hv;
     hist_value_list_node *next;
+
+    // Sensors are looked up in the same order for every sample, so what followed the latest lookup
+    // the last time is a good guess, where chains are long with thousands of names that are alike.
+    // The guess changes neither the results nor the order of the list. A list is a plain record
+    // that may be moved: what belongs to it is what its nodes lead to.
+    hist_value_list_node *first;    // the node that was the first of the list
     hist_value_list_node *follower; // looked up after this node the last time, or null
+    hist_value_list_node *latest;   // of the first node: looked up last
 };
-
-// Sensors are looked up in the same order for every sample, so what follows the latest lookup is a
-// good guess, where chains are long with thousands of names that are alike. The guess changes
-// neither the results nor the order of the list.
-static const hist_value_list *latest_list = nullptr;
-static hist_value_list_node *latest_node = nullptr;
-
-static void _forget_latest(const hist_value_list *list)
-{
-    if (latest_list == list) {
-        latest_list = nullptr;
-        latest_node = nullptr;
-    }
-}
 
 // Visits the nodes of the current generation in list order, which is the order of stored history,
 // until `visit(node, j)` returns false.
@@ -46,7 +41,6 @@ static void _visit_live_nodes(const hist_value_list *list, Visit visit)
 int hist_value_list_init(hist_value_list *list)
 {
     VESK_REQUIRE(list != nullptr, "list != ((void *)0)");
-    _forget_latest(list);
     *list = {};
     return 0;
 }
@@ -66,7 +60,6 @@ static void _destroy_node(hist_value_list_node *node)
 void hist_value_list_destruct(hist_value_list *list)
 {
     VESK_REQUIRE(list != nullptr, "list != ((void *)0)");
-    _forget_latest(list);
     for (hist_value_list_node *&head : list->buckets) {
         while (head != nullptr) {
             hist_value_list_node *node = head;
@@ -84,6 +77,17 @@ void hist_value_list_destroy(hist_value_list **list)
     destroy_object(list, hist_value_list_destruct);
 }
 
+// The first node that a list ever had, told by any other one; null when there is none.
+static hist_value_list_node *_find_first(const hist_value_list *list)
+{
+    for (hist_value_list_node *head : list->buckets) {
+        if (head != nullptr) {
+            return head->first;
+        }
+    }
+    return nullptr;
+}
+
 static hist_value_list_node *_add_node(hist_value_list *list, hist_value_list_node **head,
                                        const sensor *s)
 {
@@ -99,33 +103,47 @@ static hist_value_list_node *_add_node(hist_value_list *list, hist_value_list_no
     node->seq = list->seq;
     hist_value_init(&node->hv);
     node->next = *head;
+    hist_value_list_node *first = *head != nullptr ? (*head)->first : _find_first(list);
+    node->first = first != nullptr ? first : node;
     node->follower = nullptr;
+    node->latest = nullptr;
     *head = node;
     list->nitems += 1;
     return node;
+}
+
+// The node that is guessed to be that of a sensor, whose bucket begins with `head`; null when it is
+// not.
+static hist_value_list_node *_guess(const hist_value_list_node *head, const sensor *canonical)
+{
+    const hist_value_list_node *latest = head != nullptr ? head->first->latest : nullptr;
+    hist_value_list_node *follower = latest != nullptr ? latest->follower : nullptr;
+    return follower != nullptr && follower->sensor == canonical ? follower : nullptr;
 }
 
 // The node of a sensor, of any generation; a new one if there is none, null without memory. Nodes
 // hold canonical sensors, so that a pointer decides without a look at the sensor.
 static hist_value_list_node *_find_or_add(hist_value_list *list, const sensor *s)
 {
-    hist_value_list_node *before = latest_list == list ? latest_node : nullptr;
-    if (before != nullptr && before->follower != nullptr &&
-        before->follower->sensor == s->canonical) {
-        return before->follower;
-    }
     const uint32_t hash = sensor_get_hash_code(s);
     hist_value_list_node **head = &list->buckets[hash & (HIST_VALUE_LIST_NBUCKETS - 1)];
-    hist_value_list_node *node = *head;
-    while (node != nullptr && node->sensor != s->canonical) {
-        node = node->next;
-    }
+    hist_value_list_node *node = _guess(*head, s->canonical);
     if (node == nullptr) {
-        node = _add_node(list, head, s);
+        node = *head;
+        while (node != nullptr && node->sensor != s->canonical) {
+            node = node->next;
+        }
+        if (node == nullptr) {
+            node = _add_node(list, head, s);
+        }
+        if (node == nullptr) {
+            return nullptr;
+        }
+        if (node->first->latest != nullptr) {
+            node->first->latest->follower = node;
+        }
     }
-    if (before != nullptr) {
-        before->follower = node;
-    }
+    node->first->latest = node;
     return node;
 }
 
@@ -137,8 +155,6 @@ hist_value *hist_value_list_add_if_not_present(hist_value_list *list, const sens
     if (node == nullptr) {
         return nullptr;
     }
-    latest_list = list;
-    latest_node = node;
     if (node->seq != list->seq) {
         // A node of an older generation keeps its place in the chain.
         hist_value_destruct(&node->hv);

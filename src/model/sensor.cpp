@@ -65,8 +65,8 @@ sensor *sensor_create_null(void)
 
 sensor **sensor_create_array(const char *const *names, uint32_t nsensors)
 {
-    VESK_REQUIRE(names != nullptr, "names != ((void *)0)");
     VESK_REQUIRE(nsensors > 0, "nsensors > 0");
+    VESK_REQUIRE(names != nullptr, "names != ((void *)0)");
     owned_memory<sensor *> sensors(allocate<sensor *>(nsensors));
     if (!sensors) {
         return nullptr;

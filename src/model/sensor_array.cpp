@@ -14,12 +14,6 @@
 #include "support/object.hpp"
 #include "support/precondition.hpp"
 
-// Arrays mostly hold the canonical sensors themselves, so one comparison settles most entries.
-static bool _is_same_sensor(const sensor *s1, const sensor *s2)
-{
-    return s1 == s2 || sensor_is_equal(s1, s2) != 0;
-}
-
 namespace
 {
 struct sensor_list_traits {
@@ -28,7 +22,7 @@ struct sensor_list_traits {
     static auto &count(auto *a) { return a->nsensors; }
     static auto &items(auto *a) { return a->sensors; }
     static constexpr auto destroy = sensor_destroy;
-    static constexpr auto is_equal = _is_same_sensor;
+    static constexpr auto is_equal = sensor_is_equal;
     static constexpr auto write = binary_serializer_write_sensor;
     static constexpr auto read = binary_serializer_read_sensor;
     static constexpr const char *same_count_text = "s1->nsensors == s2->nsensors";
@@ -43,8 +37,8 @@ using list = shared_list<sensor_list_traits>;
 int sensor_array_init(sensor_array *array, sensor **sensors, uint32_t nsensors)
 {
     VESK_REQUIRE(array != nullptr, "array != ((void *)0)");
-    VESK_REQUIRE(sensors != nullptr, "sensors != ((void *)0)");
     VESK_REQUIRE(nsensors > 0, "nsensors > 0");
+    VESK_REQUIRE(sensors != nullptr, "sensors != ((void *)0)");
     return list::init(array, sensors, nsensors);
 }
 
@@ -70,8 +64,8 @@ sensor_array *sensor_array_create_empty(uint32_t nsensors)
 int sensor_array_init_from_names(sensor_array *array, const char *const *names, uint32_t nsensors)
 {
     VESK_REQUIRE(array != nullptr, "array != ((void *)0)");
-    VESK_REQUIRE(names != nullptr, "names != ((void *)0)");
     VESK_REQUIRE(nsensors > 0, "nsensors > 0");
+    VESK_REQUIRE(names != nullptr, "names != ((void *)0)");
     const int result = list::init_empty(array, nsensors);
     if (result < 0) {
         return result;

@@ -1,3 +1,4 @@
+// The registry of sensors: one canonical sensor for each name that somebody holds.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -119,6 +120,7 @@ static registry_node **_find_link(const sensor *canonical)
 void sensors_destroy_sensor(sensor *s)
 {
     VESK_REQUIRE(s != nullptr, "sensor != ((void *)0)");
+    VESK_REQUIRE(s->version == 1, "sensor->version == ((char) 1)");
     VESK_REQUIRE(s->canonical != nullptr, "sensor->canonical != ((void *)0)");
     registry_node **link = _find_link(s->canonical);
     registry_node *node = *link;

@@ -46,8 +46,8 @@ using list = shared_list<timestamp_list_traits>;
 int timestamp_array_init(timestamp_array *array, timestamp **timestamps, uint32_t ntimestamps)
 {
     VESK_REQUIRE(array != nullptr, "array != ((void *)0)");
-    VESK_REQUIRE(timestamps != nullptr, "timestamps != ((void *)0)");
     VESK_REQUIRE(ntimestamps > 0, "ntimestamps > 0");
+    VESK_REQUIRE(timestamps != nullptr, "timestamps != ((void *)0)");
     return list::init(array, timestamps, ntimestamps);
 }
 
@@ -75,8 +75,8 @@ timestamp_array *timestamp_array_create_empty(uint32_t ntimestamps)
 int timestamp_array_init_dummy(timestamp_array *array, const timestamp *start, uint32_t ntimestamps)
 {
     VESK_REQUIRE(array != nullptr, "array != ((void *)0)");
-    VESK_REQUIRE(start != nullptr, "start != ((void *)0)");
     VESK_REQUIRE(ntimestamps > 0, "ntimestamps > 0");
+    VESK_REQUIRE(start != nullptr, "start != ((void *)0)");
     const int result = list::init_empty(array, ntimestamps);
     if (result < 0) {
         return result;

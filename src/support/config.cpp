@@ -1,3 +1,5 @@
+// Keys and their values from a text file, a line each. Every failed allocation leaves its code in
+// the last-error cell, whoever reports it.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -147,7 +149,7 @@ static config_value *_config_create_value(const char *text)
     if (!node) {
         return nullptr;
     }
-    node->value = strdup(text);
+    node->value = duplicate_string(text);
     return node->value != nullptr ? node.release() : nullptr;
 }
 
@@ -158,7 +160,7 @@ static config_key *_config_create_key(const char *text)
     if (!node) {
         return nullptr;
     }
-    node->key = strdup(text);
+    node->key = duplicate_string(text);
     return node->key != nullptr ? node.release() : nullptr;
 }
 

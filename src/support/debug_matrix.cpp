@@ -1,3 +1,4 @@
+// Matrices printed to standard output, for the eyes of somebody who looks for a fault.
 #include <cstdint>
 #include <cstdio>
 
@@ -6,7 +7,6 @@
 #include <vesk/kelt_writer.h>
 #include <vesk/raw_writer.h>
 
-#include "support/owner.hpp"
 #include "support/precondition.hpp"
 
 static void _print_header(const char *name, const char *file, int line)
@@ -21,8 +21,9 @@ void _qe_debug_matrix_print(const matrix *m, const char *name, const char *file,
     VESK_REQUIRE(file != nullptr, "file != ((void *)0)");
     VESK_REQUIRE(line > 0, "line > 0");
     _print_header(name, file, line);
-    // The accessors refuse a matrix without rows.
-    const uint32_t nrows = m->nrows == 0 ? 0 : matrix_get_number_rows(m);
+    // The accessor refuses a matrix without rows, and a dead one.
+    const bool is_empty = m->version == 1 && m->nrows == 0;
+    const uint32_t nrows = is_empty ? 0 : matrix_get_number_rows(m);
     for (uint32_t i = 0; i < nrows; ++i) {
         const uint32_t ncols = matrix_get_number_columns(m);
         for (uint32_t j = 0; j < ncols; ++j) {
@@ -44,10 +45,12 @@ void _qe_debug_telemetry_matrix_print(const matrix *m, const char *name, const c
     // Bit 0: the stream stays open.
     writer *raw_writer = raw_writer_create(stdout, 1);
     VESK_REQUIRE(raw_writer != nullptr, "stdout_writer != ((void *)0)");
-    const owned<writer, writer_destroy> stdout_writer(kelt_writer_create(raw_writer));
-    VESK_REQUIRE(stdout_writer, "stdout_writer != ((void *)0)");
+    writer *stdout_writer = kelt_writer_create(raw_writer);
+    VESK_REQUIRE(stdout_writer != nullptr, "stdout_writer != ((void *)0)");
     _print_header(name, file, line);
     // The serializer changes matrices of other types only.
-    kelt_serializer_write_matrix(const_cast<matrix *>(m), stdout_writer.get());
+    kelt_serializer_write_matrix(const_cast<matrix *>(m), stdout_writer);
+    // The chain flushes what it wrote before the newline comes.
+    writer_destroy(&stdout_writer);
     putchar('\n');
 }

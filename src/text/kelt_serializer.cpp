@@ -174,6 +174,7 @@ int kelt_serializer_write_matrix(matrix *m, writer *w)
 {
     VESK_REQUIRE(m != nullptr, "m != ((void *)0)");
     VESK_REQUIRE(m->type > 0, "m->type > 0");
+    VESK_REQUIRE(m->version == 1, "m->version == ((char) 1)");
     VESK_REQUIRE(w != nullptr, "writer != ((void *)0)");
     if (m->type == MATRIX_TYPE_TELEMETRY) {
         return _kelt_serializer_write_telemetry_matrix(static_cast<telemetry_matrix *>(m->matrix),

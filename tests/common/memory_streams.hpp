@@ -124,6 +124,8 @@ public:
     void limit_reads(uint32_t n) { most_ = n; }
 
     std::size_t consumed() const { return position_; }
+    // The sizes that were asked for.
+    const std::vector<uint32_t> &reads() const { return reads_; }
     // How many lent readers were destroyed.
     int destroyed() const { return destroyed_; }
 
@@ -155,6 +157,7 @@ private:
 
     int read(void *buffer, uint32_t n)
     {
+        reads_.push_back(n);
         const std::size_t wanted = std::min(n, most_);
         const std::size_t count = std::min(wanted, bytes_.size() - position_);
         if (count < wanted) {
@@ -170,6 +173,7 @@ private:
 
     reader reader_ = {};
     std::string bytes_;
+    std::vector<uint32_t> reads_;
     std::size_t position_ = 0;
     uint32_t most_ = UINT32_MAX;
     int failure_;

@@ -2,11 +2,13 @@
 #include <stdlib.h>
 
 #include <vesk/garbage_reader.h>
+#include <vesk/raw_reader.h>
 #include <vesk/zlib_writer.h>
 
 #include "common/aborts.hpp"
 #include "common/memory_streams.hpp"
 #include "io/fields.hpp"
+#include "support/owner.hpp"
 
 TEST(FieldWriter, WritesFieldsInOrderAndAddsUp)
 {
@@ -50,6 +52,11 @@ TEST(FieldWriter, CountsWhatACompressingWriterReports)
     writer_destroy(&w);
 }
 
+static uint32_t third_of(uint32_t i)
+{
+    return bits_of(static_cast<float>(i) / 3);
+}
+
 TEST(FieldWriter, WritesManyFloatsAsOneByOne)
 {
     memory_writer one_by_one;
@@ -58,9 +65,7 @@ TEST(FieldWriter, WritesManyFloatsAsOneByOne)
     for (uint32_t i = 0; i < 1000; ++i) {
         single.f32(static_cast<float>(i) / 3);
     }
-    const int result = field_writer(together.get())
-                           .f32s(1000, [](uint32_t i) { return static_cast<float>(i) / 3; })
-                           .result();
+    const int result = field_writer(together.get()).f32s(1000, third_of).result();
     EXPECT_EQ(4000, result);
     EXPECT_EQ(one_by_one.bytes(), together.bytes());
 }
@@ -163,7 +168,7 @@ TEST(FieldReader, ReturnsTheCodesOfReadersAndStrings)
 TEST(FieldReader, ReadsManyFloatsAsOneByOne)
 {
     memory_writer target;
-    field_writer(target.get()).f32s(1000, [](uint32_t i) { return static_cast<float>(i) / 3; });
+    field_writer(target.get()).f32s(1000, third_of);
     memory_reader source(target.bytes());
     float values[1000] = {};
     EXPECT_EQ(4000, field_reader(source.get()).f32s(values, 1000).result());
@@ -199,5 +204,95 @@ TEST(FieldReader, DamagesManyFloatsAsOneByOne)
     reader_destroy(&r);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(std::bit_cast<uint32_t>(expected[i]), std::bit_cast<uint32_t>(values[i]));
+    }
+}
+
+// What the streams of the library and those of a caller are asked for.
+
+TEST(FieldWriter, GivesACallersWriterOneNumberACall)
+{
+    memory_writer target;
+    EXPECT_EQ(24, field_writer(target.get())
+                      .f32s(2, third_of)
+                      .f64s(2, [](uint32_t i) { return uint64_t{i}; })
+                      .result());
+    EXPECT_EQ((std::vector<uint32_t>{4, 4, 8, 8}), target.writes());
+}
+
+TEST(FieldWriter, StopsACallersWriterAtTheNumberThatFails)
+{
+    memory_writer target(10, -77);
+    EXPECT_EQ(-77, field_writer(target.get()).f32s(1000, third_of).result());
+    EXPECT_EQ(8U, target.bytes().size());
+}
+
+TEST(FieldReader, AsksACallersReaderForOneNumberACall)
+{
+    memory_reader source(std::string(24, '\1'));
+    float singles[2] = {};
+    double twice[2] = {};
+    EXPECT_EQ(24, field_reader(source.get()).f32s(singles, 2).f64s(twice, 2).result());
+    EXPECT_EQ((std::vector<uint32_t>{4, 4, 8, 8}), source.reads());
+}
+
+static owned_file open_bytes(std::string *bytes)
+{
+    return owned_file(fmemopen(bytes->data(), bytes->size(), "r"));
+}
+
+TEST(FieldReader, KeepsTheNumbersThatCameBeforeTheEnd)
+{
+    // 700 floats and half of one, in more than one block.
+    memory_writer target;
+    field_writer(target.get()).byte(1).f32s(701, third_of);
+    std::string stored = target.bytes().substr(0, 1 + 700 * 4 + 2);
+    for (const bool own : {false, true}) {
+        const owned_file file = open_bytes(&stored);
+        memory_reader callers(stored);
+        const owned<reader, reader_destroy> r(own ? raw_reader_create(file.get(), 1)
+                                                  : callers.lend());
+        std::vector<float> values(702, -1.0F);
+        EXPECT_EQ(-48, field_reader(r.get()).version(1).f32s(values.data(), 702).result());
+        for (uint32_t i = 0; i < 700; ++i) {
+            ASSERT_EQ(third_of(i), bits_of(values[i])) << i << (own ? " own" : " caller's");
+        }
+        EXPECT_EQ(-1.0F, values[700]);
+        EXPECT_EQ(-1.0F, values[701]);
+    }
+}
+
+TEST(FieldReader, KeepsTheNumbersThatCameBeforeAFailureOfACallersReader)
+{
+    memory_reader source(from_hex("3f800000 40000000"), -77);
+    float values[3] = {-1, -1, -1};
+    EXPECT_EQ(-77, field_reader(source.get()).f32s(values, 3).result());
+    EXPECT_EQ(1.0F, values[0]);
+    EXPECT_EQ(2.0F, values[1]);
+    EXPECT_EQ(-1.0F, values[2]);
+}
+
+TEST(Fields, KeepTheBitsOfSignallingNaNs)
+{
+    // Signalling as they are stored, and as a machine of the other byte order sees them.
+    for (const uint32_t bits : {0x7FA5873BU, 0x3B87A57FU, 0xFF800001U, 0x010080FFU}) {
+        memory_writer target;
+        float number = 0;
+        set_bits(&number, bits);
+        double twice = 0;
+        set_bits(&twice, uint64_t{bits} << 32 | 1);
+        field_writer(target.get())
+            .f32(number)
+            .f32s(1, [&](uint32_t) { return bits_of(number); })
+            .f64(twice);
+        EXPECT_EQ(stored_u32(bits) + stored_u32(bits) + stored_u32(bits) + stored_u32(1),
+                  target.bytes());
+        memory_reader source(target.bytes());
+        float first = 0;
+        float second = 0;
+        double third = 0;
+        EXPECT_EQ(16, field_reader(source.get()).f32(&first).f32s(&second, 1).f64(&third).result());
+        EXPECT_EQ(bits, bits_of(first));
+        EXPECT_EQ(bits, bits_of(second));
+        EXPECT_EQ(bits_of(twice), bits_of(third));
     }
 }

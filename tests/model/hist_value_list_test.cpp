@@ -311,3 +311,71 @@ TEST_F(HistValueList, RefusesNull)
     sensor_array_destroy(&array);
     sensor_destroy(&s);
 }
+
+TEST(MovedHistValueList, KeepsItsOwnEntries)
+{
+    // Lists are plain records: these two change places, after one of them was looked into.
+    hist_value_list lists[2];
+    sensor *sensors[] = {sensor_create("a"), sensor_create("b")};
+    for (hist_value_list &list : lists) {
+        hist_value_list_init(&list);
+        for (int round = 0; round < 3; ++round) {
+            for (const sensor *s : sensors) {
+                hist_value_update(hist_value_list_add_if_not_present(&list, s), 1.0F);
+            }
+        }
+    }
+    hist_value *const of_second[] = {hist_value_list_add_if_not_present(&lists[1], sensors[0]),
+                                     hist_value_list_add_if_not_present(&lists[1], sensors[1])};
+    hist_value *const of_first[] = {hist_value_list_add_if_not_present(&lists[0], sensors[0]),
+                                    hist_value_list_add_if_not_present(&lists[0], sensors[1])};
+    std::swap(lists[0], lists[1]);
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(of_second[i], hist_value_list_add_if_not_present(&lists[0], sensors[i]));
+        }
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(of_first[i], hist_value_list_add_if_not_present(&lists[1], sensors[i]));
+        }
+    }
+    hist_value_list_destruct(&lists[0]);
+    hist_value_list_destruct(&lists[1]);
+    sensor_destroy(&sensors[0]);
+    sensor_destroy(&sensors[1]);
+}
+
+TEST(MovedHistValueList, NeedsNothingOfTheOneThatItCameFrom)
+{
+    // The list that was there before is gone, with the entries that the latest lookups led to.
+    sensor *s = sensor_create("a");
+    hist_value_list list;
+    hist_value_list_init(&list);
+    hist_value_list other;
+    hist_value_list_init(&other);
+    const hist_value *of_other = hist_value_list_add_if_not_present(&other, s);
+    for (int round = 0; round < 3; ++round) {
+        hist_value_list_add_if_not_present(&list, s);
+    }
+    hist_value_list moved = list;
+    list = other;
+    hist_value_list_destruct(&moved);
+    EXPECT_EQ(of_other, hist_value_list_add_if_not_present(&list, s));
+    hist_value_list_destruct(&list);
+    sensor_destroy(&s);
+}
+
+TEST(HistValueListPreconditions, LookAtTheSensorAtEveryLookup)
+{
+    hist_value_list list;
+    hist_value_list_init(&list);
+    sensor s;
+    sensor_init(&s, "a");
+    for (int round = 0; round < 3; ++round) {
+        hist_value_list_add_if_not_present(&list, &s);
+    }
+    s.version = 0;
+    EXPECT_ABORTS(hist_value_list_add_if_not_present(&list, &s), "s->version == ((char) 1)");
+    s.version = 1;
+    sensor_destruct(&s);
+    hist_value_list_destruct(&list);
+}

@@ -396,3 +396,28 @@ TEST(SensorArray, RefusesNull)
     EXPECT_ABORTS(binary_serializer_read_sensor_array(&array, nullptr), "reader != ((void *)0)");
     sensor_array_destroy(&filled);
 }
+
+TEST(SensorArrayPreconditions, AskForACountFirst)
+{
+    sensor_array array;
+    EXPECT_ABORTS(sensor_array_init(&array, nullptr, 0), "nsensors > 0");
+    EXPECT_ABORTS(sensor_array_init_from_names(&array, nullptr, 0), "nsensors > 0");
+    EXPECT_ABORTS(sensor_create_array(nullptr, 0), "nsensors > 0");
+    EXPECT_ABORTS(sensor_array_init(&array, nullptr, 1), "sensors != ((void *)0)");
+    EXPECT_ABORTS(sensor_array_init_from_names(&array, nullptr, 1), "names != ((void *)0)");
+    EXPECT_ABORTS(sensor_create_array(nullptr, 1), "names != ((void *)0)");
+}
+
+TEST(SensorArrayPreconditions, LookAtSensorsThatTwoListsHoldAlike)
+{
+    const char *names[] = {"a"};
+    sensor_array *first = sensor_array_create_from_names(names, 1);
+    sensor_array *second = sensor_array_create_from_names(names, 1);
+    sensor *shared = sensor_array_get(first, 0);
+    ASSERT_EQ(shared, sensor_array_get(second, 0));
+    shared->version = 0;
+    EXPECT_ABORTS(sensor_array_is_equal(first, second), "s1->version == ((char) 1)");
+    shared->version = 1;
+    sensor_array_destroy(&first);
+    sensor_array_destroy(&second);
+}

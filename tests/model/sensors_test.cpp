@@ -115,3 +115,12 @@ TEST(Sensors, RefusesNull)
     EXPECT_ABORTS(_sensors_increment_ref_count(nullptr), "sensor != ((void *)0)");
     EXPECT_ABORTS(_sensors_increment_ref_count(&none), "sensor->canonical != ((void *)0)");
 }
+
+TEST(SensorsPreconditions, LookAtTheSensorThatIsGivenBack)
+{
+    sensor *s = sensors_get_sensor("a");
+    s->version = 0;
+    EXPECT_ABORTS(sensors_destroy_sensor(s), "sensor->version == ((char) 1)");
+    s->version = 1;
+    sensors_destroy_sensor(s);
+}

@@ -374,3 +374,12 @@ TEST(TimestampArray, RefusesNull)
                   "writer != ((void *)0)");
     timestamp_array_destroy(&filled);
 }
+
+TEST(TimestampArrayPreconditions, AskForACountFirst)
+{
+    timestamp_array array;
+    EXPECT_ABORTS(timestamp_array_init(&array, nullptr, 0), "ntimestamps > 0");
+    EXPECT_ABORTS(timestamp_array_init_dummy(&array, nullptr, 0), "ntimestamps > 0");
+    EXPECT_ABORTS(timestamp_array_init(&array, nullptr, 1), "timestamps != ((void *)0)");
+    EXPECT_ABORTS(timestamp_array_init_dummy(&array, nullptr, 1), "start != ((void *)0)");
+}

@@ -386,3 +386,19 @@ TEST(Config, RefusesNull)
     EXPECT_ABORTS(config_split_multiword_value(nullptr, &n), "value != ((void *)0)");
     EXPECT_ABORTS(config_split_multiword_value(value, nullptr), "nwords != ((void *)0)");
 }
+
+TEST(Config, LeavesTheCodeOfEveryFailedAllocationInTheCell)
+{
+    // The node of the value and its text, the node of the key and its text.
+    for (const int n : {1, 2, 3, 4}) {
+        config c;
+        config_init(&c);
+        qe_set_last_error(0);
+        {
+            const failing_allocation fails(n);
+            EXPECT_EQ(-22, config_add_value_for_key(&c, "key", "value")) << n;
+        }
+        EXPECT_EQ(-22, qe_get_last_error()) << n;
+        config_destruct(&c);
+    }
+}

@@ -105,3 +105,29 @@ TEST(DebugMatrix, RefusesIncompleteArguments)
         EXPECT_ABORTS(print(m.get(), "m", "a.c", 0), "line > 0");
     }
 }
+
+TEST(DebugMatrix, RefusesADeadMatrix)
+{
+    matrix m;
+    ASSERT_EQ(0, matrix_init(&m, 1, 1));
+    matrix_destruct(&m);
+    EXPECT_ABORTS(_qe_debug_matrix_print(&m, "m", "a.c", 1), "m->version == ((char) 1)");
+}
+
+TEST(DebugTelemetryMatrix, FlushesTheTextFormBeforeTheLastNewline)
+{
+    const time_zone zone("UTC0");
+    const owned_matrix m = make_telemetry({{1}}, {"fan"}, {0});
+    std::string in_file;
+    const std::string all = output_of([&] {
+        setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+        char name[32];
+        snprintf(name, sizeof name, "/proc/self/fd/%d", fileno(stdout));
+        _qe_debug_telemetry_matrix_print(m.get(), "t", "a.c", 7);
+        char text[256] = {};
+        FILE *written = fopen(name, "r");
+        in_file.assign(text, fread(text, 1, sizeof text, written));
+        fclose(written);
+    });
+    EXPECT_EQ(all, in_file + "\n");
+}

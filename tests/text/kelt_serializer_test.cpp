@@ -8,6 +8,7 @@
 #include <vesk/kelt_reader.h>
 #include <vesk/kelt_serializer.h>
 #include <vesk/kelt_writer.h>
+#include <vesk/raw_writer.h>
 #include <vesk/zlib_writer.h>
 
 #include "common/aborts.hpp"
@@ -282,4 +283,14 @@ TEST_F(KeltSerializer, RefusesIncompleteTelemetry)
     m->matrix = nullptr;
     EXPECT_ABORTS(write(m), "m != ((void *)0)");
     m->matrix = whole;
+}
+
+TEST(KeltSerializerPreconditions, LookAtTheMatrixAndNotOnlyAtItsRecord)
+{
+    const owned_matrix m = make_telemetry({{1}}, {"fan"}, {0});
+    writer *w = kelt_writer_create(raw_writer_create(stdout, 1));
+    m->version = 2;
+    EXPECT_ABORTS(kelt_serializer_write_matrix(m.get(), w), "m->version == ((char) 1)");
+    m->version = 1;
+    writer_destroy(&w);
 }
