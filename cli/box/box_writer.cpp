@@ -195,23 +195,42 @@ void box_writer::write(int64_t time, std::span<const float> values)
     attempt([&] { return write_vector(); });
 }
 
-event_result box_writer::write(const event &what)
+namespace
+{
+
+using owned_event = std::unique_ptr<vesk_cb_record_event, event_release>;
+
+owned_event make_record(const std::string &base, const event &what)
 {
     const timestamp stamp = stamp_of(what.time);
-    const std::unique_ptr<vesk_cb_record_event, event_release> record(
-        vesk_cb_record_event_create(what.type, &stamp, what.text.c_str()));
+    owned_event record(vesk_cb_record_event_create(what.type, &stamp, what.text.c_str()));
     if (!record) {
         throw failure(exit_failed, words_for(QE_ERROR_NO_MEMORY));
     }
     const int refused = vesk_check_event(record.get());
     if (refused < 0) {
-        throw failure(exit_failed, fmt::format("{}: this event cannot be recorded: {}", name_.base,
+        throw failure(exit_failed, fmt::format("{}: this event cannot be recorded: {}", base,
                                                words_for(refused)));
     }
-    const int result =
-        attempt([&] { return vesk_write_tagged_event(recorder_.get(), record.get()); });
+    return record;
+}
+
+} // namespace
+
+void box_writer::require_valid(const event &what) const
+{
+    make_record(name_.base, what);
+}
+
+event_result box_writer::write(const event &what)
+{
+    const owned_event record = make_record(name_.base, what);
+    const int result = attempt([&] {
+        return is_full() ? int{QE_ERROR_UNKNOWN_KIND}
+                         : vesk_write_tagged_event(recorder_.get(), record.get());
+    });
     if (result == QE_ERROR_UNKNOWN_KIND) {
-        return event_result::too_early;
+        return event_result::waits;
     }
     sync_.now(*recorder_);
     return event_result::recorded;

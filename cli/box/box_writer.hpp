@@ -55,13 +55,16 @@ public:
     // One vector, with the kernel when this returns. After a storage_failure the box is closed, and
     // the next call opens it again.
     void write(int64_t time, std::span<const float> values);
-    // One event, on the medium when this returns recorded (unless nothing is ever synced).
+    // One event, on the medium when this returns recorded (unless nothing is ever synced). It
+    // waits, and nothing was written, where it would not be counted in the history: before the
+    // first vector of a box and behind the last one of a full buffer. waiting_events keeps it then.
     event_result write(const event &what);
+    // Throws a failure when no box can take such an event.
+    void require_valid(const event &what) const;
     // The last act: whatever the policy says is done once more.
     void finish();
 
-    // The open buffer holds its last vector: an event behind it would not be counted in the
-    // history.
+    // The open buffer holds its last vector.
     bool is_full() const;
 
 private:

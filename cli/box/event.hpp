@@ -19,7 +19,7 @@ struct event {
 // What becomes of an event.
 enum class event_result {
     recorded,
-    too_early // it has to wait for the next vector; nothing was written
+    waits // for the next vector
 };
 
 } // namespace cli

@@ -150,6 +150,10 @@ event_reply wait_for_answer(int fd, double deadline)
         }
         std::array<char, longest_answer> text = {};
         const ssize_t length = recv(fd, text.data(), text.size(), 0);
+        if (length <= 0 && last.answer == event_answer::waits) {
+            // It is on the medium: whoever has the box next takes it over.
+            return last;
+        }
         if (length <= 0) {
             return {event_reply::outcome::ended, event_answer::refused, ""};
         }

@@ -10,6 +10,7 @@
 #include <vesk/vesk_buffer.h>
 
 #include "box/box.hpp"
+#include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
@@ -286,7 +287,12 @@ exit_code dump(const dump_options &options)
                                                   : "history buffer: use --history"));
     }
     if (options.events) {
-        return show_files<event_dump>(found.current_buffers(), lost);
+        const exit_code result = show_files<event_dump>(found.current_buffers(), lost);
+        for (const event &what : waiting_events_of(found)) {
+            put(fmt::format("{},{},{}\n", format_time(what.time), what.type, csv_field(what.text)));
+        }
+        flush_output();
+        return result;
     }
     return options.history ? show_files<history_dump>(found.history_buffers(), lost)
                            : show_files<sample_dump>(found.current_buffers(), lost);

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "box/event_channel.hpp"
+#include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
 #include "verbs/verb.hpp"
@@ -48,6 +49,13 @@ event make_event(const event_options &options)
     return {parse_type(options.type), std::time(nullptr), options.text};
 }
 
+void note_waiting(const event_options &options)
+{
+    note(
+        fmt::format("{0}: the event waits in {0}.events and goes into the box with the next sample",
+                    options.base));
+}
+
 exit_code conclude(const event_options &options, const event_reply &reply)
 {
     using outcome = event_reply::outcome;
@@ -66,7 +74,7 @@ exit_code conclude(const event_options &options, const event_reply &reply)
                                                printable(reply.reason)));
     }
     if (reply.answer == event_answer::waits) {
-        note(options.base + ": the recording has the event and records it with its next sample");
+        note_waiting(options);
     }
     return exit_done;
 }
@@ -75,15 +83,9 @@ exit_code conclude(const event_options &options, const event_reply &reply)
 exit_code write_into_box(const event_options &options, const event &what)
 {
     box_writer box(options.base, {}, {}, box_writer::if_missing::refuse);
-    const bool full = box.is_full();
-    if (box.write(what) == event_result::too_early) {
-        throw failure(exit_failed, options.base + ": the event is not recorded: nothing records, "
-                                                  "and the open buffer holds no sample yet that an "
-                                                  "event could follow");
-    }
-    if (full) {
-        note(options.base + ": the buffer is full: the event can be read there, but the history "
-                            "will not count it");
+    waiting_events events(box, options.base);
+    if (events.write(what) == event_result::waits) {
+        note_waiting(options);
     }
     box.finish();
     return exit_done;

@@ -5,6 +5,7 @@
 
 #include "box/acknowledgements.hpp"
 #include "box/box_writer.hpp"
+#include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/stop_request.hpp"
 #include "process/terminal.hpp"
@@ -113,6 +114,7 @@ private:
         // Not before there is something to keep: a file that is refused leaves no empty box.
         if (!box_) {
             box_.emplace(options_.base, options_.shape, sync_);
+            events_.emplace(*box_, options_.base);
         }
         if (header_is_new_) {
             admit_sensors();
@@ -125,6 +127,7 @@ private:
             throw bad_input(lines_.name(), lines_.line_number(), reason.what());
         }
         acknowledgements_.add(parser_.time());
+        events_->take_over();
         backwards_ += vectors_ > 0 && parser_.time() < latest_ ? 1 : 0;
         latest_ = parser_.time();
         ++vectors_;
@@ -161,6 +164,7 @@ private:
     line_source lines_;
     telemetry_parser parser_;
     std::optional<box_writer> box_;
+    std::optional<waiting_events> events_;
     uint64_t vectors_ = 0;
     uint64_t backwards_ = 0;
     int64_t latest_ = 0;

@@ -6,6 +6,7 @@
 
 #include "box/box_writer.hpp"
 #include "box/event_channel.hpp"
+#include "box/waiting_events.hpp"
 #include "machine/rates.hpp"
 #include "machine/sampler.hpp"
 #include "machine/schedule.hpp"
@@ -31,15 +32,13 @@ struct record_options {
     box_shape shape;
 };
 
-// Events that wait for a sample are held in memory.
-constexpr std::size_t most_waiting_events = 1000;
-
 class recording
 {
 public:
     recording(const record_options &options, int64_t interval)
         : base_(options.base), interval_(interval),
-          box_(options.base, options.shape, parse_sync_policy(options.sync))
+          box_(options.base, options.shape, parse_sync_policy(options.sync)),
+          events_(box_, options.base)
     {
         try {
             inbox_.emplace(options.base);
@@ -112,7 +111,8 @@ private:
         drop_what_has_no_room(found);
         const auto now = static_cast<int64_t>(clock_seconds());
         if (write(now, found)) {
-            write_waiting_events();
+            events_.take_over();
+            answer_senders();
         }
         status_.show(fmt::format("recording {}: {}, {}, {} (Ctrl-C ends)", base_,
                                  counted(recorded_, "sample"), counted(sensors_.size(), "sensor"),
@@ -165,49 +165,38 @@ private:
             if (!incoming) {
                 return;
             }
-            // In a full buffer it would not get into the history.
-            if (missing_ == 0 && !box_.is_full() && write(*incoming)) {
-                continue;
+            try {
+                take(*incoming);
+            } catch (const failure &reason) {
+                incoming->answer(event_answer::refused, reason.what());
             }
-            if (waiting_.size() == most_waiting_events) {
-                incoming->answer(event_answer::refused, "too many events wait for a sample");
-                continue;
-            }
-            incoming->answer(event_answer::waits);
-            waiting_.push_back(std::move(*incoming));
         }
     }
 
-    void write_waiting_events()
+    void take(incoming_event &incoming)
     {
-        while (!waiting_.empty() && write(waiting_.front())) {
-            waiting_.pop_front();
-        }
-    }
-
-    // Writes and answers; false when the event has to wait.
-    bool write(const incoming_event &incoming)
-    {
-        try {
-            if (box_.write(incoming.what()) == event_result::too_early) {
-                return false;
-            }
+        if (events_.write(incoming.what()) == event_result::recorded) {
             incoming.answer(event_answer::recorded);
-        } catch (const storage_failure &) {
-            return false;
-        } catch (const failure &reason) {
-            incoming.answer(event_answer::refused, reason.what());
+        } else {
+            incoming.answer(event_answer::waits);
+            senders_.push_back(std::move(incoming));
         }
-        return true;
+    }
+
+    // The latest of the events that wait are theirs.
+    void answer_senders()
+    {
+        while (senders_.size() > events_.count()) {
+            senders_.front().answer(event_answer::recorded);
+            senders_.pop_front();
+        }
     }
 
     void finish()
     {
         take_events();
-        write_waiting_events();
-        for (const incoming_event &incoming : waiting_) {
-            incoming.answer(event_answer::refused, "the recording ended before the next sample");
-        }
+        events_.take_over();
+        answer_senders();
         box_.finish();
         status_.clear();
         if (missing_ > 0) {
@@ -221,10 +210,11 @@ private:
     int64_t interval_;
     stop_request stop_;
     box_writer box_;
+    waiting_events events_;
     sampler machine_;
     status_line status_;
     std::optional<event_inbox> inbox_;
-    std::deque<incoming_event> waiting_;
+    std::deque<incoming_event> senders_; // of events that wait
     std::vector<std::string> sensors_;
     uint64_t recorded_ = 0;
     uint64_t missing_ = 0; // since the last sample that was recorded

@@ -185,7 +185,7 @@ TEST_F(BoxWriter, ABoxThatNeedsNothingIsNotTouchedWhenItIsOpened)
 TEST_F(BoxWriter, AnEventFollowsASample)
 {
     box_writer writer(base, {4, 2}, without_sync);
-    EXPECT_EQ(writer.write(event{1, new_year, "early"}), event_result::too_early);
+    EXPECT_EQ(writer.write(event{1, new_year, "early"}), event_result::waits);
     write(writer, 1);
     EXPECT_EQ(writer.write(event{1, new_year, "in time"}), event_result::recorded);
     for (int i = 2; i <= 4; ++i) {
