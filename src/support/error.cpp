@@ -55,6 +55,10 @@ const char *qe_error_text(int code)
         return "a count or a length is over 10000, or a stored count is 0";
     case QE_ERROR_NEGATIVE_ROOT:
         return "square root of a negative number";
+    case QE_ERROR_EXISTS:
+        return "it is there already";
+    case QE_ERROR_ABSENT:
+        return "there is nothing of this name";
     default:
         return "unknown error";
     }
