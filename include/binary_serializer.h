@@ -28,9 +28,9 @@ extern "C" {
  * Aborts with "m != ((void *)0)", "m->version == 1", "m->type > 0" or, on a matrix without its
  * type-specific object, "m->matrix != ((void *)0)".
  *
- * @return the bytes written; -49 for a regular matrix of more than 10000 rows or columns, of which
- * six bytes are then written; or the first negative result of a part. What was written stays in the
- * stream.
+ * @return the bytes written; QE_ERROR_LIMIT (-49) for a regular matrix of more than 10000 rows or
+ * columns, of which six bytes are then written; or the first negative result of a part. What was
+ * written stays in the stream.
  */
 VESK_API int binary_serializer_write_matrix(const matrix *m, writer *writer);
 
@@ -40,9 +40,10 @@ VESK_API int binary_serializer_write_matrix(const matrix *m, writer *writer);
  *
  * Aborts with "m != ((void *)0)", "m->version == 1" or "m->matrix == ((void *)0)".
  *
- * @return the bytes read; 0 at the end of the data; -12 for an unknown version; -6 for an unknown
- * type, for a number of rows or columns outside 1..10000, and for sensors or timestamps that are
- * more or fewer than the columns or rows; -48 when the data end inside the form; -22 without
+ * @return the bytes read; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown
+ * version; QE_ERROR_MALFORMED (-6) for an unknown type, for a number of rows or columns
+ * outside 1..10000, and for sensors or timestamps that are more or fewer than the columns or rows;
+ * QE_ERROR_TRUNCATED (-48) when the data end inside the form; QE_ERROR_NO_MEMORY (-22) without
  * memory; or the failure of a part.
  */
 VESK_API int binary_serializer_read_matrix(matrix *m, reader *reader);
@@ -58,8 +59,9 @@ VESK_API int binary_serializer_write_optional_matrix(const matrix *m, writer *wr
  * Reads what binary_serializer_write_optional_matrix() wrote, and stores a new matrix, or null when
  * there is none, in `*m`. After a failure `*m` is null.
  *
- * @return the bytes read; 0 at the end of the data; -6 for a first byte above 1; -48 when the data
- * end behind it; or a failure as of binary_serializer_read_matrix().
+ * @return the bytes read; 0 at the end of the data; QE_ERROR_MALFORMED (-6) for a first byte above
+ * 1; QE_ERROR_TRUNCATED (-48) when the data end behind it; or a failure as of
+ * binary_serializer_read_matrix().
  */
 VESK_API int binary_serializer_read_optional_matrix(matrix **m, reader *reader);
 

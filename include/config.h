@@ -11,11 +11,12 @@
  * - A key ends at the first blank or tab, the value is the rest of the line. Blanks before the key
  *   and between key and value do not count, those behind the value belong to it.
  * - A key may stand on several lines; it has then several values, in the order of the file.
- * - Empty lines, and lines whose first character other than a blank is '#', are ignored. A '#'
- *   anywhere else is text.
- * - A key without a value is an error.
- * - Lines end with a newline only: a carriage return before it belongs to the value. A line of more
- *   than 4095 characters goes on as if the rest were another line.
+ * - Lines of nothing but blanks and tabs, and lines whose first other character is '#', are
+ *   ignored. A '#' anywhere else is text.
+ * - A key without a value is an error, and so are blanks without a newline at the end of the file.
+ * - Lines end with a newline only: a carriage return before it belongs to the value, and one alone
+ *   on its line is a key without a value. A line of more than 4095 characters goes on as if the
+ * rest were another line.
  *
  * All strings that are handed out belong to the configuration and live as long as it does.
  */
@@ -57,7 +58,7 @@ typedef struct config {
 /** Makes @p config an empty configuration. @return 0. */
 VESK_API int config_init(config *config);
 
-/** @return a new empty configuration; null with -22 without memory. */
+/** @return a new empty configuration; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API config *config_create(void);
 
 /**
@@ -65,8 +66,10 @@ VESK_API config *config_create(void);
  *
  * Aborts with "feof (fp)" when the file can be opened but not read, such as a directory.
  *
- * @return 0; -40 when the file cannot be opened, -1 for a line with a key but no value, -22 without
- * memory. After a failure @p config is dead.
+ * @return 0; QE_ERROR_OPEN (-40) when the file cannot be opened, QE_ERROR_SYNTAX (-1) for a line
+ * with a key but no value, QE_ERROR_NO_MEMORY (-22) without memory. After a failure @p config holds
+ * nothing and must not be destructed: it is dead, or as it was before when the file could not be
+ * opened.
  */
 VESK_API int config_init_from_file(config *config, const char *filename);
 
@@ -82,7 +85,8 @@ VESK_API void config_destroy(config **config);
 /**
  * Adds a copy of @p value behind the values of @p key, which is added if it is new.
  *
- * @return 0, or -22 without memory; nothing is then added.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22), also in the last-error cell, without memory; nothing is
+ * then added.
  */
 VESK_API int config_add_value_for_key(config *config, const char *key, const char *value);
 
@@ -95,7 +99,7 @@ VESK_API int config_add_value_for_key(config *config, const char *key, const cha
  * Aborts with "key != ((void *)0)", "nvals != ((void *)0)" or "node->nvalues > 0".
  *
  * @return the values, in an array that the caller frees with free(). Null, and 0 values, for an
- * absent key, and with -22 in the last-error cell without memory.
+ * absent key, and with QE_ERROR_NO_MEMORY (-22) in the last-error cell without memory.
  */
 VESK_API char **config_get_values_for_key(const config *config, const char *key, uint32_t *nvals);
 
@@ -107,7 +111,7 @@ VESK_API char *config_get_single_value_for_key(const config *config, const char 
  * are written into @p value, which may be one of a configuration.
  *
  * @return the words, which lie in @p value, in an array that the caller frees with free(); null,
- * and 0 words, with -22 without memory.
+ * and 0 words, with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API char **config_split_multiword_value(char *value, uint32_t *nwords);
 

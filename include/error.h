@@ -2,9 +2,10 @@
  * @file
  * @brief Error codes and the last-error cell.
  *
- * Functions that return a pointer leave the code of a failure in one process-wide cell. Success
- * leaves the cell as it is, with config_get_values_for_key() as the one exception: who wants to
- * tell an old failure from a new one sets the cell to 0 first.
+ * Functions that return a pointer leave the code of a failure in one process-wide cell; those that
+ * may return null without one say so. A function that returns a code may leave one there, too.
+ * Success leaves the cell as it is, with config_get_values_for_key() as the one exception: who
+ * wants to tell an old failure from a new one sets the cell to 0 first.
  */
 #ifndef VESK_ERROR_H
 #define VESK_ERROR_H

@@ -38,7 +38,7 @@ typedef struct hist_value {
 /** Makes @p hv a summary of no samples. Aborts with "hv != ((void *)0)". @return 0. */
 VESK_API int hist_value_init(hist_value *hv);
 
-/** @return a new summary of no samples; null with -22 without memory. */
+/** @return a new summary of no samples; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API hist_value *hist_value_create(void);
 
 /**
@@ -58,7 +58,7 @@ VESK_API void hist_value_destroy(hist_value **hv);
 /**
  * Copies @p hv to @p dst, which need not be initialised, or to a new object when @p dst is null.
  *
- * @return the copy; null with -22 when there is no memory for a new one.
+ * @return the copy; null with QE_ERROR_NO_MEMORY (-22) when there is no memory for a new one.
  */
 VESK_API hist_value *hist_value_copy(const hist_value *hv, hist_value *dst);
 
@@ -99,8 +99,8 @@ VESK_API int binary_serializer_write_hist_value(const hist_value *hv, writer *wr
 /**
  * Reads the stored form into @p hv, which must be live. What is read before a failure stays in it.
  *
- * @return 37; 0 at the end of the data; -12 for an unknown version; -48 when the data end inside
- * the form; or a negative result of @p reader.
+ * @return 37; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown version;
+ * QE_ERROR_TRUNCATED (-48) when the data end inside the form; or a negative result of @p reader.
  */
 VESK_API int binary_serializer_read_hist_value(hist_value *hv, reader *reader);
 

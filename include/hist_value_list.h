@@ -39,7 +39,7 @@ typedef struct hist_value_list {
 /** Makes an empty list. @return 0. */
 VESK_API int hist_value_list_init(hist_value_list *list);
 
-/** @return a new empty list; null with -22 without memory. */
+/** @return a new empty list; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API hist_value_list *hist_value_list_create(void);
 
 /** Frees all entries and gives back their sensors; the list is then empty. */
@@ -55,7 +55,8 @@ VESK_API void hist_value_list_destroy(hist_value_list **list);
  * Aborts with "list != ((void *)0)" or "sensor != ((void *)0)".
  *
  * @return the histogram value, which stays the list's: it lives as long as the list, and is started
- * anew when its sensor is seen again after hist_value_list_clear(). Null with -22 without memory.
+ * anew when its sensor is seen again after hist_value_list_clear(). Null with QE_ERROR_NO_MEMORY
+ * (-22) without memory.
  */
 VESK_API hist_value *hist_value_list_add_if_not_present(hist_value_list *list,
                                                         const sensor *sensor);
@@ -75,14 +76,14 @@ VESK_API uint32_t hist_value_list_get_size(const hist_value_list *list);
 
 /**
  * @return a new array of the sensors of the current generation, in list order; null when there are
- * none, without a code, and null with -22 without memory.
+ * none, without a code, and null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API sensor_array *hist_value_list_get_sensor_copies(const hist_value_list *list);
 
 /**
  * @return copies of the histogram values of the current generation, in list order, in one block
- * that the caller frees with free(); null when there are none, without a code, and null with -22
- * without memory.
+ * that the caller frees with free(); null when there are none, without a code, and null with
+ * QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API hist_value *hist_value_list_get_hist_value_copies(const hist_value_list *list);
 

@@ -40,7 +40,7 @@ typedef struct kelt_reader {
  * Opens a file and reads its header.
  *
  * @return the reader, to be released with kelt_reader_close(). Null on failure with, in the
- * last-error cell: -40 the file cannot be opened; or as kelt_reader_open_from_fp().
+ * last-error cell: QE_ERROR_OPEN (-40) the file cannot be opened; or as kelt_reader_open_from_fp().
  */
 VESK_API kelt_reader *kelt_reader_open(const char *path);
 
@@ -50,8 +50,8 @@ VESK_API kelt_reader *kelt_reader_open(const char *path);
  * Aborts with "p >= line + 18" as kelt_reader_get_next_telemetry_vector() does.
  *
  * @return the reader, to be released with kelt_reader_close(). Null on failure with, in the
- * last-error cell: -44 there is no line; -6 the first line is not a header, or names no sensor; -22
- * no memory.
+ * last-error cell: QE_ERROR_NOT_FULL (-44) there is no line; QE_ERROR_MALFORMED (-6) the first line
+ * is not a header, or names no sensor; QE_ERROR_NO_MEMORY (-22) no memory.
  */
 VESK_API kelt_reader *kelt_reader_open_from_fp(FILE *fp);
 
@@ -67,9 +67,9 @@ VESK_API void kelt_reader_close(kelt_reader **reader);
  * that could not be taken.
  *
  * @return a telemetry vector, which stays the reader's and is overwritten by the next call. Null at
- * the end of the file, without a code, and null on failure with, in the last-error cell: -6 an
- * empty line, a line with more values than sensors, or a header without sensors; -11 a malformed
- * timestamp; -22 no memory.
+ * the end of the file, without a code, and null on failure with, in the last-error cell:
+ * QE_ERROR_MALFORMED (-6) an empty line, a line with more values than sensors, or a header without
+ * sensors; QE_ERROR_BAD_TIME (-11) a malformed timestamp; QE_ERROR_NO_MEMORY (-22) no memory.
  */
 VESK_API matrix *kelt_reader_get_next_telemetry_vector(kelt_reader *reader);
 

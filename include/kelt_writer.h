@@ -23,11 +23,12 @@ extern "C" {
  *
  * Aborts with "writer_base != ((void *)0)" or "inner != ((void *)0)".
  *
- * @return 0, or -22 without memory; @p inner then stays the caller's.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; @p inner then stays the caller's.
  */
 VESK_API int kelt_writer_init(writer *writer_base, writer *inner);
 
-/** As kelt_writer_init(), allocated. @return null without memory, with -22 in the cell. */
+/** As kelt_writer_init(), allocated. @return null without memory, with QE_ERROR_NO_MEMORY (-22) in
+ * the cell. */
 VESK_API writer *kelt_writer_create(writer *inner);
 
 /**
@@ -35,8 +36,8 @@ VESK_API writer *kelt_writer_create(writer *inner);
  *
  * Aborts with "writer->type == WRITER_TYPE_KELT" on any other writer.
  *
- * @return 1 when they differ, or there was no header yet; 0 when they are equal; -22 without
- * memory, and nothing is then remembered.
+ * @return 1 when they differ, or there was no header yet; 0 when they are equal; QE_ERROR_NO_MEMORY
+ * (-22) without memory, and nothing is then remembered.
  */
 VESK_API int kelt_writer_have_sensors_changed(writer *writer, const sensor_array *sensors);
 

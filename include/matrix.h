@@ -78,11 +78,12 @@ struct matrix {
  *
  * Aborts with "nrows > 0" or "ncols > 0".
  *
- * @return 0, or -22 without memory; @p m is then dead.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; @p m is then dead.
  */
 VESK_API int matrix_init(matrix *m, uint32_t nrows, uint32_t ncols);
 
-/** @return a new regular matrix of zeros, see matrix_init(); null with -22 without memory. */
+/** @return a new regular matrix of zeros, see matrix_init(); null with QE_ERROR_NO_MEMORY (-22)
+ * without memory. */
 VESK_API matrix *matrix_create(uint32_t nrows, uint32_t ncols);
 
 /** The same as matrix_create(). */
@@ -91,7 +92,7 @@ VESK_API matrix *matrix_create_with_dimensions(uint32_t nrows, uint32_t ncols);
 /** Makes @p m a null record: live, of type 0 and without rows, for a reader to fill. @return 0. */
 VESK_API int matrix_init_null(matrix *m);
 
-/** @return a new null record; null with -22 without memory. */
+/** @return a new null record; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API matrix *matrix_create_null(void);
 
 /**
@@ -100,7 +101,7 @@ VESK_API matrix *matrix_create_null(void);
  *
  * Aborts with "m->nrows > 0" or "m->ncols > 0".
  *
- * @return the new matrix; null with -22 without memory.
+ * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API matrix *matrix_create_like(const matrix *m);
 
@@ -115,7 +116,7 @@ VESK_API matrix *matrix_create_like_binary_operands(const matrix *m1, const matr
 /**
  * Makes the regular @p m by @p m identity matrix. Aborts with "m > 0".
  *
- * @return the new matrix; null with -22 without memory.
+ * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API matrix *matrix_create_identity(uint32_t m);
 
@@ -123,7 +124,7 @@ VESK_API matrix *matrix_create_identity(uint32_t m);
  * Makes a regular matrix of @p m rows and @p n columns with all elements 1. Aborts with "m > 0" or
  * "n > 0".
  *
- * @return the new matrix; null with -22 without memory.
+ * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API matrix *matrix_create_ones(uint32_t m, uint32_t n);
 
@@ -154,8 +155,8 @@ VESK_API uint32_t matrix_get_type(const matrix *m);
  * showed is destroyed, unless it was detached before (transposed_matrix_detach_original_matrix()).
  * A telemetry matrix borrows the row pointers of the matrix that it dresses.
  *
- * @return the row pointers, which stay the matrix's own; null with -22 without memory, and @p m as
- * it was.
+ * @return the row pointers, which stay the matrix's own; null with QE_ERROR_NO_MEMORY (-22) without
+ * memory, and @p m as it was.
  */
 VESK_API double **matrix_enable_direct_access(matrix *m);
 
@@ -168,9 +169,9 @@ VESK_API double **matrix_enable_direct_access(matrix *m);
  * was resized without the view, with "matrix_get_number_rows (tmatrix->matrix) != ncols ||
  * matrix_get_number_columns (tmatrix->matrix) != nrows".
  *
- * @return 0; or -22 without memory. A regular matrix or a view is then as it was. A telemetry
- * matrix keeps its row and column count, but the values below may have the new shape already: it
- * can then only be destroyed.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory. A regular matrix, or a view of
+ * one, is then as it was. A telemetry matrix, and a view of one, keeps its row and column count,
+ * but the values below may have the new shape already: it can then only be destroyed.
  */
 VESK_API int matrix_resize(matrix *matrix, uint32_t nrows, uint32_t ncols);
 
@@ -179,7 +180,7 @@ VESK_API int matrix_resize(matrix *matrix, uint32_t nrows, uint32_t ncols);
  *
  * Aborts with "m->nrows > 0" or "m->ncols > 0".
  *
- * @return the copy; null with -22 without memory.
+ * @return the copy; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API matrix *matrix_copy(const matrix *m);
 

@@ -5,7 +5,8 @@
  * The factorisation chooses the element of the largest magnitude of the trailing block as the pivot
  * of each step (G. H. Golub and C. F. Van Loan, Matrix Computations, "complete pivoting"), the one
  * found first when the block is read row by row. No step is fused except the sums of a
- * substitution, so the results are the same bits on every machine.
+ * substitution, so the results are the same bits on every machine, except for the sign
+ * and the payload of a NaN.
  */
 #ifndef VESK_MATRIX_LU_H
 #define VESK_MATRIX_LU_H
@@ -37,8 +38,8 @@ typedef struct matrix_lu {
  * Factorises a copy of @p m. A pivot of at most matrix_value_unit_roundoff() skips the elimination
  * of its step.
  *
- * @return the record, released with matrix_lu_destroy(), or null (-22). Aborts with "rows == cols"
- * when @p m is not square.
+ * @return the record, released with matrix_lu_destroy(), or null (QE_ERROR_NO_MEMORY (-22)). Aborts
+ * with "rows == cols" when @p m is not square.
  */
 VESK_API matrix_lu *matrix_lu_create(const matrix *m);
 
@@ -56,8 +57,8 @@ VESK_API uint32_t matrix_lu_get_rank(const matrix_lu *lu);
 VESK_API double matrix_lu_get_det(const matrix_lu *lu);
 
 /**
- * @return L with the exchanges of rows undone, made once and owned by the record, or null (-22).
- * The lower times the upper factor gives the factorised matrix.
+ * @return L with the exchanges of rows undone, made once and owned by the record, or null
+ * (QE_ERROR_NO_MEMORY (-22)). The lower times the upper factor gives the factorised matrix.
  */
 VESK_API matrix *matrix_lu_get_lower(matrix_lu *lu);
 
@@ -69,7 +70,7 @@ VESK_API matrix *matrix_lu_get_upper(matrix_lu *lu);
  * exchanged.
  *
  * @return x, like @p b and owned by the caller; null when @p m is singular, which leaves the
- * last-error cell as it is, or without memory (-22). Aborts with
+ * last-error cell as it is, or without memory (QE_ERROR_NO_MEMORY (-22)). Aborts with
  * "matrix_get_number_columns(m) == n" or "matrix_get_number_rows(b) == n", n being the rows of
  * @p m, when the shapes do not fit.
  */
@@ -79,8 +80,8 @@ VESK_API matrix *matrix_lu_solve_for(const matrix *m, const matrix *b);
  * The inverse, by way of the inverses of both factors.
  *
  * @return a regular matrix owned by the caller; null when @p m is singular, which leaves the
- * last-error cell as it is, or without memory (-22). Aborts with "rows == cols" when @p m is not
- * square.
+ * last-error cell as it is, or without memory (QE_ERROR_NO_MEMORY (-22)). Aborts with "rows ==
+ * cols" when @p m is not square.
  */
 VESK_API matrix *matrix_inverse(const matrix *m);
 

@@ -28,7 +28,7 @@ extern "C" {
  * "indices[i] < matrix_get_number_columns (tmatrix->matrix)". The indices into other matrices are
  * not checked: they must be in range.
  *
- * @return the new matrix; null with -22 without memory.
+ * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API matrix *matrix_get_columns(const matrix *m, const uint32_t *col_indices,
                                     uint32_t nindices);
@@ -40,7 +40,7 @@ VESK_API matrix *matrix_get_columns(const matrix *m, const uint32_t *col_indices
  * "indices[i] < matrix_get_number_rows (tmatrix->matrix)". The indices into other matrices are not
  * checked: they must be in range.
  *
- * @return the new matrix; null with -22 without memory.
+ * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API matrix *matrix_get_rows(const matrix *m, const uint32_t *row_indices, uint32_t nindices);
 
@@ -54,7 +54,7 @@ VESK_API matrix *matrix_get_rows(const matrix *m, const uint32_t *row_indices, u
  * Aborts with "vals != ((void *)0)", "m->nrows == vals->nrows" or "col_indices != ((void *)0)", and
  * as matrix_set() on an index that is out of range.
  *
- * @return 0; or -22 without memory, when the values are written already.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, when the values are written already.
  */
 VESK_API int matrix_set_columns(matrix *m, const matrix *vals, const uint32_t *col_indices);
 
@@ -67,7 +67,7 @@ VESK_API int matrix_set_columns(matrix *m, const matrix *vals, const uint32_t *c
  * Aborts with "vals != ((void *)0)", "m->ncols == vals->ncols" or "row_indices != ((void *)0)", and
  * as matrix_set() on an index that is out of range.
  *
- * @return 0; or -22 without memory, when the values are written already.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, when the values are written already.
  */
 VESK_API int matrix_set_rows(matrix *m, const matrix *vals, const uint32_t *row_indices);
 
@@ -79,7 +79,7 @@ VESK_API int matrix_set_rows(matrix *m, const matrix *vals, const uint32_t *row_
  * "start_row + nrows - 1 < matrix_get_number_rows(m)", "start_col < matrix_get_number_columns(m)",
  * "start_col + ncols - 1 < matrix_get_number_columns(m)", "nrows > 0" or "ncols > 0".
  *
- * @return the new matrix; null with -22 without memory.
+ * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API matrix *matrix_get_submatrix(const matrix *m, uint32_t start_row, uint32_t nrows,
                                       uint32_t start_col, uint32_t ncols);

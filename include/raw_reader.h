@@ -23,13 +23,14 @@ extern "C" {
  * reader_eof() becomes true when a read hits the end, not when the position gets there.
  *
  * @param flags bit 0 set: @p fp stays the caller's. Otherwise destroying the reader closes it.
- * @return 0, or -22 without memory; then @p fp stays open and the caller's.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; then @p fp stays open and the caller's.
  *
  * Aborts with "fp != ((void *)0)".
  */
 VESK_API int raw_reader_init(reader *reader, FILE *fp, uint32_t flags);
 
-/** As raw_reader_init(), allocated. @return null without memory, with -22 in the cell. */
+/** As raw_reader_init(), allocated. @return null without memory, with QE_ERROR_NO_MEMORY (-22) in
+ * the cell. */
 VESK_API reader *raw_reader_create(FILE *fp, uint32_t flags);
 
 #ifdef __cplusplus

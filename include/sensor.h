@@ -38,14 +38,14 @@ VESK_API sensor *sensor_create(const char *name);
 /**
  * Makes @p s a handle on the canonical sensor of that name.
  *
- * @return 0, or -22 without memory: @p s is then a null sensor.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory: @p s is then a null sensor.
  */
 VESK_API int sensor_init(sensor *s, const char *name);
 
 /** Makes @p s a null sensor. @return 0. */
 VESK_API int sensor_init_null(sensor *s);
 
-/** @return a new null sensor; null with -22 without memory. */
+/** @return a new null sensor; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API sensor *sensor_create_null(void);
 
 /**
@@ -54,7 +54,7 @@ VESK_API sensor *sensor_create_null(void);
  * Aborts with "nsensors > 0".
  *
  * @return a list from malloc() of sensors of the caller's, as sensor_array_init() takes it over;
- * null with -22 without memory.
+ * null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API sensor **sensor_create_array(const char *const *names, uint32_t nsensors);
 
@@ -108,9 +108,9 @@ VESK_API uint32_t sensor_get_hash_code(const sensor *s);
  *
  * Aborts with "sensor->canonical != ((void *)0)" on a null sensor.
  *
- * @return the bytes written; -49 for a name of more than 10000 bytes, of which the version is then
- * written; or the first negative result of @p writer. An empty name can be written, but not read
- * again.
+ * @return the bytes written; QE_ERROR_LIMIT (-49) for a name of more than 10000 bytes, of which the
+ * version is then written; or the first negative result of @p writer. An empty name can be written,
+ * but not read again.
  */
 VESK_API int binary_serializer_write_sensor(const sensor *sensor, writer *writer);
 
@@ -118,8 +118,9 @@ VESK_API int binary_serializer_write_sensor(const sensor *sensor, writer *writer
  * Reads the stored form and stores the canonical sensor, as from sensor_create(), in `*sensor`.
  * After a failure `*sensor` is as before.
  *
- * @return the bytes read; 0 at the end of the data; -12 for an unknown version; -22 without memory;
- * a failure of the name, see binary_serializer_read_string(), which is -43 when the data end right
+ * @return the bytes read; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown
+ * version; QE_ERROR_NO_MEMORY (-22) without memory; a failure of the name, see
+ * binary_serializer_read_string(), which is QE_ERROR_END_OF_RECORDS (-43) when the data end right
  * before it; or a negative result of @p reader.
  */
 VESK_API int binary_serializer_read_sensor(sensor **sensor, reader *reader);

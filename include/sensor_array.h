@@ -32,11 +32,13 @@ typedef struct sensor_array {
  *
  * Aborts with "sensors != ((void *)0)" or "nsensors > 0".
  *
- * @return 0, or -22 without memory: @p array is then a null array and the list still the caller's.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory: @p array is then a null array and the list
+ * still the caller's.
  */
 VESK_API int sensor_array_init(sensor_array *array, sensor **sensors, uint32_t nsensors);
 
-/** @return a new array, see sensor_array_init(); null with -22, and the list still the caller's. */
+/** @return a new array, see sensor_array_init(); null with QE_ERROR_NO_MEMORY (-22), and the list
+ * still the caller's. */
 VESK_API sensor_array *sensor_array_create(sensor **sensors, uint32_t nsensors);
 
 /**
@@ -44,11 +46,12 @@ VESK_API sensor_array *sensor_array_create(sensor **sensors, uint32_t nsensors);
  *
  * Aborts with "nsensors > 0".
  *
- * @return 0, or -22 without memory.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API int sensor_array_init_empty(sensor_array *array, uint32_t nsensors);
 
-/** @return a new array, see sensor_array_init_empty(); null with -22 without memory. */
+/** @return a new array, see sensor_array_init_empty(); null with QE_ERROR_NO_MEMORY (-22) without
+ * memory. */
 VESK_API sensor_array *sensor_array_create_empty(uint32_t nsensors);
 
 /**
@@ -56,22 +59,23 @@ VESK_API sensor_array *sensor_array_create_empty(uint32_t nsensors);
  *
  * Aborts with "nsensors > 0" or "names[i] != ((void *)0)".
  *
- * @return 0, or -22 without memory. Unless the list itself could not be made, the array then holds
- * the sensors that were made and null pointers behind them, and is the caller's to destruct.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory. Unless the list itself could not be made,
+ * the array then holds the sensors that were made and null pointers behind them, and is the
+ * caller's to destruct.
  */
 VESK_API int sensor_array_init_from_names(sensor_array *array, const char *const *names,
                                           uint32_t nsensors);
 
 /**
- * @return a new array, see sensor_array_init_from_names(); null with -22 without memory. Sensors
- * that were made before the failure stay interned for good.
+ * @return a new array, see sensor_array_init_from_names(); null with QE_ERROR_NO_MEMORY (-22)
+ * without memory. Sensors that were made before the failure stay interned for good.
  */
 VESK_API sensor_array *sensor_array_create_from_names(const char *const *names, uint32_t nsensors);
 
 /** Makes a null array: no entries, no list. @return 0. */
 VESK_API int sensor_array_init_null(sensor_array *array);
 
-/** @return a new null array; null with -22 without memory. */
+/** @return a new null array; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API sensor_array *sensor_array_create_null(void);
 
 /**
@@ -79,7 +83,7 @@ VESK_API sensor_array *sensor_array_create_null(void);
  *
  * Aborts with "*array->ref_count > 0" on a list that was released.
  *
- * @return the copy; null with -22 without memory.
+ * @return the copy; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API sensor_array *sensor_array_copy(const sensor_array *array);
 
@@ -130,8 +134,8 @@ VESK_API int sensor_array_is_equal(const sensor_array *s1, const sensor_array *s
  * Aborts with "array->sensors != ((void *)0)", "array->nsensors > 0" or
  * "array->sensors[i] != ((void *)0)" on an array that is not filled.
  *
- * @return the bytes written; -49, before anything is written, for more than 10000 entries; or the
- * first negative result of a sensor, see binary_serializer_write_sensor().
+ * @return the bytes written; QE_ERROR_LIMIT (-49), before anything is written, for more than 10000
+ * entries; or the first negative result of a sensor, see binary_serializer_write_sensor().
  */
 VESK_API int binary_serializer_write_sensor_array(const sensor_array *array, writer *writer);
 
@@ -139,9 +143,10 @@ VESK_API int binary_serializer_write_sensor_array(const sensor_array *array, wri
  * Reads the stored form into @p array, which must be a null array. After a failure it still is, and
  * no name stays interned.
  *
- * @return the bytes read; 0 at the end of the data; -12 for an unknown version; -48 when the data
- * end inside the form; -49 for a count outside 1..10000; -22 without memory; or the failure of a
- * sensor, see binary_serializer_read_sensor().
+ * @return the bytes read; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown
+ * version; QE_ERROR_TRUNCATED (-48) when the data end inside the form; QE_ERROR_LIMIT (-49) for a
+ * count outside 1..10000; QE_ERROR_NO_MEMORY (-22) without memory; or the failure of a sensor, see
+ * binary_serializer_read_sensor().
  */
 VESK_API int binary_serializer_read_sensor_array(sensor_array *array, reader *reader);
 

@@ -23,7 +23,8 @@ extern "C" {
  *
  * Aborts with "name != ((void *)0)".
  *
- * @return the canonical sensor, which belongs to the registry; null with -22 without memory.
+ * @return the canonical sensor, which belongs to the registry; null with QE_ERROR_NO_MEMORY (-22)
+ * without memory.
  */
 VESK_API sensor *sensors_get_sensor(const char *name);
 

@@ -38,14 +38,14 @@ extern "C" {
  * "matrix_get_number_columns (m) == sensor_array_get_size (sensors)" or
  * "matrix_get_number_rows (m) == timestamp_array_get_size (timestamps)".
  *
- * @return 0; or -22 without memory, and the arguments stay the caller's.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, and the arguments stay the caller's.
  */
 VESK_API int telemetry_matrix_init(matrix *m, matrix *matrix, sensor_array *sensors,
                                    timestamp_array *timestamps);
 
 /**
- * @return a new telemetry matrix, see telemetry_matrix_init(); null with -22, and the arguments
- * stay the caller's.
+ * @return a new telemetry matrix, see telemetry_matrix_init(); null with QE_ERROR_NO_MEMORY (-22),
+ * and the arguments stay the caller's.
  */
 VESK_API matrix *telemetry_matrix_create(matrix *matrix, sensor_array *sensors,
                                          timestamp_array *timestamps);
@@ -57,14 +57,14 @@ VESK_API matrix *telemetry_matrix_create(matrix *matrix, sensor_array *sensors,
  * Aborts as telemetry_matrix_init() does, with "timestamp != ((void *)0)" or with
  * "matrix_get_number_rows (matrix) == 1".
  *
- * @return 0; or -22 without memory, and the arguments stay the caller's.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, and the arguments stay the caller's.
  */
 VESK_API int telemetry_matrix_init_vector(matrix *m, matrix *matrix, sensor_array *sensors,
                                           const timestamp *timestamp);
 
 /**
- * @return a new telemetry vector, see telemetry_matrix_init_vector(); null with -22, and the
- * arguments stay the caller's.
+ * @return a new telemetry vector, see telemetry_matrix_init_vector(); null with QE_ERROR_NO_MEMORY
+ * (-22), and the arguments stay the caller's.
  */
 VESK_API matrix *telemetry_matrix_create_vector(matrix *matrix, sensor_array *sensors,
                                                 const timestamp *timestamp);
@@ -98,7 +98,8 @@ VESK_API int telemetry_matrix_is_equal(const matrix *m1, const matrix *m2);
  *
  * Aborts with "vals != ((void *)0)" or "matrix_is_equal_dimensions (m, vals)".
  *
- * @return the new matrix; null with -22 without memory, and @p vals stays the caller's.
+ * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory, and @p vals stays the
+ * caller's.
  */
 VESK_API matrix *telemetry_matrix_clone_with_values(const matrix *m, matrix *vals);
 
@@ -114,7 +115,7 @@ VESK_API void telemetry_matrix_detach_original_matrix(matrix *m);
  * Aborts with "m->version == ((char) 1)", "m->type == MATRIX_TYPE_TELEMETRY", "m->nrows == 1" or
  * "timestamp != ((void *)0)".
  *
- * @return 0; or -22 without memory, and the vector keeps its timestamp.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, and the vector keeps its timestamp.
  */
 VESK_API int telemetry_matrix_update_vector_timestamp(matrix *m, const timestamp *timestamp);
 

@@ -2,9 +2,11 @@
  * @file
  * @brief Timestamps: the second at which something was measured.
  *
- * A timestamp counts whole seconds since the epoch. The microseconds of its `timeval` are always 0;
- * whatever makes a timestamp clears them. Seconds are stored in 32 bits, so that on every machine a
- * timestamp lies between 1901-12-13 20:45:52 and 2038-01-19 03:14:07 UTC.
+ * A timestamp counts whole seconds since the epoch. The microseconds of its `timeval` are 0 in
+ * every timestamp that was made from the clock, a `timeval` or a text. Seconds are stored in 32
+ * bits, so that on every machine such a timestamp lies between 1901-12-13 20:45:52 and 2038-01-19
+ * 03:14:07 UTC; only timestamp_increment(), which does not check, can lead beyond, to a time that
+ * cannot be stored.
  *
  * The text form is 17 characters of local time, "%Y%m%d:%H:%M:%S" in the notation of strftime(),
  * such as 20240229:23:59:59. It depends on the time zone of the process.
@@ -26,7 +28,7 @@ extern "C" {
 /** A point in time, in whole seconds. It owns nothing, so it may live on the stack. */
 typedef struct timestamp {
     char version;      /**< 1 while live */
-    struct timeval tv; /**< seconds since the epoch; `tv_usec` is 0 */
+    struct timeval tv; /**< seconds since the epoch; `tv_usec` is to be 0 */
 } timestamp;
 
 /**
@@ -34,27 +36,30 @@ typedef struct timestamp {
  *
  * Aborts with "t->tv.tv_sec > 0" when the clock stands at or before the epoch.
  *
- * @return 0, or -11 when the clock is past 2038-01-19.
+ * @return 0, or QE_ERROR_BAD_TIME (-11) when the clock is past 2038-01-19.
  */
 VESK_API int timestamp_init_current(timestamp *t);
 
-/** @return a new timestamp of the current time; null with -22 or as timestamp_init_current(). */
+/** @return a new timestamp of the current time; null with QE_ERROR_NO_MEMORY (-22) or as
+ * timestamp_init_current(). */
 VESK_API timestamp *timestamp_create_current(void);
 
 /** Sets @p t to the null timestamp, the epoch itself. @return 0. */
 VESK_API int timestamp_init_null(timestamp *t);
 
-/** @return a new null timestamp; null with -22 without memory. */
+/** @return a new null timestamp; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API timestamp *timestamp_create_null(void);
 
 /**
  * Sets @p t to the seconds of @p tv and drops its microseconds.
  *
- * @return 0, or -11 when the seconds do not fit into 32 bits; @p t is then not initialised.
+ * @return 0, or QE_ERROR_BAD_TIME (-11) when the seconds do not fit into 32 bits; @p t is then not
+ * initialised.
  */
 VESK_API int timestamp_init_from_timeval(timestamp *t, const struct timeval *tv);
 
-/** @return a new timestamp; null with -22 or as timestamp_init_from_timeval(). */
+/** @return a new timestamp; null with QE_ERROR_NO_MEMORY (-22) or as timestamp_init_from_timeval().
+ */
 VESK_API timestamp *timestamp_create_from_timeval(const struct timeval *tv);
 
 /**
@@ -66,14 +71,14 @@ VESK_API timestamp *timestamp_create_from_timeval(const struct timeval *tv);
  * second 60 the first of the next minute, 31 June is 1 July. A character that is no digit counts by
  * its distance from '0'.
  *
- * @return 0, or -11 for a text that fails a check or whose time is out of range; @p t is then not
- * initialised.
+ * @return 0, or QE_ERROR_BAD_TIME (-11) for a text that fails a check or whose time is out of
+ * range; @p t is then not initialised.
  */
 VESK_API int timestamp_init_from_string(timestamp *t, const char *str);
 
 /**
- * @return a new timestamp, or null. The last-error cell holds -22 when there was no memory, and is
- * left alone when the text cannot be parsed.
+ * @return a new timestamp, or null. The last-error cell holds QE_ERROR_NO_MEMORY (-22) when there
+ * was no memory, and is left alone when the text cannot be parsed.
  */
 VESK_API timestamp *timestamp_create_from_string(const char *str);
 
@@ -100,7 +105,7 @@ VESK_API void timestamp_to_timeval(const timestamp *t, struct timeval *tv);
  * Copies @p t to @p dest, which need not be initialised, or to a new timestamp when @p dest is
  * null.
  *
- * @return the copy; null with -22 when there is no memory for a new one.
+ * @return the copy; null with QE_ERROR_NO_MEMORY (-22) when there is no memory for a new one.
  */
 VESK_API timestamp *timestamp_copy(const timestamp *t, timestamp *dest);
 
@@ -125,16 +130,17 @@ VESK_API void timestamp_increment(timestamp *t, uint32_t seconds);
 /**
  * Writes the stored form, 9 bytes: version 1, seconds (4, signed), microseconds (4).
  *
- * @return the bytes written, the first negative result of @p writer, or -6, before anything is
- * written, for a time that does not fit into 32 bits.
+ * @return the bytes written, the first negative result of @p writer, or QE_ERROR_MALFORMED (-6),
+ * before anything is written, for a time that does not fit into 32 bits.
  */
 VESK_API int binary_serializer_write_timestamp(const timestamp *timestamp, writer *writer);
 
 /**
  * Reads the stored form into @p timestamp, which must be live; a null timestamp will do.
  *
- * @return 9; 0 at the end of the data; -12 for an unknown version; -48 when the data end inside the
- * form; -6 for a time with microseconds, which is stored nevertheless; or a negative result of
+ * @return 9; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown version;
+ * QE_ERROR_TRUNCATED (-48) when the data end inside the form; QE_ERROR_MALFORMED (-6) for a time
+ * with microseconds, which is stored nevertheless; or a negative result of
  * @p reader.
  */
 VESK_API int binary_serializer_read_timestamp(timestamp *timestamp, reader *reader);

@@ -2,8 +2,9 @@
  * @file
  * @brief Arrays of timestamps: the labels of the rows of telemetry.
  *
- * Copies of an array share one list, which is released with the last of them. A shared list is
- * never changed.
+ * Copies of an array share one list, which is released with the last of them. The
+ * library never changes a list that may be shared; who changes one through
+ * timestamp_array_get_timestamps() changes it for all.
  */
 #ifndef VESK_TIMESTAMP_ARRAY_H
 #define VESK_TIMESTAMP_ARRAY_H
@@ -31,15 +32,17 @@ typedef struct timestamp_array {
  * Makes an array of @p ntimestamps timestamps and takes over the list, which comes from malloc(),
  * and its entries.
  *
- * Aborts with "timestamps != ((void *)0)" or "ntimestamps > 0".
+ * Aborts with "ntimestamps > 0" or "timestamps != ((void *)0)".
  *
- * @return 0, or -22 without memory: @p array is then a null array and the list still the caller's.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory: @p array is then a null array and the list
+ * still the caller's.
  */
 VESK_API int timestamp_array_init(timestamp_array *array, timestamp **timestamps,
                                   uint32_t ntimestamps);
 
 /**
- * @return a new array, see timestamp_array_init(); null with -22, and the list still the caller's.
+ * @return a new array, see timestamp_array_init(); null with QE_ERROR_NO_MEMORY (-22), and the list
+ * still the caller's.
  */
 VESK_API timestamp_array *timestamp_array_create(timestamp **timestamps, uint32_t ntimestamps);
 
@@ -48,31 +51,33 @@ VESK_API timestamp_array *timestamp_array_create(timestamp **timestamps, uint32_
  *
  * Aborts with "ntimestamps > 0".
  *
- * @return 0, or -22 without memory.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API int timestamp_array_init_empty(timestamp_array *array, uint32_t ntimestamps);
 
-/** @return a new array, see timestamp_array_init_empty(); null with -22 without memory. */
+/** @return a new array, see timestamp_array_init_empty(); null with QE_ERROR_NO_MEMORY (-22)
+ * without memory. */
 VESK_API timestamp_array *timestamp_array_create_empty(uint32_t ntimestamps);
 
 /**
  * Makes an array of @p ntimestamps timestamps, one second apart, that begins with @p start.
  *
- * Aborts with "start != ((void *)0)" or "ntimestamps > 0".
+ * Aborts with "ntimestamps > 0" or "start != ((void *)0)".
  *
- * @return 0, or -22 without memory; the array is then destructed.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; the array is then destructed.
  */
 VESK_API int timestamp_array_init_dummy(timestamp_array *array, const timestamp *start,
                                         uint32_t ntimestamps);
 
-/** @return a new array, see timestamp_array_init_dummy(); null with -22 without memory. */
+/** @return a new array, see timestamp_array_init_dummy(); null with QE_ERROR_NO_MEMORY (-22)
+ * without memory. */
 VESK_API timestamp_array *timestamp_array_create_dummy(const timestamp *start,
                                                        uint32_t ntimestamps);
 
 /** Makes a null array: no entries, no list. @return 0. */
 VESK_API int timestamp_array_init_null(timestamp_array *array);
 
-/** @return a new null array; null with -22 without memory. */
+/** @return a new null array; null with QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API timestamp_array *timestamp_array_create_null(void);
 
 /**
@@ -80,7 +85,7 @@ VESK_API timestamp_array *timestamp_array_create_null(void);
  *
  * Aborts with "*array->ref_count > 0" on a list that was released.
  *
- * @return the copy; null with -22 without memory.
+ * @return the copy; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API timestamp_array *timestamp_array_copy(const timestamp_array *array);
 
@@ -114,17 +119,18 @@ VESK_API void timestamp_array_destroy(timestamp_array **array);
  * Aborts with "array->timestamps != ((void *)0)", "array->ntimestamps > 0" or
  * "array->timestamps[i] != ((void *)0)" on an array that is not filled.
  *
- * @return the bytes written; -49, before anything is written, for more than 10000 entries; or the
- * first negative result of a timestamp.
+ * @return the bytes written; QE_ERROR_LIMIT (-49), before anything is written, for more than 10000
+ * entries; or the first negative result of a timestamp.
  */
 VESK_API int binary_serializer_write_timestamp_array(const timestamp_array *array, writer *writer);
 
 /**
  * Reads the stored form into @p array, which must be a null array. After a failure it still is.
  *
- * @return the bytes read; 0 at the end of the data; -12 for an unknown version; -48 when the data
- * end inside the form; -49 for a count outside 1..10000; -22 without memory; or the failure of a
- * timestamp, see binary_serializer_read_timestamp().
+ * @return the bytes read; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown
+ * version; QE_ERROR_TRUNCATED (-48) when the data end inside the form; QE_ERROR_LIMIT (-49) for a
+ * count outside 1..10000; QE_ERROR_NO_MEMORY (-22) without memory; or the failure of a timestamp,
+ * see binary_serializer_read_timestamp().
  */
 VESK_API int binary_serializer_read_timestamp_array(timestamp_array *array, reader *reader);
 

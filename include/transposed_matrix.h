@@ -24,7 +24,7 @@ extern "C" {
  *
  * Aborts with "m != ((void *)0)" or "orig_m != ((void *)0)".
  *
- * @return 0; or -22 without memory, and @p orig_m stays the caller's.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, and @p orig_m stays the caller's.
  */
 VESK_API int transposed_matrix_init(matrix *m, matrix *orig_m);
 
@@ -33,7 +33,8 @@ VESK_API int transposed_matrix_init(matrix *m, matrix *orig_m);
  *
  * Aborts with "matrix != ((void *)0)", "matrix->nrows > 0" or "matrix->ncols > 0".
  *
- * @return the view; null with -22 without memory, and @p matrix stays the caller's.
+ * @return the view; null with QE_ERROR_NO_MEMORY (-22) without memory, and @p matrix stays the
+ * caller's.
  */
 VESK_API matrix *transposed_matrix_create(matrix *matrix);
 

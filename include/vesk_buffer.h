@@ -84,10 +84,12 @@ VESK_API void vesk_buffer_detach(vesk_buffer *rec);
  * the length of a string aborts with "nread != 0".
  *
  * @return a handle that owns the buffer, to be released with vesk_buffer_destroy(). Null on failure
- * with, in the last-error cell: -40 the file cannot be opened; -48 it is shorter than the kind, or
- * ends inside the first record; -4 the kind is unknown, or the first record names no sensors; -41
- * the compressed data are damaged, or the header cannot be read or states a capacity of 0 or an odd
- * one; -6, -12 or -49 the first record is malformed; -22 no memory.
+ * with, in the last-error cell: QE_ERROR_OPEN (-40) the file cannot be opened; QE_ERROR_TRUNCATED
+ * (-48) it is shorter than the kind, or ends inside the first record; QE_ERROR_UNKNOWN_KIND (-4)
+ * the kind is unknown, or the first record names no sensors; QE_ERROR_IO (-41) the compressed data
+ * are damaged, or the header cannot be read or states a capacity of 0 or an odd one;
+ * QE_ERROR_MALFORMED (-6), QE_ERROR_BAD_VERSION (-12) or QE_ERROR_LIMIT (-49) the first record is
+ * malformed; QE_ERROR_NO_MEMORY (-22) no memory.
  */
 VESK_API vesk_buffer *vesk_buffer_open_for_read_write(const char *path);
 

@@ -85,8 +85,8 @@ VESK_API void vesk_cb_record_detach(vesk_cb_record *rec);
  * "rec->event != ((void *)0)" without a payload, and with "0" on an unknown type.
  *
  * @return what the writer reported, or the first negative result of the writer or of the payload.
- * Nothing is taken back then: a payload that refuses to be written (-49) leaves its type behind,
- * and what follows in the stream cannot be read.
+ * Nothing is taken back then: a payload that refuses to be written (QE_ERROR_LIMIT (-49)) leaves
+ * its type behind, and what follows in the stream cannot be read.
  */
 VESK_API int binary_serializer_write_vesk_cb_record(const vesk_cb_record *rec, writer *writer);
 
@@ -97,8 +97,10 @@ VESK_API int binary_serializer_write_vesk_cb_record(const vesk_cb_record *rec, w
  * is the same. Any other payload is destroyed if it is owned, and dropped.
  *
  * @return the bytes consumed, and @p rec owns its payload; 0 at the end of the records, and @p rec
- * is untouched; -6 on an unknown type, and @p rec is untouched; -48 where the data ends inside the
- * record, or the code of the payload or of the reader, and @p rec has no payload.
+ * is untouched; QE_ERROR_TRUNCATED (-48) where the data ends inside the type, or the negative
+ * result of @p reader for it, and @p rec is untouched; QE_ERROR_MALFORMED (-6) on an unknown type,
+ * and @p rec is untouched; QE_ERROR_TRUNCATED (-48) where it ends inside the payload, or the code
+ * of the payload or of the reader, and @p rec has no payload.
  */
 VESK_API int binary_serializer_read_vesk_cb_record(vesk_cb_record *rec, reader *reader);
 

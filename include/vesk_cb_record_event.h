@@ -32,19 +32,21 @@ typedef struct vesk_cb_record_event {
  *
  * Aborts with "type > 0", "t != ((void *)0)" or "text != ((void *)0)".
  *
- * @return 0, or -22 and nothing is left to destruct.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) and nothing is left to destruct.
  */
 VESK_API int vesk_cb_record_event_init(vesk_cb_record_event *rec, uint32_t type, const timestamp *t,
                                        const char *text);
 
-/** @return a new event as by vesk_cb_record_event_init(), or null with -22 in the cell. */
+/** @return a new event as by vesk_cb_record_event_init(), or null with QE_ERROR_NO_MEMORY (-22) in
+ * the cell. */
 VESK_API vesk_cb_record_event *vesk_cb_record_event_create(uint32_t type, const timestamp *t,
                                                            const char *text);
 
 /** Makes @p rec an event of type 0, with the null timestamp and no text, to be read. @return 0. */
 VESK_API int vesk_cb_record_event_init_null(vesk_cb_record_event *rec);
 
-/** @return a new event as by vesk_cb_record_event_init_null(), or null with -22 in the cell. */
+/** @return a new event as by vesk_cb_record_event_init_null(), or null with QE_ERROR_NO_MEMORY
+ * (-22) in the cell. */
 VESK_API vesk_cb_record_event *vesk_cb_record_event_create_null(void);
 
 /** Releases the timestamp and the text of @p rec and marks it dead. */
@@ -76,8 +78,8 @@ VESK_API int vesk_cb_record_event_is_equal(const vesk_cb_record_event *rec1,
 /**
  * Writes version 1 (1 byte), the type (4), the timestamp (9) and the text (4 and its length).
  *
- * @return what the writer reported; -49 when the text is longer than 10000 bytes, and the fields
- * before it are in the stream; or the negative result of the writer.
+ * @return what the writer reported; QE_ERROR_LIMIT (-49) when the text is longer than 10000 bytes,
+ * and the fields before it are in the stream; or the negative result of the writer.
  */
 VESK_API int binary_serializer_write_vesk_cb_record_event(const vesk_cb_record_event *rec,
                                                           writer *writer);
@@ -85,11 +87,12 @@ VESK_API int binary_serializer_write_vesk_cb_record_event(const vesk_cb_record_e
 /**
  * Reads an event into @p rec, which is live; its text is replaced once the new one was read.
  *
- * @return the bytes consumed; 0 at the end of the data; -12 on a version other than 1; -6 on a
- * timestamp with microseconds or a text whose length is not 1 to 10000 or which contains a zero
- * byte; -43 where the data ends before the length of the text, -48 where it ends elsewhere; -22
- * without memory; or the negative result of the reader. It aborts with "nread != 0" where the data
- * ends right behind the length of the text.
+ * @return the bytes consumed; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) on a version
+ * other than 1; QE_ERROR_MALFORMED (-6) on a timestamp with microseconds or a text whose length is
+ * not 1 to 10000 or which contains a zero byte; QE_ERROR_END_OF_RECORDS (-43) where the data ends
+ * before the length of the text, QE_ERROR_TRUNCATED (-48) where it ends elsewhere;
+ * QE_ERROR_NO_MEMORY (-22) without memory; or the negative result of the reader. It aborts with
+ * "nread != 0" where the data ends right behind the length of the text.
  */
 VESK_API int binary_serializer_read_vesk_cb_record_event(vesk_cb_record_event *rec, reader *reader);
 

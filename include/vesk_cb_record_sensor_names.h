@@ -35,18 +35,19 @@ typedef struct vesk_cb_record_sensor_names {
  * Aborts with "matrix_get_number_rows (vector) == 1" or "timestamps[0] != ((void *)0)", and when
  * @p vector is no telemetry matrix.
  *
- * @return 0, or -22 and nothing is left to destruct.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) and nothing is left to destruct.
  */
 VESK_API int vesk_cb_record_sensor_names_init(vesk_cb_record_sensor_names *rec,
                                               const matrix *vector);
 
-/** @return a new record as by vesk_cb_record_sensor_names_init(), or null with -22 in the cell. */
+/** @return a new record as by vesk_cb_record_sensor_names_init(), or null with QE_ERROR_NO_MEMORY
+ * (-22) in the cell. */
 VESK_API vesk_cb_record_sensor_names *vesk_cb_record_sensor_names_create(const matrix *vector);
 
 /** Makes @p rec a record with the null timestamp and no sensor array, to be read. @return 0. */
 VESK_API int vesk_cb_record_sensor_names_init_null(vesk_cb_record_sensor_names *rec);
 
-/** @return a new null record, or null with -22 in the cell. */
+/** @return a new null record, or null with QE_ERROR_NO_MEMORY (-22) in the cell. */
 VESK_API vesk_cb_record_sensor_names *vesk_cb_record_sensor_names_create_null(void);
 
 /** Releases the timestamp and the sensor array, if any, and marks @p rec dead. */
@@ -67,7 +68,7 @@ VESK_API int vesk_cb_record_sensor_names_are_sensors_equal(const vesk_cb_record_
  * Copies @p rec, which has a sensor array, to @p dest, or to a new record when @p dest is null. The
  * copy shares the sensor array. What @p dest held before is overwritten, not released.
  *
- * @return the copy, or null with -22 in the cell and @p dest untouched.
+ * @return the copy, or null with QE_ERROR_NO_MEMORY (-22) in the cell and @p dest untouched.
  */
 VESK_API vesk_cb_record_sensor_names *
 vesk_cb_record_sensor_names_copy(const vesk_cb_record_sensor_names *rec,
@@ -89,8 +90,9 @@ VESK_API timestamp *vesk_cb_record_sensor_names_get_timestamp(vesk_cb_record_sen
  *
  * Aborts with "rec->version == 1".
  *
- * @return what the writer reported; -49 with more than 10000 sensors or a name of more than 10000
- * bytes, and the fields before are in the stream; or the negative result of the writer.
+ * @return what the writer reported; QE_ERROR_LIMIT (-49) with more than 10000 sensors or a name of
+ * more than 10000 bytes, and the fields before are in the stream; or the negative result of the
+ * writer.
  */
 VESK_API int
 binary_serializer_write_vesk_cb_record_sensor_names(const vesk_cb_record_sensor_names *rec,
@@ -101,11 +103,12 @@ binary_serializer_write_vesk_cb_record_sensor_names(const vesk_cb_record_sensor_
  *
  * Aborts with "rec->version == 1".
  *
- * @return the bytes consumed; 0 at the end of the data; -12 on a version other than 1; -6 on a
- * timestamp with microseconds or an impossible name; -49 on a number of sensors that is not 1 to
- * 10000; -43 where the data ends before the length of a name, -48 where it ends elsewhere; -22
- * without memory; or the negative result of the reader. It aborts with "nread != 0" where the data
- * ends right behind the length of a name.
+ * @return the bytes consumed; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) on a version
+ * other than 1; QE_ERROR_MALFORMED (-6) on a timestamp with microseconds or an impossible name;
+ * QE_ERROR_LIMIT (-49) on a number of sensors that is not 1 to 10000; QE_ERROR_END_OF_RECORDS (-43)
+ * where the data ends before the length of a name, QE_ERROR_TRUNCATED (-48) where it ends
+ * elsewhere; QE_ERROR_NO_MEMORY (-22) without memory; or the negative result of the reader. It
+ * aborts with "nread != 0" where the data ends right behind the length of a name.
  */
 VESK_API int binary_serializer_read_vesk_cb_record_sensor_names(vesk_cb_record_sensor_names *rec,
                                                                 reader *reader);

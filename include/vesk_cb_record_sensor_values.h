@@ -41,13 +41,14 @@ typedef struct vesk_cb_record_sensor_values {
 VESK_API int vesk_cb_record_sensor_values_init(vesk_cb_record_sensor_values *rec,
                                                const matrix *vector);
 
-/** @return a new record as by vesk_cb_record_sensor_values_init(), or null with -22 in the cell. */
+/** @return a new record as by vesk_cb_record_sensor_values_init(), or null with QE_ERROR_NO_MEMORY
+ * (-22) in the cell. */
 VESK_API vesk_cb_record_sensor_values *vesk_cb_record_sensor_values_create(const matrix *vector);
 
 /** Makes @p rec a record with the null timestamp and no values, to be read. @return 0. */
 VESK_API int vesk_cb_record_sensor_values_init_null(vesk_cb_record_sensor_values *rec);
 
-/** @return a new null record, or null with -22 in the cell. */
+/** @return a new null record, or null with QE_ERROR_NO_MEMORY (-22) in the cell. */
 VESK_API vesk_cb_record_sensor_values *vesk_cb_record_sensor_values_create_null(void);
 
 /**
@@ -74,7 +75,8 @@ VESK_API timestamp *vesk_cb_record_sensor_values_get_timestamp(vesk_cb_record_se
  * Aborts with "(rec->values == ((void *)0)) ^ (rec->vector == ((void *)0))" when it has neither an
  * array nor a vector, or both.
  *
- * @return the array, which stays that of the record, or null with -22 in the cell.
+ * @return the array, which stays that of the record, or null with QE_ERROR_NO_MEMORY (-22) in the
+ * cell.
  */
 VESK_API float *vesk_cb_record_sensor_values_get_values(vesk_cb_record_sensor_values *rec);
 
@@ -94,8 +96,8 @@ VESK_API int vesk_cb_record_sensor_values_is_equal(const vesk_cb_record_sensor_v
  *
  * Aborts as vesk_cb_record_sensor_values_get_values() does.
  *
- * @return what the writer reported; -49 with more than 10000 values, and nothing is written; or the
- * negative result of the writer.
+ * @return what the writer reported; QE_ERROR_LIMIT (-49) with more than 10000 values, and nothing
+ * is written; or the negative result of the writer.
  */
 VESK_API int
 binary_serializer_write_vesk_cb_record_sensor_values(const vesk_cb_record_sensor_values *rec,
@@ -105,9 +107,10 @@ binary_serializer_write_vesk_cb_record_sensor_values(const vesk_cb_record_sensor
  * Reads a sample into @p rec, which is live. An array of the right length is used again. After a
  * failure the content of the array is undefined.
  *
- * @return the bytes consumed; 0 at the end of the data; -12 on a version other than 1; -6 on a
- * timestamp with microseconds or a number of values that is not 1 to 10000; -22 without memory; -48
- * where the data ends inside the sample; or the negative result of the reader.
+ * @return the bytes consumed; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) on a version
+ * other than 1; QE_ERROR_MALFORMED (-6) on a timestamp with microseconds or a number of values that
+ * is not 1 to 10000; QE_ERROR_NO_MEMORY (-22) without memory; QE_ERROR_TRUNCATED (-48) where the
+ * data ends inside the sample; or the negative result of the reader.
  */
 VESK_API int binary_serializer_read_vesk_cb_record_sensor_values(vesk_cb_record_sensor_values *rec,
                                                                  reader *reader);

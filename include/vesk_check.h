@@ -10,8 +10,13 @@
  *         vesk_write_telemetry_vector(box, vector);
  *     }
  *
- * What passes is stored, read back and summarised. Values are not looked at: a recorder takes all
- * of them, NaN and the infinities included. Nothing is written, and no content aborts.
+ * What passes is stored and read back. Values are not looked at: a recorder takes all of them, NaN
+ * and the infinities included. Nothing is written, and no content aborts.
+ *
+ * One vector is looked at, and not those before it: vectors of different sensors that fall into one
+ * interval are summarised together, and more than 10000 sensors in all stop every rotation with
+ * QE_ERROR_LIMIT (-49), though each vector passes. Whoever changes sensors keeps their number over
+ * an interval below that.
  */
 #ifndef VESK_CHECK_H
 #define VESK_CHECK_H
@@ -31,17 +36,18 @@ extern "C" {
  * Aborts with "vector != ((void *)0)", or when @p vector is no live matrix.
  *
  * @return 0, or the first of
- * - -6 for a matrix without sensors and times (no telemetry matrix), or not of one row: writing it
- *   aborts;
- * - -11 for a time that is null (a rotation that reads it as the first or last of an interval
- *   aborts), that is not whole seconds (not read back, -6) or that signed 32 bits do not hold
- *   (refused, -6);
- * - -49 for no sensors (not read back), or more than 10000 of them (refused half-written, which
- *   makes the file unreadable from there on);
- * - for each sensor -6 when it is missing or its name is empty (not read back), -49 when its name
- *   is longer than 10000 bytes (refused half-written);
- * - -22 without memory to compare the sensors, a pointer each;
- * - -6 when a sensor occurs twice (the history takes the readings of both for one sensor's).
+ * - QE_ERROR_MALFORMED (-6) for a matrix without sensors and times (no telemetry matrix), or not of
+ * one row: writing it aborts;
+ * - QE_ERROR_BAD_TIME (-11) for a time that is null (a rotation that reads it as the first or last
+ * of an interval aborts), that is not whole seconds (not read back, QE_ERROR_MALFORMED (-6)) or
+ * that signed 32 bits do not hold (refused, QE_ERROR_MALFORMED (-6));
+ * - QE_ERROR_LIMIT (-49) for no sensors (not read back), or more than 10000 of them (refused
+ * half-written, which makes the file unreadable from there on);
+ * - for each sensor QE_ERROR_MALFORMED (-6) when it is missing or its name is empty (not read
+ * back), QE_ERROR_LIMIT (-49) when its name is longer than 10000 bytes (refused half-written);
+ * - QE_ERROR_NO_MEMORY (-22) without memory to compare the sensors, a pointer each;
+ * - QE_ERROR_MALFORMED (-6) when a sensor occurs twice (the history takes the readings of both for
+ * one sensor's).
  */
 VESK_API int vesk_check_vector(const matrix *vector);
 
@@ -50,8 +56,9 @@ VESK_API int vesk_check_vector(const matrix *vector);
  *
  * Aborts with "event != ((void *)0)" or "event->version == ((char) 1)".
  *
- * @return 0, or the first of -6 for a type other than 1 to 5 (a rotation aborts), -11 for a time as
- * above, -6 for no text or an empty one (not read back), -49 for a text of more than 10000 bytes.
+ * @return 0, or the first of QE_ERROR_MALFORMED (-6) for a type other than 1 to 5 (a rotation
+ * aborts), QE_ERROR_BAD_TIME (-11) for a time as above, QE_ERROR_MALFORMED (-6) for no text or an
+ * empty one (not read back), QE_ERROR_LIMIT (-49) for a text of more than 10000 bytes.
  */
 VESK_API int vesk_check_event(const vesk_cb_record_event *event);
 

@@ -12,8 +12,9 @@
  * to the disk.
  *
  * A buffer that was opened is read first. It must not be written to before
- * vesk_current_buffer_read_record() returned -43, since the file is never repositioned: the record
- * would overwrite what was not read. vesk_current_buffer_open_for_append() sees to that.
+ * vesk_current_buffer_read_record() returned QE_ERROR_END_OF_RECORDS (-43), since the file is never
+ * repositioned: the record would overwrite what was not read. vesk_current_buffer_open_for_append()
+ * sees to that.
  */
 #ifndef VESK_CURRENT_BUFFER_H
 #define VESK_CURRENT_BUFFER_H
@@ -54,7 +55,8 @@ typedef struct vesk_current_buffer {
  * Aborts with "max_data_records > 0".
  *
  * @return the buffer, to be released with vesk_current_buffer_close(). Null on failure with, in the
- * last-error cell: -40 the file cannot be opened; -42 its header cannot be written; -22 no memory.
+ * last-error cell: QE_ERROR_OPEN (-40) the file cannot be opened; QE_ERROR_COMPRESSION (-42) its
+ * header cannot be written; QE_ERROR_NO_MEMORY (-22) no memory.
  */
 VESK_API vesk_current_buffer *vesk_current_buffer_create(const char *filename,
                                                          uint32_t max_data_records);
@@ -64,8 +66,8 @@ VESK_API vesk_current_buffer *vesk_current_buffer_create(const char *filename,
  * working set. A file without records is fine, its working set is null.
  *
  * @return the buffer, to be released with vesk_current_buffer_close(). Null on failure with the
- * codes of vesk_buffer_open_for_read_write() in the last-error cell, and -3 when the file is a
- * history buffer.
+ * codes of vesk_buffer_open_for_read_write() in the last-error cell, and QE_ERROR_WRONG_KIND (-3)
+ * when the file is a history buffer.
  */
 VESK_API vesk_current_buffer *vesk_current_buffer_open_for_read_write(const char *filename);
 
@@ -76,8 +78,9 @@ VESK_API vesk_current_buffer *vesk_current_buffer_open_for_read_write(const char
  *
  * @return the buffer, to be released with vesk_current_buffer_close(). Null on failure with, in the
  * last-error cell, the codes of vesk_current_buffer_open_for_read_write() and of
- * vesk_current_buffer_read_record(), and -6 when the file holds more vectors than its capacity. So
- * a file into which vesk_current_buffer_write_event() wrote cannot be opened for appending (-6).
+ * vesk_current_buffer_read_record(), and QE_ERROR_MALFORMED (-6) when the file holds more vectors
+ * than its capacity. So a file into which vesk_current_buffer_write_event() wrote cannot be opened
+ * for appending (QE_ERROR_MALFORMED (-6)).
  */
 VESK_API vesk_current_buffer *vesk_current_buffer_open_for_append(const char *filename);
 
@@ -90,11 +93,13 @@ VESK_API vesk_current_buffer *vesk_current_buffer_open_for_append(const char *fi
  * bytes that went into the stream stay there, so the buffer should be closed.
  *
  * Aborts with "matrix_get_number_rows (vector) == 1", and when the vector carries no sensors. A
- * stream that zlib itself refused (-42) aborts on its next use with "zwriter->err == 0".
+ * stream that zlib itself refused (QE_ERROR_COMPRESSION (-42)) aborts on its next use with
+ * "zwriter->err == 0".
  *
- * @return 0; -2 when the buffer is full, with nothing written; -41 the file takes no more; -49 more
- * than 10000 sensors or a name of more than 10000 bytes; -6 the vector's time cannot be stored; -42
- * compression failed; -22 no memory.
+ * @return 0; QE_ERROR_FULL (-2) when the buffer is full, with nothing written; QE_ERROR_IO (-41)
+ * the file takes no more; QE_ERROR_LIMIT (-49) more than 10000 sensors or a name of more than 10000
+ * bytes; QE_ERROR_MALFORMED (-6) the vector's time cannot be stored; QE_ERROR_COMPRESSION (-42)
+ * compression failed; QE_ERROR_NO_MEMORY (-22) no memory.
  */
 VESK_API int vesk_current_buffer_write_telemetry_vector(vesk_current_buffer *cbuf,
                                                         const matrix *vector);
@@ -104,14 +109,15 @@ VESK_API int vesk_current_buffer_write_telemetry_vector(vesk_current_buffer *cbu
  *
  * The event is written as its bare form, without the record type that precedes every other record.
  * That is what the format has here, but no reader gets past it: vesk_current_buffer_read_record()
- * returns -6 at the event, and so does everything that reads the file to its end. Events that shall
- * be read back are written with vesk_current_buffer_write_tagged_event().
+ * returns QE_ERROR_MALFORMED (-6) at the event, and so does everything that reads the file to its
+ * end. Events that shall be read back are written with vesk_current_buffer_write_tagged_event().
  *
  * @p event stays the caller's.
  *
- * @return 0, or the negative result of the write: -49 the text has more than 10000 bytes, -6 its
- * time cannot be stored, -41 or -42 the stream failed. The result of the flush, on which small
- * events reach the file, is not returned but left in the last-error cell when it is negative.
+ * @return 0, or the negative result of the write: QE_ERROR_LIMIT (-49) the text has more than 10000
+ * bytes, QE_ERROR_MALFORMED (-6) its time cannot be stored, QE_ERROR_IO (-41) or
+ * QE_ERROR_COMPRESSION (-42) the stream failed. The result of the flush, on which small events
+ * reach the file, is not returned but left in the last-error cell when it is negative.
  */
 VESK_API int vesk_current_buffer_write_event(vesk_current_buffer *cbuf,
                                              const vesk_cb_record_event *event);
@@ -127,12 +133,13 @@ VESK_API int vesk_current_buffer_write_event(vesk_current_buffer *cbuf,
  * @p event stays the caller's.
  *
  * Aborts with "event != ((void *)0)" or "event->version == ((char) 1)". A stream that zlib itself
- * refused (-42) aborts on its next use with "zwriter->err == 0".
+ * refused (QE_ERROR_COMPRESSION (-42)) aborts on its next use with "zwriter->err == 0".
  *
- * @return 0 when the event is with the operating system. Before a byte is written: -6 the type is
- * not 1 to 5, the time is null or cannot be stored, or there is no text; -49 the text has more than
- * 10000 bytes; -4 the buffer holds no vector yet. Later: -41 the file takes no more; -42
- * compression failed.
+ * @return 0 when the event is with the operating system. Before a byte is written:
+ * QE_ERROR_MALFORMED (-6) the type is not 1 to 5, the time is null or cannot be stored, or there is
+ * no text; QE_ERROR_LIMIT (-49) the text has more than 10000 bytes; QE_ERROR_UNKNOWN_KIND (-4) the
+ * buffer holds no vector yet. Later: QE_ERROR_IO (-41) the file takes no more; QE_ERROR_COMPRESSION
+ * (-42) compression failed.
  */
 VESK_API int vesk_current_buffer_write_tagged_event(vesk_current_buffer *cbuf,
                                                     const vesk_cb_record_event *event);
@@ -148,10 +155,12 @@ VESK_API int vesk_current_buffer_write_tagged_event(vesk_current_buffer *cbuf,
  * "reader_eof (cbuf->reader)" when the file cannot be read. A file that ends right behind the
  * length of a string aborts with "nread != 0".
  *
- * @return 0; -43 at the end of the records, also when the file ends just where a sensor's name
- * should begin; -48 the file ends inside the record; -6 unknown record type or malformed content;
- * -12 unknown version; -49 a stored count is out of range; -41 the compressed data are damaged,
- * after which nothing more can be read; -22 no memory.
+ * @return 0; QE_ERROR_END_OF_RECORDS (-43) at the end of the records, also when the file ends just
+ * where a sensor's name should begin; QE_ERROR_TRUNCATED (-48) the file ends inside the record;
+ * QE_ERROR_MALFORMED (-6) unknown record type or malformed content; QE_ERROR_BAD_VERSION (-12)
+ * unknown version; QE_ERROR_LIMIT (-49) a stored count is out of range; QE_ERROR_IO (-41) the
+ * compressed data are damaged, after which nothing more can be read; QE_ERROR_NO_MEMORY (-22) no
+ * memory.
  */
 VESK_API int vesk_current_buffer_read_record(vesk_current_buffer *cbuf, vesk_cb_record *rec);
 
@@ -181,8 +190,9 @@ VESK_API int binary_serializer_write_vesk_current_buffer(const vesk_current_buff
 /**
  * Reads the header into @p cbuf. The capacity is stored before it is judged.
  *
- * @return 5; 0 when the data end before the header; -48 when they end inside it; -12 unknown
- * version; -6 a capacity of 0 or an odd one; or the negative result of @p reader.
+ * @return 5; 0 when the data end before the header; QE_ERROR_TRUNCATED (-48) when they end inside
+ * it; QE_ERROR_BAD_VERSION (-12) unknown version; QE_ERROR_MALFORMED (-6) a capacity of 0 or an odd
+ * one; or the negative result of @p reader.
  */
 VESK_API int binary_serializer_read_vesk_current_buffer(vesk_current_buffer *cbuf, reader *reader);
 

@@ -32,10 +32,11 @@ extern "C" {
  * "!timestamp_is_null (&state->end)" when the first or the last sample of an interval was taken at
  * second 0; and with "0" on an event of another type than 1 to 5.
  *
- * @return 0; -6 when the capacity does not fit, with nothing written, when a sample has another
- * number of values than there are sensors, or when there are more samples than the capacity; the
- * codes of vesk_current_buffer_open_for_read_write() and of vesk_current_buffer_read_record() but
- * -43; the codes of vesk_hist_buffer_write_interval().
+ * @return 0; QE_ERROR_MALFORMED (-6) when the capacity does not fit, with nothing written, when a
+ * sample has another number of values than there are sensors, or when there are more samples than
+ * the capacity; the codes of vesk_current_buffer_open_for_read_write() and of
+ * vesk_current_buffer_read_record() but QE_ERROR_END_OF_RECORDS (-43); the codes of
+ * vesk_hist_buffer_write_interval().
  */
 VESK_API int vesk_current_buffer_compress(const char *cbuf_filename, vesk_hist_buffer *hbuf,
                                           uint32_t samples_per_hb_interval);

@@ -93,8 +93,10 @@ VESK_API int binary_serializer_write_vesk_hb_record(const vesk_hb_record *rec, w
  * and dropped, and so it is before an unknown type is refused.
  *
  * @return the bytes consumed, and @p rec owns its payload; 0 at the end of the records, and @p rec
- * is untouched; -6 on an unknown type; -48 where the data ends inside the record, or the code of
- * the payload or of the reader, and @p rec has no payload.
+ * is untouched; QE_ERROR_TRUNCATED (-48) where the data ends inside the type, or the negative
+ * result of @p reader for it, and @p rec is untouched; QE_ERROR_MALFORMED (-6) on an unknown type;
+ * QE_ERROR_TRUNCATED (-48) where the data ends inside the record, or the code of the payload or of
+ * the reader, and @p rec has no payload.
  */
 VESK_API int binary_serializer_read_vesk_hb_record(vesk_hb_record *rec, reader *reader);
 

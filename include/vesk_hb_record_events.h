@@ -30,7 +30,7 @@ typedef struct vesk_hb_record_events {
 /** Sets all counters of @p rec to 0. @return 0. */
 VESK_API int vesk_hb_record_events_init_null(vesk_hb_record_events *rec);
 
-/** @return new counters, all 0, or null with -22 in the cell. */
+/** @return new counters, all 0, or null with QE_ERROR_NO_MEMORY (-22) in the cell. */
 VESK_API vesk_hb_record_events *vesk_hb_record_events_create_null(void);
 
 /** Sets all counters to 0 and marks @p rec dead. */
@@ -42,7 +42,7 @@ VESK_API void vesk_hb_record_events_destroy(vesk_hb_record_events **rec);
 /**
  * Copies @p rec to @p dst, or to new counters when @p dst is null.
  *
- * @return the copy, or null with -22 in the cell.
+ * @return the copy, or null with QE_ERROR_NO_MEMORY (-22) in the cell.
  */
 VESK_API vesk_hb_record_events *vesk_hb_record_events_copy(const vesk_hb_record_events *rec,
                                                            vesk_hb_record_events *dst);
@@ -68,8 +68,8 @@ VESK_API int binary_serializer_write_vesk_hb_record_events(const vesk_hb_record_
  *
  * Aborts with "nread != 0" where the data ends right before the second counter, that of type 4.
  *
- * @return 21; 0 at the end of the data; -12 on a version other than 1; -48 where the data ends
- * elsewhere; or the negative result of the reader.
+ * @return 21; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) on a version other than 1;
+ * QE_ERROR_TRUNCATED (-48) where the data ends elsewhere; or the negative result of the reader.
  */
 VESK_API int binary_serializer_read_vesk_hb_record_events(vesk_hb_record_events *rec,
                                                           reader *reader);

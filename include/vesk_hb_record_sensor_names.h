@@ -31,8 +31,9 @@ typedef vesk_cb_record_sensor_names vesk_hb_record_sensor_names;
  * of
  * @p timestamp.
  *
- * @return 0; -22 without memory; -6 when the list is empty, or the code that an earlier failure
- * left in the cell. After a failure nothing is left to destruct.
+ * @return 0; QE_ERROR_NO_MEMORY (-22) without memory; QE_ERROR_MALFORMED (-6) when the list is
+ * empty, or the code that an earlier failure left in the cell. After a failure nothing is left to
+ * destruct.
  */
 VESK_API int vesk_hb_record_sensor_names_init(vesk_hb_record_sensor_names *rec,
                                               const timestamp *timestamp,

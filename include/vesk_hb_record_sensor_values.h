@@ -38,14 +38,15 @@ typedef struct vesk_hb_record_sensor_values {
  *
  * Aborts with "rec->n_sensors > 0" when the list is empty.
  *
- * @return 0, or -22 and nothing is left to destruct.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) and nothing is left to destruct.
  */
 VESK_API int vesk_hb_record_sensor_values_init(vesk_hb_record_sensor_values *rec,
                                                const timestamp *start, const timestamp *end,
                                                const hist_value_list *hvlist,
                                                const vesk_hb_record_events *events);
 
-/** @return a new record as by vesk_hb_record_sensor_values_init(), or null with -22 in the cell. */
+/** @return a new record as by vesk_hb_record_sensor_values_init(), or null with QE_ERROR_NO_MEMORY
+ * (-22) in the cell. */
 VESK_API vesk_hb_record_sensor_values *
 vesk_hb_record_sensor_values_create(const timestamp *start, const timestamp *end,
                                     const hist_value_list *hvlist,
@@ -55,7 +56,7 @@ vesk_hb_record_sensor_values_create(const timestamp *start, const timestamp *end
  */
 VESK_API int vesk_hb_record_sensor_values_init_null(vesk_hb_record_sensor_values *rec);
 
-/** @return a new null record, or null with -22 in the cell. */
+/** @return a new null record, or null with QE_ERROR_NO_MEMORY (-22) in the cell. */
 VESK_API vesk_hb_record_sensor_values *vesk_hb_record_sensor_values_create_null(void);
 
 /** Releases what @p rec holds and marks it dead. */
@@ -100,7 +101,7 @@ VESK_API int vesk_hb_record_sensor_values_is_equal(const vesk_hb_record_sensor_v
  * those of a new record may hold anything. @p rec is marked live with version 2, whatever its
  * version was.
  *
- * @return the copy, or null with -22 in the cell and @p dst untouched.
+ * @return the copy, or null with QE_ERROR_NO_MEMORY (-22) in the cell and @p dst untouched.
  */
 VESK_API vesk_hb_record_sensor_values *
 vesk_hb_record_sensor_values_copy(vesk_hb_record_sensor_values *rec,
@@ -112,8 +113,8 @@ vesk_hb_record_sensor_values_copy(vesk_hb_record_sensor_values *rec,
  *
  * Aborts with "rec->version == 2", "rec->hvalues != ((void *)0)" or "rec->n_sensors > 0".
  *
- * @return what the writer reported; -49 with more than 10000 summaries, and nothing is written; or
- * the negative result of the writer.
+ * @return what the writer reported; QE_ERROR_LIMIT (-49) with more than 10000 summaries, and
+ * nothing is written; or the negative result of the writer.
  */
 VESK_API int
 binary_serializer_write_vesk_hb_record_sensor_values(const vesk_hb_record_sensor_values *rec,
@@ -126,9 +127,10 @@ binary_serializer_write_vesk_hb_record_sensor_values(const vesk_hb_record_sensor
  * Aborts with "rec->version == 2", and with "nread != 0" where the data ends right before the
  * second event counter.
  *
- * @return the bytes consumed; 0 at the end of the data; -12 on any other version, also that of a
- * part; -6 on a timestamp with microseconds or a number of summaries that is not 1 to 10000; -22
- * without memory; -48 where the data ends inside the interval; or the negative result of the
+ * @return the bytes consumed; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) on any other
+ * version, also that of a part; QE_ERROR_MALFORMED (-6) on a timestamp with microseconds or a
+ * number of summaries that is not 1 to 10000; QE_ERROR_NO_MEMORY (-22) without memory;
+ * QE_ERROR_TRUNCATED (-48) where the data ends inside the interval; or the negative result of the
  * reader.
  */
 VESK_API int binary_serializer_read_vesk_hb_record_sensor_values(vesk_hb_record_sensor_values *rec,

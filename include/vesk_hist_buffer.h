@@ -33,7 +33,8 @@ typedef struct vesk_hist_buffer {
     signed char version;       /**< 1 while open */
     char *filename;            /**< path of the file; owned */
     FILE *fp;                  /**< the file; closed with the buffer */
-    struct reader *reader;     /**< over `fp`, from opening until the first write, else null */
+    struct reader *reader;     /**< over `fp`, from opening until an interval was written, else
+ null */
     struct writer *writer;     /**< over `fp`; each flush ends one zlib stream */
     uint32_t max_data_records; /**< capacity in intervals */
     uint32_t num_data_records; /**< intervals written or read so far */
@@ -50,8 +51,8 @@ typedef struct vesk_hist_buffer {
  * Aborts with "max_data_records != 0".
  *
  * @return the buffer, to be released with vesk_hist_buffer_close(). Null on failure with, in the
- * last-error cell: -40 the file cannot be opened; -22 no memory; or the result of writing the
- * header.
+ * last-error cell: QE_ERROR_OPEN (-40) the file cannot be opened; QE_ERROR_NO_MEMORY (-22) no
+ * memory; or the result of writing the header.
  */
 VESK_API vesk_hist_buffer *vesk_hist_buffer_create(const char *filename, uint32_t max_data_records);
 
@@ -61,8 +62,8 @@ VESK_API vesk_hist_buffer *vesk_hist_buffer_create(const char *filename, uint32_
  * set is null.
  *
  * @return the buffer, to be released with vesk_hist_buffer_close(). Null on failure with the codes
- * of vesk_buffer_open_for_read_write() in the last-error cell, and -3 when the file is a current
- * buffer.
+ * of vesk_buffer_open_for_read_write() in the last-error cell, and QE_ERROR_WRONG_KIND (-3) when
+ * the file is a current buffer.
  */
 VESK_API vesk_hist_buffer *vesk_hist_buffer_open_for_read_write(const char *filename);
 
@@ -80,16 +81,17 @@ VESK_API void vesk_hist_buffer_close(vesk_hist_buffer **hbuf);
  * @p hvlist. Then flushes.
  *
  * @p events are the counts of the events in the interval; null counts none. All arguments stay the
- * caller's. The names become the working set even when writing them fails; a failed write does not
- * count the interval.
+ * caller's. The names become the working set even when writing them fails, unless there was no
+ * memory for them: then there is no working set. A failed write does not count the interval.
  *
  * Aborts with "start != ((void *)0)", "end != ((void *)0)", "hvlist != ((void *)0)" or
- * "hbuf->writer != ((void *)0)". A stream that zlib itself refused (-42) aborts on its next use
- * with "zwriter->err == 0".
+ * "hbuf->writer != ((void *)0)". A stream that zlib itself refused (QE_ERROR_COMPRESSION (-42))
+ * aborts on its next use with "zwriter->err == 0".
  *
- * @return 0; -2 when the buffer is full, with nothing written; -6 when the list is empty or a time
- * cannot be stored; -41 the file takes no more; -49 more than 10000 sensors; -42 compression
- * failed; -22 no memory.
+ * @return 0; QE_ERROR_FULL (-2) when the buffer is full, with nothing written; QE_ERROR_MALFORMED
+ * (-6) when the list is empty or a time cannot be stored; QE_ERROR_IO (-41) the file takes no more;
+ * QE_ERROR_LIMIT (-49) more than 10000 sensors; QE_ERROR_COMPRESSION (-42) compression failed;
+ * QE_ERROR_NO_MEMORY (-22) no memory.
  */
 VESK_API int vesk_hist_buffer_write_interval(vesk_hist_buffer *hbuf, const timestamp *start,
                                              const timestamp *end, const hist_value_list *hvlist,
@@ -99,23 +101,26 @@ VESK_API int vesk_hist_buffer_write_interval(vesk_hist_buffer *hbuf, const times
  * Reads the next record into @p rec, which must be initialised and may hold the record before.
  *
  * Sensor names become the working set of the buffer: @p rec shows them, but they stay the buffer's
- * and live until the next names are read. An interval belongs to @p rec and is counted in
- * `num_data_records`.
+ * and live until the next names are read or written, or the buffer is closed. An interval belongs
+ * to @p rec and is counted in `num_data_records`.
  *
  * Aborts with "hbuf->reader != ((void *)0)" on a buffer that was created or written to, and with
  * "reader_eof (hbuf->reader)" when the file cannot be read. A file that ends right behind the
  * length of a string, or right behind the first count of events, aborts with "nread != 0".
  *
- * @return 0; -43 at the end of the records, also when the file ends just where a sensor's name
- * should begin; -48 the file ends inside the record; -6 unknown record type or malformed content;
- * -12 unknown version; -49 a stored count is out of range; -41 the compressed data are damaged,
- * after which nothing more can be read; -22 no memory.
+ * @return 0; QE_ERROR_END_OF_RECORDS (-43) at the end of the records, also when the file ends just
+ * where a sensor's name should begin; QE_ERROR_TRUNCATED (-48) the file ends inside the record;
+ * QE_ERROR_MALFORMED (-6) unknown record type or malformed content; QE_ERROR_BAD_VERSION (-12)
+ * unknown version; QE_ERROR_LIMIT (-49) a stored count is out of range; QE_ERROR_IO (-41) the
+ * compressed data are damaged, after which nothing more can be read; QE_ERROR_NO_MEMORY (-22) no
+ * memory.
  */
 VESK_API int vesk_hist_buffer_read_record(vesk_hist_buffer *hbuf, vesk_hb_record *rec);
 
 /**
  * @return how many intervals still find place: the capacity less what was written or read so far;
- * -6 when that is more than the capacity. A capacity of 2^31 or more gives other negative numbers.
+ * QE_ERROR_MALFORMED (-6) when that is more than the capacity. A capacity of 2^31 or more gives
+ * other negative numbers.
  */
 VESK_API int vesk_hist_buffer_get_number_empty_intervals(const vesk_hist_buffer *hbuf);
 
@@ -137,8 +142,9 @@ VESK_API int binary_serializer_write_vesk_hist_buffer(const vesk_hist_buffer *hb
 /**
  * Reads the header into @p hbuf. The capacity is stored before it is judged.
  *
- * @return 5; 0 when the data end before the header; -48 when they end inside it; -12 unknown
- * version; -6 a capacity of 0 or an odd one; or the negative result of @p reader.
+ * @return 5; 0 when the data end before the header; QE_ERROR_TRUNCATED (-48) when they end inside
+ * it; QE_ERROR_BAD_VERSION (-12) unknown version; QE_ERROR_MALFORMED (-6) a capacity of 0 or an odd
+ * one; or the negative result of @p reader.
  */
 VESK_API int binary_serializer_read_vesk_hist_buffer(vesk_hist_buffer *hbuf, reader *reader);
 

@@ -27,11 +27,12 @@ extern "C" {
  * "*names1 == state->hbuf_in->hb_rec_sensors_last" when the sensors change twice between two
  * intervals of one pair; and with "hvalue->count == 0" when a sensor occurs twice in a set.
  *
- * @return 0; -6 when @p hbuf_out has too little room, with nothing written, when an interval has
- * another number of summaries than there are sensors, or when there are more intervals than the
- * capacity; -44 when there are fewer, after all whole pairs were written; the codes of
- * vesk_hist_buffer_open_for_read_write() and of vesk_hist_buffer_read_record() but -43; the codes
- * of vesk_hist_buffer_write_interval().
+ * @return 0; QE_ERROR_MALFORMED (-6) when @p hbuf_out has too little room, with nothing written,
+ * when an interval has another number of summaries than there are sensors, or when there are more
+ * intervals than the capacity; QE_ERROR_NOT_FULL (-44) when there are fewer, after all whole pairs
+ * were written; the codes of vesk_hist_buffer_open_for_read_write() and of
+ * vesk_hist_buffer_read_record() but QE_ERROR_END_OF_RECORDS (-43); the codes of
+ * vesk_hist_buffer_write_interval().
  */
 VESK_API int vesk_hist_buffer_compress(const char *hbuf_in_filename, vesk_hist_buffer *hbuf_out);
 

@@ -21,22 +21,23 @@ extern "C" {
  *
  * A read returns the bytes produced, fewer than wanted only where the source ends, be it in the
  * middle of a stream. Codes of the source are returned unchanged. Data that is not compressed data,
- * or is damaged, gives -41, and so does a lack of memory: the reader is then dead, and reading on
- * aborts with "zreader->err == 0". Damage is noticed where zlib meets it, which may be after some
- * of the damaged bytes were handed out, at the latest at the end of their stream.
+ * or is damaged, gives QE_ERROR_IO (-41), and so does a lack of memory: the reader is then dead,
+ * and reading on aborts with "zreader->err == 0". Damage is noticed where zlib meets it, which may
+ * be after some of the damaged bytes were handed out, at the latest at the end of their stream.
  *
  * reader_eof() is false while compressed input is left or the last read was filled; so it becomes
  * true only by a read that comes back short.
  *
  * A source that yields nothing without being at its end aborts with "reader_eof (zreader->reader)".
  *
- * @return 0, or -22 without memory; then @p reader_base stays the caller's.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; then @p reader_base stays the caller's.
  *
  * Aborts with "reader_base != ((void *)0)".
  */
 VESK_API int zlib_reader_init(reader *r, reader *reader_base);
 
-/** As zlib_reader_init(), allocated. @return null without memory, with -22 in the cell. */
+/** As zlib_reader_init(), allocated. @return null without memory, with QE_ERROR_NO_MEMORY (-22) in
+ * the cell. */
 VESK_API reader *zlib_reader_create(reader *reader_base);
 
 /**

@@ -25,16 +25,17 @@ extern "C" {
  *
  * When @p writer_base fails, its code is returned and the current stream is torn: what was
  * buffered is lost, and the next write begins a new stream behind what did get out. When zlib
- * fails, the result is -42 and the writer is dead: to flush it, to destroy it or to write more than
- * its buffer holds aborts with "zwriter->err == 0".
+ * fails, the result is QE_ERROR_COMPRESSION (-42) and the writer is dead: to flush it, to destroy
+ * it or to write more than its buffer holds aborts with "zwriter->err == 0".
  *
- * @return 0, or -22 without memory; then @p writer_base stays the caller's.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; then @p writer_base stays the caller's.
  *
  * Aborts with "writer_base != ((void *)0)".
  */
 VESK_API int zlib_writer_init(writer *w, writer *writer_base);
 
-/** As zlib_writer_init(), allocated. @return null without memory, with -22 in the cell. */
+/** As zlib_writer_init(), allocated. @return null without memory, with QE_ERROR_NO_MEMORY (-22) in
+ * the cell. */
 VESK_API writer *zlib_writer_create(writer *writer_base);
 
 #ifdef __cplusplus

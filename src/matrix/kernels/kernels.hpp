@@ -1,9 +1,10 @@
 // The inner loops of matrix arithmetic, once for each width of vector that a processor may have.
 //
-// All levels give the same bits: they differ in how many columns they carry side by side, never in
-// the order of operations inside one result. Where a product is fused with a sum the processor's
-// fused instruction is used, or the C library's fma() where there is none; everywhere else the two
-// steps round one after the other (the build forbids contraction).
+// All levels give the same bits, except those of a NaN, whose sign and payload depend on which
+// operand the processor takes them from: they differ in how many columns they carry side by side,
+// never in the order of operations inside one result. Where a product is fused with a sum the
+// processor's fused instruction is used, or the C library's fma() where there is none; everywhere
+// else the two steps round one after the other (the build forbids contraction).
 #ifndef VESK_MATRIX_KERNELS_KERNELS_HPP
 #define VESK_MATRIX_KERNELS_KERNELS_HPP
 
