@@ -21,8 +21,10 @@ typedef enum vesk_limit {
     VESK_MAX_INTERVALS = 65534,
     VESK_MIN_EVENT_TYPE = 1, /**< the lowest type of an event */
     VESK_MAX_EVENT_TYPE = 5, /**< the highest type of an event */
-    /** Bytes of a base name, without the terminator, with which no name of a file is cut. */
-    VESK_MAX_BASE_LENGTH = 999
+    /** Bytes of a base name, without the terminator, with which no name of a file is cut: a
+       recorder cuts them to 1023 bytes, and ".4294967295.cbuf.z" takes 18. The part behind the last
+       slash has at most 232 where the file system takes 255: ".torn" may follow. */
+    VESK_MAX_BASE_LENGTH = 1005
 } vesk_limit;
 
 #endif

@@ -31,7 +31,9 @@
 
 #include <stdint.h>
 
+#include "error.h"
 #include "vesk_api.h"
+#include "vesk_limits.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -58,8 +60,13 @@ typedef enum vesk_recover_action {
     VESK_RECOVER_WRITE_STATE, /**< the state file is written */
     VESK_RECOVER_DELETE,      /**< a file whose content is in the history is deleted, or what an
                                    earlier recovery left unfinished */
-    VESK_RECOVER_KEEP /**< a file that does not belong to the box, but may hold something that
-                           is nowhere else, is left alone; not counted as a step */
+    /** A file that does not belong to the box, but may hold something that is nowhere else, is left
+        alone; not counted as a step. With the error #QE_ERROR_WRONG_KIND (-3) it is no regular
+        file (a link, a folder, a FIFO, a device), or it belongs to neither the owner of the folder
+        nor the user who runs this nor root; it is not looked into then. */
+    VESK_RECOVER_KEEP,
+    /** A buffer gets a new, low number in its name, because the numbers come to their end. */
+    VESK_RECOVER_RENAME
 } vesk_recover_action;
 
 /** One thing that is wrong and what is done about it. */
@@ -114,12 +121,22 @@ typedef struct vesk_recover_report {
  *
  * Aborts with "filename != ((void *)0)" or "filename[0] != 0".
  *
- * @return 0 when the box is in order, whether or not something had to be done; -40 when there is no
- * box of this name, or a file or the folder cannot be opened; -41 when a file cannot be read or
- * written, or not renamed; -6 when the sizes cannot be told and the arguments do not tell them
- * either, or are none that vesk_create() takes; -49 when the base name has 1000 bytes or more, or
- * the sizes are impossible: more than 65534 intervals, or 10 million records missing in one buffer;
- * -22 without memory. The box is then as good as before, and recovering can be tried again.
+ * Nothing is followed out of the folder or waited for: see #VESK_RECOVER_KEEP. What is rewritten
+ * keeps its owner and its permissions; FILE.torn is readable by its owner only.
+ *
+ * @return 0 when the box is in order, whether or not something had to be done; or
+ * - #QE_ERROR_OPEN (-40) when there is no box of this name, or its state file, or a FILE.new or
+ *   FILE.torn that is needed, is there and no regular file;
+ * - #QE_ERROR_IO (-41) when the folder or a file cannot be read or written, or not renamed, also
+ *   when no descriptor is left;
+ * - #QE_ERROR_MALFORMED (-6) when the sizes cannot be told and the arguments do not tell them
+ *   either, or are none that vesk_create() takes;
+ * - #QE_ERROR_LIMIT (-49) when the base name has more than #VESK_MAX_BASE_LENGTH bytes, or the
+ *   sizes are impossible: more than #VESK_MAX_INTERVALS intervals, or 10 million records missing in
+ *   one buffer;
+ * - #QE_ERROR_NO_MEMORY (-22) without memory.
+ *
+ * The box is then as good as before, and recovering can be tried again.
  */
 VESK_API int vesk_recover(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_intervals,
                           vesk_recover_report *report);

@@ -173,8 +173,8 @@ typedef struct vesk_scan_file {
  * state file names, oldest first, the open one last, present or not; then the orphans beside it, by
  * number. The state file may be damaged or missing: then all files are orphans.
  *
- * @return 0, what @p visit returned if that was not 0, -40 when the folder cannot be read, -22
- * without memory, -49 when the base name is too long.
+ * @return 0, what @p visit returned if that was not 0, -40 when there is no such folder, -41 when
+ * it cannot be read, -22 without memory, -49 when the base name is too long.
  */
 VESK_API int vesk_scan_files(const char *filename,
                              int (*visit)(const vesk_scan_file *file, void *context),

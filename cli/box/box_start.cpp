@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <vesk/error.h>
+#include <vesk/vesk_limits.h>
 
 #include "box/box.hpp"
 #include "box/recovery.hpp"
@@ -22,7 +23,7 @@ namespace
 {
 
 // The recorder builds the names of its buffers in 1024 bytes and would cut longer ones off.
-constexpr std::size_t longest_base = 1000;
+constexpr std::size_t longest_base = VESK_MAX_BASE_LENGTH;
 
 std::string whole_path(const std::string &base)
 {

@@ -136,6 +136,8 @@ const char *action_name(vesk_recover_action action)
         return "delete";
     case VESK_RECOVER_KEEP:
         return "keep";
+    case VESK_RECOVER_RENAME:
+        return "rename";
     }
     return "other";
 }
@@ -173,7 +175,11 @@ std::string step_text(const recovery_step &step)
     case VESK_RECOVER_DELETE:
         return "not needed any more: deleted";
     case VESK_RECOVER_KEEP:
-        return "does not belong to the box: left alone";
+        return step.error == QE_ERROR_WRONG_KIND
+                   ? "no regular file, or somebody else's: not looked into, left alone"
+                   : "does not belong to the box: left alone";
+    case VESK_RECOVER_RENAME:
+        return "its number comes near the end: renamed to a low one";
     }
     return "unknown";
 }

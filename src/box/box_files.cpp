@@ -1,3 +1,4 @@
+// Finding the buffer files of a box by their names, see box_files.hpp.
 #include "box/box_files.hpp"
 
 #include <algorithm>
@@ -64,7 +65,7 @@ int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *
     }
     const owner<DIR, _close_folder> folder(opendir(folder_length == 0 ? "." : path));
     if (!folder) {
-        return QE_ERROR_OPEN;
+        return errno == ENOENT ? QE_ERROR_OPEN : QE_ERROR_IO;
     }
     for (;;) {
         errno = 0;
@@ -81,7 +82,7 @@ int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *
     }
     // Only this tells a folder that could not be read from its end.
     if (errno != 0) {
-        return QE_ERROR_OPEN;
+        return QE_ERROR_IO;
     }
     std::sort(names->begin(), names->end(), _comes_before);
     return 0;

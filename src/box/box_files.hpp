@@ -27,8 +27,8 @@ bool _vesk_format_buffer_name(char (&path)[max_filename], const char *base, cons
 bool _vesk_parse_buffer_name(const char *path, const char *base, buffer_name *name,
                              const char *suffix = "");
 
-// All files of that form in the folder of `base`, by number. 0, -40 when the folder cannot be read,
-// -22 without memory.
+// All files of that form in the folder of `base`, by number. 0, -40 when there is no such folder,
+// -41 when it cannot be read, -22 without memory.
 int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *names);
 
 // The length of the folder in `path`, the slash behind it included.

@@ -1,9 +1,13 @@
+// Replacing files as a whole, see durable_file.hpp.
 #include "box/durable_file.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vesk/error.h>
+
+#include "box/plain_file.hpp"
 
 int _vesk_sync_file(FILE *file)
 {
@@ -34,15 +38,43 @@ replacement_file::~replacement_file()
     }
 }
 
-int replacement_file::open(const char *target)
+// The file whose owner a new file gets: `like`, or the folder of `target`.
+static bool _find_owner(const char *target, const char *like, struct stat *status)
+{
+    if (like != nullptr && lstat(like, status) == 0 && S_ISREG(status->st_mode)) {
+        return true;
+    }
+    const auto length = static_cast<int>(_vesk_folder_length(target));
+    char folder[max_filename];
+    snprintf(folder, sizeof folder, "%.*s", length > 0 ? length : 1, length > 0 ? target : ".");
+    return stat(folder, status) == 0;
+}
+
+int replacement_file::open(const char *target, const char *like)
 {
     const int length = snprintf(target_, sizeof target_, "%s", target);
     const int path_length = snprintf(path_, sizeof path_, "%s%s", target, replacement_suffix);
     if (length < 0 || path_length >= static_cast<int>(sizeof path_)) {
         return QE_ERROR_LIMIT;
     }
-    file_.reset(fopen(path_, "w"));
-    return file_ ? 0 : QE_ERROR_OPEN;
+    struct stat status = {};
+    if (lstat(path_, &status) == 0 && (!S_ISREG(status.st_mode) || unlink(path_) != 0)) {
+        return QE_ERROR_OPEN;
+    }
+    constexpr mode_t usual_mode = 0666;
+    const bool known = lstat(target_, &status) == 0 && S_ISREG(status.st_mode);
+    file_ = _vesk_create_plain_file(path_, known ? status.st_mode & 0777 : usual_mode);
+    if (!file_) {
+        return QE_ERROR_OPEN;
+    }
+    if (known) {
+        _vesk_take_owner(file_.get(), status, status.st_mode);
+    } else if (geteuid() == 0 && _find_owner(target_, like, &status)) {
+        struct stat own = {};
+        (void)fstat(fileno(file_.get()), &own);
+        _vesk_take_owner(file_.get(), status, own.st_mode);
+    }
+    return 0;
 }
 
 int replacement_file::commit()

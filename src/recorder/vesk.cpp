@@ -26,7 +26,7 @@
 #include <vesk/vesk.h>
 
 #include "box/box_presence.hpp"
-#include "box/state_form.hpp"
+#include "box/state_file.hpp"
 #include "buffers/buffer_internal.hpp"
 #include "io/fields.hpp"
 #include "io/file_bytes.hpp"

@@ -6,15 +6,12 @@
 #include <unistd.h>
 
 #include <vesk/error.h>
-#include <vesk/raw_writer.h>
 #include <vesk/vesk.h>
 
 #include "box/durable_file.hpp"
+#include "box/state_file.hpp"
 #include "recorder/recorder.hpp"
 #include "support/owner.hpp"
-
-// Flag of the stream over the copy: it is closed here.
-static constexpr uint32_t keep_file_open = 1;
 
 static int _sync_stream(FILE *file)
 {
@@ -77,15 +74,22 @@ int vesk_backup_state(const vesk *recorder)
     if (opened < 0) {
         return opened;
     }
-    owned<writer, writer_destroy> target(raw_writer_create(file.file(), keep_file_open));
-    if (!target) {
-        return qe_get_last_error();
+    // The names of the stage are written without a result, so there must be room for all before.
+    constexpr std::size_t most_bytes = 65536;
+    byte_list bytes;
+    if (bytes.reserve(most_bytes) == nullptr) {
+        return QE_ERROR_NO_MEMORY;
     }
+    memory_writer target(&bytes);
     const int written = binary_serializer_write_vesk(recorder, target.get());
-    target.reset();
-    // The names of the stage are written without a result: the stream knows.
-    if (written < 0 || ferror(file.file()) != 0) {
-        return written < 0 ? written : QE_ERROR_IO;
+    if (written < 0) {
+        return written;
+    }
+    if (!_vesk_append_copy_checksum(&bytes)) {
+        return QE_ERROR_NO_MEMORY;
+    }
+    if (fwrite(bytes.begin(), 1, bytes.size(), file.file()) != bytes.size()) {
+        return QE_ERROR_IO;
     }
     return file.commit();
 }

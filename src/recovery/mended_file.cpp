@@ -2,9 +2,11 @@
 #include "recovery/mended_file.hpp"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <stdio.h>
 #include <zlib.h>
 
+#include "box/plain_file.hpp"
 #include "support/object.hpp"
 
 int mended_output::open_source(const char *filename)
@@ -12,7 +14,8 @@ int mended_output::open_source(const char *filename)
     if (output_ == nullptr) {
         return 0;
     }
-    source_.reset(fopen(filename, "r"));
+    // Whatever stands there now must not be led to.
+    source_ = _vesk_open_plain_file(filename, O_RDONLY);
     return source_ ? 0 : QE_ERROR_OPEN;
 }
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <dirent.h>
+#include <fcntl.h>
 #include <iterator>
 #include <stdio_ext.h>
 #include <sys/types.h>
@@ -202,6 +203,8 @@ int __real_deflateInit_(z_stream *stream, int level, const char *version, int si
 int __real_inflateInit_(z_stream *stream, const char *version, int size);
 FILE *__real_fopen(const char *path, const char *mode);
 FILE *__real_fopen64(const char *path, const char *mode);
+int __real_open(const char *path, int flags, ...);
+int __real_open64(const char *path, int flags, ...);
 DIR *__real_opendir(const char *path);
 size_t __real_fread(void *to, size_t size, size_t n, FILE *fp);
 char *__real_fgets(char *to, int size, FILE *fp);
@@ -296,6 +299,34 @@ FILE *__wrap_fopen64(const char *path, const char *mode)
 {
     return _fails(call_kind::open) ? _fail<FILE *>(EMFILE, nullptr)
                                    : _observed("fopen", __real_fopen64(path, mode));
+}
+
+// Only files that are made count: folders are opened to be synced.
+static int _open(int (*real)(const char *, int, ...), const char *path, int flags, va_list rest)
+{
+    if ((flags & O_CREAT) == 0) {
+        return real(path, flags);
+    }
+    const mode_t mode = va_arg(rest, mode_t);
+    return _fails(call_kind::open) ? _fail(EMFILE, -1) : _observed("open", real(path, flags, mode));
+}
+
+int __wrap_open(const char *path, int flags, ...)
+{
+    va_list rest;
+    va_start(rest, flags);
+    const int descriptor = _open(__real_open, path, flags, rest);
+    va_end(rest);
+    return descriptor;
+}
+
+int __wrap_open64(const char *path, int flags, ...)
+{
+    va_list rest;
+    va_start(rest, flags);
+    const int descriptor = _open(__real_open64, path, flags, rest);
+    va_end(rest);
+    return descriptor;
 }
 
 DIR *__wrap_opendir(const char *path)

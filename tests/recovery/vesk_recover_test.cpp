@@ -1,201 +1,17 @@
+// Recovering a box: what is mended in its buffers, and what becomes of the files beside them.
 #include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <set>
-#include <string>
-#include <vector>
 
-#include <vesk/error.h>
-#include <vesk/vesk.h>
-#include <vesk/vesk_buffer.h>
-#include <vesk/vesk_recover.h>
-#include <vesk/vesk_scan.h>
-
-#include "common/aborts.hpp"
-#include "common/buffer_files.hpp"
-#include "common/open_files.hpp"
-#include "common/telemetry.hpp"
-#include "common/temporary_directory.hpp"
-#include "common/zlib_bytes.hpp"
+#include "common/failing_calls.hpp"
+#include "recovery/recover_fixture.hpp"
 
 namespace
 {
-
-namespace fs = std::filesystem;
-
-using owned_recorder = owned<vesk, vesk_close>;
-using names = std::set<std::string>;
-
-// What a step says, without the parts that depend on how well zlib compresses.
-struct step {
-    vesk_recover_action action;
-    std::string file;
-    uint32_t count;
-
-    friend bool operator==(const step &, const step &) = default;
-};
-
-void PrintTo(const step &s, std::ostream *out)
-{
-    *out << "{" << s.action << ", " << s.file << ", " << s.count << "}";
-}
-
-using steps = std::vector<step>;
-
-// Boxes on the base name "r" in a folder of their own, which is the working folder: 4 vectors a
-// buffer, 2 intervals of 2 vectors each.
-class Recover : public testing::Test
-{
-protected:
-    Recover() : working_folder_(fs::current_path()) { fs::current_path(folder_.path()); }
-    ~Recover() override { fs::current_path(working_folder_); }
-
-    // A box with vectors 1 to `last`, closed. Vector i has the time 1000 + i and the value i.
-    static void make_box(int last)
-    {
-        owned_recorder recorder(vesk_create("r", 4, 2));
-        for (int i = 1; i <= last; ++i) {
-            write(recorder.get(), i);
-        }
-    }
-
-    static void write(vesk *recorder, int i)
-    {
-        const owned_matrix vector = make_vector(1000 + i, {{"a", static_cast<double>(i)}});
-        ASSERT_EQ(0, vesk_write_telemetry_vector(recorder, vector.get())) << i;
-    }
-
-    static void add_event(uint32_t type, const std::string &text)
-    {
-        owned_recorder recorder(vesk_open("r"));
-        const owned_event event = make_event(type, 1500, text);
-        ASSERT_EQ(0, vesk_write_event(recorder.get(), event.get()));
-    }
-
-    static steps plan(uint32_t samples = 0, uint32_t intervals = 0)
-    {
-        steps found;
-        const auto take = [](const vesk_recover_step *s, void *to) {
-            static_cast<steps *>(to)->push_back({s->action, s->filename, s->count});
-            return 0;
-        };
-        vesk_recover_report report;
-        EXPECT_EQ(0, vesk_recover_plan("r", samples, intervals, take, &found, &report));
-        uint32_t changing = 0;
-        for (const step &s : found) {
-            changing += s.action != VESK_RECOVER_KEEP ? 1 : 0;
-        }
-        EXPECT_EQ(changing, report.steps);
-        return found;
-    }
-
-    // Recovers, and sees that a second time finds nothing to do.
-    static vesk_recover_report recover(uint32_t samples = 0, uint32_t intervals = 0)
-    {
-        vesk_recover_report planned;
-        EXPECT_EQ(0, vesk_recover_plan("r", samples, intervals, nullptr, nullptr, &planned));
-        vesk_recover_report report;
-        EXPECT_EQ(0, vesk_recover("r", samples, intervals, &report));
-        EXPECT_EQ(0, memcmp(&planned, &report, sizeof report));
-        vesk_recover_report again;
-        EXPECT_EQ(0, vesk_recover("r", 0, 0, &again));
-        EXPECT_EQ(0U, again.steps);
-        return report;
-    }
-
-    // Opens the box and writes vectors from `next` on through two more rotations.
-    static void goes_on(int next)
-    {
-        qe_set_last_error(0);
-        const owned_recorder recorder(vesk_open("r"));
-        ASSERT_TRUE(recorder);
-        ASSERT_EQ(0, qe_get_last_error());
-        for (int i = next; i < next + 17; ++i) {
-            write(recorder.get(), i);
-        }
-    }
-
-    // The values of the first sensor in the samples of a file.
-    static std::vector<float> samples_in(const std::string &file)
-    {
-        std::vector<float> found;
-        EXPECT_EQ(0, vesk_scan_buffer(
-                         file.c_str(),
-                         [](const vesk_scan_item *item, void *to) {
-                             EXPECT_EQ(0, item->error);
-                             if (item->kind == VESK_SCAN_SENSOR_VALUES) {
-                                 static_cast<std::vector<float> *>(to)->push_back(
-                                     item->values->values[0]);
-                             }
-                             return 0;
-                         },
-                         &found));
-        return found;
-    }
-
-    // The names of the sensors of the last samples of a file.
-    static std::vector<std::string> sensors_in(const std::string &file)
-    {
-        std::vector<std::string> found;
-        EXPECT_EQ(0, vesk_scan_buffer(
-                         file.c_str(),
-                         [](const vesk_scan_item *item, void *to) {
-                             auto *list = static_cast<std::vector<std::string> *>(to);
-                             if (item->kind == VESK_SCAN_SENSOR_VALUES ||
-                                 item->kind == VESK_SCAN_INTERVAL) {
-                                 list->clear();
-                                 const sensor_array *s = item->names->sensors;
-                                 for (uint32_t i = 0; i < sensor_array_get_size(s); ++i) {
-                                     char name[10001];
-                                     list->emplace_back(
-                                         sensor_get_name(sensor_array_get(s, static_cast<int>(i)),
-                                                         name, sizeof name));
-                                 }
-                             }
-                             return 0;
-                         },
-                         &found));
-        return found;
-    }
-
-    static std::vector<std::string> events_in(const std::string &file)
-    {
-        std::vector<std::string> found;
-        EXPECT_EQ(0, vesk_scan_buffer(
-                         file.c_str(),
-                         [](const vesk_scan_item *item, void *to) {
-                             if (item->kind == VESK_SCAN_EVENT) {
-                                 static_cast<std::vector<std::string> *>(to)->push_back(
-                                     std::to_string(item->event->type) + " " + item->event->text);
-                             }
-                             return 0;
-                         },
-                         &found));
-        return found;
-    }
-
-    static void append(const std::string &file, const std::string &bytes)
-    {
-        write_file(file, read_file(file) + bytes);
-    }
-    static void cut(const std::string &file, std::size_t bytes)
-    {
-        const std::string content = read_file(file);
-        write_file(file, content.substr(0, content.size() - bytes));
-    }
-
-    names files() const { return folder_.names(); }
-
-private:
-    temporary_directory folder_;
-    fs::path working_folder_;
-};
 
 TEST_F(Recover, LeavesAHealthyBoxOfEveryStageAlone)
 {
     for (const int last : {0, 3, 4, 5, 9, 13, 16, 17, 21}) {
         make_box(last);
-        const names before = files();
+        const file_names before = files();
         std::vector<std::string> contents;
         for (const std::string &name : before) {
             contents.push_back(read_file(name));
@@ -455,7 +271,7 @@ TEST_F(Recover, LeavesOneNamesRecordBetweenTwoIntervalsOfAHistory)
                    compressed_stream(stored_names_record(1003, {"c"}) + interval(1003)) +
                    compressed_stream(stored_names_record(1005, {"d"})) +
                    compressed_stream(interval(1005)) + compressed_stream(interval(1007)));
-    const step set_aside = {VESK_RECOVER_SET_ASIDE, "r.4.hbuf.z", 1};
+    const recover_step set_aside = {VESK_RECOVER_SET_ASIDE, "r.4.hbuf.z", 1};
     EXPECT_EQ((steps{set_aside, set_aside}), plan());
     EXPECT_EQ(4U, recover().intervals_kept);
     EXPECT_EQ(compressed_stream(stored_names_record(1003, {"b"})) +
@@ -522,7 +338,7 @@ TEST_F(Recover, WritesAStateFileThatIsCutAtAnyByte)
     for (const int last : {5, 9, 13, 17}) {
         make_box(last);
         const std::string state = read_file("r.state");
-        const names before = files();
+        const file_names before = files();
         std::vector<std::string> contents;
         for (const std::string &name : before) {
             contents.push_back(read_file(name));
@@ -591,7 +407,7 @@ TEST_F(Recover, FinishesABoxThatWasKilledWhileItWasCreated)
 TEST_F(Recover, MakesBuffersThatAreMissing)
 {
     make_box(18);
-    const names all = files();
+    const file_names all = files();
     for (const char *missing : {"r.6.hbuf.z", "r.5.cbuf.z", "r.7.cbuf.z"}) {
         fs::remove(missing);
         EXPECT_GT(recover().steps, 0U) << missing;
@@ -641,7 +457,7 @@ TEST_F(Recover, DeletesWhatIsInTheHistory)
     owned_recorder recorder(vesk_open("r"));
     write(recorder.get(), 17);
     recorder.reset();
-    const names bounded = files();
+    const file_names bounded = files();
     for (const char *name : {"r.4.hbuf.z", "r.3.cbuf.z"}) {
         fs::rename(std::string("kept/") + name, name);
     }
@@ -671,7 +487,7 @@ TEST_F(Recover, DeletesWhatAnEarlierRecoveryLeft)
         write_file(name, "x");
     }
     EXPECT_EQ(5U, recover().steps);
-    EXPECT_EQ((names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
+    EXPECT_EQ((file_names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
 }
 
 TEST_F(Recover, KeepsAnUnfinishedHistoryOfABufferThatWasDamaged)
@@ -746,22 +562,47 @@ TEST_F(Recover, RefusesABoxThatIsNotThere)
 {
     EXPECT_EQ(QE_ERROR_OPEN, vesk_recover("r", 4, 2, nullptr));
     EXPECT_EQ(QE_ERROR_OPEN, vesk_recover("no/folder", 4, 2, nullptr));
-    EXPECT_EQ(QE_ERROR_LIMIT, vesk_recover(std::string(1000, 'r').c_str(), 4, 2, nullptr));
-    EXPECT_EQ((names{}), files());
+    EXPECT_EQ(QE_ERROR_LIMIT,
+              vesk_recover(std::string(VESK_MAX_BASE_LENGTH + 1, 'r').c_str(), 4, 2, nullptr));
+    EXPECT_EQ((file_names{}), files());
+}
+
+TEST_F(Recover, TakesTheLongestNameOfABox)
+{
+    std::string base = "r";
+    while (base.size() + 2 <= VESK_MAX_BASE_LENGTH) {
+        base.insert(0, "./");
+    }
+    ASSERT_EQ(static_cast<std::size_t>(VESK_MAX_BASE_LENGTH), base.size());
+    owned_recorder recorder(vesk_create(base.c_str(), 4, 2));
+    ASSERT_TRUE(recorder);
+    // The longest number that a name can have.
+    recorder->next_file_number = 4294967290;
+    for (int i = 1; i <= 10; ++i) {
+        write(recorder.get(), i);
+    }
+    recorder.reset();
+    EXPECT_EQ(1U, files().count("r.4294967291.cbuf.z"));
+    append("r.4294967291.cbuf.z", "torn");
+    vesk_recover_report report;
+    EXPECT_EQ(0, vesk_recover(base.c_str(), 0, 0, &report));
+    EXPECT_EQ(10U, report.samples_kept);
+    qe_set_last_error(0);
+    recorder.reset(vesk_open(base.c_str()));
+    EXPECT_EQ(0, qe_get_last_error());
+}
+
+TEST_F(Recover, TellsAFolderThatCannotBeReadFromABoxThatIsNotThere)
+{
+    make_box(6);
+    const failing_call failing(call_kind::open, 1);
+    EXPECT_EQ(QE_ERROR_IO, vesk_recover("r", 4, 2, nullptr));
 }
 
 TEST_F(Recover, RefusesMoreIntervalsThanAHistoryHolds)
 {
     write_file("r.state", "");
     EXPECT_EQ(QE_ERROR_LIMIT, vesk_recover("r", 65536, 65536, nullptr));
-}
-
-TEST_F(Recover, SaysWhenAFileCannotBeRead)
-{
-    make_box(2);
-    fs::remove("r.1.cbuf.z");
-    fs::create_directory("r.1.cbuf.z");
-    EXPECT_EQ(QE_ERROR_IO, vesk_recover("r", 0, 0, nullptr));
 }
 
 TEST_F(Recover, PassesOnWhatTheVisitorReturns)

@@ -1404,7 +1404,7 @@ TEST_F(ScanFiles, FailsWithoutItsFolder)
     EXPECT_EQ(QE_ERROR_OPEN, vesk_scan_files("nowhere/r", keep_file, &files));
     EXPECT_TRUE(files.empty());
     const failing_call failing(call_kind::read, 1);
-    EXPECT_EQ(QE_ERROR_OPEN, vesk_scan_files("r", keep_file, &files));
+    EXPECT_EQ(QE_ERROR_IO, vesk_scan_files("r", keep_file, &files));
 }
 
 TEST_F(ScanFiles, RefusesANameThatIsTooLong)

@@ -1,0 +1,33 @@
+// Finding numbers that are free, see file_numbers.hpp.
+#include "recovery/file_numbers.hpp"
+
+static constexpr uint64_t numbers_end = uint64_t(UINT32_MAX) + 1;
+
+bool _vesk_is_believable_number(uint32_t stored, uint32_t highest)
+{
+    return stored > highest && stored - highest <= most_skipped_numbers;
+}
+
+uint32_t _vesk_find_free_numbers(number_list *taken, uint64_t start, uint64_t room)
+{
+    std::sort(taken->begin(), taken->end());
+    for (const uint32_t number : *taken) {
+        if (number >= start && number - start < room) {
+            start = uint64_t(number) + 1;
+        }
+    }
+    return start + room <= numbers_end ? static_cast<uint32_t>(start) : 0;
+}
+
+uint32_t _vesk_find_next_number(number_list *taken, uint64_t start)
+{
+    // More rotations than a machine lives to see; and those of some weeks at one a second.
+    constexpr uint64_t rooms[] = {uint64_t(1) << 28, uint64_t(1) << 21};
+    for (const uint64_t room : rooms) {
+        const uint32_t number = _vesk_find_free_numbers(taken, start, room);
+        if (number != 0) {
+            return number;
+        }
+    }
+    return 0;
+}

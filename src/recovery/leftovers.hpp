@@ -1,0 +1,46 @@
+// What becomes of the files that are not in the box, once its state file names others: those of
+// which all is in the box are deleted, others are told and stay. Beside them, what an earlier
+// recovery left unfinished goes, and what was taken out of a buffer goes with the buffer.
+#ifndef VESK_RECOVERY_LEFTOVERS_HPP
+#define VESK_RECOVERY_LEFTOVERS_HPP
+
+#include "recovery/arrangement.hpp"
+#include "recovery/file_numbers.hpp"
+#include "recovery/recovery_steps.hpp"
+#include "recovery/survey.hpp"
+
+class leftovers
+{
+public:
+    leftovers(const box_survey &survey, recovery_steps *steps, bool execute)
+        : survey_(survey), steps_(steps), execute_(execute)
+    {
+    }
+
+    // Finds what the mended buffers of the box prove to hold. Before anything else. 0 or -22.
+    int judge(const arrangement &box);
+
+    // The numbers of files that stay and must not be overwritten. False without memory.
+    bool list_kept_numbers(number_list *numbers) const;
+
+    // Does it. `now` is the box under the names that it has in the end.
+    int clear_up(const arrangement &now);
+
+private:
+    bool goes(const box_file &file) const { return !file.placed && coverage_.holds(file); }
+    bool stays(const buffer_name &name, const arrangement &now) const;
+    int keep(const char *path, int error);
+    int remove(const char *path);
+    int clear_file(const box_file &file);
+    int clear_path(const char *path);
+    int clear_unfinished();
+    int clear_beside(const char *suffix, const arrangement *spared);
+
+    const box_survey &survey_;
+    recovery_steps *steps_;
+    bool execute_;
+    arrangement box_;
+    box_coverage coverage_;
+};
+
+#endif

@@ -1,0 +1,97 @@
+// What is there: the state file, its copy and the buffer files under the name of a box, each of
+// them read once. Nothing is decided here and nothing is changed. What is no regular file, or
+// somebody else's, is listed apart and not looked into.
+#ifndef VESK_RECOVERY_SURVEY_HPP
+#define VESK_RECOVERY_SURVEY_HPP
+
+#include <cstdint>
+
+#include <vesk/vesk_scan.h>
+
+#include "box/box_sizes.hpp"
+#include "box/plain_file.hpp"
+#include "box/state_file.hpp"
+#include "recovery/arrangement.hpp"
+#include "recovery/box_file.hpp"
+#include "recovery/file_numbers.hpp"
+
+class state_summary
+{
+public:
+    state_summary() = default;
+    state_summary(const state_summary &) = delete;
+    state_summary &operator=(const state_summary &) = delete;
+    ~state_summary() { vesk_state_summary_destruct(&summary_); }
+
+    int scan(const char *path) { return vesk_scan_state(path, &summary_); }
+    const vesk_state_summary *operator->() const { return &summary_; }
+    const vesk_state_summary &operator*() const { return summary_; }
+
+    // Nothing is known of a file that is not looked into.
+    void set_missing() { summary_.error = QE_ERROR_OPEN; }
+
+    // The bytes of the form that was read.
+    std::size_t form_size() const;
+
+    // The sizes that it tells, as far as it got; none when the quotient behind them is another.
+    recorder_sizes told_sizes() const;
+
+private:
+    vesk_state_summary summary_ = {};
+};
+
+class box_survey
+{
+public:
+    explicit box_survey(const char *base) : base_(base), owners_(base) {}
+
+    // 0; -40 when there is no box of this name, -41 when its folder, its state file or one of its
+    // buffers cannot be read, -49 when the name is too long, -22 without memory.
+    int look();
+
+    const char *base() const { return base_; }
+    const char *state_path() const { return state_path_; }
+    const char *copy_path() const { return copy_path_; }
+    const trusted_owners &owners() const { return owners_; }
+
+    const state_summary &state() const { return state_; }
+    const state_summary &copy() const { return copy_; }
+    // What they say of the buffers that were found.
+    named_state named_by_state() const;
+    named_state named_by_copy() const;
+    // Whether its checksum is wrong.
+    bool copy_has_changed() const { return copy_checksum_ == copy_checksum::wrong; }
+    // Whether a recorder that reads the state file goes on beside it.
+    bool state_leads_here() const;
+
+    box_file_list &files() { return files_; }
+    const box_file_list &files() const { return files_; }
+    // The buffer files that were not looked into.
+    const buffer_names &foreign() const { return foreign_; }
+    bool state_is_foreign() const { return state_is_foreign_; }
+    bool copy_is_foreign() const { return copy_is_foreign_; }
+
+    // The numbers in all names, of buffers and of what is beside them. False without memory.
+    bool list_numbers(number_list *numbers) const;
+
+private:
+    int look_at_state();
+    int look_at_copy();
+    int look_at_buffer(const buffer_name &name);
+    named_state find_named(const vesk_state_summary &summary) const;
+    bool find_name(const char *path, buffer_name *name) const;
+
+    const char *base_;
+    trusted_owners owners_;
+    char state_path_[max_filename] = {};
+    char copy_path_[max_filename] = {};
+    state_summary state_;
+    state_summary copy_;
+    bool state_is_foreign_ = false;
+    bool copy_is_foreign_ = false;
+    copy_checksum copy_checksum_ = copy_checksum::wrong;
+    box_file_list files_;
+    buffer_names foreign_;
+};
+
+#endif
