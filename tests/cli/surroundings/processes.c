@@ -22,7 +22,7 @@ pid_t fork(void)
 pid_t waitpid(pid_t process, int *status, int options)
 {
     REAL(pid_t, "waitpid", (pid_t, int *, int))
-    return is_due("fork") ? -1 : real(process, status, options);
+    return is_due("wait") ? -1 : real(process, status, options);
 }
 
 #define SOCKET(result, name, parameters, types, arguments)                                         \

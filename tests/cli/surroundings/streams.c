@@ -19,6 +19,15 @@ static void mark(FILE *stream)
     stream->_flags |= ERROR_SEEN;
 }
 
+/* What a stream cannot write it forgets. */
+static void lose(FILE *stream)
+{
+    const int before = errno;
+    __fpurge(stream);
+    errno = before;
+    mark(stream);
+}
+
 /* A stream asks for the rest itself when it is given a part, so there are no short reads. */
 size_t fread(void *restrict to, size_t size, size_t count, FILE *restrict stream)
 {
@@ -54,13 +63,22 @@ char *fgets(char *restrict to, int size, FILE *restrict stream)
 CHARACTER_READER(getc)
 CHARACTER_READER(fgetc)
 
+static int real_flush(FILE *stream)
+{
+    REAL(int, "fflush", (FILE *))
+    return real(stream);
+}
+
 /* A stream that can write a part only meets an error with the rest. */
 size_t fwrite(const void *restrict from, size_t size, size_t count, FILE *restrict stream)
 {
     REAL(size_t, "fwrite", (const void *, size_t, size_t, FILE *))
     if (due_file("write", fileno(stream))) {
         const size_t written = plan.is_short ? real(from, 1, size * count / 2, stream) : 0;
-        mark(stream);
+        if (plan.is_short) {
+            (void)real_flush(stream);
+        }
+        lose(stream);
         errno = plan.error;
         return size > 0 ? written / size : 0;
     }
@@ -72,7 +90,7 @@ size_t fwrite(const void *restrict from, size_t size, size_t count, FILE *restri
     {                                                                                              \
         REAL(int, #name, (int, FILE *))                                                            \
         if (due_file("write", fileno(stream))) {                                                   \
-            mark(stream);                                                                          \
+            lose(stream);                                                                          \
             return EOF;                                                                            \
         }                                                                                          \
         return real(character, stream);                                                            \
@@ -85,7 +103,7 @@ int fputs(const char *restrict text, FILE *restrict stream)
 {
     REAL(int, "fputs", (const char *, FILE *))
     if (due_file("write", fileno(stream))) {
-        mark(stream);
+        lose(stream);
         return EOF;
     }
     return real(text, stream);
@@ -94,7 +112,7 @@ int fputs(const char *restrict text, FILE *restrict stream)
 int fprintf(FILE *restrict stream, const char *restrict format, ...)
 {
     if (due_file("write", fileno(stream))) {
-        mark(stream);
+        lose(stream);
         return -1;
     }
     va_list arguments;
@@ -106,12 +124,11 @@ int fprintf(FILE *restrict stream, const char *restrict format, ...)
 
 int fflush(FILE *stream)
 {
-    REAL(int, "fflush", (FILE *))
     if (stream != NULL && due_file("write", fileno(stream))) {
-        mark(stream);
+        lose(stream);
         return EOF;
     }
-    return real(stream);
+    return real_flush(stream);
 }
 
 #define STREAM_OPENER(name)                                                                        \
