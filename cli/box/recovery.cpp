@@ -223,7 +223,7 @@ std::string recovery_failure(int result)
 
 std::string recovery_failure(const recovery_plan &plan)
 {
-    if (plan.result == 0) {
+    if (plan.result == 0 || !plan.obstacle.empty()) {
         return plan.obstacle;
     }
     // What the system says tells more than that a file could not be had.

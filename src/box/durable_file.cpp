@@ -58,8 +58,12 @@ int replacement_file::open(const char *target, const char *like)
         return QE_ERROR_LIMIT;
     }
     struct stat status = {};
-    if (lstat(path_, &status) == 0 && (!S_ISREG(status.st_mode) || unlink(path_) != 0)) {
+    const bool left_behind = lstat(path_, &status) == 0;
+    if (left_behind && !S_ISREG(status.st_mode)) {
         return QE_ERROR_OPEN;
+    }
+    if (left_behind && unlink(path_) != 0) {
+        return QE_ERROR_IO;
     }
     constexpr mode_t usual_mode = 0666;
     const bool known = lstat(target_, &status) == 0 && S_ISREG(status.st_mode);

@@ -26,8 +26,13 @@ public:
         if (step.action != VESK_RECOVER_KEEP) {
             ++report_->steps;
         }
-        return visit_ == nullptr ? 0 : visit_(&step, context_);
+        const int result = visit_ == nullptr ? 0 : visit_(&step, context_);
+        stopped_ = result != 0;
+        return result;
     }
+
+    // Whether the last result was the visitor's own.
+    bool stopped() const { return stopped_; }
 
     int tell_file(vesk_recover_action action, const char *path, uint64_t size, int error)
     {
@@ -68,6 +73,7 @@ private:
     vesk_recover_visitor visit_;
     void *context_;
     vesk_recover_report *report_;
+    bool stopped_ = false;
 };
 
 inline int ignore_step(const vesk_recover_step *, void *)

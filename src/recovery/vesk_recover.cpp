@@ -204,7 +204,8 @@ private:
     {
         int result = _vesk_mend_buffer(path, expected, steps_.receiver(), nullptr, contents);
         if (result != 0) {
-            return result;
+            // It was there when the box was looked at.
+            return result == QE_ERROR_OPEN && !steps_.stopped() ? QE_ERROR_IO : result;
         }
         steps_.count_contents(expected.kind, *contents);
         if (contents->steps == 0) {
