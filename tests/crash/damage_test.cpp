@@ -18,6 +18,7 @@
 #include "common/temporary_directory.hpp"
 #include "crash/box.hpp"
 #include "crash/recording.hpp"
+#include "crash/stored_records.hpp"
 #include "crash/trials.hpp"
 
 namespace
@@ -38,90 +39,6 @@ private:
     temporary_directory folder_;
     fs::path working_folder_;
 };
-
-// ---- What is in the streams -------------------------------------------------------------------
-
-// A record, whatever its sensors are called: those can be lost with another stream.
-struct stored_record {
-    std::string file;
-    std::size_t offset = 0; // of its stream
-    std::size_t length = 0;
-    std::string what;
-};
-
-struct record_list {
-    std::string file;
-    std::vector<stored_record> records;
-};
-
-std::string text_of(const vesk_scan_item &item)
-{
-    char text[64];
-    std::string what;
-    if (item.event != nullptr) {
-        snprintf(text, sizeof text, "event %u ", item.event->type);
-        return text + std::string(item.event->text);
-    }
-    if (item.values != nullptr) {
-        snprintf(text, sizeof text, "sample %ld",
-                 static_cast<long>(item.values->timestamp.tv.tv_sec));
-        what = text;
-        const uint32_t n = vesk_cb_record_sensor_values_get_number_values(item.values);
-        for (uint32_t i = 0; i < n; ++i) {
-            snprintf(text, sizeof text, " %a",
-                     static_cast<double>(vesk_cb_record_sensor_values_get_values(item.values)[i]));
-            what += text;
-        }
-        return what;
-    }
-    const vesk_hb_record_sensor_values &interval = *item.interval;
-    snprintf(text, sizeof text, "interval %ld %ld %u", static_cast<long>(interval.start.tv.tv_sec),
-             static_cast<long>(interval.end.tv.tv_sec), interval.events.n_type3_events);
-    what = text;
-    for (uint32_t i = 0; i < vesk_hb_record_sensor_values_get_number_hist_values(&interval); ++i) {
-        snprintf(text, sizeof text, " %u:%a", interval.hvalues[i].count,
-                 static_cast<double>(interval.hvalues[i].sum));
-        what += text;
-    }
-    return what;
-}
-
-int take_record(const vesk_scan_item *item, void *context)
-{
-    auto *list = static_cast<record_list *>(context);
-    if (item->values != nullptr || item->event != nullptr || item->interval != nullptr) {
-        list->records.push_back({list->file, static_cast<std::size_t>(item->offset),
-                                 static_cast<std::size_t>(item->length), text_of(*item)});
-    }
-    return 0;
-}
-
-int take_named_file(const vesk_scan_file *file, void *context)
-{
-    auto *list = static_cast<record_list *>(context);
-    list->file = file->filename;
-    if (file->role != VESK_SCAN_ORPHAN && file->missing == 0) {
-        (void)vesk_scan_buffer(file->filename, take_record, context);
-    }
-    return 0;
-}
-
-int take_any_file(const vesk_scan_file *file, void *context)
-{
-    auto *list = static_cast<record_list *>(context);
-    list->file = file->filename;
-    if (file->missing == 0) {
-        (void)vesk_scan_buffer(file->filename, take_record, context);
-    }
-    return 0;
-}
-
-std::vector<stored_record> read_records(int (*visit)(const vesk_scan_file *, void *))
-{
-    record_list list;
-    (void)vesk_scan_files("r", visit, &list);
-    return list.records;
-}
 
 // ---- Boxes and what happens to them -----------------------------------------------------------
 
@@ -150,7 +67,7 @@ whole_box make_box(const box_sizes &sizes, int vectors, bool with_backup)
     }
     recorder.reset();
     box.files = read_folder();
-    box.records = read_records(take_named_file);
+    box.records = read_named_records();
     return box;
 }
 
@@ -168,42 +85,7 @@ std::vector<whole_box> make_boxes()
     return boxes;
 }
 
-// What happened to the bytes from `from` to `to` of a file.
-struct wound {
-    std::string file;
-    std::size_t from = 0;
-    std::size_t to = 0;
-};
-
 enum counted { came_back, refused, kept_beside, code_base };
-
-bool is_hit(const stored_record &record, const std::vector<wound> &wounds)
-{
-    return std::any_of(wounds.begin(), wounds.end(), [&](const wound &one) {
-        return one.file == record.file && one.from < record.offset + record.length &&
-               one.to > record.offset;
-    });
-}
-
-// The records that were not hit and are not among those found.
-std::vector<std::string> missing_records(const whole_box &box, const std::vector<wound> &wounds,
-                                         const std::vector<stored_record> &found)
-{
-    std::multiset<std::string> there;
-    for (const stored_record &record : found) {
-        there.insert(record.what);
-    }
-    std::vector<std::string> missing;
-    for (const stored_record &record : box.records) {
-        const auto place = there.find(record.what);
-        if (place != there.end()) {
-            there.erase(place);
-        } else if (!is_hit(record, wounds)) {
-            missing.push_back(record.what);
-        }
-    }
-    return missing;
-}
 
 // The box goes on under its own name: what is written now is found in it.
 std::string go_on_from(const whole_box &box)
@@ -321,9 +203,9 @@ std::string check_damaged(const whole_box &box, const std::vector<wound> &wounds
     }
     count_trial(came_back);
     const std::vector<std::string> missing =
-        missing_records(box, wounds, read_records(take_named_file));
+        missing_records(box.records, wounds, read_named_records());
     if (!missing.empty()) {
-        const bool beside = missing_records(box, wounds, read_records(take_any_file)).empty();
+        const bool beside = missing_records(box.records, wounds, read_all_records()).empty();
         count_trial(kept_beside, beside ? 1 : 0);
         if (!beside || !state_is_hit) {
             complaint += std::to_string(missing.size()) + " records missing" +
@@ -541,7 +423,7 @@ std::string check_cut_recovery(const injury &one, bool all)
         return recovery.complaints();
     }
     // What an undisturbed recovery has brought back, that of a killed one has, too.
-    const std::vector<stored_record> expected = read_records(take_named_file);
+    const std::vector<stored_record> expected = read_named_records();
     for (const cut_place &place : find_cuts(recovery, all)) {
         count_trial(came_back);
         write_folder(cut_life(recovery, place));
@@ -550,7 +432,7 @@ std::string check_cut_recovery(const injury &one, bool all)
         if (result != 0) {
             complaint = "recovery gives " + std::to_string(result) + "\n";
         }
-        const std::vector<stored_record> found = read_records(take_named_file);
+        const std::vector<stored_record> found = read_named_records();
         const auto same = [](const stored_record &a, const stored_record &b) {
             return a.what == b.what;
         };

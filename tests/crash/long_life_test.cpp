@@ -1,0 +1,579 @@
+// A box lives on after two faults at once: one to three of its files are damaged, the state file
+// and its copy among them, the box is recovered, and then it records through all stages twice.
+// After each piece of that life the box is healthy, every count adds up, and every value that was
+// acknowledged and not damaged is in the raw samples or summed up in the history.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <numeric>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <vesk/error.h>
+#include <vesk/vesk.h>
+#include <vesk/vesk_recover.h>
+#include <vesk/vesk_scan.h>
+
+#include "common/temporary_directory.hpp"
+#include "crash/box.hpp"
+#include "crash/stored_records.hpp"
+#include "crash/trials.hpp"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+// ---- What a box holds in all ------------------------------------------------------------------
+
+// The sums over all sensors, whatever these are called: names can be lost with a damaged stream.
+// The values of these boxes are small multiples of 1/64, so sums of them are exact.
+struct totals {
+    uint64_t readings = 0;
+    double sum = 0;
+    std::array<uint64_t, 6> events = {};
+
+    bool operator==(const totals &) const = default;
+
+    totals &operator+=(const totals &other)
+    {
+        readings += other.readings;
+        sum += other.sum;
+        std::transform(events.begin(), events.end(), other.events.begin(), events.begin(),
+                       std::plus<>());
+        return *this;
+    }
+};
+
+std::string describe(const totals &all)
+{
+    std::string text = std::to_string(all.readings) + " readings, sum " + std::to_string(all.sum);
+    for (std::size_t type = 1; type < all.events.size(); ++type) {
+        text += ", " + std::to_string(all.events[type]) + " events " + std::to_string(type);
+    }
+    return text;
+}
+
+totals totals_of(const entry &one)
+{
+    totals all;
+    if (one.is_event) {
+        ++all.events[one.type];
+    }
+    for (const reading &r : one.readings) {
+        ++all.readings;
+        all.sum += r.value;
+    }
+    return all;
+}
+
+int add_item(const vesk_scan_item *item, void *context)
+{
+    auto *all = static_cast<totals *>(context);
+    if (item->values != nullptr) {
+        const uint32_t n = vesk_cb_record_sensor_values_get_number_values(item->values);
+        const float *values = vesk_cb_record_sensor_values_get_values(item->values);
+        for (uint32_t i = 0; i < n; ++i) {
+            if (!std::isnan(values[i])) {
+                ++all->readings;
+                all->sum += static_cast<double>(values[i]);
+            }
+        }
+    } else if (item->event != nullptr) {
+        ++all->events.at(item->event->type);
+    } else if (item->interval != nullptr) {
+        const vesk_hb_record_sensor_values &interval = *item->interval;
+        const uint32_t n = vesk_hb_record_sensor_values_get_number_hist_values(&interval);
+        for (uint32_t i = 0; i < n; ++i) {
+            all->readings += interval.hvalues[i].count;
+            all->sum += static_cast<double>(interval.hvalues[i].sum);
+        }
+        const vesk_hb_record_events &events = interval.events;
+        const std::array<uint64_t, 6> counted = {0,
+                                                 events.n_type1_events,
+                                                 events.n_type2_events,
+                                                 events.n_type3_events,
+                                                 events.n_type4_events,
+                                                 events.n_type5_events};
+        std::transform(all->events.begin(), all->events.end(), counted.begin(), all->events.begin(),
+                       std::plus<>());
+    }
+    return 0;
+}
+
+int add_file(const vesk_scan_file *file, void *context)
+{
+    return file->role == VESK_SCAN_ORPHAN ? 0 : vesk_scan_buffer(file->filename, add_item, context);
+}
+
+totals totals_of_box()
+{
+    totals all;
+    (void)vesk_scan_files("r", add_file, &all);
+    return all;
+}
+
+// ---- A life -----------------------------------------------------------------------------------
+
+class random_source
+{
+public:
+    explicit random_source(std::size_t seed) : engine_(static_cast<uint32_t>(seed)) {}
+
+    // A number from 0 to n - 1. The same on every machine, unlike std::uniform_int_distribution.
+    std::size_t below(std::size_t n) { return n == 0 ? 0 : engine_() % n; }
+    bool once_in(std::size_t n) { return below(n) == 0; }
+    template <typename T>
+    const T &one_of(const std::vector<T> &list)
+    {
+        return list[below(list.size())];
+    }
+
+private:
+    std::mt19937 engine_;
+};
+
+enum class clock_habit { steady, stands, steps_back };
+
+struct habits {
+    box_sizes sizes;
+    int width = 1;
+    clock_habit clock = clock_habit::steady;
+    bool backs_up = true;
+};
+
+// Writes vector after vector, with an event behind some of them, and remembers what was taken.
+class diary
+{
+public:
+    diary(const habits &of, random_source *random) : habits_(of), random_(random) {}
+
+    // Opens the box and writes `n` vectors. Returns a complaint, or nothing.
+    std::string write(int n)
+    {
+        qe_set_last_error(0);
+        owned_recorder recorder(vesk_open("r"));
+        if (!recorder || qe_get_last_error() != 0) {
+            return "opening gives " + std::to_string(qe_get_last_error()) + "\n";
+        }
+        return write(recorder.get(), n);
+    }
+
+    std::string write(vesk *recorder, int n)
+    {
+        for (int i = 0; i < n; ++i) {
+            const uint32_t number = recorder->next_file_number;
+            std::string complaint = write(recorder, next_vector());
+            // An event behind the last vector of a buffer is in no interval.
+            if (complaint.empty() && random_->once_in(3) && !is_full(recorder)) {
+                complaint = write(recorder, next_event());
+            }
+            if (!complaint.empty()) {
+                return complaint;
+            }
+            if (habits_.backs_up && recorder->next_file_number != number &&
+                vesk_backup_state(recorder) != 0) {
+                return "the copy of the state cannot be written\n";
+            }
+        }
+        return "";
+    }
+
+    int vectors() const { return vectors_; }
+    const totals &taken() const { return taken_; }
+    void forget() { taken_ = totals(); }
+
+private:
+    static bool is_full(const vesk *recorder)
+    {
+        const vesk_current_buffer *open =
+            recorder->state == VESK_ZCF_STATE_C00   ? recorder->c00->cbuf0
+            : recorder->state == VESK_ZCF_STATE_CC0 ? recorder->cc0->cbuf1
+            : recorder->state == VESK_ZCF_STATE_CCC ? recorder->ccc->cbuf2
+                                                    : recorder->hcc->cbuf2;
+        return open->num_data_records >= open->max_data_records;
+    }
+
+    entry next_vector()
+    {
+        ++vectors_;
+        switch (habits_.clock) {
+        case clock_habit::steady:
+            ++time_;
+            break;
+        case clock_habit::stands:
+            break;
+        case clock_habit::steps_back:
+            time_ += random_->once_in(5) ? -static_cast<int>(random_->below(40)) : 1;
+            break;
+        }
+        entry one = vector_entry(vectors_, habits_.width);
+        one.number = time_;
+        return one;
+    }
+
+    entry next_event()
+    {
+        ++events_;
+        return event_entry(time_, events_);
+    }
+
+    std::string write(vesk *recorder, const entry &one)
+    {
+        const int result = write_entry(recorder, one);
+        if (result != 0) {
+            return (one.is_event ? "an event" : "a vector") + std::string(" gives ") +
+                   std::to_string(result) + "\n";
+        }
+        taken_ += totals_of(one);
+        return "";
+    }
+
+    habits habits_;
+    random_source *random_;
+    int vectors_ = 0;
+    int events_ = 0;
+    int time_ = 500;
+    totals taken_;
+};
+
+// ---- Damage -----------------------------------------------------------------------------------
+
+struct damaged_folder {
+    folder_content files;
+    std::vector<wound> wounds;
+    std::string what;
+};
+
+// Where the number of the next file stands in a state file: behind its two names, the stage and
+// the three sizes.
+std::size_t offset_of_next_number(const std::string &state)
+{
+    std::size_t at = 1;
+    for (int name = 0; name < 2; ++name) {
+        uint32_t length = 0;
+        for (std::size_t i = 0; i < 4 && at + i < state.size(); ++i) {
+            length = length << 8 | static_cast<unsigned char>(state[at + i]);
+        }
+        at += 4 + length;
+    }
+    return at + 16;
+}
+
+class vandal
+{
+public:
+    // `earlier` are folders from earlier in the life of the box.
+    vandal(const folder_content &files, const std::vector<folder_content> &earlier,
+           random_source *random)
+        : random_(random), earlier_(earlier)
+    {
+        folder_.files = files;
+    }
+
+    damaged_folder damage()
+    {
+        std::vector<std::string> names;
+        for (const auto &[name, bytes] : folder_.files) {
+            names.push_back(name);
+        }
+        const std::size_t n = std::min(names.size(), 1 + random_->below(3));
+        for (std::size_t i = 0; i < n; ++i) {
+            const std::size_t chosen = random_->below(names.size());
+            damage(names[chosen]);
+            names.erase(names.begin() + static_cast<std::ptrdiff_t>(chosen));
+        }
+        return folder_;
+    }
+
+private:
+    static bool is_state(const std::string &name) { return name.find("buf") == std::string::npos; }
+
+    void damage(const std::string &name)
+    {
+        const std::string bytes = *folder_.files[name];
+        switch (random_->below(8)) {
+        case 0:
+            folder_.files.erase(name);
+            note(name, 0, SIZE_MAX, "removed");
+            break;
+        case 1:
+            cut(name, bytes);
+            break;
+        case 2:
+            replace_by_another_file(name, bytes);
+            break;
+        case 3:
+            go_back_in_time(name, bytes);
+            break;
+        case 4:
+            if (is_state(name)) {
+                change_next_number(name, bytes);
+                break;
+            }
+            [[fallthrough]];
+        default:
+            overwrite(name, bytes);
+            break;
+        }
+    }
+
+    void note(const std::string &name, std::size_t from, std::size_t to, const std::string &what)
+    {
+        folder_.wounds.push_back({name, from, to});
+        folder_.what += name + " " + what + "; ";
+    }
+
+    void cut(const std::string &name, const std::string &bytes)
+    {
+        const std::size_t size = random_->below(bytes.size() + 1);
+        const bool zeros = random_->once_in(2);
+        folder_.files[name] = shared_bytes(bytes.substr(0, size) +
+                                           std::string(zeros ? bytes.size() - size : 0, '\0'));
+        note(name, size, SIZE_MAX, (zeros ? "zeroed from " : "cut at ") + std::to_string(size));
+    }
+
+    void replace_by_another_file(const std::string &name, const std::string &bytes)
+    {
+        auto other = folder_.files.begin();
+        std::advance(other, static_cast<long>(random_->below(folder_.files.size())));
+        if (other->first == name || *other->second == bytes) {
+            overwrite(name, bytes);
+            return;
+        }
+        folder_.files[name] = other->second;
+        note(name, 0, SIZE_MAX, "is a copy of " + other->first);
+    }
+
+    // As after a restored backup, or after a disk that forgot the last writes.
+    void go_back_in_time(const std::string &name, const std::string &bytes)
+    {
+        std::vector<std::shared_ptr<const std::string>> versions;
+        for (const folder_content &folder : earlier_) {
+            const auto then = folder.find(name);
+            if (then != folder.end() && *then->second != bytes) {
+                versions.push_back(then->second);
+            }
+        }
+        if (versions.empty()) {
+            overwrite(name, bytes);
+            return;
+        }
+        const auto version = random_->one_of(versions);
+        folder_.files[name] = version;
+        note(name, is_state(name) ? 0 : version->size(), SIZE_MAX, "is from earlier");
+    }
+
+    void change_next_number(const std::string &name, const std::string &bytes)
+    {
+        const std::size_t at = offset_of_next_number(bytes);
+        if (at + 4 > bytes.size()) {
+            overwrite(name, bytes);
+            return;
+        }
+        const uint32_t number = random_->one_of<uint32_t>(
+            {0, 1, 2, 0xff, 0x7fffffff, 0xfffffff0, 0xfffffffd, 0xfffffffe, 0xffffffff});
+        std::string changed = bytes;
+        for (std::size_t i = 0; i < 4; ++i) {
+            changed[at + i] = static_cast<char>(number >> (24 - 8 * i));
+        }
+        folder_.files[name] = shared_bytes(changed);
+        note(name, at, at + 4, "has the next number " + std::to_string(number));
+    }
+
+    void overwrite(const std::string &name, const std::string &bytes)
+    {
+        if (bytes.empty()) {
+            return;
+        }
+        const std::size_t at = random_->below(bytes.size());
+        const std::size_t n = std::min(bytes.size() - at, 1 + random_->below(24));
+        const std::size_t kind = random_->below(3);
+        std::string changed = bytes;
+        for (std::size_t i = at; i < at + n; ++i) {
+            changed[i] = kind == 0   ? '\xff'
+                         : kind == 1 ? '\0'
+                                     : static_cast<char>(random_->below(256));
+        }
+        folder_.files[name] = shared_bytes(changed);
+        note(name, at, at + n,
+             std::to_string(n) + " bytes at " + std::to_string(at) + " are " +
+                 (kind == 0   ? "ff"
+                  : kind == 1 ? "00"
+                              : "noise"));
+    }
+
+    random_source *random_;
+    const std::vector<folder_content> &earlier_;
+    damaged_folder folder_;
+};
+
+bool is_anything_left(const folder_content &files)
+{
+    return std::any_of(files.begin(), files.end(), [](const auto &file) {
+        return file.first.find(".new") == std::string::npos;
+    });
+}
+
+// ---- One trial --------------------------------------------------------------------------------
+
+class long_life
+{
+public:
+    explicit long_life(std::size_t seed)
+        : random_(seed), habits_(choose_habits(&random_)), diary_(habits_, &random_)
+    {
+    }
+
+    std::string live()
+    {
+        write_folder({});
+        {
+            owned_recorder recorder(
+                vesk_create("r", habits_.sizes.samples, habits_.sizes.intervals));
+            if (habits_.backs_up && vesk_backup_state(recorder.get()) != 0) {
+                return "the copy of the state cannot be written\n";
+            }
+        }
+        std::string complaint =
+            record(static_cast<int>(random_.below(6 * habits_.sizes.samples + 2)));
+        const int rounds = random_.once_in(3) ? 2 : 1;
+        for (int round = 0; round < rounds && complaint.empty(); ++round) {
+            complaint = survive();
+        }
+        return complaint;
+    }
+
+private:
+    static habits choose_habits(random_source *random)
+    {
+        habits chosen;
+        chosen.sizes = random->one_of<box_sizes>({{2, 2}, {4, 2}, {4, 4}, {6, 2}, {8, 4}});
+        chosen.width = random->one_of<int>({steady, 0, 1, 3});
+        chosen.clock = random->one_of<clock_habit>({clock_habit::steady, clock_habit::steady,
+                                                    clock_habit::stands, clock_habit::steps_back});
+        chosen.backs_up = !random->once_in(4);
+        return chosen;
+    }
+
+    // Some vectors, with the box closed and opened in between, and looked at each time.
+    std::string record(int vectors)
+    {
+        totals expected = totals_of_box();
+        while (vectors > 0) {
+            const int n =
+                std::min(vectors, 1 + static_cast<int>(random_.below(habits_.sizes.samples + 3)));
+            diary_.forget();
+            std::string complaint = diary_.write(n);
+            expected += diary_.taken();
+            complaint += check_health();
+            const totals found = totals_of_box();
+            if (!(found == expected)) {
+                complaint += "there are " + describe(found) + "\nnot " + describe(expected) + "\n";
+            }
+            if (!complaint.empty()) {
+                return "after vector " + std::to_string(diary_.vectors()) + ": " + complaint;
+            }
+            earlier_.push_back(read_folder());
+            vectors -= n;
+        }
+        return "";
+    }
+
+    // What was cut out of a buffer may outlive the buffer until the next recovery.
+    static int take_step(const vesk_recover_step *step, void *context)
+    {
+        const std::string name = step->filename;
+        if (step->action != VESK_RECOVER_DELETE || !name.ends_with(".torn")) {
+            *static_cast<std::string *>(context) +=
+                "step " + std::to_string(step->action) + " for " + name + "\n";
+        }
+        return 0;
+    }
+
+    static std::string check_health()
+    {
+        std::string steps;
+        const int planned = vesk_recover_plan("r", 0, 0, take_step, &steps, nullptr);
+        return planned == 0 ? steps : "the plan gives " + std::to_string(planned) + "\n";
+    }
+
+    std::string survive()
+    {
+        const std::vector<stored_record> before = read_named_records();
+        const damaged_folder injury = vandal(read_folder(), earlier_, &random_).damage();
+        write_folder(injury.files);
+        const int result =
+            vesk_recover("r", habits_.sizes.samples, habits_.sizes.intervals, nullptr);
+        if (result != 0 && !is_anything_left(injury.files)) {
+            count_trial(refused);
+            return "";
+        }
+        std::string complaint;
+        if (result != 0) {
+            complaint = "the recovery gives " + std::to_string(result) + "\n";
+        } else {
+            count_trial(came_back);
+            const auto missing = missing_records(before, injury.wounds, read_named_records());
+            if (!missing.empty()) {
+                complaint = std::to_string(missing.size()) + " records missing, the first is " +
+                            missing[0] + "\n";
+            }
+            complaint += check_health();
+        }
+        if (complaint.empty()) {
+            // Twice from an empty box to one with a history that was halved.
+            complaint = record(static_cast<int>(2 * 4 * habits_.sizes.samples + 1));
+        }
+        return complaint.empty() ? "" : describe_life() + "\n" + injury.what + "\n" + complaint;
+    }
+
+    std::string describe_life() const
+    {
+        return std::to_string(habits_.sizes.samples) + " samples, " +
+               std::to_string(habits_.sizes.intervals) + " intervals, " +
+               (habits_.clock == clock_habit::steady   ? "steady"
+                : habits_.clock == clock_habit::stands ? "standing"
+                                                       : "stepping back") +
+               (habits_.backs_up ? ", with a copy of the state" : "") + ", " +
+               std::to_string(diary_.vectors()) + " vectors";
+    }
+
+public:
+    enum counted { came_back, refused };
+
+private:
+    random_source random_;
+    habits habits_;
+    diary diary_;
+    std::vector<folder_content> earlier_;
+};
+
+} // namespace
+
+TEST(LongLife, GoesOnAfterTwoFaultsAtOnce)
+{
+    const temporary_directory folder(fast_folder());
+    const fs::path working_folder = fs::current_path();
+    fs::current_path(folder.path());
+    const char *wanted = getenv("VESK_LONG_LIVES");
+    const char *first = getenv("VESK_FIRST_LIFE");
+    const std::size_t n = wanted != nullptr ? std::strtoul(wanted, nullptr, 10)
+                          : is_long_form()  ? 100000
+                                            : 2000;
+    const std::size_t seed = first != nullptr ? std::strtoul(first, nullptr, 10) : 0;
+    const trial_results results =
+        run_trials(n, [&](std::size_t i) { return long_life(seed + i).live(); });
+    fs::current_path(working_folder);
+    printf("%zu lives from number %zu on, %zu failed; %llu times damaged and recovered, %llu times "
+           "nothing was left\n",
+           results.tried, seed, results.failed,
+           static_cast<unsigned long long>(results.counts[long_life::came_back]),
+           static_cast<unsigned long long>(results.counts[long_life::refused]));
+    EXPECT_EQ(0U, results.failed) << results.complaints;
+}
