@@ -1,11 +1,21 @@
 // Choosing the sizes of a box, see size_choice.hpp.
 #include "recovery/size_choice.hpp"
 
+// Whether a recorder makes buffers of this kind with this capacity. A damaged buffer can begin with
+// bytes that only look like a header.
+static bool _is_capacity(uint32_t kind, uint32_t capacity)
+{
+    return capacity > 0 && capacity % 2 == 0 &&
+           (kind != VESK_BUFFER_TYPE_HIST || capacity / 2 <= VESK_MAX_INTERVALS);
+}
+
 // The capacity in the header of a buffer of the box, 0 where there is none.
 static uint32_t _header_capacity(const box_file_list &files, const buffer_name &name)
 {
     const box_file *file = files.find(name);
-    return file != nullptr && file->contents.kind == name.kind ? file->contents.capacity : 0;
+    const bool told = file != nullptr && file->contents.kind == name.kind &&
+                      _is_capacity(name.kind, file->contents.capacity);
+    return told ? file->contents.capacity : 0;
 }
 
 static uint32_t _first_capacity(const box_file_list &files, const arrangement &box, uint32_t kind)
@@ -62,6 +72,13 @@ bool _vesk_choose_sizes(const box_file_list &files, const arrangement &box,
             if (take({samples.samples, intervals.intervals})) {
                 return true;
             }
+        }
+    }
+    // The headers contradict all that is told. Two that say the same are more than one header.
+    for (const recorder_sizes &pair : {of_state, of_copy}) {
+        if (pair.usable() && (pair == given || (pair == of_state && pair == of_copy))) {
+            *sizes = pair;
+            return true;
         }
     }
     return false;

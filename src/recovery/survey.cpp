@@ -170,7 +170,9 @@ int box_survey::look()
     if (result == 0) {
         result = look_at_copy();
     }
-    if (result == 0 && state_->error == QE_ERROR_OPEN && (state_is_foreign_ || names.size() == 0)) {
+    // A whole copy of the state file is a box even where nothing else is left of it.
+    const bool nothing_is_left = names.size() == 0 && copy_->error != 0;
+    if (result == 0 && state_->error == QE_ERROR_OPEN && (state_is_foreign_ || nothing_is_left)) {
         result = QE_ERROR_OPEN;
     }
     for (const buffer_name &name : names) {

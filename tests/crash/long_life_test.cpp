@@ -413,10 +413,17 @@ private:
     damaged_folder folder_;
 };
 
+// Whether the working folder holds a buffer, or a state file or copy that can be read.
 bool is_anything_left(const folder_content &files)
 {
     return std::any_of(files.begin(), files.end(), [](const auto &file) {
-        return file.first.find(".new") == std::string::npos;
+        vesk_state_summary summary;
+        if (file.first.find("buf") != std::string::npos) {
+            return true;
+        }
+        const bool whole = vesk_scan_state(file.first.c_str(), &summary) == 0;
+        vesk_state_summary_destruct(&summary);
+        return whole;
     });
 }
 
