@@ -188,7 +188,8 @@ private:
     bool has_successor(const named_state &named) const
     {
         const box_file *open = files_.find(named.box.open());
-        if (open == nullptr || !open->holds_records()) {
+        if (open == nullptr || open->blank ||
+            (!open->holds_records() && open->contents.bytes_aside == 0)) {
             return false;
         }
         const uint32_t next = next_number(named);
@@ -211,13 +212,12 @@ private:
         return believable ? told : least + (least == UINT32_MAX ? 0 : 1);
     }
 
-    // A buffer that lost a stream in its middle may have been full.
+    // A buffer that lost something may have been full.
     static bool follows(const box_file &file, const box_file &open)
     {
         const growing_list<time_span> &before = open.contents.spans;
         const growing_list<time_span> &behind = file.contents.spans;
-        const bool was_full =
-            open.is_full() || (open.contents.bytes_aside > 0 && !open.contents.cut_suffices);
+        const bool was_full = open.is_full() || open.contents.bytes_aside > 0;
         return was_full || (before.size() > 0 && behind.size() > 0 &&
                             behind[0].start >= before[before.size() - 1].end);
     }

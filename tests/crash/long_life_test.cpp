@@ -496,7 +496,9 @@ private:
     static int take_step(const vesk_recover_step *step, void *context)
     {
         const std::string name = step->filename;
-        if (step->action != VESK_RECOVER_DELETE || !name.ends_with(".torn")) {
+        // A buffer of which nothing can be read any more may be left where it is.
+        if (step->action != VESK_RECOVER_KEEP &&
+            (step->action != VESK_RECOVER_DELETE || !name.ends_with(".torn"))) {
             *static_cast<std::string *>(context) +=
                 "step " + std::to_string(step->action) + " for " + name + "\n";
         }
