@@ -13,8 +13,6 @@ namespace cli
 namespace
 {
 
-using name_set = std::unordered_set<std::string>;
-
 [[noreturn]] void refuse_damaged(const std::string &what)
 {
     throw failure(exit_damaged, what + "; nothing was written");
@@ -39,7 +37,27 @@ std::string obstacle_in(const vesk_scan_item &item)
     return {};
 }
 
-void check_buffer(const stored_file &file, name_set &names)
+int64_t seconds_of(const timestamp &moment)
+{
+    timeval tv = {};
+    timestamp_to_timeval(&moment, &tv);
+    return tv.tv_sec;
+}
+
+void take(const vesk_scan_item &item, box_content &content)
+{
+    if (item.kind == VESK_SCAN_SENSOR_NAMES) {
+        for (std::string &name : sensor_names(*item.names)) {
+            content.sensors.insert(std::move(name));
+        }
+    } else if (item.kind == VESK_SCAN_SENSOR_VALUES) {
+        content.last_time = seconds_of(item.values->timestamp);
+    } else if (item.kind == VESK_SCAN_INTERVAL) {
+        content.last_time = seconds_of(item.interval->end);
+    }
+}
+
+void check_buffer(const stored_file &file, box_content &content)
 {
     bool any_names = false;
     bool any = false;
@@ -49,12 +67,8 @@ void check_buffer(const stored_file &file, name_set &names)
             refuse_damaged(file.path + ": " + obstacle);
         }
         any = true;
-        if (item.kind == VESK_SCAN_SENSOR_NAMES) {
-            any_names = true;
-            for (std::string &name : sensor_names(*item.names)) {
-                names.insert(std::move(name));
-            }
-        }
+        any_names = any_names || item.kind == VESK_SCAN_SENSOR_NAMES;
+        take(item, content);
     });
     if (!any) {
         refuse_damaged(file.path + ": the header is missing");
@@ -66,20 +80,20 @@ void check_buffer(const stored_file &file, name_set &names)
 
 } // namespace
 
-name_set require_sound(const std::string &base)
+box_content require_sound(const std::string &base)
 {
     const box found = find_box(base);
     if (found.state.error != 0) {
         refuse_damaged(found.state.path + ": " + state_words(found.state));
     }
-    name_set names;
+    box_content content;
     for (const stored_file &file : found.files) {
         if (file.missing) {
             refuse_damaged(file.path + ": is missing");
         }
-        check_buffer(file, names);
+        check_buffer(file, content);
     }
-    return names;
+    return content;
 }
 
 } // namespace cli

@@ -3,15 +3,22 @@
 #ifndef VESK_CLI_BOX_BOX_CHECK_HPP
 #define VESK_CLI_BOX_BOX_CHECK_HPP
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_set>
 
 namespace cli
 {
 
-// The names of all sensors in the box on @p base, which the recorder can open and go on with.
-// Throws a failure (damaged) otherwise. Files are only read.
-std::unordered_set<std::string> require_sound(const std::string &base);
+struct box_content {
+    std::unordered_set<std::string> sensors; // the names of all
+    std::optional<int64_t> last_time;        // of the newest sample, or of the newest interval
+};
+
+// What is in the box on @p base, which the recorder can open and go on with. Throws a failure
+// (damaged) otherwise. Files are only read.
+box_content require_sound(const std::string &base);
 
 } // namespace cli
 

@@ -2,15 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
+#include <utility>
 
 #include <vesk/error.h>
 #include <vesk/vesk_limits.h>
+#include <vesk/vesk_start.h>
 
 #include "box/box.hpp"
 #include "box/recovery.hpp"
@@ -46,16 +46,37 @@ bool same_file(const std::string &one, const std::string &other)
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-// The recorder would write through a link and over what is there.
-void claim_first_buffer(const box_name &name)
+// A link that leads nowhere is no buffer, but not free for one either.
+void refuse_to_overwrite(const box_name &name)
 {
     const std::string path = name.path + ".1.cbuf.z";
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0) {
-        throw failure(exit_failed,
-                      with_errno(fmt::format("{}: the box cannot be made: {}", name.base, path)));
+    if (exists(path)) {
+        throw storage_failure::because(
+            fmt::format("{}: the box cannot be made: {}", name.base, path), EEXIST);
     }
-    close(fd);
+}
+
+// Why there is no recorder, as the exception that says so.
+[[noreturn]] void refuse(const box_name &name, bool is_new, int result, int reason)
+{
+    if (is_new) {
+        throw storage_failure::because(
+            fmt::format("{}: the box cannot be made: {}", name.base, words_for(result)), reason);
+    }
+    const std::string text =
+        fmt::format("{}: cannot be recovered: {}", name.base, recovery_failure(result));
+    if (result == QE_ERROR_MALFORMED || result == QE_ERROR_LIMIT) {
+        throw failure(exit_unreadable, text);
+    }
+    throw storage_failure::because(text, reason);
+}
+
+// What only deletes files that nobody needs is not worth a note.
+void note_recovery(const box_name &name, const vesk_recover_report &report)
+{
+    if (report.steps > report.files_deleted) {
+        note(fmt::format("{}: recovered: {}", name.base, report_text(report)));
+    }
 }
 
 } // namespace
@@ -107,30 +128,6 @@ bool lies_elsewhere(const box_name &name, std::string &made_as)
     return !same_file(found.files.back().path, found.state.names.back());
 }
 
-void recover_box(const box_name &name, const box_shape &shape)
-{
-    const auto [samples, intervals] = complete_shape(shape);
-    errno = 0;
-    const recovery_plan plan = plan_recovery(name.path, {samples, intervals});
-    int result = plan.result;
-    vesk_recover_report report = {};
-    if (result == 0 && !plan.is_empty()) {
-        result = vesk_recover(name.path.c_str(), samples, intervals, &report);
-    }
-    if (result != 0) {
-        const int error = errno;
-        const std::string text =
-            fmt::format("{}: cannot be recovered: {}", name.base, recovery_failure(result));
-        if (result == QE_ERROR_MALFORMED || result == QE_ERROR_LIMIT) {
-            throw failure(exit_unreadable, text);
-        }
-        throw storage_failure::because(text, error);
-    }
-    if (plan.is_needed()) {
-        note(fmt::format("{}: recovered: {}", name.base, report_text(report)));
-    }
-}
-
 void require_room_to_recover(const box_name &name)
 {
     const std::string folder = std::filesystem::path(name.path).parent_path();
@@ -148,35 +145,22 @@ void require_room_to_recover(const box_name &name)
     }
 }
 
-// A recorder that was read in part is returned, too, and neither writing to it nor closing it is
-// safe. The cell tells it from a whole one.
-owned_recorder open_recorder(const box_name &name)
-{
-    qe_set_last_error(0);
-    errno = 0;
-    struct vesk *recorder = vesk_open(name.base.c_str());
-    const int error = qe_get_last_error();
-    if (recorder == nullptr || error < 0) {
-        const int reason = errno;
-        throw storage_failure::because(
-            fmt::format("{}: the box cannot be opened: {}", name.base, words_for(error)), reason);
-    }
-    return owned_recorder(recorder);
-}
-
-owned_recorder create_recorder(const box_name &name, const box_shape &shape)
+started_box start_box(const box_name &name, const box_shape &shape)
 {
     const auto [samples, intervals] = complete_shape(shape);
-    claim_first_buffer(name);
-    errno = 0;
-    owned_recorder recorder(vesk_create(name.path.c_str(), samples, intervals));
-    if (!recorder) {
-        const int reason = errno;
-        throw storage_failure::because(fmt::format("{}: the box cannot be made: {}", name.base,
-                                                   words_for(qe_get_last_error())),
-                                       reason);
+    const bool is_new = !is_there(name);
+    if (is_new) {
+        refuse_to_overwrite(name);
     }
-    return recorder;
+    vesk_start_report report = {};
+    qe_set_last_error(0);
+    errno = 0;
+    owned_recorder recorder(vesk_start(name.path.c_str(), samples, intervals, &report));
+    if (!recorder) {
+        refuse(name, is_new, qe_get_last_error(), errno);
+    }
+    note_recovery(name, report.recovered);
+    return {std::move(recorder), report.created != 0};
 }
 
 } // namespace cli

@@ -38,20 +38,21 @@ bool exists(const std::string &path);
 // True for a box that was moved or copied since the recorder made it as @p made_as.
 bool lies_elsewhere(const box_name &name, std::string &made_as);
 
-// Does what `vesk repair` does, and notes it where it was more than deleting old files. The sizes
-// matter only for a box that was killed before anything on the disk told them: then the same call
-// is likely to be what made it.
-void recover_box(const box_name &name, const box_shape &shape);
-
 // Throws a storage_failure when the disk has no room to recover the box: mending writes a whole
 // buffer anew, which on a full disk can only fail.
 void require_room_to_recover(const box_name &name);
 
-// Opens a box that was found sound (box_check.hpp). Throws a storage_failure.
-owned_recorder open_recorder(const box_name &name);
+struct started_box {
+    owned_recorder recorder;
+    bool is_new;
+};
 
-// Makes a box where there was none. Throws a storage_failure.
-owned_recorder create_recorder(const box_name &name, const box_shape &shape);
+// Recovers the box, as `vesk repair` does it, with a note where that did more than delete old
+// files, and opens it; or makes one where there is none. A medium that fails later gives the
+// recorder a code and never ends the process. @p shape is that of a new box, and of one that was
+// killed before anything on the disk told its shape: then the same call is likely to be what made
+// it. Throws a storage_failure, or a failure (unreadable) when the box cannot be recovered.
+started_box start_box(const box_name &name, const box_shape &shape);
 
 } // namespace cli
 

@@ -17,15 +17,17 @@ class box_sync
 public:
     box_sync(std::string base, const sync_policy &policy);
 
-    // True unless nothing is ever synced.
-    bool is_wanted() const { return policy_.when != sync_policy::moment::never; }
-    // After a vector. @p moved_on tells that the buffers took turns with it: what the new files
-    // replace is deleted then, so they are always due.
-    void after_vector(struct vesk &recorder, bool moved_on);
+    // After a vector. Where the buffers took turns with it, the new files are brought onto the
+    // medium and what they replace is deleted, whatever the policy says; until that has worked, it
+    // is tried again with each vector. False when the disk has no room for it.
+    bool after_vector(struct vesk &recorder);
     // Now, unless nothing is ever synced.
     void now(struct vesk &recorder);
 
 private:
+    void sync(struct vesk &recorder);
+    void tell_failure(int error);
+
     std::string base_;
     sync_policy policy_;
     double last_;

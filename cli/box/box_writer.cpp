@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cmath>
 #include <fmt/format.h>
+#include <utility>
 #include <vector>
 
 #include <vesk/error.h>
@@ -13,7 +14,6 @@
 
 #include "box/box.hpp"
 #include "box/box_check.hpp"
-#include "box/first_history.hpp"
 #include "process/terminal.hpp"
 
 namespace cli
@@ -22,20 +22,6 @@ namespace
 {
 
 constexpr std::size_t most_sensors = 10000;
-
-const vesk_current_buffer *open_buffer(const struct vesk &recorder)
-{
-    switch (recorder.state) {
-    case VESK_ZCF_STATE_C00:
-        return recorder.c00->cbuf0;
-    case VESK_ZCF_STATE_CC0:
-        return recorder.cc0->cbuf1;
-    case VESK_ZCF_STATE_CCC:
-        return recorder.ccc->cbuf2;
-    default:
-        return recorder.hcc->cbuf2;
-    }
-}
 
 struct event_release {
     void operator()(vesk_cb_record_event *record) const { vesk_cb_record_event_destroy(&record); }
@@ -68,6 +54,8 @@ box_writer::box_writer(const std::string &base, const box_shape &shape, const sy
 {
     open_or_create(missing);
     require_shape(base, shape, {recorder_->num_cb_samples, recorder_->num_hb_intervals});
+    // From here on nobody has to guess, whatever happens to the files.
+    shape_ = {recorder_->num_cb_samples, recorder_->num_hb_intervals};
 }
 
 void box_writer::open_or_create(if_missing missing)
@@ -78,49 +66,36 @@ void box_writer::open_or_create(if_missing missing)
             note(fmt::format("{}: was made as {} and lies here now; it goes on here", name_.base,
                              printable(made_as)));
         }
-        recover_box(name_, shape_);
-        open();
-    } else if (missing == if_missing::create) {
-        create();
-    } else {
+    } else if (missing == if_missing::refuse) {
         throw failure(exit_unreadable, name_.base + ": there is no such box");
     }
+    last_time_before_ = open();
 }
 
-void box_writer::open()
+// Returns the time of the newest sample.
+std::optional<int64_t> box_writer::open()
 {
-    known_sensors_.merge(require_sound(name_.base));
-    recorder_ = open_recorder(name_);
-}
-
-// What is wrong in the files is mended once.
-void box_writer::open_mended()
-{
-    try {
-        open();
-    } catch (const storage_failure &) {
-        throw;
-    } catch (const failure &) {
-        recover_box(name_, shape_);
-        open();
+    started_box started = start_box(name_, shape_);
+    box_content content;
+    // A new buffer gets its header with its first record.
+    if (!started.is_new) {
+        content = require_sound(name_.base);
     }
+    known_sensors_.merge(content.sensors);
+    recorder_ = std::move(started.recorder);
+    return content.last_time;
 }
 
-void box_writer::create()
-{
-    recorder_ = create_recorder(name_, shape_);
-    sync_.now(*recorder_);
-    back_up();
-}
-
-// What failed may have left a torn record, or a recorder that is ahead of its files.
+// What failed may have left a torn record.
 void box_writer::reopen()
 {
     try {
+        if (!is_there(name_)) {
+            throw storage_failure(name_.base + ": there is no such box any more");
+        }
         if (last_errno_ == ENOSPC) {
             require_room_to_recover(name_);
         }
-        recover_box(name_, shape_);
         open();
     } catch (const storage_failure &reason) {
         last_errno_ = reason.error();
@@ -169,11 +144,7 @@ void box_writer::set_sensors(std::span<const std::string> names)
 
 bool box_writer::is_full() const
 {
-    if (!recorder_) {
-        return false;
-    }
-    const vesk_current_buffer *buffer = open_buffer(*recorder_);
-    return buffer->num_data_records >= buffer->max_data_records;
+    return recorder_ && vesk_is_full(recorder_.get()) != 0;
 }
 
 void box_writer::write(int64_t time, std::span<const float> values)
@@ -305,62 +276,43 @@ void box_writer::require_lock()
     }
 }
 
-box_writer::position box_writer::where() const
-{
-    return {open_buffer(*recorder_)->num_data_records, is_full()};
-}
-
-bool box_writer::got_in(const position &before) const
-{
-    const position now = where();
-    return before.is_full ? !now.is_full && now.records > 0 : now.records > before.records;
-}
-
 int box_writer::write_vector()
 {
     if (is_full()) {
         prepare_rotation();
     }
-    const uint32_t number = recorder_->next_file_number;
-    const bool first_history = is_full() && recorder_->state == VESK_ZCF_STATE_CCC;
-    const int result = first_history ? write_first_history()
-                                     : vesk_write_telemetry_vector(recorder_.get(), vector_.get());
+    const int result = vesk_write_telemetry_vector(recorder_.get(), vector_.get());
     if (result >= 0) {
-        finish_vector(recorder_->next_file_number != number);
+        finish_vector();
     }
     return result;
 }
 
-// @p moved_on tells that the buffers took turns.
-void box_writer::finish_vector(bool moved_on)
+// The vector is in the box whatever happens here. Files that the history has replaced stay where
+// the disk has no room for the last steps of a rotation, and take the room themselves: opening the
+// box anew deletes them.
+void box_writer::finish_vector()
 {
-    // Not every failure to save the state is told.
-    if (moved_on && read_state(name_.base).error != 0) {
-        recorder_.reset();
-        open_mended();
+    if (sync_.after_vector(*recorder_)) {
+        return;
     }
-    sync_.after_vector(*recorder_, moved_on);
-    if (moved_on || backup_is_due_) {
-        back_up();
+    recorder_.reset();
+    try {
+        open();
+    } catch (const failure &) {
+        recorder_.reset();
     }
 }
 
-// A rotation reads the older buffers, and some damage there ends the process.
+// A rotation reads the older buffers, and some damage there ends the process. What a failed
+// rotation of another process left is deleted by a recovery.
 void box_writer::prepare_rotation()
 {
     try {
         require_sound(name_.base);
-    } catch (const failure &) {
-        recorder_.reset();
-        recover_box(name_, shape_);
-        open();
-    }
-    try {
         require_free_names();
     } catch (const failure &) {
-        // What a failed rotation left is deleted by a recovery.
         recorder_.reset();
-        recover_box(name_, shape_);
         open();
         require_free_names();
     }
@@ -379,26 +331,6 @@ void box_writer::require_free_names() const
             }
         }
     }
-}
-
-// The child may have died behind the writing and before its report, so the box tells.
-int box_writer::write_first_history()
-{
-    const position before = where();
-    recorder_.reset();
-    const child_outcome outcome = cli::write_first_history(name_.base, vector_.get());
-    open_mended();
-    if (outcome.result != 0 && got_in(before)) {
-        return 0;
-    }
-    errno = outcome.error;
-    return outcome.result;
-}
-
-// Without the copy the box is as good; it is tried again with each vector.
-void box_writer::back_up()
-{
-    backup_is_due_ = vesk_backup_state(recorder_.get()) != 0;
 }
 
 void box_writer::finish()

@@ -1,10 +1,9 @@
 // Writing into a box, of which the recorder is one of several parts:
 //
 //   box_lock       nobody else writes meanwhile
-//   box_start      is there a box, and what has to be mended before it can be opened
+//   box_start      is there a box; it is recovered and opened, or made
 //   box_check      the recorder can take what is in the files
 //   box_shape      how much the box holds
-//   first_history  the one step in which a failing disk ends the process, in a child
 //   box_sync       when what was written is brought onto the medium
 //
 // The writer promises: what write() returned from is in the box; what it threw a storage_failure
@@ -15,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <unordered_set>
@@ -67,17 +67,12 @@ public:
     // The open buffer holds its last vector.
     bool is_full() const;
 
-private:
-    // How far the open buffer is. A write that failed may have got into it all the same.
-    struct position {
-        uint32_t records = 0;
-        bool is_full = false;
-    };
+    // The time of the newest sample that was in the box before this writer came, if there was any.
+    std::optional<int64_t> last_time_before() const { return last_time_before_; }
 
+private:
     void open_or_create(if_missing missing);
-    void open();
-    void open_mended();
-    void create();
+    std::optional<int64_t> open();
     void reopen();
 
     int attempt(const std::function<int()> &write_it);
@@ -85,13 +80,9 @@ private:
     void make_ready();
     void require_lock();
     int write_vector();
-    void finish_vector(bool moved_on);
+    void finish_vector();
     void prepare_rotation();
     void require_free_names() const;
-    position where() const;
-    bool got_in(const position &before) const;
-    int write_first_history();
-    void back_up();
 
     struct vector_release {
         void operator()(matrix *vector) const { matrix_destroy(&vector); }
@@ -103,8 +94,8 @@ private:
     owned_recorder recorder_;                        // null after a failure
     std::unique_ptr<matrix, vector_release> vector_; // what write() fills
     std::unordered_set<std::string> known_sensors_;
+    std::optional<int64_t> last_time_before_;
     int last_errno_ = 0;
-    bool backup_is_due_ = false;
 };
 
 } // namespace cli

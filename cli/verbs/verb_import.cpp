@@ -73,6 +73,12 @@ public:
             note(fmt::format("{}: {} {} earlier than the line before", lines_.name(),
                              counted(backwards_, "time"), backwards_ == 1 ? "is" : "are"));
         }
+        if (old_ > 0) {
+            note(fmt::format("{}: {} {} not after {}, the last sample that was in {} before: was "
+                             "this imported already?",
+                             lines_.name(), counted(old_, "time"), old_ == 1 ? "is" : "are",
+                             format_time(*box_->last_time_before()), options_.base));
+        }
     }
 
     uint64_t vectors() const { return vectors_; }
@@ -130,6 +136,8 @@ private:
         events_->take_over();
         backwards_ += vectors_ > 0 && parser_.time() < latest_ ? 1 : 0;
         latest_ = parser_.time();
+        const std::optional<int64_t> before = box_->last_time_before();
+        old_ += before && parser_.time() <= *before ? 1 : 0;
         ++vectors_;
     }
 
@@ -166,7 +174,8 @@ private:
     std::optional<box_writer> box_;
     std::optional<waiting_events> events_;
     uint64_t vectors_ = 0;
-    uint64_t backwards_ = 0;
+    uint64_t backwards_ = 0; // times that are earlier than the line before
+    uint64_t old_ = 0;       // times that are not after what was in the box before
     int64_t latest_ = 0;
     bool header_is_new_ = false;
 };
