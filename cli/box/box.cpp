@@ -30,10 +30,23 @@ std::string text_or_empty(const char *text)
     return text != nullptr ? text : "";
 }
 
+// False when there is nothing. Throws where that cannot be told now and may be told later.
+template <typename Call>
+bool get_status(Call call, const std::string &path, struct stat &status)
+{
+    if (call(path.c_str(), &status) == 0) {
+        return true;
+    }
+    if (code_for_errno(errno) == exit_failed) {
+        throw failure(exit_failed, with_errno(path));
+    }
+    return false;
+}
+
 bool is_regular_file(const std::string &path)
 {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    return get_status(stat, path, status) && S_ISREG(status.st_mode);
 }
 
 uint32_t kind_by_name(const std::string &path)
@@ -300,13 +313,15 @@ box look_patiently(const std::string &base)
     constexpr auto short_while = std::chrono::milliseconds(15);
     constexpr auto long_while = std::chrono::milliseconds(500);
     constexpr auto limit = std::chrono::seconds(10);
+    // Ends also where the clock stands still.
+    constexpr int most_looks = 3000;
     const auto begin = clock::now();
     auto unchanged_since = begin;
     box found = look_at(base);
-    for (;;) {
+    for (int looks = 1;; ++looks) {
         const bool same = !has_moved_on(found);
         const auto now = clock::now();
-        if (now - begin > limit || (same && is_in_order(found))) {
+        if (looks == most_looks || now - begin > limit || (same && is_in_order(found))) {
             return found;
         }
         unchanged_since = same ? unchanged_since : now;
@@ -399,8 +414,8 @@ bool is_moved(const box &what)
     }
     struct stat here = {};
     struct stat named = {};
-    return lstat(what.state.path.c_str(), &here) == 0 &&
-           (stat((what.state.filename + ".state").c_str(), &named) != 0 ||
+    return get_status(lstat, what.state.path, here) &&
+           (!get_status(stat, what.state.filename + ".state", named) ||
             here.st_dev != named.st_dev || here.st_ino != named.st_ino);
 }
 

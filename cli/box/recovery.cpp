@@ -232,4 +232,12 @@ std::string recovery_failure(const recovery_plan &plan)
                                          : std::generic_category().message(plan.system_error);
 }
 
+exit_code code_for(const recovery_plan &plan)
+{
+    const bool tried = plan.result == QE_ERROR_IO || plan.result == QE_ERROR_NO_MEMORY ||
+                       (plan.result == QE_ERROR_OPEN && plan.system_error != 0 &&
+                        code_for_errno(plan.system_error) == exit_failed);
+    return tried ? exit_failed : exit_unreadable;
+}
+
 } // namespace cli

@@ -8,6 +8,8 @@
 
 #include <vesk/vesk_recover.h>
 
+#include "process/exit_codes.hpp"
+
 namespace cli
 {
 
@@ -53,6 +55,9 @@ std::string report_text(const vesk_recover_report &report);
 // Why a box cannot be brought back.
 std::string recovery_failure(int result);
 std::string recovery_failure(const recovery_plan &plan);
+// What that means for the process: it has failed where the machine did not do something that it may
+// do later, and the box is unreadable where nothing but other files or words of the user help.
+exit_code code_for(const recovery_plan &plan);
 
 } // namespace cli
 

@@ -111,7 +111,10 @@ bool stored_bytes::is_missing() const
 uint64_t stored_bytes::size() const
 {
     struct stat status = {};
-    return fstat(fd_, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+    if (fstat(fd_, &status) != 0) {
+        throw read_failure(exit_failed, with_errno(path_));
+    }
+    return static_cast<uint64_t>(status.st_size);
 }
 
 bool stored_bytes::has_changed() const

@@ -45,7 +45,7 @@ public:
     // Why it is not open: "is missing", "is a folder, not a file", "Permission denied".
     const std::string &problem() const { return problem_; }
 
-    // Of an open file, now.
+    // Of an open file, now. Throws a read_failure that names the path.
     uint64_t size() const;
     // True when it has been written to since it was opened or read.
     bool has_changed() const;

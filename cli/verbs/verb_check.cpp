@@ -270,9 +270,19 @@ void print_json(const diagnosis &found)
     fmt::print("{}\n", result.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
 
+// A verdict is about the box. Where the machine did not let it be looked at there is none.
+void require_verdict(const diagnosis &found)
+{
+    if (!found.is_healthy() && !found.is_repairable() && code_for(found.plan) == exit_failed) {
+        throw failure(exit_failed, fmt::format("{}: cannot be checked: {}", found.what.name,
+                                               recovery_failure(found.plan)));
+    }
+}
+
 exit_code check(const check_options &options)
 {
     const diagnosis found = diagnose_patiently(options);
+    require_verdict(found);
     if (options.json) {
         print_json(found);
     } else {

@@ -46,10 +46,7 @@ void require_success(const std::string &base, const recovery_plan &plan)
     if (plan.result == QE_ERROR_OPEN && find_box(base).is_file) {
         throw failure(exit_usage, base + ": is a file; repair takes the name of a box");
     }
-    const bool tried = plan.result == QE_ERROR_IO || plan.result == QE_ERROR_NO_MEMORY ||
-                       (plan.result == QE_ERROR_OPEN && plan.system_error != 0 &&
-                        code_for_errno(plan.system_error) == exit_failed);
-    throw failure(tried ? exit_failed : exit_unreadable,
+    throw failure(code_for(plan),
                   fmt::format("{}: cannot be repaired: {}", base, recovery_failure(plan)));
 }
 

@@ -46,6 +46,11 @@ SAMPLE = 97
 MOST_CALLS = 2000
 
 
+# What was found to be wrong once is tried whole with every change.
+ONCE_WRONG = ("check/hcc/list/EIO/once", "check/hcc/open/EMFILE/once", "check/hcc/stat/EIO/once",
+              "info/hcc/stat/EIO/once")
+
+
 class Failure(Exception):
     pass
 
@@ -141,7 +146,8 @@ class Content:
         self.events = 0
         self.read_history(self.run(vesk, "dump", "--history", "--utc", base))
         self.read_raw(self.run(vesk, "dump", "--utc", base))
-        self.read_events(self.run(vesk, "info", "--json", base))
+        self.count_events(self.run(vesk, "dump", "--events", base),
+                          self.run(vesk, "info", "--json", base))
         
     @staticmethod
     def run(*words):
@@ -170,9 +176,10 @@ class Content:
             elif "::load.1min" in names and fields[names.index("::load.1min")] != "nan":
                 self.samples += 1
 
-    def read_events(self, text):
-        told = json.loads(text)
-        self.events = told["raw"]["events"] + told["history"]["events"]
+    def count_events(self, shown, told):
+        """Those in the box, those that wait and those that are counted in the history."""
+        self.events = len(list(csv.DictReader(io.StringIO(shown))))
+        self.events += json.loads(told)["history"]["events"]
 
 
 # --- trials -------------------------------------------------------------------------------------
@@ -298,7 +305,7 @@ class Place:
         if usual.code != 0:
             require(found.code != 0 and not list(self.here.glob("box.*buf.z")), "has made a box")
             return
-        if before is None and not list(self.here.glob("box.*")):
+        if before is None and not list(self.here.glob("box.[1-9s]*")):
             require(found.code == 1, "has made nothing")
             return
         self.mend(case.shape)
@@ -366,13 +373,14 @@ def all_cases():
 
 def sampled(cases):
     """A part in which each verb, each box and each way to fail comes."""
-    return [case for i, case in enumerate(cases) if i % SAMPLE == 0]
+    return [case for i, case in enumerate(cases) if i % SAMPLE == 0 or name_of(case) in ONCE_WRONG]
 
 
-def numbers_of(arguments):
+def numbers_of(arguments, case):
     if arguments.number:
         return [arguments.number]
-    return (2 ** i for i in itertools.count()) if arguments.sample else itertools.count(1)
+    powers = arguments.sample and name_of(case) not in ONCE_WRONG
+    return (2 ** i for i in itertools.count()) if powers else itertools.count(1)
 
 
 def main():
@@ -399,7 +407,7 @@ def main():
         def work(case):
             place = places.get()
             try:
-                numbers = numbers_of(arguments)
+                numbers = numbers_of(arguments, case)
                 try_all(place, case, figures, numbers)
             finally:
                 places.put(place)
