@@ -305,7 +305,8 @@ class Place:
         if usual.code != 0:
             require(found.code != 0 and not list(self.here.glob("box.*buf.z")), "has made a box")
             return
-        if before is None and not list(self.here.glob("box.[1-9s]*")):
+        if before is None and not list(self.here.glob("box.*z")) \
+                and not list(self.here.glob("box.state*")):
             require(found.code == 1, "has made nothing")
             return
         self.mend(case.shape)
