@@ -32,6 +32,9 @@ struct record_options {
     box_shape shape;
 };
 
+// Each one holds a descriptor, and without any left no sample could be taken.
+constexpr std::size_t most_waiting_senders = 64;
+
 class recording
 {
 public:
@@ -180,6 +183,10 @@ private:
         } else {
             incoming.answer(event_answer::waits);
             senders_.push_back(std::move(incoming));
+        }
+        // Who is let go of knows that the event waits on the medium.
+        if (senders_.size() > most_waiting_senders) {
+            senders_.pop_front();
         }
     }
 
