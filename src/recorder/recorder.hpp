@@ -27,13 +27,10 @@ struct stage_functions<vesk_zcf_state_c00> {
     static constexpr uint32_t state = VESK_ZCF_STATE_C00;
     static constexpr auto pointer = &vesk::c00;
     static constexpr std::array<char * vesk_zcf_state_c00::*, 0> closed_buffers = {};
-    static constexpr auto open_buffer = &vesk_zcf_state_c00::cbuf0;
     static constexpr const char *missing = "vesk->c00 != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->c00 != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_c00_create_null;
     static constexpr auto destroy = vesk_zcf_state_c00_destroy;
-    static constexpr auto write_telemetry_vector = vesk_zcf_state_c00_write_telemetry_vector;
-    static constexpr auto write_event = vesk_zcf_state_c00_write_event;
     static constexpr auto write = binary_serializer_write_vesk_zcf_state_c00;
     static constexpr auto read = _vesk_zcf_state_c00_read;
 };
@@ -43,13 +40,10 @@ struct stage_functions<vesk_zcf_state_cc0> {
     static constexpr uint32_t state = VESK_ZCF_STATE_CC0;
     static constexpr auto pointer = &vesk::cc0;
     static constexpr std::array closed_buffers = {&vesk_zcf_state_cc0::cbuf0_filename};
-    static constexpr auto open_buffer = &vesk_zcf_state_cc0::cbuf1;
     static constexpr const char *missing = "vesk->cc0 != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->cc0 != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_cc0_create_null;
     static constexpr auto destroy = vesk_zcf_state_cc0_destroy;
-    static constexpr auto write_telemetry_vector = vesk_zcf_state_cc0_write_telemetry_vector;
-    static constexpr auto write_event = vesk_zcf_state_cc0_write_event;
     static constexpr auto write = binary_serializer_write_vesk_zcf_state_cc0;
     static constexpr auto read = _vesk_zcf_state_cc0_read;
 };
@@ -60,13 +54,10 @@ struct stage_functions<vesk_zcf_state_ccc> {
     static constexpr auto pointer = &vesk::ccc;
     static constexpr std::array closed_buffers = {&vesk_zcf_state_ccc::cbuf0_filename,
                                                   &vesk_zcf_state_ccc::cbuf1_filename};
-    static constexpr auto open_buffer = &vesk_zcf_state_ccc::cbuf2;
     static constexpr const char *missing = "vesk->ccc != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->ccc != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_ccc_create_null;
     static constexpr auto destroy = vesk_zcf_state_ccc_destroy;
-    static constexpr auto write_telemetry_vector = vesk_zcf_state_ccc_write_telemetry_vector;
-    static constexpr auto write_event = vesk_zcf_state_ccc_write_event;
     static constexpr auto write = binary_serializer_write_vesk_zcf_state_ccc;
     static constexpr auto read = _vesk_zcf_state_ccc_read;
 };
@@ -77,13 +68,10 @@ struct stage_functions<vesk_zcf_state_hcc> {
     static constexpr auto pointer = &vesk::hcc;
     static constexpr std::array closed_buffers = {&vesk_zcf_state_hcc::hbuf_filename,
                                                   &vesk_zcf_state_hcc::cbuf1_filename};
-    static constexpr auto open_buffer = &vesk_zcf_state_hcc::cbuf2;
     static constexpr const char *missing = "vesk->hcc != ((void *)0)";
     static constexpr const char *missing_at_close = "(*vesk)->hcc != ((void *)0)";
     static constexpr auto create_null = vesk_zcf_state_hcc_create_null;
     static constexpr auto destroy = vesk_zcf_state_hcc_destroy;
-    static constexpr auto write_telemetry_vector = vesk_zcf_state_hcc_write_telemetry_vector;
-    static constexpr auto write_event = vesk_zcf_state_hcc_write_event;
     static constexpr auto write = binary_serializer_write_vesk_zcf_state_hcc;
     static constexpr auto read = _vesk_zcf_state_hcc_read;
 };
@@ -137,6 +125,15 @@ Stage *require_stage(const vesk *recorder, stage_functions<Stage> functions)
     VESK_REQUIRE(stage_fits(recorder, functions.state), functions.missing);
     return recorder->*functions.pointer;
 }
+
+// The current buffer that is written to, and the text of an abort that misses it.
+struct open_buffer {
+    vesk_current_buffer *buffer;
+    const char *missing;
+};
+
+// Looks for it in the stage that `state` names; aborts without that stage or in an unknown state.
+open_buffer _vesk_open_buffer(const vesk *recorder, uint32_t state);
 
 // ---- What vesk_start() adds ---------------------------------------------------------------------
 

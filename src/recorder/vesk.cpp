@@ -55,6 +55,40 @@ void _vesk_destroy_stage(vesk *recorder)
     _vesk_set_stage(recorder, 0, nullptr);
 }
 
+// A live stage of the recorder.
+template <typename Stage>
+static const Stage *_require_live_stage(const vesk *recorder)
+{
+    const Stage *state = require_stage(recorder, stage_functions<Stage>());
+    VESK_REQUIRE(state->version == 1, "state->version == ((char) 1)");
+    return state;
+}
+
+open_buffer _vesk_open_buffer(const vesk *recorder, uint32_t state)
+{
+    switch (state) {
+    case VESK_ZCF_STATE_C00:
+        return {_require_live_stage<vesk_zcf_state_c00>(recorder)->cbuf0, "cbuf0 != ((void *)0)"};
+    case VESK_ZCF_STATE_CC0:
+        return {_require_live_stage<vesk_zcf_state_cc0>(recorder)->cbuf1, "cbuf1 != ((void *)0)"};
+    case VESK_ZCF_STATE_CCC:
+        return {_require_live_stage<vesk_zcf_state_ccc>(recorder)->cbuf2, "cbuf2 != ((void *)0)"};
+    case VESK_ZCF_STATE_HCC:
+        break;
+    default:
+        VESK_REQUIRE(false, "0");
+    }
+    return {_require_live_stage<vesk_zcf_state_hcc>(recorder)->cbuf2, "cbuf2 != ((void *)0)"};
+}
+
+// The one that vectors and events go to.
+static vesk_current_buffer *_require_open_buffer(const vesk *recorder)
+{
+    const open_buffer open = _vesk_open_buffer(recorder, recorder->state);
+    VESK_REQUIRE(open.buffer != nullptr, open.missing);
+    return open.buffer;
+}
+
 // ---- Life of a recorder -----------------------------------------------------------------------
 
 static void _destroy(vesk *recorder)
@@ -333,9 +367,8 @@ int vesk_write_telemetry_vector(vesk *recorder, const matrix *vector)
         return saved;
     }
     for (;;) {
-        const int written = visit_stage(recorder->state, [&](auto functions) {
-            return functions.write_telemetry_vector(require_stage(recorder, functions), vector);
-        });
+        const int written =
+            vesk_current_buffer_write_telemetry_vector(_require_open_buffer(recorder), vector);
         if (written != QE_ERROR_FULL) {
             return written;
         }
@@ -350,12 +383,9 @@ int vesk_is_full(const vesk *recorder)
 {
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
-    return visit_stage(stage_type(recorder), [&](auto functions) {
-        const auto *stage = require_stage(recorder, functions);
-        const vesk_current_buffer *cbuf = stage->*functions.open_buffer;
-        VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
-        return cbuf->num_data_records >= cbuf->max_data_records ? 1 : 0;
-    });
+    const vesk_current_buffer *cbuf = _vesk_open_buffer(recorder, stage_type(recorder)).buffer;
+    VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
+    return cbuf->num_data_records >= cbuf->max_data_records ? 1 : 0;
 }
 
 int vesk_write_event(vesk *recorder, const vesk_cb_record_event *event)
@@ -363,9 +393,7 @@ int vesk_write_event(vesk *recorder, const vesk_cb_record_event *event)
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
     VESK_REQUIRE(event != nullptr, "event != ((void *)0)");
-    return visit_stage(recorder->state, [&](auto functions) {
-        return functions.write_event(require_stage(recorder, functions), event);
-    });
+    return vesk_current_buffer_write_event(_require_open_buffer(recorder), event);
 }
 
 int vesk_write_tagged_event(vesk *recorder, const vesk_cb_record_event *event)
@@ -377,10 +405,8 @@ int vesk_write_tagged_event(vesk *recorder, const vesk_cb_record_event *event)
     if (saved < 0) {
         return saved;
     }
-    return visit_stage(recorder->state, [&](auto functions) {
-        const auto *stage = require_stage(recorder, functions);
-        return vesk_current_buffer_write_tagged_event(stage->*functions.open_buffer, event);
-    });
+    vesk_current_buffer *cbuf = _vesk_open_buffer(recorder, recorder->state).buffer;
+    return vesk_current_buffer_write_tagged_event(cbuf, event);
 }
 
 // ---- The state file ---------------------------------------------------------------------------

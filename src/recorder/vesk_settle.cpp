@@ -27,7 +27,7 @@ static int _sync_file(const char *filename)
 // The full buffers are synced each time: they were written to since the last call if the recorder
 // has moved on, and those that were not cost nothing.
 template <typename Stage>
-static int _sync_buffers(const Stage *stage, stage_functions<Stage> functions)
+static int _sync_full_buffers(const Stage *stage, stage_functions<Stage> functions)
 {
     for (char *Stage::*filename : functions.closed_buffers) {
         const int result = _sync_file(stage->*filename);
@@ -35,9 +35,7 @@ static int _sync_buffers(const Stage *stage, stage_functions<Stage> functions)
             return result;
         }
     }
-    const vesk_current_buffer *cbuf = stage->*functions.open_buffer;
-    VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
-    return _sync_stream(cbuf->file);
+    return 0;
 }
 
 int vesk_sync(const vesk *recorder)
@@ -45,9 +43,15 @@ int vesk_sync(const vesk *recorder)
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
     // What the stage really is: after a failed transition its buffers are still those of the box.
-    int result = visit_stage(stage_type(recorder), [&](auto functions) {
-        return _sync_buffers(require_stage(recorder, functions), functions);
+    const uint32_t type = stage_type(recorder);
+    int result = visit_stage(type, [&](auto functions) {
+        return _sync_full_buffers(require_stage(recorder, functions), functions);
     });
+    if (result == 0) {
+        const vesk_current_buffer *cbuf = _vesk_open_buffer(recorder, type).buffer;
+        VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
+        result = _sync_stream(cbuf->file);
+    }
     // The state file names the buffers, so it comes after them.
     if (result == 0) {
         result = _sync_file(recorder->state_filename);
