@@ -104,11 +104,11 @@ VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
  * Aborts with "filename != ((void *)0)" or "filename[0] != 0".
  *
  * @return the recorder, or null with the code in the cell: QE_ERROR_EXISTS (-51) when there is
- * something of a recorder, or another process is making one; QE_ERROR_OPEN (-40) when that cannot
- * be told, because the folder is missing or cannot be read, or when a file cannot be made;
- * QE_ERROR_MALFORMED (-6) for sizes with which vesk_create() aborts; QE_ERROR_LIMIT (-49) for more
- * than 65534 intervals or a name of 1000 bytes or more; or a code of vesk_create(). What was begun
- * is removed then.
+ * something of a recorder, or another process is making one; QE_ERROR_OPEN (-40) when the folder is
+ * missing or a file cannot be made; QE_ERROR_IO (-41) when the folder cannot be read, so that
+ * nobody knows what is there; QE_ERROR_MALFORMED (-6) for sizes with which vesk_create() aborts;
+ * QE_ERROR_LIMIT (-49) for more than 65534 intervals or a name of 1000 bytes or more; or a code of
+ * vesk_create(). What was begun is removed then.
  */
 VESK_API vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples,
                                uint32_t num_hb_intervals);

@@ -56,10 +56,11 @@ typedef struct vesk_start_report {
  * Aborts with "filename != ((void *)0)" or "filename[0] != 0".
  *
  * @return the recorder, or null with the code in the cell: QE_ERROR_ABSENT (-52) when there is no
- * box and both sizes are 0; QE_ERROR_OPEN (-40) when the folder or a file cannot be opened, so that
- * nobody knows what is there; QE_ERROR_IO (-41) when a file cannot be read or written;
- * QE_ERROR_EXISTS (-51) when another process made the box meanwhile; QE_ERROR_MALFORMED (-6) for
- * sizes that vesk_create() does not take, or when nothing tells the sizes of a box; QE_ERROR_LIMIT
+ * box and both sizes are 0; QE_ERROR_OPEN (-40) when the folder is missing or a file cannot be
+ * opened; QE_ERROR_IO (-41) when the folder cannot be read, so that nobody knows what is there, or
+ * a file cannot be read or written; QE_ERROR_EXISTS (-51) when another process made the box
+ * meanwhile; QE_ERROR_MALFORMED (-6) for sizes that vesk_create() does not take, or when nothing
+ * tells the sizes of a box; QE_ERROR_LIMIT
  * (-49) for a name of 1000 bytes or more or impossible sizes; QE_ERROR_NO_MEMORY (-22); or another
  * code of vesk_recover() or vesk_create_new(). Nothing acknowledged is lost then.
  */
