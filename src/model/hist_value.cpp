@@ -11,6 +11,8 @@
 //      25     4  sum_squares
 //      29     4  sum_cubes
 //      33     4  sum_fourth_powers
+#include <bit>
+#include <cmath>
 #include <cstdint>
 
 #include <vesk/hist_value.h>
@@ -81,6 +83,28 @@ int hist_value_is_equal(const hist_value *hv1, const hist_value *hv2)
     return 1;
 }
 
+// Infinities of both signs add up to a NaN, which x86 makes with its sign set, other machines
+// without.
+#if defined(__x86_64__) || defined(__i386__)
+static constexpr bool makes_nans_of_x86 = true;
+#else
+static constexpr bool makes_nans_of_x86 = false;
+#endif
+
+// History stores the sums, so they get the bits of x86 everywhere. A NaN that was there before
+// stays.
+static void _add(float *sum, float addend)
+{
+    const float result = *sum + addend;
+    if constexpr (!makes_nans_of_x86) {
+        if (std::isnan(result) && !std::isnan(*sum) && !std::isnan(addend)) {
+            *sum = std::bit_cast<float>(UINT32_C(0xffc00000));
+            return;
+        }
+    }
+    *sum = result;
+}
+
 void hist_value_update(hist_value *hv, float value)
 {
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
@@ -102,10 +126,10 @@ void hist_value_update(hist_value *hv, float value)
     const float cube = square * value;
     const float fourth_power = cube * value;
     hv->last_value = value;
-    hv->sum += value;
-    hv->sum_squares += square;
-    hv->sum_cubes += cube;
-    hv->sum_fourth_powers += fourth_power;
+    _add(&hv->sum, value);
+    _add(&hv->sum_squares, square);
+    _add(&hv->sum_cubes, cube);
+    _add(&hv->sum_fourth_powers, fourth_power);
 }
 
 void hist_value_merge_with(hist_value *hv1, const hist_value *hv2)
@@ -128,10 +152,10 @@ void hist_value_merge_with(hist_value *hv1, const hist_value *hv2)
     }
     hv1->count += hv2->count;
     hv1->last_value = hv2->last_value;
-    hv1->sum += hv2->sum;
-    hv1->sum_squares += hv2->sum_squares;
-    hv1->sum_cubes += hv2->sum_cubes;
-    hv1->sum_fourth_powers += hv2->sum_fourth_powers;
+    _add(&hv1->sum, hv2->sum);
+    _add(&hv1->sum_squares, hv2->sum_squares);
+    _add(&hv1->sum_cubes, hv2->sum_cubes);
+    _add(&hv1->sum_fourth_powers, hv2->sum_fourth_powers);
 }
 
 int binary_serializer_write_hist_value(const hist_value *hv, writer *w)

@@ -194,6 +194,60 @@ TEST(HistValue, ComparesEveryFieldWithTolerance)
     }
 }
 
+TEST(HistValue, InfinitiesOfBothSignsMakeTheSameNaNOnEveryMachine)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const float v : {infinity, -infinity}) {
+        hist_value hv = summary_of({v, -v});
+        EXPECT_EQ(0xffc00000U, std::bit_cast<uint32_t>(hv.sum));
+        EXPECT_EQ(infinity, hv.sum_squares);
+        EXPECT_EQ(0xffc00000U, std::bit_cast<uint32_t>(hv.sum_cubes));
+        EXPECT_EQ(infinity, hv.sum_fourth_powers);
+        hist_value_update(&hv, 1.0F);
+        EXPECT_EQ(0xffc00000U, std::bit_cast<uint32_t>(hv.sum));
+    }
+}
+
+TEST(HistValue, CubesThatOverflowBothWaysMakeTheSameNaNOnEveryMachine)
+{
+    const hist_value hv = summary_of({-1e20F, 1e20F});
+    EXPECT_EQ(0.0F, hv.sum);
+    EXPECT_EQ(0xffc00000U, std::bit_cast<uint32_t>(hv.sum_cubes));
+}
+
+TEST(HistValue, MergingMakesTheSameNaNOnEveryMachine)
+{
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    for (const auto sum : {&hist_value::sum, &hist_value::sum_squares, &hist_value::sum_cubes,
+                           &hist_value::sum_fourth_powers}) {
+        hist_value hv = one_to_eight();
+        hist_value other = one_to_eight();
+        hv.*sum = infinity;
+        other.*sum = -infinity;
+        hist_value_merge_with(&hv, &other);
+        EXPECT_EQ(0xffc00000U, std::bit_cast<uint32_t>(hv.*sum));
+        // Halving merges what was merged before, also with its like.
+        other = hv;
+        hist_value_merge_with(&hv, &other);
+        EXPECT_EQ(0xffc00000U, std::bit_cast<uint32_t>(hv.*sum));
+    }
+}
+
+TEST(HistValue, ANaNThatIsStoredStaysItselfInSums)
+{
+    constexpr auto bits = 0x7fc12345U;
+    hist_value hv = one_to_eight();
+    hv.sum = std::bit_cast<float>(bits);
+    hist_value_update(&hv, 1.0F);
+    EXPECT_EQ(bits, std::bit_cast<uint32_t>(hv.sum));
+    const hist_value number = one_to_eight();
+    hist_value_merge_with(&hv, &number);
+    EXPECT_EQ(bits, std::bit_cast<uint32_t>(hv.sum));
+    hist_value merged = one_to_eight();
+    hist_value_merge_with(&merged, &hv);
+    EXPECT_EQ(bits, std::bit_cast<uint32_t>(merged.sum));
+}
+
 TEST(HistValue, IsStoredIn37Bytes)
 {
     const hist_value hv = one_to_eight();
