@@ -129,7 +129,9 @@ class Hist:
         self.sums = tuple(single(a + b) for a, b in zip(self.sums, later.sums))
 
     def stored(self):
-        return struct.pack(">BI8f", 1, self.count, self.minimum, self.maximum, self.first, self.last, *self.sums)
+        head = struct.pack(">BI4f", 1, self.count, self.minimum, self.maximum, self.first, self.last)
+        # Infinities of both signs add up to this NaN on every machine, whichever this one makes.
+        return head + b"".join(b"\xff\xc0\0\0" if s != s else struct.pack(">f", s) for s in self.sums)
 
 
 class SensorTable:
