@@ -89,6 +89,7 @@ static void _run(std::string_view input)
         const int plan = vesk_recover_plan("r", 4, 2, _count_step, &steps, &planned);
         expect_documented(plan, codes, "vesk_recover_plan");
         expect_equal(planned.steps, steps, "a plan shows all steps");
+        expect(steps <= input.size() + 64, "steps are bounded by the size of the files");
         result = -1;
         if (planned.samples_padded + planned.intervals_padded > most_padding) {
             return;

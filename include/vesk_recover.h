@@ -75,9 +75,11 @@ typedef struct vesk_recover_step {
     const char *filename;       /**< to which file; lives until the visitor returns */
     uint64_t offset;            /**< where in the file the bytes or the stream in question begin */
     uint64_t length;            /**< how many bytes of the file; with 0 the whole file is meant */
-    uint32_t count;             /**< records that are added, mended or set aside, else 0 */
-    int error;                  /**< the code that tells what is wrong, as in #vesk_scan_item and
-                                     #vesk_state_summary, or 0 */
+    uint32_t count; /**< records that are added, mended or set aside, else 0. What is done
+                         to records of one stream, or of streams that follow each other,
+                         is one step */
+    int error;      /**< the code that tells what is wrong, as in #vesk_scan_item and
+                         #vesk_state_summary, or 0 */
 } vesk_recover_step;
 
 /** Called for each step; a result other than 0 ends the planning and becomes its result. */

@@ -16,7 +16,10 @@
  *
  * Memory and time are bounded on any content: a stored count or length is believed only when the
  * data is there, and the search for streams gives up (see #VESK_SCAN_DAMAGE) rather than take
- * longer than a fixed multiple of the size of the file.
+ * longer than a fixed multiple of the size of the file. A file may hold one sample, interval or
+ * event in each stream, as recorders write them, and so many more records as its capacity (at most
+ * 10 million), one for each byte of the file, and 65,536; sensors that are named count as one each,
+ * and each kilobyte of such records as one more. What goes beyond is shown as damage.
  *
  * A file that a recorder is appending to may be scanned; its last record may then look torn.
  */
@@ -74,9 +77,11 @@ typedef struct vesk_scan_item {
     vesk_hb_record_sensor_values *interval; /**< the interval, else null */
     /**
      * For damage the reason: -48 where the data ends inside a stream, -41 where it cannot be
-     * decoded, -6 for content that is no record, -49 where the search for streams gave up. For
-     * everything else 0, or the code with which the readers of the buffers refuse the item although
-     * all of it is here: a bare event (-6), a sensor without a name (-6), an event without a text
+     * decoded, -6 for content that is no record, QE_ERROR_LIMIT (-49) where the search for streams
+     * gave up or where a stream holds more records than a file of this size and capacity may have.
+     * For everything else 0, or the code with which the readers of the buffers refuse the item
+     * although all of it is here: a bare event (-6), a sensor without a name (-6), an event without
+     * a text
      * (-6), a timestamp with microseconds (-6), values in another number than the sensors that
      * govern them (-6), a record before the first names record (-4), more records than the capacity
      * (-6).
@@ -94,8 +99,13 @@ typedef int (*vesk_scan_visitor)(const vesk_scan_item *item, void *context);
  * where the header is missing (".hbuf.z" at the end, anything else means a current buffer). An
  * empty file has no items.
  *
- * @return 0 after the last item, whatever was found; what @p visit returned if that was not 0; -40
- * when the file cannot be opened; -41 when it cannot be read; -22 without memory.
+ * Only a regular file is read; nothing is waited for. A link that @p filename leads over is
+ * followed, so @p filename should come from a person. What was found under a name of a box may be a
+ * link to anywhere: vesk_scan_files() tells that.
+ *
+ * @return 0 after the last item, whatever was found; what @p visit returned if that was not 0;
+ * QE_ERROR_OPEN (-40) when the file cannot be opened or is a pipe or a device; QE_ERROR_IO (-41)
+ * when it cannot be read or is a folder; QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API int vesk_scan_buffer(const char *filename, vesk_scan_visitor visit, void *context);
 
@@ -141,7 +151,8 @@ typedef struct vesk_state_summary {
 /**
  * Reads the state file @p filename (with its ".state"; a backup has the same form) into
  * @p summary, which need not be initialised and is to be released with
- * vesk_state_summary_destruct() whatever the result. No buffer file is opened.
+ * vesk_state_summary_destruct() whatever the result. No buffer file is opened. A link is not
+ * followed (-40): the name is one of a box.
  *
  * @return the @c error of the summary, or -22 without memory.
  */
@@ -165,7 +176,10 @@ typedef struct vesk_scan_file {
     uint32_t number;      /**< the number in its name */
     uint64_t size;        /**< in bytes; 0 also when @c missing */
     vesk_scan_role role;  /**< what the state file says of it */
-    int missing;          /**< 1 when the state file names it but it is not there */
+    int missing;          /**< 1 when the state file names it but it is not there, or leads out of
+                               the folder of the box, where nothing is looked at */
+    int foreign;          /**< 1 when something else than a regular file has its name: a link, a
+                               folder, a pipe or a device; it must not be opened */
 } vesk_scan_file;
 
 /**

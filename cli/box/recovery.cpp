@@ -153,7 +153,10 @@ std::string step_text(const recovery_step &step)
                            counted(step.count, "record"), place(step), damage_words(step.error),
                            printable(step.path));
     case VESK_RECOVER_TAG_EVENT:
-        return fmt::format("the event at {} lacks its type word: added", step.offset);
+        return step.count == 1
+                   ? fmt::format("the event at {} lacks its type word: added", step.offset)
+                   : fmt::format("{} events from {} on lack their type word: added", step.count,
+                                 step.offset);
     case VESK_RECOVER_MEND_TIME:
         return fmt::format("a time at {} that readers refuse: becomes the nearest valid one",
                            step.offset);

@@ -42,22 +42,26 @@ static owned_file _make_stream(int descriptor, int flags)
                                                          : "r";
     owned_file file(fdopen(descriptor, mode));
     if (!file) {
+        const int error = errno;
         (void)close(descriptor);
+        errno = error;
     }
     return file;
 }
 
-owned_file _vesk_open_plain_file(const char *path, int flags)
+owned_file _vesk_open_plain_file(const char *path, int flags, link_rule rule)
 {
+    const int no_link = rule == link_rule::refuse ? O_NOFOLLOW : 0;
     // A FIFO without a writer would be waited for, but for O_NONBLOCK; regular files know no wait.
-    const int descriptor = open(path, flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int descriptor = open(path, flags | no_link | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) {
         return owned_file();
     }
     struct stat status = {};
     if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        const bool is_folder = S_ISDIR(status.st_mode);
         (void)close(descriptor);
-        errno = EINVAL;
+        errno = is_folder ? EISDIR : EINVAL;
         return owned_file();
     }
     return _make_stream(descriptor, flags);
@@ -67,7 +71,14 @@ owned_file _vesk_create_plain_file(const char *path, mode_t mode)
 {
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     const int descriptor = open(path, flags, mode);
-    return descriptor < 0 ? owned_file() : _make_stream(descriptor, O_WRONLY);
+    if (descriptor < 0) {
+        return owned_file();
+    }
+    owned_file file = _make_stream(descriptor, O_WRONLY);
+    if (!file) {
+        (void)unlink(path);
+    }
+    return file;
 }
 
 void _vesk_take_owner(FILE *file, const struct stat &status, mode_t mode)

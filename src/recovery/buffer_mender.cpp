@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <errno.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <vesk/vesk_buffer.h>
 
@@ -26,7 +26,7 @@ class buffer_mender
 public:
     buffer_mender(const char *filename, const buffer_expectation &expected,
                   const step_receiver &receiver, mended_file *output, buffer_contents *contents)
-        : filename_(filename), expected_(expected), receiver_(receiver),
+        : filename_(filename), expected_(expected), steps_(filename, receiver, &contents->steps),
           has_output_(output != nullptr), output_(output), contents_(contents),
           names_(expected, &content_, contents), capacity_(expected.capacity),
           last_time_(expected.time)
@@ -35,16 +35,20 @@ public:
 
     int run()
     {
-        const bool missing = access(filename_, F_OK) != 0 && errno == ENOENT;
+        struct stat status = {};
+        const bool missing = lstat(filename_, &status) != 0 && errno == ENOENT;
         int result = missing ? 0 : output_.open_source(filename_);
         if (result == 0 && !missing) {
-            result = _vesk_scan_items(filename_, {take_item, this});
+            result = _vesk_scan_items(filename_, link_rule::refuse, {take_item, this});
         }
         if (result == 0) {
             result = end_stream();
         }
         if (result == 0) {
             result = finish();
+        }
+        if (result == 0) {
+            result = steps_.flush();
         }
         contents_->cut_suffices = contents_->steps > 0 && cut_at_end_ && !changed_otherwise_;
         contents_->cut_offset = cut_offset_;
@@ -56,25 +60,11 @@ private:
 
     // --- telling what is done
 
-    int tell(vesk_recover_action action, uint64_t offset, uint64_t length, uint32_t count,
-             int error)
-    {
-        vesk_recover_step step = {};
-        step.action = action;
-        step.filename = filename_;
-        step.offset = offset;
-        step.length = length;
-        step.count = count;
-        step.error = error;
-        ++contents_->steps;
-        return receiver_.take(&step, receiver_.context);
-    }
-
     // What is done to a record of the stream at hand.
     int tell_record(vesk_recover_action action, int error)
     {
         stream_.changed = true;
-        return tell(action, stream_.offset, stream_.length, 1, error);
+        return steps_.add_record(action, error, stream_.offset, stream_.length);
     }
 
     int tell_mended(vesk_recover_action action)
@@ -145,7 +135,7 @@ private:
         cut_at_end_ = true;
         cut_offset_ = item.offset;
         contents_->bytes_aside += item.length;
-        const int told = tell(VESK_RECOVER_CUT, item.offset, item.length, 0, item.error);
+        const int told = steps_.add(VESK_RECOVER_CUT, item.error, item.offset, item.length, 0);
         return told != 0 ? told : output_.set_aside(item.offset, item.length);
     }
 
@@ -186,7 +176,7 @@ private:
     {
         has_header_ = true;
         stream_.changed = true;
-        const int told = tell(VESK_RECOVER_ADD_HEADER, offset, length, 0, error);
+        const int told = steps_.add(VESK_RECOVER_ADD_HEADER, error, offset, length, 0);
         return told != 0 ? told : content_.append_header(expected_.kind, capacity_);
     }
 
@@ -404,7 +394,7 @@ private:
             return QE_ERROR_LIMIT;
         }
         contents_->records_padded = missing;
-        result = tell(VESK_RECOVER_PAD, 0, 0, missing, QE_ERROR_NOT_FULL);
+        result = steps_.add(VESK_RECOVER_PAD, QE_ERROR_NOT_FULL, 0, 0, missing);
         if (result == 0 && names_.count() == 0) {
             result = names_.replace(0, padding_time());
         }
@@ -424,7 +414,7 @@ private:
 
     const char *filename_;
     const buffer_expectation &expected_;
-    const step_receiver &receiver_;
+    step_runs steps_;
     bool has_output_;
     mended_output output_;
     buffer_contents *contents_;

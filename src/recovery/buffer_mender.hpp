@@ -17,6 +17,7 @@
 
 #include "recovery/mended_file.hpp"
 #include "recovery/mended_names.hpp"
+#include "recovery/step_runs.hpp"
 #include "support/growing_list.hpp"
 
 // Times in seconds since the epoch; both are the same for a sample.
@@ -56,12 +57,6 @@ struct buffer_contents {
     growing_list<time_span> spans; // of the samples or intervals with values
     owned_names first_names;       // the first sensors that are named, or null
     owned_names last_names;        // the last ones
-};
-
-// Where the steps of the mender go.
-struct step_receiver {
-    int (*take)(const vesk_recover_step *step, void *context);
-    void *context;
 };
 
 // Goes through the file `filename` (which may be missing: then all of it is made), with its steps

@@ -8,6 +8,7 @@
 
 #include <vesk/vesk_scan.h>
 
+#include "box/plain_file.hpp"
 #include "recovery/records.hpp"
 
 // Where items go: with the record that was made, null for a header or damage. A result other than 0
@@ -18,6 +19,6 @@ struct item_receiver {
 };
 
 // 0, what the receiver returned if that was not 0, -40, -41 or -22.
-int _vesk_scan_items(const char *filename, const item_receiver &receiver);
+int _vesk_scan_items(const char *filename, link_rule rule, const item_receiver &receiver);
 
 #endif

@@ -2,26 +2,21 @@
 // appending to the file meanwhile.
 #include "recovery/loaded_file.hpp"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
 
 #include <vesk/error.h>
 
 #include "support/owner.hpp"
 
-// A FIFO would be waited for, and a device may have no end. A folder is told by reading it.
-static bool _can_be_read_whole(const char *filename)
-{
-    struct stat status = {};
-    return stat(filename, &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
-}
-
-int _vesk_load_file(const char *filename, byte_list *store)
+int _vesk_load_file(const char *filename, link_rule rule, byte_list *store)
 {
     constexpr std::size_t piece = 65536;
-    const owned_file file(_can_be_read_whole(filename) ? fopen(filename, "r") : nullptr);
+    const owned_file file = _vesk_open_plain_file(filename, O_RDONLY, rule);
     if (!file) {
-        return QE_ERROR_OPEN;
+        // A folder can be opened, but not be read.
+        return errno == EISDIR ? QE_ERROR_IO : QE_ERROR_OPEN;
     }
     for (;;) {
         unsigned char *room = store->reserve(piece);

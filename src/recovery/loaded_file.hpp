@@ -1,12 +1,15 @@
 // A whole file in memory.
 //
-// In: a path. Out: all of its bytes, or the code of what went wrong.
+// In: a path. Out: all of the bytes of the regular file that it leads to, or the code of what went
+// wrong.
 #ifndef VESK_RECOVERY_LOADED_FILE_HPP
 #define VESK_RECOVERY_LOADED_FILE_HPP
 
-#include "recovery/stream_decoder.hpp"
+#include "box/plain_file.hpp"
+#include "io/memory_writer.hpp"
 
-// Puts all of a file into the empty `store`. 0, -40, -41 or -22.
-int _vesk_load_file(const char *filename, byte_list *store);
+// Puts all of a file into the empty `store`. 0, -40 also for a pipe, a device or a link that must
+// not be followed, -41 also for a folder, or -22.
+int _vesk_load_file(const char *filename, link_rule rule, byte_list *store);
 
 #endif

@@ -8,6 +8,7 @@
 #include "recovery/buffer_scan.hpp"
 #include "recovery/byte_cursor.hpp"
 #include "recovery/loaded_file.hpp"
+#include "recovery/record_budget.hpp"
 #include "recovery/stream_decoder.hpp"
 #include "support/precondition.hpp"
 
@@ -31,7 +32,7 @@ class buffer_scan
 public:
     buffer_scan(uint32_t kind_by_name, const unsigned char *bytes, std::size_t size,
                 const item_receiver &receiver)
-        : receiver_(receiver), kind_by_name_(kind_by_name), streams_(bytes, size)
+        : receiver_(receiver), kind_by_name_(kind_by_name), streams_(bytes, size), budget_(size)
     {
     }
 
@@ -65,6 +66,7 @@ private:
         item.offset = piece.offset;
         item.length = piece.length;
         item.stream = n_streams_++;
+        budget_.begin_stream();
         std::size_t at = 0;
         int result = 0;
         if (item.stream == 0 && n > 0) {
@@ -75,18 +77,44 @@ private:
                 buffer_kind_ = kind_by_name_;
             }
         }
+        return result != 0 ? result : show_records(item, content, at, n);
+    }
+
+    // Shows the content of a stream from `at` on.
+    int show_records(const vesk_scan_item &item, const unsigned char *content, std::size_t at,
+                     std::size_t n)
+    {
+        int result = 0;
         while (at < n && result == 0) {
-            const std::size_t length = measure_record(content + at, n - at);
+            std::size_t length = measure_record(content + at, n - at);
+            int error = QE_ERROR_MALFORMED;
             if (length > 0) {
-                result = show_record(item, content, at, length);
-                at += length;
+                scanned_record record;
+                result = _vesk_build_record(buffer_kind_, content + at, length, &record);
+                if (result == 0 && take_from_budget(record, length)) {
+                    result = show_record(item, content, at, length, &record);
+                    at += length;
+                    continue;
+                }
+                // Neither this record is shown nor what follows it in the stream.
+                length = n - at;
+                error = QE_ERROR_LIMIT;
             } else {
-                const std::size_t fragment = measure_fragment(content + at, n - at);
-                result = show_fragment(item, content, at, fragment);
-                at += fragment;
+                length = measure_fragment(content + at, n - at);
             }
+            if (result == 0) {
+                result = show_fragment(item, content, at, length, error);
+            }
+            at += length;
         }
         return result;
+    }
+
+    bool take_from_budget(const scanned_record &record, std::size_t length)
+    {
+        return record.names
+                   ? budget_.take_names(sensor_array_get_size(record.names->sensors), length)
+                   : budget_.take_record(length);
     }
 
     // The length of the header that the content of the first stream begins with, 0 when it has
@@ -119,31 +147,27 @@ private:
         item.kind = VESK_SCAN_HEADER;
         item.content = content;
         item.content_length = static_cast<uint32_t>(size);
+        budget_.allow_capacity(capacity_);
         item.error = capacity_ % 2 == 0 ? 0 : QE_ERROR_MALFORMED;
         return show(&item, nullptr);
     }
 
     int show_record(vesk_scan_item item, const unsigned char *content, std::size_t at,
-                    std::size_t length)
+                    std::size_t length, scanned_record *record)
     {
-        scanned_record record;
-        const int built = _vesk_build_record(buffer_kind_, content + at, length, &record);
-        if (built < 0) {
-            return built;
-        }
-        item.kind = record.kind;
+        item.kind = record->kind;
         item.content = content + at;
         item.content_offset = static_cast<uint32_t>(at);
         item.content_length = static_cast<uint32_t>(length);
-        item.values = record.values.get();
-        item.event = record.event.get();
-        item.interval = record.interval.get();
-        if (record.kind == VESK_SCAN_SENSOR_NAMES) {
-            names_.reset(record.names.release());
+        item.values = record->values.get();
+        item.event = record->event.get();
+        item.interval = record->interval.get();
+        if (record->kind == VESK_SCAN_SENSOR_NAMES) {
+            names_.reset(record->names.release());
         }
-        item.error = refusal(record);
+        item.error = refusal(*record);
         ++records_;
-        return show(&item, &record);
+        return show(&item, record);
     }
 
     // The code with which the readers of the buffers refuse a record, 0 when they take it.
@@ -199,13 +223,13 @@ private:
     }
 
     int show_fragment(vesk_scan_item item, const unsigned char *content, std::size_t at,
-                      std::size_t length)
+                      std::size_t length, int error)
     {
         item.kind = VESK_SCAN_DAMAGE;
         item.content = content + at;
         item.content_offset = static_cast<uint32_t>(at);
         item.content_length = static_cast<uint32_t>(length);
-        item.error = QE_ERROR_MALFORMED;
+        item.error = error;
         return show(&item, nullptr);
     }
 
@@ -220,6 +244,7 @@ private:
     const item_receiver &receiver_;
     uint32_t kind_by_name_;
     stream_search streams_;
+    record_budget budget_;
     owned<vesk_cb_record_sensor_names, vesk_cb_record_sensor_names_destroy> names_;
     uint32_t buffer_kind_ = 0;
     uint32_t capacity_ = 0;
@@ -230,10 +255,10 @@ private:
 
 } // namespace
 
-int _vesk_scan_items(const char *filename, const item_receiver &receiver)
+int _vesk_scan_items(const char *filename, link_rule rule, const item_receiver &receiver)
 {
     byte_list file;
-    const int loaded = _vesk_load_file(filename, &file);
+    const int loaded = _vesk_load_file(filename, rule, &file);
     if (loaded < 0 || file.size() == 0) {
         return loaded;
     }
@@ -261,7 +286,7 @@ int vesk_scan_buffer(const char *filename, vesk_scan_visitor visit, void *contex
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
     VESK_REQUIRE(visit != nullptr, "visit != ((void *)0)");
     public_visit to = {visit, context};
-    return _vesk_scan_items(filename, {show_publicly, &to});
+    return _vesk_scan_items(filename, link_rule::follow, {show_publicly, &to});
 }
 
 int vesk_scan_bytes(const unsigned char *bytes, size_t size, uint32_t buffer_kind,

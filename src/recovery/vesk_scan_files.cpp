@@ -19,14 +19,52 @@
 namespace
 {
 
-bool is_named(const vesk_state_summary &summary, const char *filename)
+// The folder of `path`, which is shorter than a path may be. False when it is not.
+bool get_folder(const char *path, char (&folder)[max_filename])
+{
+    const std::size_t length = _vesk_folder_length(path);
+    if (length >= max_filename) {
+        return false;
+    }
+    snprintf(folder, sizeof folder, "%.*s", static_cast<int>(length), length > 0 ? path : "");
+    return true;
+}
+
+bool goes_up(const char *folder)
+{
+    for (const char *at = strstr(folder, "../"); at != nullptr; at = strstr(at + 1, "../")) {
+        if (at == folder || at[-1] == '/') {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Whether a name in a state file is that of a file in the folder of the box: spelt as the base name
+// is, or another way to the same folder that nowhere goes up. Nothing else is looked at.
+bool lies_in_box(const char *name, const char *base)
+{
+    char folder[max_filename];
+    char folder_of_box[max_filename];
+    const char *last = name + _vesk_folder_length(name);
+    if (last[0] == 0 || strcmp(last, ".") == 0 || strcmp(last, "..") == 0 ||
+        !get_folder(name, folder) || !get_folder(base, folder_of_box)) {
+        return false;
+    }
+    return strcmp(folder, folder_of_box) == 0 ||
+           (!goes_up(folder) && _vesk_is_same_file(folder[0] != 0 ? folder : ".",
+                                                   folder_of_box[0] != 0 ? folder_of_box : "."));
+}
+
+bool is_named(const vesk_state_summary &summary, const char *base, const char *filename)
 {
     return std::any_of(summary.names, summary.names + summary.num_names, [=](const char *name) {
-        return strcmp(name, filename) == 0 || _vesk_is_same_file(name, filename);
+        return strcmp(name, filename) == 0 ||
+               (lies_in_box(name, base) && _vesk_is_same_file(name, filename));
     });
 }
 
-int show_file(const char *filename, const buffer_name &name, vesk_scan_role role,
+int show_file(const char *filename, const buffer_name &name, vesk_scan_role role, bool may_look,
               int (*visit)(const vesk_scan_file *file, void *context), void *context)
 {
     struct stat status = {};
@@ -35,8 +73,9 @@ int show_file(const char *filename, const buffer_name &name, vesk_scan_role role
     file.buffer_kind = name.kind;
     file.number = name.number;
     file.role = role;
-    file.missing = stat(filename, &status) == 0 ? 0 : 1;
-    file.size = static_cast<uint64_t>(status.st_size);
+    file.missing = may_look && lstat(filename, &status) == 0 ? 0 : 1;
+    file.foreign = file.missing == 0 && !S_ISREG(status.st_mode) ? 1 : 0;
+    file.size = file.foreign == 0 ? static_cast<uint64_t>(status.st_size) : 0;
     return visit(&file, context);
 }
 
@@ -73,13 +112,14 @@ int vesk_scan_files(const char *filename, int (*visit)(const vesk_scan_file *fil
             name.kind =
                 role == VESK_SCAN_HISTORY ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
         }
-        result = show_file(summary.names[i], name, role, visit, context);
+        result = show_file(summary.names[i], name, role, lies_in_box(summary.names[i], filename),
+                           visit, context);
     }
     char path[max_filename];
     for (const buffer_name &name : found) {
         if (result == 0 && _vesk_format_buffer_name(path, filename, name) &&
-            !is_named(summary, path)) {
-            result = show_file(path, name, VESK_SCAN_ORPHAN, visit, context);
+            !is_named(summary, filename, path)) {
+            result = show_file(path, name, VESK_SCAN_ORPHAN, true, visit, context);
         }
     }
     vesk_state_summary_destruct(&summary);

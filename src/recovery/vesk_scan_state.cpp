@@ -91,7 +91,7 @@ int vesk_scan_state(const char *filename, vesk_state_summary *summary)
     VESK_REQUIRE(summary != nullptr, "summary != ((void *)0)");
     *summary = {};
     byte_list file;
-    summary->error = _vesk_load_file(filename, &file);
+    summary->error = _vesk_load_file(filename, link_rule::refuse, &file);
     summary->size = file.size();
     if (summary->error == 0) {
         byte_cursor at(file.begin(), file.size());

@@ -205,6 +205,7 @@ FILE *__real_fopen(const char *path, const char *mode);
 FILE *__real_fopen64(const char *path, const char *mode);
 int __real_open(const char *path, int flags, ...);
 int __real_open64(const char *path, int flags, ...);
+FILE *__real_fdopen(int descriptor, const char *mode);
 DIR *__real_opendir(const char *path);
 size_t __real_fread(void *to, size_t size, size_t n, FILE *fp);
 char *__real_fgets(char *to, int size, FILE *fp);
@@ -327,6 +328,12 @@ int __wrap_open64(const char *path, int flags, ...)
     const int descriptor = _open(__real_open64, path, flags, rest);
     va_end(rest);
     return descriptor;
+}
+
+FILE *__wrap_fdopen(int descriptor, const char *mode)
+{
+    return _fails(call_kind::open) ? _fail<FILE *>(EMFILE, nullptr)
+                                   : __real_fdopen(descriptor, mode);
 }
 
 DIR *__wrap_opendir(const char *path)

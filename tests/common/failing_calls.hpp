@@ -10,7 +10,7 @@
 enum class call_kind {
     allocation, // malloc(), calloc(), realloc(), strdup(), strndup(), aligned_alloc(): no memory
     zlib,       // deflateInit(), inflateInit(), inflate(): no memory
-    open,       // fopen(), opendir(): no descriptor is left
+    open,       // fopen(), fdopen(), opendir(): no descriptor is left
     read, // read(), fread(), fgets(), readdir(): the medium fails, which is not the end of the file
     write,      // fwrite() and what prints: the disk is full, nothing was taken
     torn_write, // the same calls: the first half of the bytes reached the file

@@ -115,9 +115,7 @@ TEST_F(Recover, TagsBareEvents)
     add_event(3, "hello");
     // A recorder opens a buffer with a bare event no more, so the second one is appended by hand.
     append("r.2.cbuf.z", compressed_stream(stored_event_body(1, 1501, "again")));
-    EXPECT_EQ((steps{{VESK_RECOVER_TAG_EVENT, "r.2.cbuf.z", 1},
-                     {VESK_RECOVER_TAG_EVENT, "r.2.cbuf.z", 1}}),
-              plan());
+    EXPECT_EQ((steps{{VESK_RECOVER_TAG_EVENT, "r.2.cbuf.z", 2}}), plan());
     EXPECT_EQ(2U, recover().events_tagged);
     EXPECT_EQ((std::vector<std::string>{"3 hello", "1 again"}), events_in("r.2.cbuf.z"));
     goes_on(6);
@@ -154,9 +152,7 @@ TEST_F(Recover, MendsNullTimesAndMicroseconds)
     std::string with_microseconds = stored_values_record(1004, {4});
     with_microseconds[13] = 1;
     append("r.1.cbuf.z", compressed_stream(with_microseconds));
-    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 1},
-                     {VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 1}}),
-              plan());
+    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 2}}), plan());
     EXPECT_EQ(2U, recover().records_mended);
     EXPECT_EQ((std::vector<float>{1, 2, 3, 4}), samples_in("r.1.cbuf.z"));
     goes_on(5);
@@ -169,10 +165,7 @@ TEST_F(Recover, MendsEmptyNamesAndTexts)
                                            stored_values_record(1002, {2, 2})));
     append("r.1.cbuf.z", compressed_stream(stored_event_record(1, 1002, "")));
     append("r.1.cbuf.z", compressed_stream(stored_event_record(1, 1002, std::string("a\0b", 3))));
-    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1},
-                     {VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1},
-                     {VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 1}}),
-              plan());
+    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 3}}), plan());
     recover();
     EXPECT_EQ((std::vector<std::string>{"b", "unknown.2"}), sensors_in("r.1.cbuf.z"));
     EXPECT_EQ((std::vector<std::string>{"1 (no text)", "1 a"}), events_in("r.1.cbuf.z"));

@@ -4,6 +4,7 @@
 #include <limits>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 #include <vesk/error.h>
@@ -671,6 +672,60 @@ TEST_F(ScanBuffer, ShowsLongFragmentsInTime)
               scan_contents({content}));
 }
 
+// A short stream that holds ten thousand times the records that a recorder would write. What is too
+// many is one piece of damage, and a stream behind it is found.
+TEST_F(ScanBuffer, ShowsNoMoreRecordsThanAFileOfThisSizeMayHold)
+{
+    const std::string values = stored_values_record(1001, {1, 2});
+    std::string many;
+    for (int i = 0; i < 300000; ++i) {
+        many += values;
+    }
+    const std::string file = file_of({head(), many, values});
+    const seen_items items = scan_items(file);
+    constexpr std::size_t sensors_named = 2;
+    const std::size_t allowed = file.size() + 65536 + 4 - sensors_named;
+    ASSERT_EQ(2 + 1 + allowed + 1 + 1, items.size());
+    const seen_item &rest = items[items.size() - 2];
+    EXPECT_EQ(VESK_SCAN_DAMAGE, rest.kind);
+    EXPECT_EQ(-49, rest.error);
+    EXPECT_EQ(many.size(), rest.content_offset + rest.content_length);
+    EXPECT_EQ("values 1001: 1 2 (-6)", items.back().line); // more than the capacity
+}
+
+// One stream may hold all that a buffer can: that is how padding is written.
+TEST_F(ScanBuffer, ShowsAsManyRecordsAsTheCapacity)
+{
+    constexpr uint32_t n = 200000;
+    std::string content = stored_buffer_header(1, n) + stored_names_record(1000, {"a", "b"});
+    for (uint32_t i = 0; i < n; ++i) {
+        content += stored_values_record(1001, {1, 2});
+    }
+    const seen_items items = scan_items(compressed_stream(content));
+    ASSERT_EQ(2 + n, items.size());
+    EXPECT_EQ(0, items.back().error);
+}
+
+// Nobody writes to it, so whoever opens it like a file waits for ever.
+TEST_F(ScanBuffer, RefusesAPipeAndADeviceAtOnce)
+{
+    ASSERT_EQ(0, mkfifo(cbuf, 0600));
+    seen_items items;
+    EXPECT_EQ(QE_ERROR_OPEN, vesk_scan_buffer(cbuf, keep_item, &items));
+    EXPECT_EQ(QE_ERROR_OPEN, vesk_scan_buffer("/dev/zero", keep_item, &items));
+    EXPECT_TRUE(items.empty());
+}
+
+// A person may give a link.
+TEST_F(ScanBuffer, FollowsALink)
+{
+    write_file("real", file_of(recorded_contents()));
+    fs::create_symlink("real", cbuf);
+    seen_items items;
+    EXPECT_EQ(0, vesk_scan_buffer(cbuf, keep_item, &items));
+    EXPECT_EQ(recorded(0, 5), lines_of(items));
+}
+
 // --- records
 
 TEST_F(ScanBuffer, BelievesCountsOnlyWhenTheDataIsThere)
@@ -1225,6 +1280,17 @@ TEST_F(ScanState, GivesBackWhatItTookWhenMemoryRunsOut)
     EXPECT_EQ(6, failures);
 }
 
+TEST_F(ScanState, RefusesAPipeAndALink)
+{
+    vesk_state_summary summary;
+    ASSERT_EQ(0, mkfifo("r.state", 0600));
+    EXPECT_EQ(QE_ERROR_OPEN, vesk_scan_state("r.state", &summary));
+    fs::remove("r.state");
+    write_file("elsewhere", hcc_state().bytes());
+    fs::create_symlink("elsewhere", "r.state");
+    EXPECT_EQ(QE_ERROR_OPEN, vesk_scan_state("r.state", &summary));
+}
+
 TEST_F(ScanState, RequiresAFileAndASummary)
 {
     vesk_state_summary summary;
@@ -1240,7 +1306,8 @@ int keep_file(const vesk_scan_file *file, void *context)
     const char *roles[] = {"orphan", "history", "full", "open"};
     std::ostringstream line;
     line << roles[file->role] << " " << file->filename << " " << file->buffer_kind << " "
-         << file->number << " " << file->size << (file->missing != 0 ? " missing" : "");
+         << file->number << " " << file->size << (file->missing != 0 ? " missing" : "")
+         << (file->foreign != 0 ? " foreign" : "");
     static_cast<lines *>(context)->push_back(line.str());
     return 0;
 }
@@ -1380,6 +1447,35 @@ TEST_F(ScanFiles, ShowsNamedFilesWhateverTheyAreCalled)
     write_file("r.state", form.bytes());
     make(form.names);
     EXPECT_EQ((lines{"history history 2 0 3", "full full 1 0 3", "open open 1 0 3"}), scan());
+}
+
+// What is no file of a recorder has its name.
+TEST_F(ScanFiles, TellsWhatIsNoRegularFile)
+{
+    write_file("r.state", hcc_state().bytes());
+    ASSERT_EQ(0, mkfifo("r.5.cbuf.z", 0600));
+    fs::create_symlink("/dev/zero", "r.6.hbuf.z");
+    fs::create_directory("r.7.cbuf.z");
+    fs::create_symlink("nowhere", "r.8.cbuf.z");
+    EXPECT_EQ((lines{"history r.6.hbuf.z 2 6 0 foreign", "full r.5.cbuf.z 1 5 0 foreign",
+                     "open r.7.cbuf.z 1 7 0 foreign", "orphan r.8.cbuf.z 1 8 0 foreign"}),
+              scan());
+}
+
+// A state file may name any file of the machine.
+TEST_F(ScanFiles, LooksAtNothingOutsideOfTheBox)
+{
+    fs::create_directories("box/inner");
+    write_file("outside", "xyz");
+    write_file("box/r.5.cbuf.z", "xyz");
+    state_form form = hcc_state();
+    const std::string outside = folder_.path() + "/outside";
+    form.names = {outside, "box/inner/../r.5.cbuf.z", "box/../outside"};
+    write_file("box/r.state", form.bytes());
+    EXPECT_EQ((lines{"history " + outside + " 2 0 0 missing",
+                     "full box/inner/../r.5.cbuf.z 1 0 0 missing",
+                     "open box/../outside 1 0 0 missing", "orphan box/r.5.cbuf.z 1 5 3"}),
+              scan("box/r"));
 }
 
 TEST_F(ScanFiles, EndsWhenTheVisitorSaysSo)

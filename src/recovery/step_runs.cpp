@@ -1,0 +1,58 @@
+// Summing up steps: a run goes on as long as its records are in the stream of the last one, or in
+// the one behind it.
+#include "recovery/step_runs.hpp"
+
+#include <algorithm>
+
+vesk_recover_step *step_runs::find(vesk_recover_action action, int error)
+{
+    vesk_recover_step *end = runs_ + n_runs_;
+    vesk_recover_step *run = std::find_if(runs_, end, [=](const vesk_recover_step &step) {
+        return step.action == action && step.error == error;
+    });
+    return run == end ? nullptr : run;
+}
+
+int step_runs::add_record(vesk_recover_action action, int error, uint64_t offset, uint64_t length)
+{
+    vesk_recover_step *run = find(action, error);
+    const bool goes_on =
+        run != nullptr && run->offset + run->length >= offset && run->count < UINT32_MAX;
+    if (goes_on) {
+        run->length = std::max(run->length, offset + length - run->offset);
+        ++run->count;
+        return 0;
+    }
+    if (run != nullptr || n_runs_ == most_runs) {
+        const int flushed = flush();
+        if (flushed != 0) {
+            return flushed;
+        }
+    }
+    runs_[n_runs_++] = {action, filename_, offset, length, 1, error};
+    return 0;
+}
+
+int step_runs::add(vesk_recover_action action, int error, uint64_t offset, uint64_t length,
+                   uint32_t count)
+{
+    const int flushed = flush();
+    return flushed != 0 ? flushed : hand_over({action, filename_, offset, length, count, error});
+}
+
+int step_runs::flush()
+{
+    const uint32_t n = n_runs_;
+    n_runs_ = 0;
+    int result = 0;
+    for (uint32_t i = 0; i < n && result == 0; ++i) {
+        result = hand_over(runs_[i]);
+    }
+    return result;
+}
+
+int step_runs::hand_over(const vesk_recover_step &step)
+{
+    ++*steps_;
+    return receiver_.take(&step, receiver_.context);
+}
