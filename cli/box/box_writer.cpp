@@ -14,6 +14,7 @@
 
 #include "box/box.hpp"
 #include "box/box_check.hpp"
+#include "box/event_record.hpp"
 #include "process/terminal.hpp"
 
 namespace cli
@@ -22,22 +23,6 @@ namespace
 {
 
 constexpr std::size_t most_sensors = 10000;
-
-struct event_release {
-    void operator()(vesk_cb_record_event *record) const { vesk_cb_record_event_destroy(&record); }
-};
-
-timestamp stamp_of(int64_t time)
-{
-    timestamp stamp = {};
-    timeval tv = {};
-    tv.tv_sec = static_cast<decltype(tv.tv_sec)>(time);
-    const int result = timestamp_init_from_timeval(&stamp, &tv);
-    if (result < 0) {
-        throw passing_failure("the time cannot be recorded: " + words_for(result));
-    }
-    return stamp;
-}
 
 } // namespace
 
@@ -166,36 +151,9 @@ void box_writer::write(int64_t time, std::span<const float> values)
     attempt([&] { return write_vector(); });
 }
 
-namespace
-{
-
-using owned_event = std::unique_ptr<vesk_cb_record_event, event_release>;
-
-owned_event make_record(const std::string &base, const event &what)
-{
-    const timestamp stamp = stamp_of(what.time);
-    owned_event record(vesk_cb_record_event_create(what.type, &stamp, what.text.c_str()));
-    if (!record) {
-        throw failure(exit_failed, words_for(QE_ERROR_NO_MEMORY));
-    }
-    const int refused = vesk_check_event(record.get());
-    if (refused < 0) {
-        throw failure(exit_failed, fmt::format("{}: this event cannot be recorded: {}", base,
-                                               words_for(refused)));
-    }
-    return record;
-}
-
-} // namespace
-
-void box_writer::require_valid(const event &what) const
-{
-    make_record(name_.base, what);
-}
-
 event_result box_writer::write(const event &what)
 {
-    const owned_event record = make_record(name_.base, what);
+    const owned_event_record record = make_event_record(what);
     const int result = attempt([&] {
         return is_full() ? int{QE_ERROR_UNKNOWN_KIND}
                          : vesk_write_tagged_event(recorder_.get(), record.get());

@@ -58,9 +58,8 @@ public:
     // One event, on the medium when this returns recorded (unless nothing is ever synced). It
     // waits, and nothing was written, where it would not be counted in the history: before the
     // first vector of a box and behind the last one of a full buffer. waiting_events keeps it then.
+    // Throws an unrecordable_event when no box can hold it.
     event_result write(const event &what);
-    // Throws a failure when no box can take such an event.
-    void require_valid(const event &what) const;
     // The last act: whatever the policy says is done once more.
     void finish();
 

@@ -2,6 +2,7 @@
 #ifndef VESK_CLI_BOX_EVENT_HPP
 #define VESK_CLI_BOX_EVENT_HPP
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -9,6 +10,8 @@ namespace cli
 {
 
 constexpr uint32_t last_event_type = 5;
+// The longest text that a box takes.
+constexpr std::size_t longest_event = 10000;
 
 struct event {
     uint32_t type; // 1 to last_event_type

@@ -9,13 +9,10 @@
 #include <optional>
 #include <string>
 
-#include "box/box_writer.hpp"
+#include "box/event.hpp"
 
 namespace cli
 {
-
-// The longest text that a box takes.
-constexpr std::size_t longest_event = 10000;
 
 class file_descriptor
 {

@@ -16,6 +16,7 @@
 
 #include "box/box_writer.hpp"
 #include "box/event_channel.hpp"
+#include "box/event_record.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
 
@@ -64,11 +65,23 @@ bool take_number(std::string_view &text, Number &number, char end)
     return true;
 }
 
+// One that no box can hold would keep back all that are behind it.
+bool is_recordable(const event &what)
+{
+    try {
+        make_event_record(what);
+        return true;
+    } catch (const unrecordable_event &) {
+        return false;
+    }
+}
+
 // The record that begins with @p text, or nothing.
 std::optional<waiting_record> parse(std::string_view text)
 {
     const std::size_t line_end = text.substr(0, longest_head).find('\n');
-    if (line_end == std::string_view::npos || line_end < checked_at) {
+    if (line_end == std::string_view::npos || line_end < checked_at ||
+        text[checksum_at - 1] != ' ' || text[checked_at - 1] != ' ') {
         return std::nullopt;
     }
     waiting_record found = {0, 0, std::string(text.substr(mark_at, mark_waits.size())), {}};
@@ -81,7 +94,7 @@ std::optional<waiting_record> parse(std::string_view text)
     found.what.text = rest.substr(0, length);
     found.size = line_end + 1 + length + 1;
     const std::string_view checked = text.substr(checked_at, found.size - checked_at);
-    if (text.substr(checksum_at, 8) != checksum_of(checked)) {
+    if (text.substr(checksum_at, 8) != checksum_of(checked) || !is_recordable(found.what)) {
         return std::nullopt;
     }
     return found;
@@ -104,12 +117,12 @@ std::vector<waiting_record> parse_all(std::string_view content)
     return records;
 }
 
-// Only what this command made is written to or deleted, whatever else has the name. A loss of power
-// can leave zeros.
+// Only what this command made is written to or deleted, whatever else has the name. The first
+// record may be torn or damaged, and a loss of power can leave zeros.
 bool is_ours(std::string_view content)
 {
-    const auto head = content.substr(0, magic.size());
-    return magic.starts_with(head) || content.find_first_not_of('\0') == std::string_view::npos;
+    return magic.starts_with(content.substr(0, magic.size())) ||
+           content.find_first_not_of('\0') == std::string_view::npos || !parse_all(content).empty();
 }
 
 [[noreturn]] void refuse_file(const std::string &path, const std::string &why)
@@ -124,7 +137,10 @@ file_descriptor open_file(const std::string &path, int flags)
     file_descriptor file(
         open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, for_everybody));
     struct stat status = {};
-    if (file.is_open() && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+    const bool foreign =
+        file.is_open() ? fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)
+                       : errno == ELOOP || errno == ENXIO || errno == EISDIR; // link, pipe, folder
+    if (foreign) {
         refuse_file(path, "is no file of waiting events");
     }
     if (!file.is_open() && errno != ENOENT) {
@@ -185,7 +201,7 @@ std::vector<identity> events_in(const box &found)
 {
     std::vector<identity> events;
     for (const stored_file *file : found.current_buffers()) {
-        scan_file(file->path, [&](const vesk_scan_item &item) {
+        scan_file(*file, [&](const vesk_scan_item &item) {
             if (item.kind == VESK_SCAN_EVENT && item.event != nullptr &&
                 item.event->text != nullptr) {
                 events.emplace_back(item.event->type, item.event->timestamp.tv.tv_sec,
@@ -312,7 +328,7 @@ waiting_events::waiting_events(box_writer &box, const std::string &base) : box_(
 
 event_result waiting_events::write(const event &what)
 {
-    box_.require_valid(what);
+    make_event_record(what);
     const auto before = load(base_);
     count_ = before ? before->size() : 0;
     if (count_ == 0) {

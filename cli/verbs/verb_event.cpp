@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include "box/box_writer.hpp"
 #include "box/event_channel.hpp"
 #include "box/waiting_events.hpp"
 #include "process/failure.hpp"

@@ -1,0 +1,328 @@
+// Events that wait for a sample, in files that were torn, damaged, or put there by somebody else.
+#include <filesystem>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
+
+#include "box/box.hpp"
+#include "box/box_writer.hpp"
+#include "box/waiting_events.hpp"
+#include "cli/quick_folder.hpp"
+#include "common/file_size_limit.hpp"
+#include "common/temporary_directory.hpp"
+
+namespace
+{
+
+using namespace cli;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::GetCapturedStderr;
+using texts = std::vector<std::string>;
+
+constexpr int64_t new_year = 1704067200;
+
+event say(const std::string &text)
+{
+    return {1, new_year, text};
+}
+
+// A record as it stands in the file.
+std::string record(const std::string &mark, const std::string &type, const std::string &time,
+                   const std::string &text)
+{
+    const std::string checked = fmt::format("{} {} {}\n{}\n", type, time, text.size(), text);
+    const auto *bytes = reinterpret_cast<const Bytef *>(checked.data());
+    return fmt::format("vesk-event {} {:08x} {}", mark,
+                       crc32(0, bytes, static_cast<uInt>(checked.size())), checked);
+}
+
+std::string record(const std::string &mark, const std::string &text)
+{
+    return record(mark, "1", std::to_string(new_year), text);
+}
+
+class WaitingEvents : public ::testing::Test
+{
+protected:
+    void SetUp() override { add_samples(4); }
+
+    // Four fill the open buffer.
+    void add_samples(int count)
+    {
+        box_writer writer(base, {4, 2}, {});
+        for (int i = 0; i < count; ++i) {
+            write_sample(writer);
+        }
+    }
+    static void write_sample(box_writer &writer)
+    {
+        const std::vector<std::string> names = {"::a"};
+        const float value = 1;
+        writer.admit(names[0]);
+        writer.set_sensors(names);
+        writer.write(new_year, {&value, 1});
+    }
+    void keep(const texts &wanted) const
+    {
+        box_writer writer(base);
+        waiting_events events(writer, base);
+        for (const std::string &text : wanted) {
+            EXPECT_EQ(events.write(say(text)), event_result::waits);
+        }
+    }
+    // Goes on as a recording does.
+    void go_on() const
+    {
+        box_writer writer(base);
+        waiting_events events(writer, base);
+        write_sample(writer);
+        events.take_over();
+    }
+    texts waiting() const
+    {
+        texts found;
+        for (const event &each : waiting_events_of(find_box(base))) {
+            found.push_back(each.text);
+        }
+        return found;
+    }
+    texts in_box() const
+    {
+        texts found;
+        const box what = find_box(base);
+        for (const stored_file *each : what.current_buffers()) {
+            scan_file(*each, [&](const vesk_scan_item &item) {
+                if (item.kind == VESK_SCAN_EVENT) {
+                    found.emplace_back(item.event->text);
+                }
+            });
+        }
+        return found;
+    }
+    // What is said when an event cannot be kept.
+    std::string refusal() const
+    {
+        box_writer writer(base);
+        waiting_events events(writer, base);
+        try {
+            events.write(say("refused"));
+        } catch (const failure &reason) {
+            return reason.what();
+        }
+        return "";
+    }
+
+    temporary_directory folder{quick_folder()};
+    std::string base = folder.file("box");
+    std::string file = base + ".events";
+};
+
+TEST_F(WaitingEvents, FollowTheNextSampleInTheirOrder)
+{
+    keep({"one", "two\nlines", "vesk-event wait"});
+    keep({"four"});
+    EXPECT_THAT(waiting(), ElementsAre("one", "two\nlines", "vesk-event wait", "four"));
+    EXPECT_THAT(in_box(), ElementsAre());
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("one", "two\nlines", "vesk-event wait", "four"));
+    EXPECT_THAT(waiting(), ElementsAre());
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(WaitingEvents, ANewEventIsNeverPutBeforeThoseThatWait)
+{
+    keep({"one"});
+    box_writer writer(base);
+    waiting_events events(writer, base);
+    write_sample(writer);
+    EXPECT_EQ(events.write(say("two")), event_result::waits);
+    events.take_over();
+    EXPECT_EQ(events.write(say("three")), event_result::recorded);
+    EXPECT_THAT(in_box(), ElementsAre("one", "two", "three"));
+}
+
+TEST_F(WaitingEvents, ATornRecordIsPassedOverAndWhatFollowsIsKept)
+{
+    const std::string first = record("wait", "first");
+    const std::string second = record("wait", "second");
+    for (std::size_t size = 0; size < second.size(); ++size) {
+        write_file(file, first + second.substr(0, size));
+        keep({"third"});
+        EXPECT_THAT(waiting(), ElementsAre("first", "third")) << size;
+        write_file(file, second.substr(0, size));
+        keep({"third"});
+        EXPECT_THAT(waiting(), ElementsAre("third")) << size;
+    }
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("third"));
+}
+
+TEST_F(WaitingEvents, ADamagedRecordCostsNoOther)
+{
+    const std::string damaged = record("wait", "damaged");
+    const texts all = {"damaged", "second", "third"};
+    for (std::size_t at = 0; at < damaged.size(); ++at) {
+        std::string bytes = damaged;
+        bytes[at] = static_cast<char>(bytes[at] ^ 0x11);
+        write_file(file, bytes + record("wait", "second") + record("wait", "third"));
+        const bool in_mark = at >= 11 && at < 15;
+        EXPECT_EQ(waiting(), in_mark ? all : texts({"second", "third"})) << at;
+    }
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("second", "third"));
+}
+
+TEST_F(WaitingEvents, ZerosAfterALossOfPowerAreNoObstacle)
+{
+    write_file(file, std::string(100, '\0'));
+    keep({"one"});
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("one"));
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(WaitingEvents, WhatNoBoxCanHoldKeepsNothingBack)
+{
+    const std::string now = std::to_string(new_year);
+    const std::string content =
+        record("wait", "0", now, "type 0") + record("wait", "6", now, "type 6") +
+        record("wait", "1", "0", "no time") + record("wait", "1", "99999999999", "late") +
+        record("wait", "1", now, "") + record("wait", "1", now, std::string("a\0b", 3)) +
+        record("wait", "1", now, std::string(10001, 'x')) + record("wait", "good");
+    write_file(file, content);
+    EXPECT_THAT(waiting(), ElementsAre("good"));
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("good"));
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(WaitingEvents, AnEventThatWasPutIntoTheBoxBeforeAKillIsNotPutThereAgain)
+{
+    const std::string one = record("wait", "alike");
+    write_file(file, one + one + one);
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("alike", "alike", "alike"));
+    // Killed before the last mark; and before the last event was in the box.
+    write_file(file, record("done", "alike") + record("done", "alike") + record("0002", "alike"));
+    EXPECT_THAT(waiting(), ElementsAre());
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("alike", "alike", "alike"));
+    EXPECT_FALSE(std::filesystem::exists(file));
+    write_file(file, record("0003", "alike"));
+    EXPECT_THAT(waiting(), ElementsAre("alike"));
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("alike", "alike", "alike", "alike"));
+}
+
+TEST_F(WaitingEvents, OnlySoManyMayWait)
+{
+    std::string content;
+    for (std::size_t i = 1; i < most_waiting_events; ++i) {
+        content += record("wait", "x");
+    }
+    write_file(file, content);
+    keep({"the last"});
+    const std::string full = read_file(file);
+    EXPECT_EQ(refusal(), base + ": too many events wait for a sample (1000)");
+    EXPECT_EQ(read_file(file), full);
+    go_on();
+    EXPECT_EQ(in_box().size(), most_waiting_events);
+}
+
+TEST_F(WaitingEvents, OnlySoManyBytesMayWait)
+{
+    const std::string one = record("wait", std::string(10000, 'x'));
+    std::string content;
+    while (content.size() + one.size() <= most_waiting_bytes) {
+        content += one;
+    }
+    write_file(file, content);
+    box_writer writer(base);
+    waiting_events events(writer, base);
+    EXPECT_THROW(events.write(say(std::string(10000, 'x'))), failure);
+    EXPECT_EQ(read_file(file), content);
+    EXPECT_EQ(events.write(say("a short one")), event_result::waits);
+}
+
+TEST_F(WaitingEvents, AForeignFileIsToldAndLeftAlone)
+{
+    for (const std::string content : {"hello\n", "vesk-events\n"}) {
+        write_file(file, content);
+        CaptureStderr();
+        EXPECT_THAT(refusal(), HasSubstr("box.events: is no file of waiting events"));
+        EXPECT_THAT(GetCapturedStderr(), HasSubstr("is no file of waiting events"));
+        EXPECT_EQ(read_file(file), content);
+        EXPECT_THROW(waiting(), failure);
+    }
+}
+
+TEST_F(WaitingEvents, ALinkIsNotFollowedAndAFifoNotWaitedFor)
+{
+    const std::string target = folder.file("target");
+    write_file(target, record("wait", "stranger"));
+    const std::string before = read_file(target);
+    ASSERT_EQ(symlink(target.c_str(), file.c_str()), 0);
+    EXPECT_THAT(refusal(), HasSubstr("box.events: is no file of waiting events"));
+    go_on();
+    EXPECT_EQ(read_file(target), before);
+    std::filesystem::remove(file);
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+    EXPECT_THAT(refusal(), HasSubstr("box.events: is no file of waiting events"));
+    go_on();
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_THAT(refusal(), HasSubstr("box.events: is no file of waiting events"));
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre());
+    EXPECT_TRUE(std::filesystem::is_directory(file));
+}
+
+TEST_F(WaitingEvents, AFullDiskRefusesTheEventAndLeavesNoHalfOfIt)
+{
+    keep({"one"});
+    const std::string before = read_file(file);
+    box_writer writer(base);
+    waiting_events events(writer, base);
+    for (std::size_t room = 0; room < record("wait", "two").size(); ++room) {
+        const file_size_limit disk(before.size() + room);
+        EXPECT_THROW(events.write(say("two")), storage_failure) << room;
+        EXPECT_EQ(read_file(file), before) << room;
+    }
+    EXPECT_EQ(events.write(say("two")), event_result::waits);
+    EXPECT_THAT(waiting(), ElementsAre("one", "two"));
+}
+
+TEST_F(WaitingEvents, AnEventWaitsWhileTheDiskHasNoRoomForItInTheBox)
+{
+    add_samples(1);
+    box_writer writer(base);
+    waiting_events events(writer, base);
+    {
+        const std::size_t size = std::filesystem::file_size(base + ".2.cbuf.z");
+        const file_size_limit disk(size + 10);
+        EXPECT_EQ(events.write(say("one")), event_result::waits);
+        events.take_over();
+        EXPECT_EQ(events.count(), 1U);
+    }
+    events.take_over();
+    EXPECT_EQ(events.count(), 0U);
+    EXPECT_THAT(in_box(), ElementsAre("one"));
+}
+
+TEST_F(WaitingEvents, AFileFullOfHeadsIsReadInBoundedTime)
+{
+    // Each head promises a long text, so each asks for a checksum.
+    std::string content;
+    while (content.size() < most_waiting_bytes) {
+        content += "vesk-event wait 00000000 1 1 10000\n";
+    }
+    write_file(file, content);
+    EXPECT_THAT(waiting(), ElementsAre());
+}
+
+} // namespace
