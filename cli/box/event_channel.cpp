@@ -27,6 +27,8 @@ namespace
 constexpr std::string_view greeting = "vesk1 ";
 constexpr std::size_t longest_datagram = longest_event + 64;
 constexpr std::size_t longest_answer = 1024;
+// In one call of take(): whoever floods the socket must not keep the recorder from its samples.
+constexpr std::size_t most_dropped = 8;
 
 constexpr std::string_view word_recorded = "recorded";
 constexpr std::string_view word_waits = "waits";
@@ -56,6 +58,16 @@ public:
         }
     }
     bool fits() const { return fits_; }
+    // Throws a failure when there is no address for this path.
+    void require(const std::string &path) const
+    {
+        if (!folder_.is_open()) {
+            throw failure(exit_failed, with_errno(path + ": its folder cannot be opened"));
+        }
+        if (!fits_) {
+            throw failure(exit_failed, path + ": the name is too long for a socket");
+        }
+    }
     sockaddr *get() { return reinterpret_cast<sockaddr *>(&address_); }
     static socklen_t size() { return sizeof(sockaddr_un); }
 
@@ -91,10 +103,12 @@ std::optional<event> parse(std::string_view text)
     return what;
 }
 
+// Room is for one descriptor only; what has another size is none.
 file_descriptor descriptor_in(msghdr &message)
 {
     const cmsghdr *header = CMSG_FIRSTHDR(&message);
-    if (header == nullptr || header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) {
+    if (header == nullptr || header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS ||
+        header->cmsg_len != CMSG_LEN(sizeof(int))) {
         return file_descriptor();
     }
     int fd = -1;
@@ -164,6 +178,23 @@ event_reply wait_for_answer(int fd, double deadline)
     }
 }
 
+// A killed recorder leaves its socket behind. Anything else under the name belongs to somebody.
+void remove_left_socket(const std::string &path, socket_address &address)
+{
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return;
+    }
+    if (!S_ISSOCK(status.st_mode)) {
+        throw failure(exit_failed, path + ": is in the way, and no socket");
+    }
+    const file_descriptor probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (connect(probe.get(), address.get(), socket_address::size()) == 0 || errno == EPROTOTYPE) {
+        throw failure(exit_failed, path + ": another process listens there");
+    }
+    unlink(path.c_str());
+}
+
 } // namespace
 
 file_descriptor &file_descriptor::operator=(file_descriptor &&other) noexcept
@@ -203,10 +234,8 @@ event_inbox::event_inbox(const std::string &base)
     : path_(socket_of(base)), socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     socket_address address(path_);
-    if (!address.fits()) {
-        throw failure(exit_failed, path_ + ": the name is too long for a socket");
-    }
-    unlink(path_.c_str());
+    address.require(path_);
+    remove_left_socket(path_, address);
     const mode_t before = umask(S_IXUSR | S_IRWXG | S_IRWXO);
     const int result = bind(socket_.get(), address.get(), socket_address::size());
     const int error = errno;
@@ -225,14 +254,15 @@ event_inbox::~event_inbox()
 std::optional<incoming_event> event_inbox::take() const
 {
     std::vector<char> text(longest_datagram);
-    for (;;) {
+    for (std::size_t i = 0; i < most_dropped; ++i) {
         iovec piece = {text.data(), text.size()};
         control_block control = {};
         msghdr message = {};
         message.msg_iov = &piece;
         message.msg_iovlen = 1;
         message.msg_control = control.bytes;
-        message.msg_controllen = sizeof control.bytes;
+        // The padding behind one descriptor would take another one.
+        message.msg_controllen = CMSG_LEN(sizeof(int));
         const ssize_t length = recvmsg(socket_.get(), &message, MSG_CMSG_CLOEXEC);
         if (length < 0) {
             return std::nullopt;
@@ -243,6 +273,7 @@ std::optional<incoming_event> event_inbox::take() const
             return incoming_event(std::move(*what), std::move(reply));
         }
     }
+    return std::nullopt;
 }
 
 event_reply send_event(const std::string &base, const event &what, double seconds)

@@ -67,7 +67,8 @@ public:
 
     // Readable when an event has come.
     int fd() const { return socket_.get(); }
-    // The next event, or nothing when none has come. What is no event is dropped.
+    // The next event, or nothing when none has come. What is no event is dropped, up to eight in
+    // one call.
     std::optional<incoming_event> take() const;
 
 private:

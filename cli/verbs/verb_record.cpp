@@ -32,8 +32,14 @@ struct record_options {
     box_shape shape;
 };
 
+<<<<<<< HEAD
 // Each one holds a descriptor, and without any left no sample could be taken.
 constexpr std::size_t most_waiting_senders = 64;
+=======
+constexpr std::size_t events_at_once = 50;
+// More than the kernel keeps in a socket.
+constexpr std::size_t events_at_end = 1000;
+>>>>>>> 51032eb (event: keep foreign files under the name of the socket)
 
 class recording
 {
@@ -74,7 +80,7 @@ private:
     bool wait_for(int64_t tick)
     {
         while (!stop_.requested()) {
-            take_events();
+            take_events(events_at_once);
             const double now = clock_seconds();
             const double rest = seconds_until(tick, now, interval_);
             if (rest < 0) {
@@ -161,9 +167,10 @@ private:
         }
     }
 
-    void take_events()
+    // So many at once at most: each is synced, and the next sample must not wait for a flood.
+    void take_events(std::size_t most)
     {
-        while (inbox_) {
+        for (std::size_t i = 0; inbox_ && i < most; ++i) {
             std::optional<incoming_event> incoming = inbox_->take();
             if (!incoming) {
                 return;
@@ -201,7 +208,7 @@ private:
 
     void finish()
     {
-        take_events();
+        take_events(events_at_end);
         events_.take_over();
         answer_senders();
         box_.finish();

@@ -215,4 +215,115 @@ TEST_F(EventChannel, WhatIsNoEventIsDropped)
     EXPECT_FALSE(inbox.take());
 }
 
+// A socket that sends what no event is.
+class stranger
+{
+public:
+    explicit stranger(const std::string &base) : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0))
+    {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        (base + ".sock").copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    }
+    stranger(const stranger &) = delete;
+    stranger &operator=(const stranger &) = delete;
+    ~stranger() { close(fd_); }
+
+    bool send(std::string text, std::vector<int> descriptors = {}) const
+    {
+        iovec piece = {text.data(), text.size()};
+        msghdr message = {};
+        message.msg_iov = &piece;
+        message.msg_iovlen = 1;
+        const std::size_t size = descriptors.size() * sizeof(int);
+        alignas(cmsghdr) char control[CMSG_SPACE(8 * sizeof(int))] = {};
+        if (!descriptors.empty()) {
+            message.msg_control = control;
+            message.msg_controllen = CMSG_SPACE(size);
+            cmsghdr *header = CMSG_FIRSTHDR(&message);
+            header->cmsg_level = SOL_SOCKET;
+            header->cmsg_type = SCM_RIGHTS;
+            header->cmsg_len = CMSG_LEN(size);
+            memcpy(CMSG_DATA(header), descriptors.data(), size);
+        }
+        return sendmsg(fd_, &message, 0) >= 0;
+    }
+
+private:
+    int fd_;
+};
+
+std::size_t open_descriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST_F(EventChannel, NoMessageLeavesDescriptorsOpen)
+{
+    const event_inbox inbox(base);
+    const stranger other(base);
+    const std::size_t before = open_descriptors();
+    for (std::size_t count = 1; count <= 8; ++count) {
+        ASSERT_TRUE(other.send("x", std::vector<int>(count, inbox.fd())));
+        EXPECT_FALSE(inbox.take());
+        ASSERT_TRUE(other.send("vesk1 1 1\nx", std::vector<int>(count, inbox.fd())));
+        inbox.take();
+        EXPECT_EQ(open_descriptors(), before) << count;
+    }
+}
+
+TEST_F(EventChannel, AFloodDoesNotHoldUpTheRecorder)
+{
+    const event_inbox inbox(base);
+    const stranger other(base);
+    // The kernel keeps ten at least.
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_TRUE(other.send("x"));
+    }
+    ASSERT_TRUE(other.send("vesk1 1 1\nx", {inbox.fd()}));
+    EXPECT_FALSE(inbox.take()) << "it comes back after eight";
+    EXPECT_TRUE(inbox.take());
+}
+
+std::string refusal_of(const std::string &base)
+{
+    try {
+        const event_inbox inbox(base);
+    } catch (const failure &reason) {
+        return reason.what();
+    }
+    return "";
+}
+
+TEST_F(EventChannel, AFileInThePlaceOfTheSocketIsKept)
+{
+    write_file(base + ".sock", "mine");
+    EXPECT_EQ(refusal_of(base), base + ".sock: is in the way, and no socket");
+    EXPECT_EQ(read_file(base + ".sock"), "mine");
+    std::filesystem::remove(base + ".sock");
+    std::filesystem::create_symlink("elsewhere", base + ".sock");
+    EXPECT_EQ(refusal_of(base), base + ".sock: is in the way, and no socket");
+    EXPECT_TRUE(std::filesystem::is_symlink(base + ".sock"));
+}
+
+TEST_F(EventChannel, ASocketOnWhichSomebodyListensIsKept)
+{
+    const event_inbox inbox(base);
+    EXPECT_EQ(refusal_of(base), base + ".sock: another process listens there");
+    sender other(base, {1, 1, "x"});
+    next_event(inbox).answer(event_answer::recorded);
+    EXPECT_EQ(other.answer(), event_answer::recorded);
+}
+
+TEST_F(EventChannel, TellsWhyThereCanBeNoSocket)
+{
+    EXPECT_EQ(refusal_of(folder.file("missing/box")),
+              folder.file("missing/box.sock") +
+                  ": its folder cannot be opened: No such file or directory");
+    const std::string name = folder.file(std::string(120, 'n'));
+    EXPECT_EQ(refusal_of(name), name + ".sock: the name is too long for a socket");
+}
+
 } // namespace

@@ -9,6 +9,7 @@
 
 #include "box/box.hpp"
 #include "box/box_writer.hpp"
+#include "box/event_record.hpp"
 #include "box/waiting_events.hpp"
 #include "cli/quick_folder.hpp"
 #include "common/file_size_limit.hpp"
@@ -198,6 +199,20 @@ TEST_F(WaitingEvents, WhatNoBoxCanHoldKeepsNothingBack)
     EXPECT_THAT(waiting(), ElementsAre("good"));
     go_on();
     EXPECT_THAT(in_box(), ElementsAre("good"));
+    EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST_F(WaitingEvents, WhatNoBoxCanHoldIsRefused)
+{
+    box_writer writer(base);
+    waiting_events events(writer, base);
+    EXPECT_THROW(events.write({0, new_year, "x"}), unrecordable_event);
+    EXPECT_THROW(events.write({6, new_year, "x"}), unrecordable_event);
+    EXPECT_THROW(events.write({1, 0, "x"}), unrecordable_event);
+    EXPECT_THROW(events.write({1, int64_t{1} << 40, "x"}), unrecordable_event);
+    EXPECT_THROW(events.write({1, new_year, ""}), unrecordable_event);
+    EXPECT_THROW(events.write({1, new_year, std::string(10001, 'x')}), unrecordable_event);
+    EXPECT_THROW(events.write({1, new_year, std::string(1, '\0')}), unrecordable_event);
     EXPECT_FALSE(std::filesystem::exists(file));
 }
 
