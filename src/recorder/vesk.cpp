@@ -440,8 +440,8 @@ static void _read_counts(field_reader *fields, vesk *recorder)
         fields->fail(QE_ERROR_MALFORMED);
     }
     if (fields->u32(&recorder->num_samples_per_interval).ok() &&
-        recorder->num_samples_per_interval !=
-            recorder->num_cb_samples / recorder->num_hb_intervals) {
+        uint64_t(recorder->num_samples_per_interval) * recorder->num_hb_intervals !=
+            recorder->num_cb_samples) {
         fields->fail(QE_ERROR_MALFORMED);
     }
 }
