@@ -32,14 +32,13 @@ struct record_options {
     box_shape shape;
 };
 
-<<<<<<< HEAD
 // Each one holds a descriptor, and without any left no sample could be taken.
 constexpr std::size_t most_waiting_senders = 64;
-=======
+
+// So many are taken between two looks at the clock.
 constexpr std::size_t events_at_once = 50;
 // More than the kernel keeps in a socket.
 constexpr std::size_t events_at_end = 1000;
->>>>>>> 51032eb (event: keep foreign files under the name of the socket)
 
 class recording
 {
