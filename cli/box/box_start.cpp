@@ -86,7 +86,7 @@ box_name::box_name(const std::string &given) : base(given), path(whole_path(give
 bool is_there(const box_name &name)
 {
     const auto found = [](const vesk_scan_file *file, void *) {
-        return file->missing != 0 ? 0 : 1;
+        return file->missing != 0 || file->foreign != 0 ? 0 : 1;
     };
     if (exists(name.base + ".state") || exists(name.base + ".state.bak")) {
         return true;

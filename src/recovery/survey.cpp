@@ -170,9 +170,7 @@ int box_survey::look()
     if (result == 0) {
         result = look_at_copy();
     }
-    // A whole copy of the state file is a box even where nothing else is left of it.
-    const bool nothing_is_left = names.size() == 0 && copy_->error != 0;
-    if (result == 0 && state_->error == QE_ERROR_OPEN && (state_is_foreign_ || nothing_is_left)) {
+    if (result == 0 && state_->error == QE_ERROR_OPEN && state_is_foreign_) {
         result = QE_ERROR_OPEN;
     }
     for (const buffer_name &name : names) {
@@ -180,7 +178,11 @@ int box_survey::look()
             result = look_at_buffer(name);
         }
     }
-    return result;
+    // A whole copy of the state file is a box even where nothing else is left of it. What is
+    // foreign under the name of a buffer is none.
+    const bool nothing_is_left = files_.begin() == files_.end() && copy_->error != 0;
+    return result == 0 && state_->error == QE_ERROR_OPEN && nothing_is_left ? QE_ERROR_OPEN
+                                                                            : result;
 }
 
 bool box_survey::list_numbers(number_list *numbers) const

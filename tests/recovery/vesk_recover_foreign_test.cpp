@@ -101,6 +101,19 @@ TEST_F(RecoverForeign, UnderTheNameOfTheStateFileIsNoBox)
     }
 }
 
+TEST_F(RecoverForeign, UnderTheNameOfABufferAloneIsNoBox)
+{
+    for (const std::string kind : kinds) {
+        SCOPED_TRACE(kind);
+        clear();
+        make(kind, "r.1.cbuf.z");
+        vesk_recover_report report;
+        EXPECT_EQ(QE_ERROR_OPEN, result_of_both(&report));
+        EXPECT_FALSE(fs::exists("r.state"));
+        expect_untouched();
+    }
+}
+
 TEST_F(RecoverForeign, UnderTheNameOfTheCopyIsSkipped)
 {
     for (const char *kind : kinds) {
