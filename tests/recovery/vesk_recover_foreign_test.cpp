@@ -203,7 +203,7 @@ TEST_F(RecoverForeign, StateThatLeadsElsewhereIsNotFollowed)
 
 TEST_F(RecoverForeign, RewrittenFilesKeepTheirPermissions)
 {
-    for (const mode_t mode : {0600, 0640, 0660, 0666}) {
+    for (const mode_t mode : {0600U, 0640U, 0660U, 0666U}) {
         make_box(6);
         for (const char *name : {"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}) {
             ASSERT_EQ(0, chmod(name, mode));

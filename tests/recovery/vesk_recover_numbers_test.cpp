@@ -178,7 +178,8 @@ std::string with_numbers(std::string text, uint32_t first, int files)
         for (std::size_t at = text.find(old); at != std::string::npos;
              at = text.find(old, at + 1)) {
             text.replace(at, old.size(), made);
-            text[at - 1] = static_cast<char>(text[at - 1] + made.size() - old.size());
+            const auto length = static_cast<unsigned char>(text[at - 1]);
+            text[at - 1] = static_cast<char>(length + made.size() - old.size());
         }
     }
     return text;
