@@ -1,0 +1,62 @@
+// Times in which nothing was recorded although the recording lived: the machine slept, the clock
+// was set, or samples came too late.
+#ifndef VESK_CLI_MACHINE_CLOCK_WATCH_HPP
+#define VESK_CLI_MACHINE_CLOCK_WATCH_HPP
+
+#include <cstdint>
+#include <optional>
+
+#include "text/own_events.hpp"
+
+namespace cli
+{
+
+// The three clocks of one moment, in seconds.
+struct clock_reading {
+    double wall = 0;      // may be set
+    double monotonic = 0; // stands still while the machine sleeps
+    double boot = 0;      // goes on then
+};
+
+clock_reading read_clocks();
+
+class clock_watch
+{
+public:
+    explicit clock_watch(const clock_reading &now) : last_(now) {}
+
+    // What happened since the last look: that the machine slept, that the clock was set, or both,
+    // the sleep first.
+    std::optional<gap> slept(const clock_reading &now) const;
+    std::optional<gap> was_set(const clock_reading &now) const;
+    void looked(const clock_reading &now) { last_ = now; }
+
+private:
+    clock_reading last_;
+};
+
+// Counts the samples that were due and not taken. One gap tells of all in a minute.
+class late_count
+{
+public:
+    explicit late_count(int64_t interval) : interval_(interval) {}
+
+    // A sample is taken for the time @p tick. Returns how many there should have been since the
+    // last one.
+    uint64_t taken(int64_t tick);
+    // The next sample may come at any time: the clock was set, or the machine slept.
+    void forget() { last_.reset(); }
+    // What is to be told at @p monotonic, if a minute has passed since it was told last. With
+    // @p all at once.
+    std::optional<gap> due(double monotonic, bool all = false);
+
+private:
+    int64_t interval_;
+    std::optional<int64_t> last_;
+    gap pending_;
+    std::optional<double> told_;
+};
+
+} // namespace cli
+
+#endif
