@@ -220,8 +220,8 @@ static void _matrix_exchange_rows(matrix *b, uint32_t i, uint32_t j)
 template <typename Exchange>
 static bool _matrix_exchange_in_columns(matrix *b, Exchange exchange)
 {
-    strided_elements elements = {};
-    if (b->values != nullptr || !_matrix_find_elements(b, &elements) || elements.row != 1) {
+    matrix_view elements = {};
+    if (b->values != nullptr || !_matrix_find_view(b, &elements) || elements.row != 1) {
         return false;
     }
     for (uint32_t c = 0; c < b->ncols; ++c) {

@@ -13,8 +13,8 @@
 // not lie in memory at even distances, or where memory lacks to turn some rows round.
 static bool _matrix_sum_squares(const matrix *m, double *sum)
 {
-    strided_elements elements = {};
-    if (!_matrix_find_elements(m, &elements)) {
+    matrix_view elements = {};
+    if (!_matrix_find_view(m, &elements)) {
         return false;
     }
     const auto add_squares = [sum](const double *x, std::size_t n) {
@@ -63,8 +63,8 @@ double matrix_norm_inf(const matrix *m)
     VESK_REQUIRE(m->version == 1, "m->version == ((char) 1)");
     VESK_REQUIRE(m->type > 0, "m->type > 0");
     double norm = 0.0;
-    strided_elements elements = {};
-    if (!_matrix_find_elements(m, &elements)) {
+    matrix_view elements = {};
+    if (!_matrix_find_view(m, &elements)) {
         for (uint32_t i = 0; i < m->nrows; ++i) {
             double sum = 0.0;
             for (uint32_t j = 0; j < m->ncols; ++j) {

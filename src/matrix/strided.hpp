@@ -12,17 +12,8 @@
 #include "matrix/kernels/kernels.hpp"
 #include "support/checked_size.hpp"
 
-// Element (i, j) is base[i * row + j * column].
-struct strided_elements {
-    double *base;
-    std::size_t row;
-    std::size_t column;
-
-    double &at(std::size_t i, std::size_t j) const { return base[i * row + j * column]; }
-};
-
 // False when the elements of `m` do not all lie in memory at fixed distances.
-inline bool _matrix_find_elements(const matrix *m, strided_elements *elements)
+inline bool _matrix_find_view(const matrix *m, matrix_view *view)
 {
     const element_rows found = _matrix_find_rows(m);
     if (found.rows == nullptr) {
@@ -31,16 +22,16 @@ inline bool _matrix_find_elements(const matrix *m, strided_elements *elements)
     const uint32_t source_rows = found.exchanged ? m->ncols : m->nrows;
     const std::size_t distance =
         source_rows > 1 ? static_cast<std::size_t>(found.rows[1] - found.rows[0]) : 1;
-    *elements = found.exchanged ? strided_elements{found.rows[0], 1, distance}
-                                : strided_elements{found.rows[0], distance, 1};
+    *view = found.exchanged ? matrix_view{found.rows[0], 1, distance}
+                            : matrix_view{found.rows[0], distance, 1};
     return true;
 }
 
 // Copies the elements of `m`, row after row, to memory that is not part of it.
 inline void _matrix_copy_elements(const matrix *m, double *to)
 {
-    strided_elements found = {};
-    if (_matrix_find_elements(m, &found) && found.column != 1) {
+    matrix_view found = {};
+    if (_matrix_find_view(m, &found) && found.column != 1) {
         _matrix_kernels().transpose(arrival::replace, found.base, found.column, to, m->ncols,
                                     m->nrows, m->ncols);
         return;
@@ -67,16 +58,5 @@ inline double *_matrix_allocate_scratch(std::size_t rows, std::size_t columns = 
 // apart are one row for all).
 void _matrix_fold_rows(fold what, const matrix_view &x, const matrix_view &y, std::size_t nrows,
                        std::size_t ncols, double *sum);
-
-// Where the elements of an operand lie, to be read only. False as above.
-inline bool _matrix_find_view(const matrix *m, matrix_view *view)
-{
-    strided_elements found = {};
-    if (!_matrix_find_elements(m, &found)) {
-        return false;
-    }
-    *view = {found.base, found.row, found.column};
-    return true;
-}
 
 #endif

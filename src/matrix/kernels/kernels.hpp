@@ -10,10 +10,10 @@
 
 #include <cstddef>
 
-// Element (i, j) of a matrix in memory is base[i * row + j * column]; a transposed view has its two
-// strides exchanged.
+// The elements of a matrix in memory: element (i, j) is base[i * row + j * column]. Those of a
+// transposed matrix are those of its source with the two strides exchanged.
 struct matrix_view {
-    const double *base;
+    double *base;
     std::size_t row;
     std::size_t column;
 };
