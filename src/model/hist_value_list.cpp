@@ -5,6 +5,7 @@
 
 #include <vesk/hist_value_list.h>
 
+#include "model/sensor_internal.hpp"
 #include "support/object.hpp"
 #include "support/precondition.hpp"
 
@@ -14,13 +15,12 @@ struct hist_value_list_node {
     hist_value hv;
     hist_value_list_node *next;
 
-    // Sensors are looked up in the same order for every sample, so what followed the latest lookup
-    // the last time is a good guess, where chains are long with thousands of names that are alike.
-    // The guess changes neither the results nor the order of the list. A list is a plain record
-    // that may be moved: what belongs to it is what its nodes lead to.
-    hist_value_list_node *first;    // the node that was the first of the list
-    hist_value_list_node *follower; // looked up after this node the last time, or null
-    hist_value_list_node *latest;   // of the first node: looked up last
+    // Sensors are looked up in the same order for every sample, so what followed a lookup in its
+    // bucket the last time is a good guess, which spares the walk through the long chains of
+    // thousands of names that are alike. The guess changes neither the results nor the order of the
+    // list. A list is a plain record that may be moved, so the guess belongs to its nodes.
+    hist_value_list_node *latest;   // of the head of a bucket: looked up last there
+    hist_value_list_node *follower; // looked up next in the bucket after this node the last time
 };
 
 // Visits the nodes of the current generation in list order, which is the order of stored history,
@@ -77,17 +77,6 @@ void hist_value_list_destroy(hist_value_list **list)
     destroy_object(list, hist_value_list_destruct);
 }
 
-// The first node that a list ever had, told by any other one; null when there is none.
-static hist_value_list_node *_find_first(const hist_value_list *list)
-{
-    for (hist_value_list_node *head : list->buckets) {
-        if (head != nullptr) {
-            return head->first;
-        }
-    }
-    return nullptr;
-}
-
 static hist_value_list_node *_add_node(hist_value_list *list, hist_value_list_node **head,
                                        const sensor *s)
 {
@@ -103,47 +92,33 @@ static hist_value_list_node *_add_node(hist_value_list *list, hist_value_list_no
     node->seq = list->seq;
     hist_value_init(&node->hv);
     node->next = *head;
-    hist_value_list_node *first = *head != nullptr ? (*head)->first : _find_first(list);
-    node->first = first != nullptr ? first : node;
-    node->follower = nullptr;
-    node->latest = nullptr;
+    node->follower = node;
+    node->latest = *head != nullptr ? (*head)->latest : node;
     *head = node;
     list->nitems += 1;
     return node;
-}
-
-// The node that is guessed to be that of a sensor, whose bucket begins with `head`; null when it is
-// not.
-static hist_value_list_node *_guess(const hist_value_list_node *head, const sensor *canonical)
-{
-    const hist_value_list_node *latest = head != nullptr ? head->first->latest : nullptr;
-    hist_value_list_node *follower = latest != nullptr ? latest->follower : nullptr;
-    return follower != nullptr && follower->sensor == canonical ? follower : nullptr;
 }
 
 // The node of a sensor, of any generation; a new one if there is none, null without memory. Nodes
 // hold canonical sensors, so that a pointer decides without a look at the sensor.
 static hist_value_list_node *_find_or_add(hist_value_list *list, const sensor *s)
 {
-    const uint32_t hash = sensor_get_hash_code(s);
-    hist_value_list_node **head = &list->buckets[hash & (HIST_VALUE_LIST_NBUCKETS - 1)];
-    hist_value_list_node *node = _guess(*head, s->canonical);
-    if (node == nullptr) {
-        node = *head;
-        while (node != nullptr && node->sensor != s->canonical) {
-            node = node->next;
-        }
-        if (node == nullptr) {
-            node = _add_node(list, head, s);
-        }
-        if (node == nullptr) {
-            return nullptr;
-        }
-        if (node->first->latest != nullptr) {
-            node->first->latest->follower = node;
-        }
+    hist_value_list_node **head =
+        &list->buckets[_sensor_get_hash_code(s) & (HIST_VALUE_LIST_NBUCKETS - 1)];
+    if (*head != nullptr && (*head)->latest->follower->sensor == s->canonical) {
+        return (*head)->latest = (*head)->latest->follower;
     }
-    node->first->latest = node;
+    hist_value_list_node *node = *head;
+    while (node != nullptr && node->sensor != s->canonical) {
+        node = node->next;
+    }
+    if (node == nullptr) {
+        node = _add_node(list, head, s);
+    }
+    if (node != nullptr) {
+        (*head)->latest->follower = node;
+        (*head)->latest = node;
+    }
     return node;
 }
 

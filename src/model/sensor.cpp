@@ -151,10 +151,7 @@ sensor *sensor_copy(const sensor *s, sensor *dest)
 
 uint32_t sensor_get_hash_code(const sensor *s)
 {
-    VESK_REQUIRE(s != nullptr, "s != ((void *)0)");
-    VESK_REQUIRE(s->version == 1, "s->version == ((char) 1)");
-    VESK_REQUIRE(s->canonical != nullptr, "s->canonical != ((void *)0)");
-    return s->canonical->hash_code;
+    return _sensor_get_hash_code(s);
 }
 
 int binary_serializer_write_sensor(const sensor *s, writer *w)
