@@ -1,4 +1,5 @@
-// What the stored forms take and give back, told before a byte is written.
+// What the stored forms take and give back, told before a byte is written: times, texts, lists of
+// sensors and events that come back from a file as they went into it.
 #ifndef VESK_BUFFERS_STORABLE_HPP
 #define VESK_BUFFERS_STORABLE_HPP
 
@@ -11,13 +12,11 @@
 #include <vesk/sensor.h>
 #include <vesk/timestamp.h>
 #include <vesk/vesk_cb_record_event.h>
+#include <vesk/vesk_limits.h>
 
 #include "io/fields.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
-
-// The history counts the types from 1 up to this one.
-inline constexpr uint32_t last_event_type = 5;
 
 // 0, or -11 for a time that is null or does not come back as it was.
 inline int check_storable_time(const timestamp &t)
@@ -54,7 +53,7 @@ inline int check_repetition(sensor *const *sensors, uint32_t n)
 // 0, or the code of what is wrong with a live event: its type (-6), time (-11) or text.
 inline int check_storable_event(const vesk_cb_record_event &event)
 {
-    if (event.type == 0 || event.type > last_event_type) {
+    if (event.type < VESK_MIN_EVENT_TYPE || event.type > VESK_MAX_EVENT_TYPE) {
         return QE_ERROR_MALFORMED;
     }
     const int time = check_storable_time(event.timestamp);

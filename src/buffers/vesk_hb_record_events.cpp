@@ -8,12 +8,21 @@
 //   n_type5_events    4 bytes
 //
 // The counter of type 4 stands second: the order is part of the format.
+#include <algorithm>
+#include <iterator>
 
 #include <vesk/vesk_hb_record_events.h>
 
 #include "io/fields.hpp"
 #include "support/object.hpp"
 #include "support/precondition.hpp"
+
+// The counters, in the order in which they are stored.
+static constexpr uint32_t vesk_hb_record_events::*counters[] = {
+    &vesk_hb_record_events::n_type1_events, &vesk_hb_record_events::n_type4_events,
+    &vesk_hb_record_events::n_type2_events, &vesk_hb_record_events::n_type3_events,
+    &vesk_hb_record_events::n_type5_events,
+};
 
 int vesk_hb_record_events_init_null(vesk_hb_record_events *rec)
 {
@@ -64,11 +73,9 @@ int vesk_hb_record_events_is_equal(const vesk_hb_record_events *rec1,
     VESK_REQUIRE(rec2 != nullptr, "rec2 != ((void *)0)");
     VESK_REQUIRE(rec1->version == 1, "rec1->version == ((char) 1)");
     VESK_REQUIRE(rec2->version == 1, "rec2->version == ((char) 1)");
-    return static_cast<int>(rec1->n_type1_events == rec2->n_type1_events &&
-                            rec1->n_type4_events == rec2->n_type4_events &&
-                            rec1->n_type2_events == rec2->n_type2_events &&
-                            rec1->n_type3_events == rec2->n_type3_events &&
-                            rec1->n_type5_events == rec2->n_type5_events);
+    return static_cast<int>(
+        std::all_of(std::begin(counters), std::end(counters),
+                    [=](auto counter) { return rec1->*counter == rec2->*counter; }));
 }
 
 void vesk_hb_record_events_merge_with(vesk_hb_record_events *rec1,
@@ -78,11 +85,9 @@ void vesk_hb_record_events_merge_with(vesk_hb_record_events *rec1,
     VESK_REQUIRE(rec2 != nullptr, "rec2 != ((void *)0)");
     VESK_REQUIRE(rec1->version == 1, "rec1->version == ((char) 1)");
     VESK_REQUIRE(rec2->version == 1, "rec2->version == ((char) 1)");
-    rec1->n_type1_events += rec2->n_type1_events;
-    rec1->n_type4_events += rec2->n_type4_events;
-    rec1->n_type2_events += rec2->n_type2_events;
-    rec1->n_type3_events += rec2->n_type3_events;
-    rec1->n_type5_events += rec2->n_type5_events;
+    for (const auto counter : counters) {
+        rec1->*counter += rec2->*counter;
+    }
 }
 
 int binary_serializer_write_vesk_hb_record_events(const vesk_hb_record_events *rec, writer *target)
@@ -90,14 +95,12 @@ int binary_serializer_write_vesk_hb_record_events(const vesk_hb_record_events *r
     VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
     VESK_REQUIRE(target != nullptr, "writer != ((void *)0)");
     VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
-    return field_writer(target)
-        .byte(1)
-        .u32(rec->n_type1_events)
-        .u32(rec->n_type4_events)
-        .u32(rec->n_type2_events)
-        .u32(rec->n_type3_events)
-        .u32(rec->n_type5_events)
-        .result();
+    field_writer fields(target);
+    fields.byte(1);
+    for (const auto counter : counters) {
+        fields.u32(rec->*counter);
+    }
+    return fields.result();
 }
 
 // The one counter whose absence is a broken promise of the reader instead of a truncated record.
@@ -117,12 +120,14 @@ int binary_serializer_read_vesk_hb_record_events(vesk_hb_record_events *rec, rea
     VESK_REQUIRE(rec != nullptr, "rec != ((void *)0)");
     VESK_REQUIRE(source != nullptr, "reader != ((void *)0)");
     VESK_REQUIRE(rec->version == 1, "rec->version == ((char) 1)");
-    return field_reader(source)
-        .version(1)
-        .u32(&rec->n_type1_events)
-        .form(_read_second_counter, &rec->n_type4_events)
-        .u32(&rec->n_type2_events)
-        .u32(&rec->n_type3_events)
-        .u32(&rec->n_type5_events)
-        .result();
+    field_reader fields(source);
+    fields.version(1);
+    for (const auto counter : counters) {
+        if (counter == counters[1]) {
+            fields.form(_read_second_counter, &(rec->*counter));
+        } else {
+            fields.u32(&(rec->*counter));
+        }
+    }
+    return fields.result();
 }

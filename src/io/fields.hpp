@@ -11,6 +11,7 @@
 #include <vesk/binary_serializer_common.h>
 #include <vesk/error.h>
 #include <vesk/reader.h>
+#include <vesk/vesk_limits.h>
 #include <vesk/writer.h>
 
 #include "io/reader_internal.hpp"
@@ -19,7 +20,7 @@
 #include "support/bits.hpp"
 
 // The most entries of a list and the longest string that a stored form may have.
-inline constexpr uint32_t max_stored_count = 10000;
+inline constexpr uint32_t max_stored_count = VESK_MAX_COUNT;
 
 // The bytes of numbers that go to or come from a stream in one call.
 inline constexpr uint32_t field_block_size = 2048;

@@ -22,7 +22,7 @@ struct memory_source {
 
 } // namespace
 
-static int _memory_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
+int _memory_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
 {
     auto *source = static_cast<memory_source *>(implementation);
     VESK_REQUIRE(buffer != nullptr, "buffer != ((void *)0)");

@@ -10,28 +10,31 @@
 
 using byte_list = growing_list<unsigned char>;
 
-class memory_writer
+class byte_list_writer
 {
 public:
     // Appends to `bytes`, which outlive the writer.
-    explicit memory_writer(byte_list *bytes)
+    explicit byte_list_writer(byte_list *bytes)
     {
         base_.version = 1;
         base_.type = WRITER_TYPE_RAW;
         base_.writer = bytes;
         base_.fn_destruct = [](void *) { return 0; };
-        base_.fn_write_bytes = [](void *to, const void *buffer, uint32_t n) {
-            return static_cast<byte_list *>(to)->append(static_cast<const unsigned char *>(buffer),
-                                                        n)
-                       ? static_cast<int>(n)
-                       : static_cast<int>(QE_ERROR_NO_MEMORY);
-        };
+        base_.fn_write_bytes = append;
         base_.fn_flush = [](void *) { return 0; };
     }
-    memory_writer(const memory_writer &) = delete;
-    memory_writer &operator=(const memory_writer &) = delete;
+    byte_list_writer(const byte_list_writer &) = delete;
+    byte_list_writer &operator=(const byte_list_writer &) = delete;
 
     writer *get() { return &base_; }
+
+    // What such a writer is written by.
+    static int append(void *to, const void *buffer, uint32_t n)
+    {
+        return static_cast<byte_list *>(to)->append(static_cast<const unsigned char *>(buffer), n)
+                   ? static_cast<int>(n)
+                   : static_cast<int>(QE_ERROR_NO_MEMORY);
+    }
 
 private:
     writer base_ = {};

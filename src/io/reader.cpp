@@ -1,3 +1,5 @@
+// What all readers have in common: a record with a type, an implementation and three functions. The
+// calls check the record and pass on to the implementation.
 #include <cstdlib>
 
 #include <vesk/reader.h>
@@ -63,5 +65,6 @@ int reader_eof(reader *r)
 bool _reader_gives_blocks(const reader *r)
 {
     return r->fn_read_bytes == _raw_reader_read_bytes ||
-           r->fn_read_bytes == _zlib_reader_read_bytes;
+           r->fn_read_bytes == _zlib_reader_read_bytes ||
+           r->fn_read_bytes == _memory_reader_read_bytes;
 }

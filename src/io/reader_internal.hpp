@@ -1,4 +1,5 @@
-// For the implementations of readers; not exported.
+// What the implementations of readers share: how they make and end the record that a caller sees,
+// and how they are told apart. Not exported.
 #ifndef VESK_IO_READER_INTERNAL_HPP
 #define VESK_IO_READER_INTERNAL_HPP
 
@@ -11,12 +12,14 @@ int _reader_init(reader *reader, uint32_t type);
 // Marks `reader` dead; the implementation object is left alone.
 void _reader_destruct(reader *reader);
 
-// Whether a raw or a compressed stream of the library itself is read, told by its function: a
-// caller may give his own any type.
+// Whether numbers may be read in blocks from it: from a raw or a compressed stream of the library
+// itself and from one over memory, told by its function, since a caller may give his own any type.
+// A caller's reader, and one that makes garbage, is asked for each number alone.
 bool _reader_gives_blocks(const reader *reader);
 
-// For that: what the two are read by.
+// The functions of those three.
 int _raw_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
+int _memory_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 
 #endif

@@ -1,7 +1,10 @@
+// What all writers have in common: a record with a type, an implementation and three functions. The
+// calls check the record and pass on to the implementation.
 #include <cstdlib>
 
 #include <vesk/writer.h>
 
+#include "io/memory_writer.hpp"
 #include "io/writer_internal.hpp"
 #include "support/object.hpp"
 #include "support/precondition.hpp"
@@ -66,5 +69,6 @@ int writer_flush(writer *w)
 bool _writer_takes_blocks(const writer *w)
 {
     return w->fn_write_bytes == _raw_writer_write_bytes ||
-           w->fn_write_bytes == _zlib_writer_write_bytes;
+           w->fn_write_bytes == _zlib_writer_write_bytes ||
+           w->fn_write_bytes == byte_list_writer::append;
 }

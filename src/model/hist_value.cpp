@@ -22,6 +22,14 @@
 #include "support/object.hpp"
 #include "support/precondition.hpp"
 
+// The floats, in the order in which they are stored.
+static constexpr float hist_value::*statistics[] = {
+    &hist_value::min_value,   &hist_value::max_value,
+    &hist_value::first_value, &hist_value::last_value,
+    &hist_value::sum,         &hist_value::sum_squares,
+    &hist_value::sum_cubes,   &hist_value::sum_fourth_powers,
+};
+
 int hist_value_init(hist_value *hv)
 {
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
@@ -69,12 +77,6 @@ int hist_value_is_equal(const hist_value *hv1, const hist_value *hv2)
     if (hv1->count != hv2->count) {
         return 0;
     }
-    static constexpr float hist_value::*statistics[] = {
-        &hist_value::min_value,   &hist_value::max_value,
-        &hist_value::first_value, &hist_value::last_value,
-        &hist_value::sum,         &hist_value::sum_squares,
-        &hist_value::sum_cubes,   &hist_value::sum_fourth_powers,
-    };
     for (const auto statistic : statistics) {
         if (sensor_value_is_equal(hv1->*statistic, hv2->*statistic) == 0) {
             return 0;
@@ -163,18 +165,12 @@ int binary_serializer_write_hist_value(const hist_value *hv, writer *w)
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
     VESK_REQUIRE(hv->version == 1, "hv->version == ((char) 1)");
     VESK_REQUIRE(w != nullptr, "writer != ((void *)0)");
-    return field_writer(w)
-        .byte(static_cast<uint8_t>(hv->version))
-        .u32(hv->count)
-        .f32(hv->min_value)
-        .f32(hv->max_value)
-        .f32(hv->first_value)
-        .f32(hv->last_value)
-        .f32(hv->sum)
-        .f32(hv->sum_squares)
-        .f32(hv->sum_cubes)
-        .f32(hv->sum_fourth_powers)
-        .result();
+    field_writer fields(w);
+    fields.byte(static_cast<uint8_t>(hv->version)).u32(hv->count);
+    for (const auto statistic : statistics) {
+        fields.f32(hv->*statistic);
+    }
+    return fields.result();
 }
 
 int binary_serializer_read_hist_value(hist_value *hv, reader *r)
@@ -182,16 +178,10 @@ int binary_serializer_read_hist_value(hist_value *hv, reader *r)
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
     VESK_REQUIRE(hv->version == 1, "hv->version == ((char) 1)");
     VESK_REQUIRE(r != nullptr, "reader != ((void *)0)");
-    return field_reader(r)
-        .version(1)
-        .u32(&hv->count)
-        .f32(&hv->min_value)
-        .f32(&hv->max_value)
-        .f32(&hv->first_value)
-        .f32(&hv->last_value)
-        .f32(&hv->sum)
-        .f32(&hv->sum_squares)
-        .f32(&hv->sum_cubes)
-        .f32(&hv->sum_fourth_powers)
-        .result();
+    field_reader fields(r);
+    fields.version(1).u32(&hv->count);
+    for (const auto statistic : statistics) {
+        fields.f32(&(hv->*statistic));
+    }
+    return fields.result();
 }

@@ -84,7 +84,7 @@ int vesk_backup_state(const vesk *recorder)
     if (bytes.reserve(most_bytes) == nullptr) {
         return QE_ERROR_NO_MEMORY;
     }
-    memory_writer target(&bytes);
+    byte_list_writer target(&bytes);
     const int written = binary_serializer_write_vesk(recorder, target.get());
     if (written < 0) {
         return written;

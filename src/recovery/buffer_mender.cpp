@@ -336,7 +336,7 @@ private:
     int take_event(const vesk_scan_item &item, const scanned_record &record)
     {
         vesk_cb_record_event *event = item.event;
-        if (!is_current() || event->type < 1 || event->type > last_event_type) {
+        if (!is_current() || event->type < 1 || event->type > VESK_MAX_EVENT_TYPE) {
             return set_aside(QE_ERROR_MALFORMED);
         }
         const bool bare = item.kind == VESK_SCAN_BARE_EVENT;

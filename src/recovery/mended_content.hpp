@@ -65,7 +65,7 @@ private:
     template <typename Form>
     int append_form(Form form)
     {
-        memory_writer target(&bytes_);
+        byte_list_writer target(&bytes_);
         const int written = form(field_writer(target.get())).result();
         return written < 0 ? written : 0;
     }

@@ -344,7 +344,7 @@ private:
     int write_state()
     {
         byte_list bytes;
-        memory_writer target(&bytes);
+        byte_list_writer target(&bytes);
         field_writer fields(target.get());
         write_state_head({survey_.base(), survey_.state_path(), box_.stage, sizes_.samples,
                           sizes_.intervals, sizes_.samples / sizes_.intervals, next_},

@@ -1,13 +1,17 @@
+// Forms that are written and read field by field, and what streams are asked for on the way.
 #include <bit>
 #include <stdlib.h>
 
 #include <vesk/garbage_reader.h>
 #include <vesk/raw_reader.h>
+#include <vesk/raw_writer.h>
+#include <vesk/zlib_reader.h>
 #include <vesk/zlib_writer.h>
 
 #include "common/aborts.hpp"
 #include "common/memory_streams.hpp"
 #include "io/fields.hpp"
+#include "io/memory_reader.hpp"
 #include "support/owner.hpp"
 
 TEST(FieldWriter, WritesFieldsInOrderAndAddsUp)
@@ -217,6 +221,49 @@ TEST(FieldWriter, GivesACallersWriterOneNumberACall)
                       .f64s(2, [](uint32_t i) { return uint64_t{i}; })
                       .result());
     EXPECT_EQ((std::vector<uint32_t>{4, 4, 8, 8}), target.writes());
+}
+
+TEST(FieldWriter, GivesTheLibrarysOwnWritersNumbersInBlocks)
+{
+    byte_list bytes;
+    byte_list_writer to_memory(&bytes);
+    const owned_file file(tmpfile());
+    const owned<writer, writer_destroy> raw(raw_writer_create(file.get(), 1));
+    memory_writer below;
+    const owned<writer, writer_destroy> compressed(zlib_writer_create(below.lend()));
+    memory_writer callers;
+    EXPECT_TRUE(_writer_takes_blocks(to_memory.get()));
+    EXPECT_TRUE(_writer_takes_blocks(raw.get()));
+    EXPECT_TRUE(_writer_takes_blocks(compressed.get()));
+    EXPECT_FALSE(_writer_takes_blocks(callers.get()));
+    // More than a block of them.
+    EXPECT_EQ(2808, field_writer(to_memory.get()).f32s(702, third_of).result());
+    EXPECT_EQ(2808, field_writer(callers.get()).f32s(702, third_of).result());
+    EXPECT_EQ(callers.bytes(), std::string(bytes.begin(), bytes.end()));
+}
+
+TEST(FieldReader, AsksTheLibrarysOwnReadersForNumbersInBlocks)
+{
+    byte_list bytes;
+    byte_list_writer target(&bytes);
+    field_writer(target.get()).byte(1).f32s(702, third_of);
+    const owned<reader, reader_destroy> from_memory(_memory_reader_create(&bytes));
+    const owned_file file(tmpfile());
+    const owned<reader, reader_destroy> raw(raw_reader_create(file.get(), 1));
+    memory_reader below("");
+    const owned<reader, reader_destroy> compressed(zlib_reader_create(below.lend()));
+    memory_reader callers("");
+    EXPECT_TRUE(_reader_gives_blocks(from_memory.get()));
+    EXPECT_TRUE(_reader_gives_blocks(raw.get()));
+    EXPECT_TRUE(_reader_gives_blocks(compressed.get()));
+    EXPECT_FALSE(_reader_gives_blocks(callers.get()));
+    // One more than there are: those that came are kept.
+    std::vector<float> values(703, -1.0F);
+    EXPECT_EQ(-48, field_reader(from_memory.get()).version(1).f32s(values.data(), 703).result());
+    for (uint32_t i = 0; i < 702; ++i) {
+        ASSERT_EQ(third_of(i), bits_of(values[i])) << i;
+    }
+    EXPECT_EQ(-1.0F, values[702]);
 }
 
 TEST(FieldWriter, StopsACallersWriterAtTheNumberThatFails)
