@@ -1,4 +1,5 @@
-// Shared by the two kinds of buffer and their common front; not exported.
+// What the two kinds of buffer and their common front share: compressed streams over a file,
+// opening a file whose kind is known, and summarising buffers that are open. Not exported.
 #ifndef VESK_BUFFERS_BUFFER_INTERNAL_HPP
 #define VESK_BUFFERS_BUFFER_INTERNAL_HPP
 
@@ -21,7 +22,7 @@ vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *rea
 vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *reader, FILE *fp);
 
 // As the exported functions of like name, over the bytes of the whole file, which are read first:
-// -41 when they cannot be read, where the exported functions abort.
+// QE_ERROR_IO (-41) when they cannot be read, where the exported functions abort.
 vesk_buffer *_vesk_buffer_open_read_whole(const char *path);
 vesk_current_buffer *_vesk_current_buffer_open_read_whole(const char *filename);
 vesk_hist_buffer *_vesk_hist_buffer_open_read_whole(const char *filename);
@@ -32,7 +33,8 @@ int _vesk_current_buffer_compress(vesk_current_buffer *cbuf, vesk_hist_buffer *h
                                   uint32_t samples_per_hb_interval);
 int _vesk_hist_buffer_compress(vesk_hist_buffer *hbuf_in, vesk_hist_buffer *hbuf_out);
 
-// Reads the next record without keeping the books of the buffer: 0, -43 at the end, or an error.
+// Reads the next record without keeping the books of the buffer: 0, QE_ERROR_END_OF_RECORDS (-43)
+// at the end, or an error.
 int _vesk_hist_buffer_read_next(vesk_hist_buffer *hbuf, vesk_hb_record *rec);
 
 #endif

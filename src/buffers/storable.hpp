@@ -18,7 +18,7 @@
 #include "support/object.hpp"
 #include "support/owner.hpp"
 
-// 0, or -11 for a time that is null or does not come back as it was.
+// 0, or QE_ERROR_BAD_TIME (-11) for a time that is null or does not come back as it was.
 inline int check_storable_time(const timestamp &t)
 {
     const int64_t seconds = t.tv.tv_sec;
@@ -27,7 +27,8 @@ inline int check_storable_time(const timestamp &t)
     return storable ? 0 : QE_ERROR_BAD_TIME;
 }
 
-// 0, -49 for a text that is too long, or -6 for none. No more than is needed of it is looked at.
+// 0, QE_ERROR_LIMIT (-49) for a text that is too long, or QE_ERROR_MALFORMED (-6) for none. No more
+// of it is looked at than is needed.
 inline int check_storable_text(const char *text)
 {
     if (text == nullptr || text[0] == 0) {
@@ -36,8 +37,8 @@ inline int check_storable_text(const char *text)
     return strnlen(text, max_stored_count + 1) > max_stored_count ? QE_ERROR_LIMIT : 0;
 }
 
-// 0, -6 when a sensor is there twice, or -22. Equal names share one canonical sensor, so pointers
-// are all that has to be compared.
+// 0, QE_ERROR_MALFORMED (-6) when a sensor is there twice, or QE_ERROR_NO_MEMORY (-22). Equal names
+// share one canonical sensor, so pointers are all that has to be compared.
 inline int check_repetition(sensor *const *sensors, uint32_t n)
 {
     const owned_memory<const sensor *> sorted(allocate<const sensor *>(n));
@@ -50,7 +51,8 @@ inline int check_repetition(sensor *const *sensors, uint32_t n)
     return std::adjacent_find(sorted.get(), end) == end ? 0 : QE_ERROR_MALFORMED;
 }
 
-// 0, or the code of what is wrong with a live event: its type (-6), time (-11) or text.
+// 0, or the code of what is wrong with a live event: QE_ERROR_MALFORMED (-6) for its type, or the
+// code of its time or text.
 inline int check_storable_event(const vesk_cb_record_event &event)
 {
     if (event.type < VESK_MIN_EVENT_TYPE || event.type > VESK_MAX_EVENT_TYPE) {

@@ -1,4 +1,5 @@
-// What the records that are made from a telemetry vector require of it.
+// What the records that are made from a telemetry vector require of it: one row, with a timestamp
+// and sensors.
 #ifndef VESK_BUFFERS_VECTOR_PRECONDITION_HPP
 #define VESK_BUFFERS_VECTOR_PRECONDITION_HPP
 

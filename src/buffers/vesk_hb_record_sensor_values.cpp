@@ -161,7 +161,7 @@ int vesk_hb_record_sensor_values_is_equal(const vesk_hb_record_sensor_values *re
     return 1;
 }
 
-// The array of `rec`, copied; null and -22 in the cell without memory.
+// The array of `rec`, copied; null and QE_ERROR_NO_MEMORY (-22) in the cell without memory.
 static hist_value *_copy_hist_values(const vesk_hb_record_sensor_values *rec)
 {
     hist_value *hvalues = allocate_zeroed<hist_value>(rec->n_sensors);

@@ -167,7 +167,8 @@ static int _write_merged_pair(merging *state)
         vesk_hb_record_sensor_values_get_end_timestamp(values2), &state->list, events);
 }
 
-// Reads one pair and writes it merged. Returns 0, -43 when no pair is left, or an error.
+// Reads one pair and writes it merged. Returns 0, QE_ERROR_END_OF_RECORDS (-43) when no pair is
+// left, or an error.
 static int _merge_next_pair(merging *state)
 {
     int result = _vesk_get_next_intervals_to_compress(state, &state->names1, &state->values1,

@@ -116,7 +116,8 @@ private:
 };
 
 // Reads fields until one fails. The end of the data is clean (result 0) only before the first
-// field; later it is -48. A field that is not read leaves its destination alone.
+// field; later it is QE_ERROR_TRUNCATED (-48). A field that is not read leaves its destination
+// alone.
 class field_reader
 {
 public:
@@ -127,7 +128,8 @@ public:
         return add([&] { return binary_serializer_read_bytes(data, n, source_); });
     }
     field_reader &byte(uint8_t *value) { return bytes(value, sizeof *value); }
-    // The version byte that begins a form; -12 for any other than `expected`.
+    // The version byte that begins a form; QE_ERROR_BAD_VERSION (-12) for any other than
+    // `expected`.
     field_reader &version(uint8_t expected)
     {
         uint8_t found = expected;

@@ -5,8 +5,9 @@
 
 #include "io/memory_writer.hpp"
 
-// Appends the content of `filename` to `bytes`. 0; -40 when it cannot be opened or is no regular
-// file; -41 when it cannot be read; -22 without memory.
+// Appends the content of `filename` to `bytes`. 0; QE_ERROR_OPEN (-40) when it cannot be opened or
+// is no regular file; QE_ERROR_IO (-41) when it cannot be read; QE_ERROR_NO_MEMORY (-22) without
+// memory.
 int _vesk_read_file(const char *filename, byte_list *bytes);
 
 #endif

@@ -1,3 +1,5 @@
+// A reader that damages what it reads on purpose, for programs that try how they bear bad data. The
+// numbers come from rand(), drawn in the order of the calls.
 #include <cstdlib>
 
 #include <vesk/error.h>

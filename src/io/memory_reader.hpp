@@ -7,8 +7,8 @@
 
 #include "io/memory_writer.hpp"
 
-// Takes the content of `bytes`, which are empty afterwards. Null with -22 in the cell without
-// memory; `bytes` are untouched then.
+// Takes the content of `bytes`, which are empty afterwards. Null with QE_ERROR_NO_MEMORY (-22) in
+// the cell without memory; `bytes` are untouched then.
 reader *_memory_reader_create(byte_list *bytes);
 
 #endif

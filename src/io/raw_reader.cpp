@@ -1,3 +1,5 @@
+// A reader over a stdio stream. A read that fails looks like the end of the data; the end is known
+// only after a read that came back short.
 #include <vesk/error.h>
 #include <vesk/raw_reader.h>
 

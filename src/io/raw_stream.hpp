@@ -1,4 +1,5 @@
-// What the raw reader and the raw writer have in common: the stdio stream and who closes it.
+// What the raw reader and the raw writer have in common: the stdio stream, and whether they close
+// it or leave it to the caller.
 #ifndef VESK_IO_RAW_STREAM_HPP
 #define VESK_IO_RAW_STREAM_HPP
 

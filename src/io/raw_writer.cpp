@@ -1,3 +1,5 @@
+// A writer over a stdio stream. Every write is flushed to the operating system at once, so that a
+// program that dies loses no record, and what a full disk refuses is told by the write itself.
 #include <vesk/error.h>
 #include <vesk/raw_writer.h>
 

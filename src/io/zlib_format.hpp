@@ -1,4 +1,5 @@
-// What the compressing writer and the decompressing reader agree on.
+// What the compressing writer and the decompressing reader agree on: the size of the blocks in
+// which they work, and the version of zlib's interface that both ask for.
 #ifndef VESK_IO_ZLIB_FORMAT_HPP
 #define VESK_IO_ZLIB_FORMAT_HPP
 

@@ -1,4 +1,5 @@
-// Reads across a sequence of complete zlib streams (see zlib_writer.cpp) as if it were one.
+// Reads across a sequence of complete zlib streams (see zlib_writer.cpp) as if it were one, and
+// remembers where the last complete one ended. A damaged stream kills the reader.
 #include <zlib.h>
 
 #include <vesk/error.h>

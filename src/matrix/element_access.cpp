@@ -1,3 +1,5 @@
+// Where the elements of a matrix lie: a view is followed to its source as long as matrix_get()
+// would go there, too.
 #include "matrix/element_access.hpp"
 
 #include "matrix/transposed_matrix_internal.hpp"

@@ -1,3 +1,5 @@
+// The life of matrices of every type, access to their elements, and the storage of regular ones.
+// What differs from type to type goes through the slots of the matrix.
 #include <algorithm>
 #include <cstdint>
 #include <string.h>
@@ -14,13 +16,14 @@
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
 
-// Storage of values: row pointers into one zero-filled block, which row 0 points at. Null and -22
-// in the cell when there is no memory.
+// Storage of values: row pointers into one zero-filled block, which row 0 points at. Null and
+// QE_ERROR_NO_MEMORY (-22) in the cell when there is no memory.
 static double **_matrix_allocate_rows(uint32_t nrows, uint32_t ncols)
 {
     std::size_t count = 0;
     std::size_t size = 0;
-    // Asked first: no allocator is to see a size that does not exist.
+    // Checked here and not left to calloc(): a count or a size that overflows would ask it for less
+    // memory than the elements take, and no object may be larger than PTRDIFF_MAX.
     if (__builtin_mul_overflow(nrows, ncols, &count) ||
         __builtin_mul_overflow(count, sizeof(double), &size) || size > PTRDIFF_MAX) {
         qe_set_last_error(QE_ERROR_NO_MEMORY);

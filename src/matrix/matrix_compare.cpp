@@ -1,3 +1,5 @@
+// Comparison of two matrices: of their dimensions, and of their elements with a tolerance.
+// Elements are compared row by row up to the first pair that differs.
 #include <cstdint>
 
 #include <vesk/matrix_compare.h>

@@ -1,4 +1,5 @@
-// Shared by the three types of matrix; not exported.
+// What the three types of matrix share: what they require of a matrix, its header, and how a matrix
+// of the same type is made. Not exported.
 #ifndef VESK_MATRIX_MATRIX_INTERNAL_HPP
 #define VESK_MATRIX_MATRIX_INTERNAL_HPP
 

@@ -1,3 +1,5 @@
+// The norms of a matrix and its condition number. The order of additions is fixed, so that the bits
+// are the same for every type of matrix and on every processor.
 #include <algorithm>
 #include <cstdint>
 #include <math.h>

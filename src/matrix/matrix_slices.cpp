@@ -1,3 +1,5 @@
+// Rows, columns and blocks of matrices, taken out and put in. A regular matrix is copied here, the
+// other types take their rows and columns by their slots, because labels belong to them.
 #include <cstdint>
 #include <string.h>
 

@@ -1,3 +1,5 @@
+// Elements of matrices as numbers: their comparison with a tolerance, their range, how they are
+// read from text, and the unit roundoff that thresholds are built on.
 #include <stdlib.h>
 
 #include <vesk/double_util.h>

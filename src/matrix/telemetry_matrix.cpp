@@ -1,3 +1,6 @@
+// Telemetry matrices: a matrix of values with a sensor for each column and a timestamp for each
+// row. The labels are arrays that may be shared with other matrices, so timestamps are replaced and
+// never changed in place; sensors of columns are changed for all that share them.
 #include <cstdint>
 
 #include <vesk/error.h>

@@ -1,4 +1,5 @@
-// The type-specific object of a telemetry matrix; not exported.
+// The type-specific object of a telemetry matrix: its values and its labels, for those who store
+// and print it. Not exported.
 #ifndef VESK_MATRIX_TELEMETRY_MATRIX_INTERNAL_HPP
 #define VESK_MATRIX_TELEMETRY_MATRIX_INTERNAL_HPP
 

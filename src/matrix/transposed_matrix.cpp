@@ -1,3 +1,5 @@
+// Transposed matrices: views that show the elements of another matrix with rows and columns
+// exchanged. Nothing is copied until somebody asks for direct access.
 #include <cstdint>
 
 #include <vesk/error.h>

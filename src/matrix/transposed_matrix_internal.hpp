@@ -1,4 +1,5 @@
-// The type-specific object of a transposed matrix; not exported.
+// The type-specific object of a transposed matrix: the matrix that it shows, for those who store it
+// or go to its elements directly. Not exported.
 #ifndef VESK_MATRIX_TRANSPOSED_MATRIX_INTERNAL_HPP
 #define VESK_MATRIX_TRANSPOSED_MATRIX_INTERNAL_HPP
 

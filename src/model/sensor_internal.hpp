@@ -1,4 +1,5 @@
-// What sensors, their registry and the tables over them need of each other; not exported.
+// What sensors, their registry and the tables over them need of each other: making and freeing
+// canonical sensors, counting references, and the hash code. Not exported.
 #ifndef VESK_MODEL_SENSOR_INTERNAL_HPP
 #define VESK_MODEL_SENSOR_INTERNAL_HPP
 
@@ -6,8 +7,8 @@
 
 #include "support/precondition.hpp"
 
-// A new canonical sensor that refers to `name`, which stays the registry's; null and -22 without
-// memory.
+// A new canonical sensor that refers to `name`, which stays the registry's; null and
+// QE_ERROR_NO_MEMORY (-22) in the cell without memory.
 sensor *_sensor_create(char *name, uint32_t hash);
 
 // Zeroes and frees a canonical sensor.

@@ -1,3 +1,5 @@
+// Readings of sensors: single-precision floats that are compared with a tolerance, where a NaN
+// stands for no reading.
 #include <cmath>
 #include <cstdlib>
 

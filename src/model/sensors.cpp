@@ -1,4 +1,5 @@
-// The registry of sensors: one canonical sensor for each name that somebody holds.
+// The registry of sensors: one canonical sensor for each name that somebody holds, with a count of
+// references. The process has one registry, which takes no memory while it is empty.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>

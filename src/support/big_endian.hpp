@@ -1,4 +1,5 @@
-// The byte order of every stored number: most significant byte first.
+// The byte order of every stored number: most significant byte first. Whoever stores or reads a
+// number passes it through here once.
 #ifndef VESK_SUPPORT_BIG_ENDIAN_HPP
 #define VESK_SUPPORT_BIG_ENDIAN_HPP
 

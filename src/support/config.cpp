@@ -30,7 +30,8 @@ config *config_create(void)
 }
 
 // Splits a line into a key and a value, both inside `line`. Null pointers for a blank line or a
-// comment. Returns 0, or -1 for a line without a value.
+// comment. Returns 0, or QE_ERROR_SYNTAX (-1) for a line
+// without a value.
 static int _config_split_line(char *line, char **key, char **value)
 {
     *key = nullptr;

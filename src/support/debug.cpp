@@ -1,3 +1,5 @@
+// Seeding of rand() for programs that must be able to repeat a run: the seed is logged with the
+// place that set it.
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>

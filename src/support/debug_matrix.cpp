@@ -1,4 +1,5 @@
-// Matrices printed to standard output, for the eyes of somebody who looks for a fault.
+// Matrices printed to standard output, for somebody who looks for a fault: the values alone, or
+// telemetry with its sensors and times.
 #include <cstdint>
 #include <cstdio>
 

@@ -1,3 +1,5 @@
+// Comparison of doubles with an absolute tolerance of 1E-6, and the range of doubles. A NaN, which
+// stands for a missing reading, is below every number.
 #include <cfloat>
 #include <cmath>
 

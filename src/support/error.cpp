@@ -1,4 +1,5 @@
-// The last-error cell, and the error codes in words.
+// The last-error cell of the process, which keeps the code of the latest failure, and the error
+// codes in words.
 #include <vesk/error.h>
 
 #include "support/precondition.hpp"

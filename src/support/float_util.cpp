@@ -1,3 +1,5 @@
+// Comparison of floats with an absolute tolerance of 1E-6. A NaN, which stands for a missing
+// reading, is below every number.
 #include <cmath>
 
 #include <vesk/float_util.h>

@@ -1,3 +1,5 @@
+// Memory for callers, from the allocator of the system: what these functions return, free() takes.
+// They leave the last-error cell alone.
 #include <cstdlib>
 #include <cstring>
 

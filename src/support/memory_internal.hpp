@@ -1,3 +1,4 @@
+// A hook for debugging that the environment sets. Not exported.
 #ifndef VESK_SUPPORT_MEMORY_INTERNAL_HPP
 #define VESK_SUPPORT_MEMORY_INTERNAL_HPP
 

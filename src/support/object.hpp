@@ -9,7 +9,8 @@
 
 #include <vesk/error.h>
 
-// Storage for `count` objects, not initialised; null and -22 in the cell when there is no memory.
+// Storage for `count` objects, not initialised; null and QE_ERROR_NO_MEMORY (-22) in the cell when
+// there is no memory.
 template <typename T>
 T *allocate(std::size_t count = 1)
 {
@@ -37,7 +38,7 @@ T *allocate_zeroed(std::size_t count)
     return storage;
 }
 
-// A copy of `text`; null and -22 in the cell when there is no memory.
+// A copy of `text`; null and QE_ERROR_NO_MEMORY (-22) in the cell when there is no memory.
 inline char *duplicate_string(const char *text)
 {
     char *copy = strdup(text);

@@ -1,3 +1,5 @@
+// A writer for telemetry as text: it passes on what it is given and remembers which sensors the
+// latest header named, so that a header is written only where they change.
 #include <vesk/error.h>
 #include <vesk/kelt_writer.h>
 

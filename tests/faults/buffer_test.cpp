@@ -102,10 +102,9 @@ outcome reads_hb_record(fault &f, const std::string &older, const std::string &b
                        binary_serializer_read_vesk_hb_record, older, bytes);
 }
 
-void add_records(std::vector<fault_case> *table)
+std::vector<fault_case> vesk_cb_record_event_cases()
 {
-    const std::vector<fault_case> cases = {
-        // ---- vesk_cb_record_event ----
+    return {
         {"vesk_cb_record_event_init", "", no_memory,
          [](fault &f) {
              return f.inits<vesk_cb_record_event>(vesk_cb_record_event_destruct, [](auto *rec) {
@@ -141,8 +140,12 @@ void add_records(std::vector<fault_case> *table)
                                 binary_serializer_read_vesk_cb_record_event, body_of(event_form),
                                 body_of(event_form));
          }},
+    };
+}
 
-        // ---- vesk_cb_record_sensor_names ----
+std::vector<fault_case> vesk_cb_record_sensor_names_cases()
+{
+    return {
         {"vesk_cb_record_sensor_names_init", "", no_memory,
          [](fault &f) {
              const owned_matrix vector = two_readings();
@@ -193,8 +196,12 @@ void add_records(std::vector<fault_case> *table)
                                 binary_serializer_read_vesk_cb_record_sensor_names,
                                 body_of(names_form), body_of(more_names_form));
          }},
+    };
+}
 
-        // ---- vesk_cb_record_sensor_values ----
+std::vector<fault_case> vesk_cb_record_sensor_values_cases()
+{
+    return {
         {"vesk_cb_record_sensor_values_create", "", no_memory,
          [](fault &f) {
              const owned_matrix vector = two_readings();
@@ -230,8 +237,12 @@ void add_records(std::vector<fault_case> *table)
                                 binary_serializer_read_vesk_cb_record_sensor_values,
                                 body_of(stored_values_record(1000, {1})), body_of(values_form));
          }},
+    };
+}
 
-        // ---- vesk_cb_record ----
+std::vector<fault_case> vesk_cb_record_cases()
+{
+    return {
         {"binary_serializer_write_vesk_cb_record", "", disk_full,
          [](fault &f) {
              const owned_event event = make_event(3, 1000, "text");
@@ -253,8 +264,12 @@ void add_records(std::vector<fault_case> *table)
          [](fault &f) { return reads_cb_record(f, values_form, event_form); }},
         {"binary_serializer_read_vesk_cb_record", "event_again", no_memory + unreadable_strings,
          [](fault &f) { return reads_cb_record(f, event_form, event_form); }},
+    };
+}
 
-        // ---- vesk_hb_record_events ----
+std::vector<fault_case> vesk_hb_record_events_cases()
+{
+    return {
         {"vesk_hb_record_events_create_null", "", no_memory,
          [](fault &f) {
              return f.creates(vesk_hb_record_events_destroy, vesk_hb_record_events_create_null);
@@ -282,8 +297,12 @@ void add_records(std::vector<fault_case> *table)
                                 binary_serializer_read_vesk_hb_record_events, "",
                                 from_hex("01") + std::string(20, '\0'));
          }},
+    };
+}
 
-        // ---- vesk_hb_record_sensor_names ----
+std::vector<fault_case> vesk_hb_record_sensor_names_cases()
+{
+    return {
         {"vesk_hb_record_sensor_names_init", "", no_memory,
          [](fault &f) {
              const owned_hist_list list = make_summaries();
@@ -324,8 +343,12 @@ void add_records(std::vector<fault_case> *table)
                  f, vesk_hb_record_sensor_names_init_null, vesk_hb_record_sensor_names_destruct,
                  binary_serializer_read_vesk_hb_record_sensor_names, "", body_of(names_form));
          }},
+    };
+}
 
-        // ---- vesk_hb_record_sensor_values ----
+std::vector<fault_case> vesk_hb_record_sensor_values_cases()
+{
+    return {
         {"vesk_hb_record_sensor_values_init", "", no_memory,
          [](fault &f) {
              const owned_hist_list list = make_summaries();
@@ -379,8 +402,12 @@ void add_records(std::vector<fault_case> *table)
                  f, vesk_hb_record_sensor_values_init_null, vesk_hb_record_sensor_values_destruct,
                  binary_serializer_read_vesk_hb_record_sensor_values, "", body_of(interval_form));
          }},
+    };
+}
 
-        // ---- vesk_hb_record ----
+std::vector<fault_case> vesk_hb_record_cases()
+{
+    return {
         {"binary_serializer_write_vesk_hb_record", "", disk_full,
          [](fault &f) {
              const owned_interval interval = make_interval();
@@ -399,7 +426,6 @@ void add_records(std::vector<fault_case> *table)
          {{call_kind::read, {"none", "-48", "nread != 0"}}},
          [](fault &f) { return reads_hb_record(f, interval_form, interval_form); }},
     };
-    table->insert(table->end(), cases.begin(), cases.end());
 }
 
 // ---- Files ------------------------------------------------------------------------------------
@@ -528,7 +554,7 @@ void check_vector(const vector_write &tried, const fault &f, const outcome &foun
     }
 }
 
-// -42 leaves a stream that cannot even be closed.
+// QE_ERROR_COMPRESSION (-42) leaves a stream that cannot even be closed.
 const expectations record_writing = {
     {call_kind::zlib, {"zwriter->err == 0"}},
     {call_kind::write, {"-41"}},
@@ -731,11 +757,11 @@ const expectations closing_new = {
 // All of the file was fetched already.
 const expectations reading_record = no_memory + expectations{{call_kind::zlib, {"-41"}}};
 
-void add_files(std::vector<fault_case> *table)
+const expectations creating = no_memory + expectations{{call_kind::open, {"-40"}}};
+
+std::vector<fault_case> vesk_buffer_cases()
 {
-    const expectations creating = no_memory + expectations{{call_kind::open, {"-40"}}};
-    const std::vector<fault_case> cases = {
-        // ---- vesk_buffer ----
+    return {
         opening_case("vesk_buffer_open_for_read_write", "current", make_mixed_cbuf,
                      [](fault &f) {
                          return f.creates(vesk_buffer_destroy,
@@ -767,8 +793,12 @@ void add_files(std::vector<fault_case> *table)
              return writes(
                  f, [&](writer *w) { return binary_serializer_write_vesk_buffer(&handle, w); });
          }},
+    };
+}
 
-        // ---- vesk_current_buffer ----
+std::vector<fault_case> vesk_current_buffer_cases()
+{
+    return {
         {"vesk_current_buffer_create", "", creating,
          [](fault &f) {
              return creates_over_old_file(f, [](fault &g) {
@@ -866,8 +896,12 @@ void add_files(std::vector<fault_case> *table)
              });
          },
          make_cbuf_source},
+    };
+}
 
-        // ---- vesk_hist_buffer ----
+std::vector<fault_case> vesk_hist_buffer_cases()
+{
+    return {
         {"vesk_hist_buffer_create", "", creating,
          [](fault &f) {
              return creates_over_old_file(f, [](fault &g) {
@@ -944,15 +978,15 @@ void add_files(std::vector<fault_case> *table)
          },
          make_hbuf_source},
     };
-    table->insert(table->end(), cases.begin(), cases.end());
 }
 
 } // namespace
 
 std::vector<fault_case> buffer_cases()
 {
-    std::vector<fault_case> table;
-    add_records(&table);
-    add_files(&table);
-    return table;
+    return joined({vesk_cb_record_event_cases(), vesk_cb_record_sensor_names_cases(),
+                   vesk_cb_record_sensor_values_cases(), vesk_cb_record_cases(),
+                   vesk_hb_record_events_cases(), vesk_hb_record_sensor_names_cases(),
+                   vesk_hb_record_sensor_values_cases(), vesk_hb_record_cases(),
+                   vesk_buffer_cases(), vesk_current_buffer_cases(), vesk_hist_buffer_cases()});
 }

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <ostream>
 #include <set>
@@ -202,6 +203,16 @@ std::string name_of(const fault_case &tried);
 void PrintTo(const fault_case &tried, std::ostream *out);
 
 // The tables, one for each folder of the library.
+// The cases of several tables, one after the other.
+inline std::vector<fault_case> joined(std::initializer_list<std::vector<fault_case>> tables)
+{
+    std::vector<fault_case> all;
+    for (const auto &table : tables) {
+        all.insert(all.end(), table.begin(), table.end());
+    }
+    return all;
+}
+
 std::vector<fault_case> support_cases();
 std::vector<fault_case> io_cases();
 std::vector<fault_case> model_cases();

@@ -194,12 +194,8 @@ void for_every_failure(const fault_case &tried)
 
 std::vector<fault_case> all_cases()
 {
-    std::vector<fault_case> all;
-    for (const auto &table : {support_cases(), io_cases(), model_cases(), matrix_cases(),
-                              text_cases(), buffer_cases(), recorder_cases()}) {
-        all.insert(all.end(), table.begin(), table.end());
-    }
-    return all;
+    return joined({support_cases(), io_cases(), model_cases(), matrix_cases(), text_cases(),
+                   buffer_cases(), recorder_cases()});
 }
 
 std::string name_of(const fault_case &tried)

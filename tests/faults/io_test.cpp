@@ -178,12 +178,9 @@ outcome reads_optional_matrix(fault &f, const owned_matrix &like)
     return found;
 }
 
-} // namespace
-
-std::vector<fault_case> io_cases()
+std::vector<fault_case> reader_cases()
 {
     return {
-        // ---- readers ----
         {"raw_reader_init", "", no_memory,
          [](fault &f) {
              return takes_over(f, open_file(), [](fault &g, FILE *fp) {
@@ -253,8 +250,12 @@ std::vector<fault_case> io_cases()
              EXPECT_EQ(1, reader_read_bytes(r, &byte, 1));
              return f.does([&] { reader_destroy(&r); });
          }},
+    };
+}
 
-        // ---- writers ----
+std::vector<fault_case> writer_cases()
+{
+    return {
         {"raw_writer_init", "", no_memory,
          [](fault &f) {
              return takes_over(f, open_file(), [](fault &g, FILE *fp) {
@@ -324,8 +325,12 @@ std::vector<fault_case> io_cases()
          }},
         {"writer_destroy", "", unnoticed_compression,
          [](fault &f) { return destroys_zlib_writer(f, writer_destroy); }},
+    };
+}
 
-        // ---- binary_serializer_common ----
+std::vector<fault_case> binary_serializer_common_cases()
+{
+    return {
         {"binary_serializer_read_bytes",
          "",
          {{call_kind::read, {"none"}}},
@@ -349,8 +354,12 @@ std::vector<fault_case> io_cases()
              EXPECT_EQ(found == "ok" ? 8 : 0, nread);
              return found;
          }},
+    };
+}
 
-        // ---- binary_serializer ----
+std::vector<fault_case> binary_serializer_cases()
+{
+    return {
         {"binary_serializer_write_matrix", "regular", disk_full,
          [](fault &f) {
              return writes_matrix(f, make_matrix({{1, 2}, {3, 4}}));
@@ -380,4 +389,12 @@ std::vector<fault_case> io_cases()
         {"binary_serializer_read_optional_matrix", "", no_memory + unreadable_strings,
          [](fault &f) { return reads_optional_matrix(f, telemetry()); }},
     };
+}
+
+} // namespace
+
+std::vector<fault_case> io_cases()
+{
+    return joined({reader_cases(), writer_cases(), binary_serializer_common_cases(),
+                   binary_serializer_cases()});
 }

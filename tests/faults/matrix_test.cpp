@@ -288,13 +288,8 @@ outcome makes_large_product(fault &f, const std::string &type)
     return fault::success();
 }
 
-} // namespace
-
-std::vector<fault_case> matrix_cases()
+void add_records(matrix_table &table)
 {
-    matrix_table table;
-
-    // ---- matrix ----
     table.add({"matrix_init", "", no_memory, [](fault &f) {
                    return f.inits<matrix>(matrix_destruct,
                                           [](matrix *m) { return matrix_init(m, 2, 3); });
@@ -327,15 +322,19 @@ std::vector<fault_case> matrix_cases()
         table.add({"matrix_set_rows", type, labels, [=](fault &f) { return sets_rows(f, type); }});
         add_telemetry(&table, type);
     }
+}
 
-    // ---- matrix_slices ----
+void add_matrix_slices(matrix_table &table)
+{
     table.makes("matrix_get_columns",
                 [](matrix *m) { return matrix_get_columns(m, two_indices, 2); });
     table.makes("matrix_get_rows", [](matrix *m) { return matrix_get_rows(m, two_indices, 2); });
     table.makes("matrix_get_submatrix",
                 [](matrix *m) { return matrix_get_submatrix(m, 1, 2, 0, 2); });
+}
 
-    // ---- transposed_matrix ----
+void add_transposed_matrix(matrix_table &table)
+{
     table.add_for_all("transposed_matrix_init", no_memory, [](fault &f, matrix *m) {
         return f.inits<matrix>(
             [](matrix *view) {
@@ -353,8 +352,10 @@ std::vector<fault_case> matrix_cases()
         matrix_destroy(&view);
         return fault::success();
     });
+}
 
-    // ---- telemetry_matrix ----
+void add_telemetry_matrix(matrix_table &table)
+{
     table.add({"telemetry_matrix_update_vector_timestamp", "", no_memory, [](fault &f) {
                    const owned_matrix vector = make_vector(1000, {{"a", 1}});
                    const timestamp later = make_timestamp(2000);
@@ -365,8 +366,10 @@ std::vector<fault_case> matrix_cases()
                              seconds_of(vector.get()));
                    return found;
                }});
+}
 
-    // ---- matrix_ops ----
+void add_matrix_ops(matrix_table &table)
+{
     table.makes("matrix_scalar_multiply", [](matrix *m) { return matrix_scalar_multiply(m, 2); });
     table.makes("matrix_scalar_divide", [](matrix *m) { return matrix_scalar_divide(m, 2); });
     table.makes_of_two("matrix_add", matrix_add);
@@ -426,8 +429,10 @@ std::vector<fault_case> matrix_cases()
                        return matrix_euclidean_distance_sq_with_row_vector(m.get(), row.get());
                    });
                }});
+}
 
-    // ---- matrix_lu ----
+void add_matrix_lu(matrix_table &table)
+{
     table.add_for_all("matrix_lu_create", no_memory, [](fault &f, matrix *m) {
         return f.creates(matrix_lu_destroy, [=] { return matrix_lu_create(m); });
     });
@@ -450,8 +455,10 @@ std::vector<fault_case> matrix_cases()
                           }
                           return number == -1 ? "-1" : fault::success();
                       });
+}
 
-    // ---- what works in place, whatever the type ----
+void add_calls_in_place(matrix_table &table)
+{
     const auto norm_stays = [](fault &f, matrix *m) {
         const double expected = matrix_norm_F(m);
         EXPECT_EQ(expected, f([=] { return matrix_norm_F(m); }));
@@ -495,5 +502,19 @@ std::vector<fault_case> matrix_cases()
         matrix_destruct(m);
         matrix_init_null(m);
     });
+}
+
+} // namespace
+
+std::vector<fault_case> matrix_cases()
+{
+    matrix_table table;
+    add_records(table);
+    add_matrix_slices(table);
+    add_transposed_matrix(table);
+    add_telemetry_matrix(table);
+    add_matrix_ops(table);
+    add_matrix_lu(table);
+    add_calls_in_place(table);
     return table.release();
 }

@@ -129,12 +129,9 @@ const std::string stored_sensors = from_hex("01 00000002") + stored_sensor + sto
 const std::string stored_time = from_hex("01 000003e8 00000000");
 const std::string stored_times = from_hex("01 00000002") + stored_time + stored_time;
 
-} // namespace
-
-std::vector<fault_case> model_cases()
+std::vector<fault_case> timestamp_cases()
 {
     return {
-        // ---- timestamp ----
         {"timestamp_create_current", "", no_memory,
          [](fault &f) { return f.creates(timestamp_destroy, timestamp_create_current); }},
         {"timestamp_create_null", "", no_memory,
@@ -171,8 +168,12 @@ std::vector<fault_case> model_cases()
              return reads(f, stored_time,
                           [&](reader *r) { return binary_serializer_read_timestamp(&t, r); });
          }},
+    };
+}
 
-        // ---- timestamp_array ----
+std::vector<fault_case> timestamp_array_cases()
+{
+    return {
         {"timestamp_array_init", "", no_memory,
          [](fault &f) {
              return takes_timestamps(f, [](fault &g, timestamp **list) {
@@ -234,8 +235,12 @@ std::vector<fault_case> model_cases()
              return reads_array(f, &array, timestamp_array_destruct, stored_times,
                                 binary_serializer_read_timestamp_array);
          }},
+    };
+}
 
-        // ---- sensor ----
+std::vector<fault_case> sensor_cases()
+{
+    return {
         {"sensors_get_sensor", "", no_memory,
          [](fault &f) {
              return f.creates(sensor_destroy, [] { return sensors_get_sensor("fan"); });
@@ -296,8 +301,12 @@ std::vector<fault_case> model_cases()
              }
              return found;
          }},
+    };
+}
 
-        // ---- sensor_array ----
+std::vector<fault_case> sensor_array_cases()
+{
+    return {
         {"sensor_array_init", "", no_memory,
          [](fault &f) {
              return takes_sensors(f, [](fault &g, sensor **list) {
@@ -353,8 +362,12 @@ std::vector<fault_case> model_cases()
              return reads_array(f, &array, sensor_array_destruct, stored_sensors,
                                 binary_serializer_read_sensor_array);
          }},
+    };
+}
 
-        // ---- hist_value ----
+std::vector<fault_case> hist_value_cases()
+{
+    return {
         {"hist_value_create", "", no_memory,
          [](fault &f) { return f.creates(hist_value_destroy, hist_value_create); }},
         {"hist_value_copy", "to_a_new_one", no_memory,
@@ -380,8 +393,12 @@ std::vector<fault_case> model_cases()
              return reads(f, bytes,
                           [&](reader *r) { return binary_serializer_read_hist_value(&hv, r); });
          }},
+    };
+}
 
-        // ---- hist_value_list ----
+std::vector<fault_case> hist_value_list_cases()
+{
+    return {
         {"hist_value_list_create", "", no_memory,
          [](fault &f) { return f.creates(hist_value_list_destroy, hist_value_list_create); }},
         {"hist_value_list_add_if_not_present", "", no_memory, adds_a_sensor},
@@ -397,4 +414,12 @@ std::vector<fault_case> model_cases()
              return f.allocates([&] { return hist_value_list_get_hist_value_copies(list.get()); });
          }},
     };
+}
+
+} // namespace
+
+std::vector<fault_case> model_cases()
+{
+    return joined({timestamp_cases(), timestamp_array_cases(), sensor_cases(), sensor_array_cases(),
+                   hist_value_cases(), hist_value_list_cases()});
 }

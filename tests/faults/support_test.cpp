@@ -75,9 +75,7 @@ fault_case seeding_case(const std::string &function, void (*seed)())
 // Memory from a wrapper of the allocator, which leaves the cell alone.
 const expectations plain_null = {{call_kind::allocation, {"null"}}};
 
-} // namespace
-
-std::vector<fault_case> support_cases()
+std::vector<fault_case> memory_cases()
 {
     return {
         {"_qe_malloc", "", plain_null,
@@ -110,8 +108,12 @@ std::vector<fault_case> support_cases()
              const owned_matrix m = make_telemetry({{1}, {2}}, {"a"}, {1000, 1001});
              return prints(f, [&] { _qe_debug_telemetry_matrix_print(m.get(), "m", "file", 1); });
          }},
+    };
+}
 
-        // ---- config ----
+std::vector<fault_case> config_cases()
+{
+    return {
         {"config_create", "", no_memory,
          [](fault &f) { return f.creates(config_destroy, config_create); }},
         {"config_create_from_file", "",
@@ -154,4 +156,11 @@ std::vector<fault_case> support_cases()
              return found;
          }},
     };
+}
+
+} // namespace
+
+std::vector<fault_case> support_cases()
+{
+    return joined({memory_cases(), config_cases()});
 }

@@ -71,7 +71,8 @@ TEST(MatrixGetRows, OneOfTelemetryIsATelemetryVector)
     EXPECT_EQ((std::vector<long>{20}), seconds_of(row.get()));
 }
 
-// Each allocation of `slice` in turn fails: the result is null, the code -22, and nothing is left.
+// Each allocation of `slice` in turn fails: the result is null, the code
+// QE_ERROR_NO_MEMORY (-22), and nothing is left.
 template <typename Slice>
 static void expect_failures(int expected, const matrix *m, Slice slice)
 {

@@ -118,7 +118,8 @@ TEST(Matrix, WhoseSizeDoesNotExistOn32BitIsOutOfMemoryThere)
     EXPECT_EQ(nullptr, matrix_create(1U << 15, 1U << 14));
 }
 
-// Each allocation of `make` in turn fails: the result is null, the code -22, and nothing is left.
+// Each allocation of `make` in turn fails: the result is null, the code
+// QE_ERROR_NO_MEMORY (-22), and nothing is left.
 template <typename Make>
 static int count_failures(Make make)
 {

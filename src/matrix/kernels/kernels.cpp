@@ -1,3 +1,5 @@
+// The choice among the levels of the inner loops: the best one that the processor has, found at the
+// first use. Tests and benchmarks may force another.
 #include "matrix/kernels/kernels.hpp"
 
 #include <initializer_list>

@@ -1,4 +1,5 @@
-// Shared by the levels that have vectors of four elements at least.
+// What the AVX2 and the AVX-512 level share: the largest of four elements, in which both end their
+// search of a vector.
 #ifndef VESK_MATRIX_KERNELS_KERNELS_AVX_HPP
 #define VESK_MATRIX_KERNELS_KERNELS_AVX_HPP
 

@@ -1,4 +1,5 @@
-// The level of processors with AVX2 and fused multiply-add; the build compiles this file for them.
+// The level of processors with AVX2 and fused multiply-add: vectors of four elements. The build
+// compiles this file for such processors; on others it is not called.
 #include "matrix/kernels/kernels.hpp"
 
 #if defined __AVX2__ && defined __FMA__

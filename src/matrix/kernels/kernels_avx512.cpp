@@ -1,4 +1,5 @@
-// The level of processors with AVX-512; the build compiles this file for them.
+// The level of processors with AVX-512: vectors of eight elements. The build compiles this file for
+// such processors; on others it is not called.
 #include "matrix/kernels/kernels.hpp"
 
 #ifdef __AVX512F__

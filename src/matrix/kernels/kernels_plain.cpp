@@ -1,4 +1,5 @@
-// The level of every processor: one column at a time.
+// The level of every processor: vectors of one element, in plain C++. Its fused step is the fma()
+// of the C library where the processor has none.
 #include "matrix/kernels/kernels.hpp"
 
 namespace
