@@ -4,6 +4,10 @@
  *
  * The sums of powers are raw, so that intervals can be merged; mean, variance, skewness and
  * kurtosis follow from them and the count. All arithmetic is in single precision.
+ *
+ * A null pointer aborts with the name of the argument, as in "hv != ((void *)0)", and a summary
+ * that is not live with "hv->version == ((char) 1)" (hv1 and hv2 where there are two), whether or
+ * not it is said below.
  */
 #ifndef VESK_HIST_VALUE_H
 #define VESK_HIST_VALUE_H
@@ -20,7 +24,7 @@ extern "C" {
 
 /**
  * The summary of the samples of one sensor. It owns nothing, so it may live on the stack. While
- * `count` is 0 all floats are 0.
+ * `count` is 0 all floats are 0, except in one that was read from a file that says otherwise.
  */
 typedef struct hist_value {
     signed char version;     /**< 1 while live */
@@ -92,12 +96,16 @@ VESK_API void hist_value_merge_with(hist_value *hv1, const hist_value *hv2);
  * Writes the stored form, 37 bytes: version 1, count (4), then the eight floats in the order of the
  * struct (4 each).
  *
+ * Aborts with "writer != ((void *)0)".
+ *
  * @return the bytes written, or the first negative result of @p writer.
  */
 VESK_API int binary_serializer_write_hist_value(const hist_value *hv, writer *writer);
 
 /**
  * Reads the stored form into @p hv, which must be live. What is read before a failure stays in it.
+ *
+ * Aborts with "reader != ((void *)0)".
  *
  * @return 37; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown version;
  * QE_ERROR_TRUNCATED (-48) when the data end inside the form; or a negative result of @p reader.

@@ -9,6 +9,9 @@
  * sensors' hash codes, and within a bucket from the sensor that was first seen last to the one that
  * was first seen first. Sensors and histogram values are handed out in this order, and history is
  * stored in it.
+ *
+ * A list may be moved as plain memory; the place that it leaves is then not to be used before
+ * hist_value_list_init(). A null list aborts with "list != ((void *)0)" in every function.
  */
 #ifndef VESK_HIST_VALUE_LIST_H
 #define VESK_HIST_VALUE_LIST_H
@@ -45,14 +48,15 @@ VESK_API hist_value_list *hist_value_list_create(void);
 /** Frees all entries and gives back their sensors; the list is then empty. */
 VESK_API void hist_value_list_destruct(hist_value_list *list);
 
-/** Destructs and frees `*list` and sets it to null. */
+/** Destructs and frees `*list` and sets it to null. Aborts with "*list != ((void *)0)", too. */
 VESK_API void hist_value_list_destroy(hist_value_list **list);
 
 /**
  * Finds the histogram value of @p sensor in the current generation, and adds one without samples if
  * there is none.
  *
- * Aborts with "list != ((void *)0)" or "sensor != ((void *)0)".
+ * Aborts with "sensor != ((void *)0)"; with "s->version == ((char) 1)" on a sensor that is not
+ * live, "s->canonical != ((void *)0)" on a null sensor.
  *
  * @return the histogram value, which stays the list's: it lives as long as the list, and is started
  * anew when its sensor is seen again after hist_value_list_clear(). Null with QE_ERROR_NO_MEMORY
@@ -75,12 +79,16 @@ VESK_API int hist_value_list_is_empty(const hist_value_list *list);
 VESK_API uint32_t hist_value_list_get_size(const hist_value_list *list);
 
 /**
+ * Aborts with "j < list->nitems" on a list whose count was changed from outside.
+ *
  * @return a new array of the sensors of the current generation, in list order; null when there are
  * none, without a code, and null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API sensor_array *hist_value_list_get_sensor_copies(const hist_value_list *list);
 
 /**
+ * Aborts with "j < list->nitems" on a list whose count was changed from outside.
+ *
  * @return copies of the histogram values of the current generation, in list order, in one block
  * that the caller frees with free(); null when there are none, without a code, and null with
  * QE_ERROR_NO_MEMORY (-22) without memory.
@@ -88,7 +96,8 @@ VESK_API sensor_array *hist_value_list_get_sensor_copies(const hist_value_list *
 VESK_API hist_value *hist_value_list_get_hist_value_copies(const hist_value_list *list);
 
 /**
- * Aborts with "list != ((void *)0)" or "s_array != ((void *)0)".
+ * Aborts with "s_array != ((void *)0)", and with "s2 != ((void *)0)" on an entry that is not
+ * filled.
  *
  * @return 1 when @p s_array holds just the sensors of the current generation, in list order; else
  * 0.

@@ -27,14 +27,15 @@ extern "C" {
  */
 VESK_API int kelt_writer_init(writer *writer_base, writer *inner);
 
-/** As kelt_writer_init(), allocated. @return null without memory, with QE_ERROR_NO_MEMORY (-22) in
- * the cell. */
+/** @return a new writer, see kelt_writer_init(); null with QE_ERROR_NO_MEMORY (-22) without memory,
+ * and @p inner stays the caller's. */
 VESK_API writer *kelt_writer_create(writer *inner);
 
 /**
  * Compares @p sensors with those of the latest header, and remembers a copy of them if they differ.
  *
- * Aborts with "writer->type == WRITER_TYPE_KELT" on any other writer.
+ * Aborts with "writer != ((void *)0)", "writer->version == ((char) 1)" or "sensors != ((void *)0)",
+ * and with "writer->type == WRITER_TYPE_KELT" on any other writer.
  *
  * @return 1 when they differ, or there was no header yet; 0 when they are equal; QE_ERROR_NO_MEMORY
  * (-22) without memory, and nothing is then remembered.

@@ -25,8 +25,8 @@ extern "C" {
  * Makes a matrix of the type of @p m whose column k is column `col_indices[k]` of @p m.
  *
  * Aborts with "col_indices != ((void *)0)" or "nindices > 0", and on a telemetry matrix with
- * "indices[i] < matrix_get_number_columns (tmatrix->matrix)". The indices into other matrices are
- * not checked: they must be in range.
+ * "indices[i] < matrix_get_number_columns (tmatrix->matrix)". The indices into other matrices
+ * are not checked: they must be in range.
  *
  * @return the new matrix; null with QE_ERROR_NO_MEMORY (-22) without memory.
  */
@@ -54,7 +54,8 @@ VESK_API matrix *matrix_get_rows(const matrix *m, const uint32_t *row_indices, u
  * Aborts with "vals != ((void *)0)", "m->nrows == vals->nrows" or "col_indices != ((void *)0)", and
  * as matrix_set() on an index that is out of range.
  *
- * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, when the values are written already.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, when the values and the sensors are
+ * written already and the timestamps are those of before.
  */
 VESK_API int matrix_set_columns(matrix *m, const matrix *vals, const uint32_t *col_indices);
 
@@ -67,7 +68,8 @@ VESK_API int matrix_set_columns(matrix *m, const matrix *vals, const uint32_t *c
  * Aborts with "vals != ((void *)0)", "m->ncols == vals->ncols" or "row_indices != ((void *)0)", and
  * as matrix_set() on an index that is out of range.
  *
- * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, when the values are written already.
+ * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, when the values are written already, and
+ * perhaps the timestamps, and the sensors are those of before.
  */
 VESK_API int matrix_set_rows(matrix *m, const matrix *vals, const uint32_t *row_indices);
 

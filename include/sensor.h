@@ -9,6 +9,9 @@
  * sensor_create() hands out the canonical sensor itself. sensor_init() makes a handle on it in
  * storage of the caller. Each of them is one reference, to be given back with sensor_destroy() or
  * sensor_destruct().
+ *
+ * A null pointer aborts with the name of the argument, as in "s != ((void *)0)", and a sensor that
+ * is not live with its version, as in "s->version == ((char) 1)"; this is not repeated below.
  */
 #ifndef VESK_SENSOR_H
 #define VESK_SENSOR_H
@@ -32,7 +35,8 @@ typedef struct sensor {
                                    null sensor */
 } sensor;
 
-/** @return the canonical sensor of that name, with one more reference; null with -22. */
+/** @return the canonical sensor of that name, with one more reference; null with
+ * QE_ERROR_NO_MEMORY (-22) without memory. */
 VESK_API sensor *sensor_create(const char *name);
 
 /**
@@ -51,7 +55,7 @@ VESK_API sensor *sensor_create_null(void);
 /**
  * Makes the canonical sensors of @p nsensors names.
  *
- * Aborts with "nsensors > 0".
+ * Aborts with "nsensors > 0", and with "name != ((void *)0)" on a null among the names.
  *
  * @return a list from malloc() of sensors of the caller's, as sensor_array_init() takes it over;
  * null with QE_ERROR_NO_MEMORY (-22) without memory.
@@ -59,15 +63,17 @@ VESK_API sensor *sensor_create_null(void);
 VESK_API sensor **sensor_create_array(const char *const *names, uint32_t nsensors);
 
 /**
- * Gives back the reference of @p sensor. A handle stays with the caller as storage, a canonical
- * sensor must not be used again.
+ * Gives back the reference of @p sensor. A handle and a null sensor stay with the caller as
+ * storage, a canonical sensor must not be used again.
  *
  * Aborts with "sensor->hash_code == 0" or "sensor->name == ((void *)0)" on a handle that has a name
- * of its own, and with "node != ((void *)0)" on a sensor that the registry does not know.
+ * of its own, and with "_sensors.buckets != ((void *)0)" or "node != ((void *)0)" on a sensor that
+ * the registry does not know.
  */
 VESK_API void sensor_destruct(sensor *sensor);
 
-/** Gives back the reference of `*sensor`, frees it unless it is canonical, and sets it to null. */
+/** Gives back the reference of `*sensor`, frees it unless it is canonical, and sets it to null.
+ * Aborts as sensor_destruct() does, or with "*sensor != ((void *)0)". */
 VESK_API void sensor_destroy(sensor **sensor);
 
 /** @return 1 when both stand for the same name, or both are null sensors; else 0. */
@@ -90,7 +96,9 @@ VESK_API char *sensor_to_string(const sensor *s, char *dst, uint32_t len);
  * Adds a reference to the canonical sensor of @p s and makes @p dest, which need not be
  * initialised, a handle on it.
  *
- * Aborts with "s->canonical != ((void *)0)" on a null sensor.
+ * Aborts with "s->canonical != ((void *)0)" on a null sensor, and with
+ * "_sensors.buckets != ((void *)0)" or "node != ((void *)0)" on one that the registry does not
+ * know.
  *
  * @return @p dest, or the canonical sensor when @p dest is null.
  */

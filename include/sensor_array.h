@@ -3,6 +3,9 @@
  * @brief Arrays of sensors: the labels of the columns of telemetry.
  *
  * Copies of an array share one list, which is released with the last of them.
+ *
+ * A null array pointer aborts with "array != ((void *)0)", or s1 and s2 where there are two, and an
+ * array that is not live with "array->version == ((char) 1)"; this is not repeated below.
  */
 #ifndef VESK_SENSOR_ARRAY_H
 #define VESK_SENSOR_ARRAY_H
@@ -30,7 +33,7 @@ typedef struct sensor_array {
  * Makes an array of @p nsensors sensors and takes over the list, which comes from malloc(), and the
  * references of its entries.
  *
- * Aborts with "sensors != ((void *)0)" or "nsensors > 0".
+ * Aborts with "nsensors > 0" or "sensors != ((void *)0)".
  *
  * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory: @p array is then a null array and the list
  * still the caller's.
@@ -46,7 +49,7 @@ VESK_API sensor_array *sensor_array_create(sensor **sensors, uint32_t nsensors);
  *
  * Aborts with "nsensors > 0".
  *
- * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory: @p array is then a null array.
  */
 VESK_API int sensor_array_init_empty(sensor_array *array, uint32_t nsensors);
 
@@ -57,7 +60,7 @@ VESK_API sensor_array *sensor_array_create_empty(uint32_t nsensors);
 /**
  * Makes an array of the sensors of @p nsensors names.
  *
- * Aborts with "nsensors > 0" or "names[i] != ((void *)0)".
+ * Aborts with "nsensors > 0", "names != ((void *)0)" or "names[i] != ((void *)0)".
  *
  * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory. Unless the list itself could not be made,
  * the array then holds the sensors that were made and null pointers behind them, and is the
@@ -90,7 +93,7 @@ VESK_API sensor_array *sensor_array_copy(const sensor_array *array);
 /** Ends the life of @p array; the last one that shares the list frees it and its entries. */
 VESK_API void sensor_array_destruct(sensor_array *array);
 
-/** Destructs and frees `*array` and sets it to null. */
+/** Destructs and frees `*array` and sets it to null. Aborts with "*array != ((void *)0)", too. */
 VESK_API void sensor_array_destroy(sensor_array **array);
 
 /** @return the list itself, which stays the array's; null for a null array. */
@@ -110,7 +113,8 @@ VESK_API sensor *sensor_array_get(const sensor_array *array, int i);
  * Destroys entry @p i, if it is filled, and stores @p sensor there, whose reference the array takes
  * over. All copies of the array see the change.
  *
- * Aborts with "i >= 0" or "i < array->nsensors" on an index out of range.
+ * Aborts with "i >= 0" or "i < array->nsensors" on an index out of range, and with
+ * "sensor != ((void *)0)".
  *
  * @return 0.
  */
@@ -132,10 +136,12 @@ VESK_API int sensor_array_is_equal(const sensor_array *s1, const sensor_array *s
  * Writes the stored form: version 1, n (4), n sensors.
  *
  * Aborts with "array->sensors != ((void *)0)", "array->nsensors > 0" or
- * "array->sensors[i] != ((void *)0)" on an array that is not filled.
+ * "array->sensors[i] != ((void *)0)" on an array that is not filled, and with
+ * "writer != ((void *)0)".
  *
- * @return the bytes written; QE_ERROR_LIMIT (-49), before anything is written, for more than 10000
- * entries; or the first negative result of a sensor, see binary_serializer_write_sensor().
+ * @return the bytes written; QE_ERROR_LIMIT (-49), before anything is written, for more than
+ * ::VESK_MAX_COUNT entries; or the first negative result of @p writer or of a sensor, see
+ * binary_serializer_write_sensor().
  */
 VESK_API int binary_serializer_write_sensor_array(const sensor_array *array, writer *writer);
 
@@ -143,10 +149,12 @@ VESK_API int binary_serializer_write_sensor_array(const sensor_array *array, wri
  * Reads the stored form into @p array, which must be a null array. After a failure it still is, and
  * no name stays interned.
  *
+ * Aborts with "reader != ((void *)0)".
+ *
  * @return the bytes read; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown
  * version; QE_ERROR_TRUNCATED (-48) when the data end inside the form; QE_ERROR_LIMIT (-49) for a
- * count outside 1..10000; QE_ERROR_NO_MEMORY (-22) without memory; or the failure of a sensor, see
- * binary_serializer_read_sensor().
+ * count that is 0 or above ::VESK_MAX_COUNT; QE_ERROR_NO_MEMORY (-22) without memory; or the
+ * failure of a sensor, see binary_serializer_read_sensor().
  */
 VESK_API int binary_serializer_read_sensor_array(sensor_array *array, reader *reader);
 

@@ -5,8 +5,9 @@
  * A name enters the registry with the first reference to it and leaves it with the last. Most
  * callers use sensor_create() and sensor_destroy() instead of these functions.
  *
- * Names live in 32 buckets, chosen by the plain sum of their bytes. Names that are anagrams of each
- * other therefore share a hash code and a bucket, but they are different sensors.
+ * Names live in 32 buckets, chosen by the low 5 bits of the plain sum of their bytes. Names that
+ * are anagrams of each other therefore share a hash code and a bucket, but they are different
+ * sensors.
  */
 #ifndef VESK_SENSORS_H
 #define VESK_SENSORS_H
@@ -32,9 +33,9 @@ VESK_API sensor *sensors_get_sensor(const char *name);
  * Takes a reference from the canonical sensor that @p sensor stands for, and removes the name with
  * the last one.
  *
- * Aborts with "sensor != ((void *)0)"; with "sensor->canonical != ((void *)0)" on a null sensor;
- * with "_sensors.buckets != ((void *)0)" or "node != ((void *)0)" when the registry does not know
- * the sensor.
+ * Aborts with "sensor != ((void *)0)"; with "sensor->version == ((char) 1)" on a sensor that is not
+ * live; with "sensor->canonical != ((void *)0)" on a null sensor; with
+ * "_sensors.buckets != ((void *)0)" or "node != ((void *)0)" when the registry does not know it.
  */
 VESK_API void sensors_destroy_sensor(sensor *sensor);
 

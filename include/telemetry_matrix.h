@@ -10,7 +10,8 @@
  * values and the telemetry matrix are two faces of the same numbers; resize only the latter.
  *
  * Functions that want a telemetry matrix abort with "m != ((void *)0)" or
- * "m->type == MATRIX_TYPE_TELEMETRY" on anything else.
+ * "m->type == MATRIX_TYPE_TELEMETRY" on anything else; those that make one abort with
+ * "m != ((void *)0)" without a place for it.
  */
 #ifndef VESK_TELEMETRY_MATRIX_H
 #define VESK_TELEMETRY_MATRIX_H
@@ -54,8 +55,9 @@ VESK_API matrix *telemetry_matrix_create(matrix *matrix, sensor_array *sensors,
  * Makes @p m a telemetry vector of the values in @p matrix, which has one row. @p m takes over
  * @p matrix and @p sensors; it copies the timestamp, which stays the caller's.
  *
- * Aborts as telemetry_matrix_init() does, with "timestamp != ((void *)0)" or with
- * "matrix_get_number_rows (matrix) == 1".
+ * Aborts as telemetry_matrix_init() does, with "timestamp != ((void *)0)", with
+ * "matrix_get_number_rows (matrix) == 1", or with "t->version == ((char) 1)" when @p timestamp is
+ * not live.
  *
  * @return 0; or QE_ERROR_NO_MEMORY (-22) without memory, and the arguments stay the caller's.
  */
@@ -82,9 +84,10 @@ VESK_API sensor_array *telemetry_matrix_get_sensors(const matrix *m);
 VESK_API timestamp_array *telemetry_matrix_get_timestamps(const matrix *m);
 
 /**
- * Compares values, with the tolerance of matrix_is_equal(), then sensors, then timestamps.
+ * Compares values as matrix_is_equal() does, then sensors, then timestamps.
  *
- * Aborts with "m1 != ((void *)0)", "m2 != ((void *)0)",
+ * Aborts as matrix_is_equal(), sensor_array_is_equal() and timestamp_array_is_equal() do, and with
+ * "m1 != ((void *)0)", "m2 != ((void *)0)",
  * "matrix_get_type (m1) == MATRIX_TYPE_TELEMETRY" or
  * "matrix_get_type (m2) == MATRIX_TYPE_TELEMETRY".
  *

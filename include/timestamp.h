@@ -10,6 +10,9 @@
  *
  * The text form is 17 characters of local time, "%Y%m%d:%H:%M:%S" in the notation of strftime(),
  * such as 20240229:23:59:59. It depends on the time zone of the process.
+ *
+ * A null pointer aborts with the name of the argument, as in "t != ((void *)0)", and a timestamp
+ * that is not live with its version, as in "t->version == ((char) 1)"; this is not repeated below.
  */
 #ifndef VESK_TIMESTAMP_H
 #define VESK_TIMESTAMP_H
@@ -36,7 +39,8 @@ typedef struct timestamp {
  *
  * Aborts with "t->tv.tv_sec > 0" when the clock stands at or before the epoch.
  *
- * @return 0, or QE_ERROR_BAD_TIME (-11) when the clock is past 2038-01-19.
+ * @return 0, or QE_ERROR_BAD_TIME (-11) when the clock is past 2038-01-19; @p t is then not to be
+ * used.
  */
 VESK_API int timestamp_init_current(timestamp *t);
 
@@ -85,7 +89,7 @@ VESK_API timestamp *timestamp_create_from_string(const char *str);
 /** Ends the life of @p t, which stays with the caller as storage. */
 VESK_API void timestamp_destruct(timestamp *t);
 
-/** Destructs and frees `*t` and sets it to null. */
+/** Destructs and frees `*t` and sets it to null. Aborts with "*t != ((void *)0)", too. */
 VESK_API void timestamp_destroy(timestamp **t);
 
 /**
@@ -140,8 +144,7 @@ VESK_API int binary_serializer_write_timestamp(const timestamp *timestamp, write
  *
  * @return 9; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown version;
  * QE_ERROR_TRUNCATED (-48) when the data end inside the form; QE_ERROR_MALFORMED (-6) for a time
- * with microseconds, which is stored nevertheless; or a negative result of
- * @p reader.
+ * with microseconds, which @p timestamp then holds nevertheless; or a negative result of @p reader.
  */
 VESK_API int binary_serializer_read_timestamp(timestamp *timestamp, reader *reader);
 

@@ -2,9 +2,12 @@
  * @file
  * @brief Arrays of timestamps: the labels of the rows of telemetry.
  *
- * Copies of an array share one list, which is released with the last of them. The
- * library never changes a list that may be shared; who changes one through
- * timestamp_array_get_timestamps() changes it for all.
+ * Copies of an array share one list, which is released with the last of them. The library never
+ * changes a list that may be shared; who changes one through timestamp_array_get_timestamps()
+ * changes it for all.
+ *
+ * A null array pointer aborts with "array != ((void *)0)", or s1 and s2 where there are two, and an
+ * array that is not live with "array->version == ((char) 1)"; this is not repeated below.
  */
 #ifndef VESK_TIMESTAMP_ARRAY_H
 #define VESK_TIMESTAMP_ARRAY_H
@@ -51,7 +54,7 @@ VESK_API timestamp_array *timestamp_array_create(timestamp **timestamps, uint32_
  *
  * Aborts with "ntimestamps > 0".
  *
- * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory: @p array is then a null array.
  */
 VESK_API int timestamp_array_init_empty(timestamp_array *array, uint32_t ntimestamps);
 
@@ -62,9 +65,10 @@ VESK_API timestamp_array *timestamp_array_create_empty(uint32_t ntimestamps);
 /**
  * Makes an array of @p ntimestamps timestamps, one second apart, that begins with @p start.
  *
- * Aborts with "ntimestamps > 0" or "start != ((void *)0)".
+ * Aborts with "ntimestamps > 0" or "start != ((void *)0)", and with "t->version == ((char) 1)" when
+ * @p start is not live.
  *
- * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; the array is then destructed.
+ * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory: there is then nothing to destruct.
  */
 VESK_API int timestamp_array_init_dummy(timestamp_array *array, const timestamp *start,
                                         uint32_t ntimestamps);
@@ -110,27 +114,31 @@ VESK_API uint32_t timestamp_array_get_size(const timestamp_array *array);
 /** Ends the life of @p array; the last one that shares the list frees it and its entries. */
 VESK_API void timestamp_array_destruct(timestamp_array *array);
 
-/** Destructs and frees `*array` and sets it to null. */
+/** Destructs and frees `*array` and sets it to null. Aborts with "*array != ((void *)0)", too. */
 VESK_API void timestamp_array_destroy(timestamp_array **array);
 
 /**
  * Writes the stored form, 5 + 9 n bytes: version 1, n (4), n timestamps.
  *
  * Aborts with "array->timestamps != ((void *)0)", "array->ntimestamps > 0" or
- * "array->timestamps[i] != ((void *)0)" on an array that is not filled.
+ * "array->timestamps[i] != ((void *)0)" on an array that is not filled, and with
+ * "writer != ((void *)0)".
  *
- * @return the bytes written; QE_ERROR_LIMIT (-49), before anything is written, for more than 10000
- * entries; or the first negative result of a timestamp.
+ * @return the bytes written; QE_ERROR_LIMIT (-49), before anything is written, for more than
+ * ::VESK_MAX_COUNT entries; or the first negative result of @p writer or of a timestamp, see
+ * binary_serializer_write_timestamp().
  */
 VESK_API int binary_serializer_write_timestamp_array(const timestamp_array *array, writer *writer);
 
 /**
  * Reads the stored form into @p array, which must be a null array. After a failure it still is.
  *
+ * Aborts with "reader != ((void *)0)".
+ *
  * @return the bytes read; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) for an unknown
  * version; QE_ERROR_TRUNCATED (-48) when the data end inside the form; QE_ERROR_LIMIT (-49) for a
- * count outside 1..10000; QE_ERROR_NO_MEMORY (-22) without memory; or the failure of a timestamp,
- * see binary_serializer_read_timestamp().
+ * count that is 0 or above ::VESK_MAX_COUNT; QE_ERROR_NO_MEMORY (-22) without memory; or the
+ * failure of a timestamp, see binary_serializer_read_timestamp().
  */
 VESK_API int binary_serializer_read_timestamp_array(timestamp_array *array, reader *reader);
 

@@ -32,20 +32,22 @@ extern "C" {
  *
  * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; then @p reader_base stays the caller's.
  *
- * Aborts with "reader_base != ((void *)0)".
+ * Aborts with "r != ((void *)0)" or "reader_base != ((void *)0)".
  */
 VESK_API int zlib_reader_init(reader *r, reader *reader_base);
 
-/** As zlib_reader_init(), allocated. @return null without memory, with QE_ERROR_NO_MEMORY (-22) in
- * the cell. */
+/** @return a new reader, see zlib_reader_init(); null with QE_ERROR_NO_MEMORY (-22) without memory,
+ * and @p reader_base stays the caller's. */
 VESK_API reader *zlib_reader_create(reader *reader_base);
 
 /**
- * The compressed bytes, counted from where @p reader began, up to the end of the last complete zlib
- * stream that was read; 0 before the first, modulo 2^32. A stream is complete when its checksum was
- * read, which may take one read more than its content.
+ * A stream is complete when its checksum was read, which may take one read more than its content.
  *
- * Aborts with "reader->type == READER_TYPE_ZLIB" on another kind of reader.
+ * Aborts with "reader != ((void *)0)", "reader->version == ((char) 1)", or
+ * "reader->type == READER_TYPE_ZLIB" on another kind of reader.
+ *
+ * @return the compressed bytes, counted from where @p reader began, up to the end of the last
+ * complete zlib stream that was read, modulo 2^32; 0 before the first.
  */
 VESK_API uint32_t zlib_reader_get_last_savepoint(const reader *reader);
 

@@ -28,14 +28,17 @@ extern "C" {
  * fails, the result is QE_ERROR_COMPRESSION (-42) and the writer is dead: to flush it, to destroy
  * it or to write more than its buffer holds aborts with "zwriter->err == 0".
  *
+ * Destroying the writer flushes it first and destroys @p writer_base. Whether that flush failed is
+ * not told: who must know calls writer_flush() before.
+ *
  * @return 0, or QE_ERROR_NO_MEMORY (-22) without memory; then @p writer_base stays the caller's.
  *
- * Aborts with "writer_base != ((void *)0)".
+ * Aborts with "w != ((void *)0)" or "writer_base != ((void *)0)".
  */
 VESK_API int zlib_writer_init(writer *w, writer *writer_base);
 
-/** As zlib_writer_init(), allocated. @return null without memory, with QE_ERROR_NO_MEMORY (-22) in
- * the cell. */
+/** @return a new writer, see zlib_writer_init(); null with QE_ERROR_NO_MEMORY (-22) without memory,
+ * and @p writer_base stays the caller's. */
 VESK_API writer *zlib_writer_create(writer *writer_base);
 
 #ifdef __cplusplus

@@ -28,7 +28,7 @@ static bool _matrix_sum_squares(const matrix *m, double *sum)
         }
         return true;
     }
-    // Some lines of the cache of each column at a time.
+    // Four lines of the cache of each column at a time. A choice.
     constexpr uint32_t strip = 32;
     const owned_memory<double> rows(_matrix_allocate_scratch(strip, m->ncols));
     for (uint32_t i = 0; rows && i < m->nrows; i += strip) {
@@ -76,6 +76,7 @@ double matrix_norm_inf(const matrix *m)
         }
         return norm;
     }
+    // The sums of so many rows take 8 KB of the stack. A choice.
     constexpr uint32_t height = 1024;
     for (uint32_t i = 0; i < m->nrows; i += height) {
         const uint32_t rows = std::min(height, m->nrows - i);

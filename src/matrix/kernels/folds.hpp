@@ -110,6 +110,8 @@ void _fold_group(const fold_operands &o, size_t begin, size_t lines, double *sum
     }
 }
 
+// So many lines go side by side, each with a sum of its own: a vector of AVX-512, two of AVX2. A
+// choice.
 constexpr size_t fold_lines = 8;
 
 template <fold What>
@@ -121,7 +123,8 @@ void _fold_lines(const fold_operands &o, double *sum)
     _visit_groups<fold_lines / width>(o.lines, 0, fold_group);
 }
 
-// So many columns of sums stay in the first-level cache.
+// So many columns of sums are 8 KB (16 KB where a mean goes with each of them), which leaves at
+// least half of a first-level cache of 32 KB to the elements.
 constexpr size_t statistics_columns = 1024;
 
 // Several lines on each visit of the sums. With Same, y has one element for all of a line.
@@ -194,6 +197,7 @@ template <bool FromY>
 void _fold_differences_of(const matrix_view &x, const matrix_view &y, size_t nrows, size_t ncols,
                           double *sum)
 {
+    // A choice: a line of each of so many columns is 8 KB, which stays in the first-level cache.
     constexpr size_t panel = 128;
     for (size_t j0 = 0; j0 < ncols; j0 += panel) {
         const size_t end = smaller(j0 + panel, ncols);

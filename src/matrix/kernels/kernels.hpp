@@ -19,10 +19,11 @@ struct matrix_view {
 };
 
 // The most rows that one call of eliminate() takes: the pivot row is loaded once for all of them.
+// So many factors and running maxima fit into the registers of every level. A choice.
 inline constexpr std::size_t eliminate_rows = 4;
 
-// How many columns of a triangular inverse are carried together, and what their number in memory is
-// rounded up to.
+// How many columns of a triangular inverse are carried together (a choice: eight vectors of
+// AVX-512), and what their number in memory is rounded up to (one such vector).
 inline constexpr std::size_t panel_columns = 64;
 inline constexpr std::size_t panel_unit = 8;
 

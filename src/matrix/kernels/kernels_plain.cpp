@@ -10,6 +10,7 @@ struct simd {
     static constexpr std::size_t width = 1;
     static constexpr std::size_t tile_rows = 4;
     static constexpr std::size_t tile_vectors = 4;
+    // Choices: no processor is known on which this level would count.
     static constexpr std::size_t block_depth = 256;
     static constexpr std::size_t block_rows = 64;
     static constexpr std::size_t block_columns = 1024;

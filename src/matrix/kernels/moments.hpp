@@ -41,8 +41,9 @@ void _moments_across(const double *base, size_t stride, size_t m, size_t n, doub
     }
 }
 
-// So many rows are turned round at a time, few columns after few: the distance of columns may be
-// one that the cache has few places for.
+// So many rows are turned round at a time, few columns after few: where columns lie a power of two
+// apart, the cache has few places for the same row of all of them. A choice: the elements that were
+// turned round take at most 16 KB.
 constexpr size_t moment_rows = 64;
 
 // Columns outside: each of them lies in one piece, and waits for its last mean.
