@@ -30,8 +30,13 @@ TEST(Memory, ComesFromTheAllocatorOfTheSystem)
 
 TEST(Memory, IsFreedByTheAllocatorOfTheSystem)
 {
-    _qe_free(malloc(10));
+    const long blocks = count_live_blocks();
+    void *block = malloc(10);
+    EXPECT_EQ(blocks + 1, count_live_blocks());
+    _qe_free(block);
+    EXPECT_EQ(blocks, count_live_blocks());
     _qe_free(nullptr);
+    EXPECT_EQ(blocks, count_live_blocks());
 }
 
 TEST(Memory, LeavesTheLastErrorAloneWhenThereIsNone)
