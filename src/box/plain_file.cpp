@@ -1,8 +1,7 @@
-// Opening files without following anything, see plain_file.hpp.
+// Whose the files in the folder of a box are, see plain_file.hpp.
 #include "box/plain_file.hpp"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "box/box_files.hpp"
@@ -32,53 +31,6 @@ file_presence _vesk_look_at_file(const char *path, const trusted_owners &owners,
     }
     return S_ISREG(status->st_mode) && owners.trusts(status->st_uid) ? file_presence::plain
                                                                      : file_presence::foreign;
-}
-
-static owned_file _make_stream(int descriptor, int flags)
-{
-    const char *mode = (flags & O_APPEND) != 0           ? "a"
-                       : (flags & O_ACCMODE) == O_RDWR   ? "r+"
-                       : (flags & O_ACCMODE) == O_WRONLY ? "w"
-                                                         : "r";
-    owned_file file(fdopen(descriptor, mode));
-    if (!file) {
-        const int error = errno;
-        (void)close(descriptor);
-        errno = error;
-    }
-    return file;
-}
-
-owned_file _vesk_open_plain_file(const char *path, int flags, link_rule rule)
-{
-    const int no_link = rule == link_rule::refuse ? O_NOFOLLOW : 0;
-    // A FIFO without a writer would be waited for, but for O_NONBLOCK; regular files know no wait.
-    const int descriptor = open(path, flags | no_link | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0) {
-        return owned_file();
-    }
-    struct stat status = {};
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        const bool is_folder = S_ISDIR(status.st_mode);
-        (void)close(descriptor);
-        errno = is_folder ? EISDIR : EINVAL;
-        return owned_file();
-    }
-    return _make_stream(descriptor, flags);
-}
-
-owned_file _vesk_create_plain_file(const char *path, mode_t mode)
-{
-    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    const int descriptor = open(path, flags, mode);
-    if (descriptor < 0) {
-        return owned_file();
-    }
-    owned_file file = _make_stream(descriptor, O_WRONLY);
-    if (!file) {
-        (void)unlink(path);
-    }
-    return file;
 }
 
 void _vesk_take_owner(FILE *file, const struct stat &status, mode_t mode)

@@ -46,4 +46,10 @@ inline constexpr stage_places places_of_stage(uint32_t stage)
     }
 }
 
+// How many of the buffers of a stage are full: all but the open one, which is the last.
+inline constexpr uint32_t num_full_places(uint32_t stage)
+{
+    return is_stage(stage) ? places_of_stage(stage).n - 1 : 0;
+}
+
 #endif

@@ -127,17 +127,25 @@ Buffer *allocate_buffer(const char *filename)
     });
 }
 
+// Opens the file of a new buffer, whose content is lost if it is there; null with errno.
+using create_file = owned_file (*)(const char *filename);
+
+inline owned_file create_any_file(const char *filename)
+{
+    return owned_file(fopen(filename, "w"));
+}
+
 // An empty buffer over a new file. The name is copied before the file is opened: running out of
 // memory must not truncate a file that was there.
 template <typename Buffer>
-Buffer *create_buffer(const char *filename, uint32_t max_data_records)
+Buffer *create_buffer(const char *filename, uint32_t max_data_records, create_file create)
 {
     unfinished_buffer<Buffer> buffer(allocate_buffer<Buffer>(filename));
     if (!buffer) {
         return nullptr;
     }
     buffer->max_data_records = max_data_records;
-    owned_file file(fopen(filename, "w"));
+    owned_file file = create(filename);
     if (!file) {
         qe_set_last_error(QE_ERROR_OPEN);
         return nullptr;
@@ -204,11 +212,11 @@ Buffer *open_buffer(const char *filename, reader *source, FILE *file)
     return buffer.release();
 }
 
-// Opens a file that must be of the kind of Buffer.
+// The buffer of `opened`, which may be null and must be of the kind of Buffer.
 template <typename Buffer>
-Buffer *open_file_of_kind(const char *filename, vesk_buffer *(*open)(const char *path))
+Buffer *take_buffer_of_kind(vesk_buffer *opened)
 {
-    owned<vesk_buffer, vesk_buffer_destroy> handle(open(filename));
+    owned<vesk_buffer, vesk_buffer_destroy> handle(opened);
     if (!handle) {
         return nullptr;
     }

@@ -21,12 +21,21 @@ writer *_vesk_buffer_create_writer(FILE *fp);
 vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *reader, FILE *file);
 vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *reader, FILE *fp);
 
-// As the exported functions of like name, over the bytes of the whole file, which are read first:
-// QE_ERROR_IO (-41) when they cannot be read, where the exported functions abort.
-vesk_buffer *_vesk_buffer_open_read_whole(const char *path);
-vesk_current_buffer *_vesk_current_buffer_open_read_whole(const char *filename);
-vesk_hist_buffer *_vesk_hist_buffer_open_read_whole(const char *filename);
-vesk_current_buffer *_vesk_current_buffer_open_for_append_read_whole(const char *filename);
+// How a file is read: in pieces, where a medium that fails is taken for a broken precondition and
+// ends the process, or as a whole before anything else, where it gives QE_ERROR_IO (-41).
+enum class file_reading { in_pieces, whole };
+
+// As the exported functions of like name, for the files of a recorder: what stands under one of its
+// names and is no regular file, be it a link to one, is not followed or waited for, but gives
+// QE_ERROR_OPEN (-40).
+vesk_current_buffer *_vesk_current_buffer_create_plain(const char *filename,
+                                                       uint32_t max_data_records);
+vesk_hist_buffer *_vesk_hist_buffer_create_plain(const char *filename, uint32_t max_data_records);
+vesk_buffer *_vesk_buffer_open_plain(const char *path, file_reading reading);
+vesk_current_buffer *_vesk_current_buffer_open_plain(const char *filename, file_reading reading);
+vesk_current_buffer *_vesk_current_buffer_open_plain_for_append(const char *filename,
+                                                                file_reading reading);
+vesk_hist_buffer *_vesk_hist_buffer_open_plain(const char *filename, file_reading reading);
 
 // Summarise buffers that are open, and close them.
 int _vesk_current_buffer_compress(vesk_current_buffer *cbuf, vesk_hist_buffer *hbuf,

@@ -8,6 +8,8 @@
 //
 // Integers are big-endian. Each flush ends one zlib stream and the next write begins another, so a
 // file is a sequence of complete zlib streams, one for each write that was acknowledged.
+#include <fcntl.h>
+
 #include <vesk/raw_reader.h>
 #include <vesk/raw_writer.h>
 #include <vesk/vesk_buffer.h>
@@ -17,6 +19,7 @@
 #include "buffers/buffer_file.hpp"
 #include "io/file_bytes.hpp"
 #include "io/memory_reader.hpp"
+#include "io/plain_open.hpp"
 
 // Destroying a stream leaves the file open: the buffer closes it.
 static constexpr uint32_t keep_open = 1;
@@ -142,28 +145,49 @@ static int _open_by_kind(vesk_buffer *handle, const char *path, reader *source, 
     return 0;
 }
 
-// Opens the file, of which `bytes` have what there is to read; without them it is read as the
-// records are.
-static vesk_buffer *_open(const char *path, byte_list *bytes)
+static owned_file _open_any_file(const char *path)
+{
+    return owned_file(fopen(path, "r+"));
+}
+
+static owned_file _open_plain_file(const char *path)
+{
+    return _vesk_open_plain_file(path, O_RDWR);
+}
+
+// What the buffer in `file` is read from; null with the code in the cell.
+static reader *_create_source(FILE *file, file_reading reading)
+{
+    if (reading == file_reading::in_pieces) {
+        return _vesk_buffer_create_reader(file);
+    }
+    byte_list bytes;
+    int result = _vesk_read_to_end(file, &bytes);
+    // Where the file is appended to, the stream has to be told.
+    if (result == 0 && fseeko(file, 0, SEEK_END) != 0) {
+        result = QE_ERROR_IO;
+    }
+    if (result < 0) {
+        qe_set_last_error(result);
+        return nullptr;
+    }
+    return _create_reader_over(_memory_reader_create(&bytes));
+}
+
+static vesk_buffer *_open(const char *path, owned_file (*open_file)(const char *path),
+                          file_reading reading)
 {
     owned<vesk_buffer, vesk_buffer_destroy> handle(
         create_object<vesk_buffer>(vesk_buffer_init_null));
     if (!handle) {
         return nullptr;
     }
-    owned_file file(fopen(path, "r+"));
+    owned_file file = open_file(path);
     if (!file) {
         qe_set_last_error(QE_ERROR_OPEN);
         return nullptr;
     }
-    // Only what reads the file itself comes to its end on the way.
-    if (bytes != nullptr && fseeko(file.get(), 0, SEEK_END) != 0) {
-        qe_set_last_error(QE_ERROR_IO);
-        return nullptr;
-    }
-    owned<reader, reader_destroy> source(bytes != nullptr
-                                             ? _create_reader_over(_memory_reader_create(bytes))
-                                             : _vesk_buffer_create_reader(file.get()));
+    owned<reader, reader_destroy> source(_create_source(file.get(), reading));
     if (!source) {
         return nullptr;
     }
@@ -180,18 +204,12 @@ static vesk_buffer *_open(const char *path, byte_list *bytes)
 vesk_buffer *vesk_buffer_open_for_read_write(const char *path)
 {
     VESK_REQUIRE(path != nullptr, "path != ((void *)0)");
-    return _open(path, nullptr);
+    return _open(path, _open_any_file, file_reading::in_pieces);
 }
 
-vesk_buffer *_vesk_buffer_open_read_whole(const char *path)
+vesk_buffer *_vesk_buffer_open_plain(const char *path, file_reading reading)
 {
-    byte_list bytes;
-    const int result = _vesk_read_file(path, &bytes);
-    if (result < 0) {
-        qe_set_last_error(result);
-        return nullptr;
-    }
-    return _open(path, &bytes);
+    return _open(path, _open_plain_file, reading);
 }
 
 int binary_serializer_write_vesk_buffer(const vesk_buffer *buf, writer *target)

@@ -13,6 +13,7 @@
 
 #include "buffers/buffer_file.hpp"
 #include "buffers/storable.hpp"
+#include "io/plain_open.hpp"
 
 static void _require_live(const vesk_current_buffer *cbuf)
 {
@@ -20,16 +21,28 @@ static void _require_live(const vesk_current_buffer *cbuf)
     VESK_REQUIRE(cbuf->version == 1, "cbuf->version == ((char) 1)");
 }
 
-vesk_current_buffer *vesk_current_buffer_create(const char *filename, uint32_t max_data_records)
+static vesk_current_buffer *_create(const char *filename, uint32_t max_data_records,
+                                    create_file create)
 {
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
     VESK_REQUIRE(max_data_records > 0, "max_data_records > 0");
-    auto *cbuf = create_buffer<vesk_current_buffer>(filename, max_data_records);
+    auto *cbuf = create_buffer<vesk_current_buffer>(filename, max_data_records, create);
     if (cbuf != nullptr && write_file_header(cbuf) < 0) {
         vesk_current_buffer_close(&cbuf);
         qe_set_last_error(QE_ERROR_COMPRESSION);
     }
     return cbuf;
+}
+
+vesk_current_buffer *vesk_current_buffer_create(const char *filename, uint32_t max_data_records)
+{
+    return _create(filename, max_data_records, create_any_file);
+}
+
+vesk_current_buffer *_vesk_current_buffer_create_plain(const char *filename,
+                                                       uint32_t max_data_records)
+{
+    return _create(filename, max_data_records, _vesk_overwrite_plain_file);
 }
 
 vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *source, FILE *file)
@@ -40,12 +53,12 @@ vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *sou
 vesk_current_buffer *vesk_current_buffer_open_for_read_write(const char *filename)
 {
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
-    return open_file_of_kind<vesk_current_buffer>(filename, vesk_buffer_open_for_read_write);
+    return take_buffer_of_kind<vesk_current_buffer>(vesk_buffer_open_for_read_write(filename));
 }
 
-vesk_current_buffer *_vesk_current_buffer_open_read_whole(const char *filename)
+vesk_current_buffer *_vesk_current_buffer_open_plain(const char *filename, file_reading reading)
 {
-    return open_file_of_kind<vesk_current_buffer>(filename, _vesk_buffer_open_read_whole);
+    return take_buffer_of_kind<vesk_current_buffer>(_vesk_buffer_open_plain(filename, reading));
 }
 
 // Reads all records that are left, for the books they keep. Returns 0 or a negative error.
@@ -92,9 +105,10 @@ vesk_current_buffer *vesk_current_buffer_open_for_append(const char *filename)
     return _prepare_to_append(vesk_current_buffer_open_for_read_write(filename));
 }
 
-vesk_current_buffer *_vesk_current_buffer_open_for_append_read_whole(const char *filename)
+vesk_current_buffer *_vesk_current_buffer_open_plain_for_append(const char *filename,
+                                                                file_reading reading)
 {
-    return _prepare_to_append(_vesk_current_buffer_open_read_whole(filename));
+    return _prepare_to_append(_vesk_current_buffer_open_plain(filename, reading));
 }
 
 static int _vesk_cb_have_sensors_changed(const vesk_current_buffer *cbuf, const matrix *vector)

@@ -10,6 +10,7 @@
 #include <vesk/vesk_hist_buffer.h>
 
 #include "buffers/buffer_file.hpp"
+#include "io/plain_open.hpp"
 
 static void _require_live(const vesk_hist_buffer *hbuf)
 {
@@ -17,11 +18,12 @@ static void _require_live(const vesk_hist_buffer *hbuf)
     VESK_REQUIRE(hbuf->version == 1, "hbuf->version == ((char) 1)");
 }
 
-vesk_hist_buffer *vesk_hist_buffer_create(const char *filename, uint32_t max_data_records)
+static vesk_hist_buffer *_create(const char *filename, uint32_t max_data_records,
+                                 create_file create)
 {
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
     VESK_REQUIRE(max_data_records != 0, "max_data_records != 0");
-    auto *hbuf = create_buffer<vesk_hist_buffer>(filename, max_data_records);
+    auto *hbuf = create_buffer<vesk_hist_buffer>(filename, max_data_records, create);
     if (hbuf == nullptr) {
         return nullptr;
     }
@@ -33,6 +35,16 @@ vesk_hist_buffer *vesk_hist_buffer_create(const char *filename, uint32_t max_dat
     return hbuf;
 }
 
+vesk_hist_buffer *vesk_hist_buffer_create(const char *filename, uint32_t max_data_records)
+{
+    return _create(filename, max_data_records, create_any_file);
+}
+
+vesk_hist_buffer *_vesk_hist_buffer_create_plain(const char *filename, uint32_t max_data_records)
+{
+    return _create(filename, max_data_records, _vesk_overwrite_plain_file);
+}
+
 vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *source, FILE *fp)
 {
     return open_buffer<vesk_hist_buffer>(path, source, fp);
@@ -41,12 +53,12 @@ vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *source, FILE 
 vesk_hist_buffer *vesk_hist_buffer_open_for_read_write(const char *filename)
 {
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
-    return open_file_of_kind<vesk_hist_buffer>(filename, vesk_buffer_open_for_read_write);
+    return take_buffer_of_kind<vesk_hist_buffer>(vesk_buffer_open_for_read_write(filename));
 }
 
-vesk_hist_buffer *_vesk_hist_buffer_open_read_whole(const char *filename)
+vesk_hist_buffer *_vesk_hist_buffer_open_plain(const char *filename, file_reading reading)
 {
-    return open_file_of_kind<vesk_hist_buffer>(filename, _vesk_buffer_open_read_whole);
+    return take_buffer_of_kind<vesk_hist_buffer>(_vesk_buffer_open_plain(filename, reading));
 }
 
 void vesk_hist_buffer_close(vesk_hist_buffer **hbuf)

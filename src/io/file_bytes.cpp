@@ -4,14 +4,11 @@
 #include "io/file_bytes.hpp"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vesk/error.h>
 
-// Reads up to the end of the file.
-static int _read_all(int descriptor, byte_list *bytes)
+int _vesk_read_to_end(FILE *file, byte_list *bytes)
 {
     constexpr std::size_t piece = 65536;
     for (;;) {
@@ -19,7 +16,7 @@ static int _read_all(int descriptor, byte_list *bytes)
         if (room == nullptr) {
             return QE_ERROR_NO_MEMORY;
         }
-        const ssize_t n = read(descriptor, room, piece);
+        const ssize_t n = read(fileno(file), room, piece);
         if (n == 0) {
             return 0;
         }
@@ -29,18 +26,4 @@ static int _read_all(int descriptor, byte_list *bytes)
             return QE_ERROR_IO;
         }
     }
-}
-
-int _vesk_read_file(const char *filename, byte_list *bytes)
-{
-    // Opening a pipe that nobody writes to must not wait.
-    const int descriptor = open(filename, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) {
-        return QE_ERROR_OPEN;
-    }
-    struct stat status = {};
-    const bool regular = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-    const int result = regular ? _read_all(descriptor, bytes) : QE_ERROR_OPEN;
-    (void)close(descriptor);
-    return result;
 }

@@ -3,11 +3,12 @@
 #ifndef VESK_IO_FILE_BYTES_HPP
 #define VESK_IO_FILE_BYTES_HPP
 
+#include <cstdio>
+
 #include "io/memory_writer.hpp"
 
-// Appends the content of `filename` to `bytes`. 0; QE_ERROR_OPEN (-40) when it cannot be opened or
-// is no regular file; QE_ERROR_IO (-41) when it cannot be read; QE_ERROR_NO_MEMORY (-22) without
-// memory.
-int _vesk_read_file(const char *filename, byte_list *bytes);
+// Appends to `bytes` what is left to read of a file from which its stream has taken nothing yet.
+// 0, QE_ERROR_IO (-41) when it cannot be read, or QE_ERROR_NO_MEMORY (-22).
+int _vesk_read_to_end(FILE *file, byte_list *bytes);
 
 #endif

@@ -3,97 +3,33 @@
 #ifndef VESK_RECORDER_RECORDER_HPP
 #define VESK_RECORDER_RECORDER_HPP
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 
 #include <vesk/vesk.h>
+#include <vesk/vesk_limits.h>
 
-#include "recorder/stage_reading.hpp"
-#include "support/precondition.hpp"
+#include "box/stage_places.hpp"
+#include "buffers/buffer_internal.hpp"
 
 // The names of buffers are cut to this size, including the terminator.
 inline constexpr std::size_t filename_size = 1024;
 
-// The longest base name with which no name of a buffer is cut.
-inline constexpr std::size_t max_base_length = 999;
+// With a base name that is not too long no name of a buffer is cut.
+static_assert(VESK_MAX_BASE_LENGTH + sizeof ".4294967295.cbuf.z" == filename_size);
 
-// What the recorder does with a stage, by the type of the stage.
-template <typename Stage>
-struct stage_functions;
-
-template <>
-struct stage_functions<vesk_zcf_state_c00> {
-    static constexpr uint32_t state = VESK_ZCF_STATE_C00;
-    static constexpr auto pointer = &vesk::c00;
-    static constexpr std::array<char * vesk_zcf_state_c00::*, 0> closed_buffers = {};
-    static constexpr const char *missing = "vesk->c00 != ((void *)0)";
-    static constexpr const char *missing_at_close = "(*vesk)->c00 != ((void *)0)";
-    static constexpr auto create_null = vesk_zcf_state_c00_create_null;
-    static constexpr auto destroy = vesk_zcf_state_c00_destroy;
-    static constexpr auto write = binary_serializer_write_vesk_zcf_state_c00;
-    static constexpr auto read = _vesk_zcf_state_c00_read;
+// What the recorder does with the stages of one type.
+struct stage_functions {
+    const char *missing;          // the text of an abort without the stage
+    const char *missing_at_close; // the same when the recorder is closed
+    void *(*create_null)();
+    void (*destroy)(void *stage);
+    int (*write)(const void *stage, writer *target);
+    int (*read)(void *stage, reader *source, file_reading reading);
 };
 
-template <>
-struct stage_functions<vesk_zcf_state_cc0> {
-    static constexpr uint32_t state = VESK_ZCF_STATE_CC0;
-    static constexpr auto pointer = &vesk::cc0;
-    static constexpr std::array closed_buffers = {&vesk_zcf_state_cc0::cbuf0_filename};
-    static constexpr const char *missing = "vesk->cc0 != ((void *)0)";
-    static constexpr const char *missing_at_close = "(*vesk)->cc0 != ((void *)0)";
-    static constexpr auto create_null = vesk_zcf_state_cc0_create_null;
-    static constexpr auto destroy = vesk_zcf_state_cc0_destroy;
-    static constexpr auto write = binary_serializer_write_vesk_zcf_state_cc0;
-    static constexpr auto read = _vesk_zcf_state_cc0_read;
-};
-
-template <>
-struct stage_functions<vesk_zcf_state_ccc> {
-    static constexpr uint32_t state = VESK_ZCF_STATE_CCC;
-    static constexpr auto pointer = &vesk::ccc;
-    static constexpr std::array closed_buffers = {&vesk_zcf_state_ccc::cbuf0_filename,
-                                                  &vesk_zcf_state_ccc::cbuf1_filename};
-    static constexpr const char *missing = "vesk->ccc != ((void *)0)";
-    static constexpr const char *missing_at_close = "(*vesk)->ccc != ((void *)0)";
-    static constexpr auto create_null = vesk_zcf_state_ccc_create_null;
-    static constexpr auto destroy = vesk_zcf_state_ccc_destroy;
-    static constexpr auto write = binary_serializer_write_vesk_zcf_state_ccc;
-    static constexpr auto read = _vesk_zcf_state_ccc_read;
-};
-
-template <>
-struct stage_functions<vesk_zcf_state_hcc> {
-    static constexpr uint32_t state = VESK_ZCF_STATE_HCC;
-    static constexpr auto pointer = &vesk::hcc;
-    static constexpr std::array closed_buffers = {&vesk_zcf_state_hcc::hbuf_filename,
-                                                  &vesk_zcf_state_hcc::cbuf1_filename};
-    static constexpr const char *missing = "vesk->hcc != ((void *)0)";
-    static constexpr const char *missing_at_close = "(*vesk)->hcc != ((void *)0)";
-    static constexpr auto create_null = vesk_zcf_state_hcc_create_null;
-    static constexpr auto destroy = vesk_zcf_state_hcc_destroy;
-    static constexpr auto write = binary_serializer_write_vesk_zcf_state_hcc;
-    static constexpr auto read = _vesk_zcf_state_hcc_read;
-};
-
-// Calls visit() with the functions of the stage that `state` names; aborts when it names none.
-template <typename Visit>
-auto visit_stage(uint32_t state, Visit visit)
-{
-    switch (state) {
-    case VESK_ZCF_STATE_C00:
-        return visit(stage_functions<vesk_zcf_state_c00>());
-    case VESK_ZCF_STATE_CC0:
-        return visit(stage_functions<vesk_zcf_state_cc0>());
-    case VESK_ZCF_STATE_CCC:
-        return visit(stage_functions<vesk_zcf_state_ccc>());
-    case VESK_ZCF_STATE_HCC:
-        break;
-    default:
-        VESK_REQUIRE(false, "0");
-    }
-    return visit(stage_functions<vesk_zcf_state_hcc>());
-}
+// The functions for the stage that `state` names; aborts when it names none.
+const stage_functions &_vesk_stage_functions(uint32_t state);
 
 // A transition that fails leaves the old stage under the new state. The last two stages have one
 // layout, so there the functions of the new state do with the old stage; elsewhere they would read
@@ -118,22 +54,18 @@ inline bool stage_fits(const vesk *recorder, uint32_t state)
            (type == state || (type == VESK_ZCF_STATE_CCC && state == VESK_ZCF_STATE_HCC));
 }
 
-// The stage of the recorder, which must be the one that these functions work on.
-template <typename Stage>
-Stage *require_stage(const vesk *recorder, stage_functions<Stage> functions)
-{
-    VESK_REQUIRE(stage_fits(recorder, functions.state), functions.missing);
-    return recorder->*functions.pointer;
-}
+// Aborts when the recorder has no stage that those functions take which `state` names.
+void _vesk_require_stage(const vesk *recorder, uint32_t state);
 
-// The current buffer that is written to, and the text of an abort that misses it.
-struct open_buffer {
-    vesk_current_buffer *buffer;
-    const char *missing;
+// The buffers of a stage. Which they are, places_of_stage() tells.
+struct stage_buffers {
+    const char *full[max_places - 1]; // the names of the full ones, oldest first
+    vesk_current_buffer *open;        // the one that is written to
+    const char *open_is_missing;      // the text of an abort without it
 };
 
-// Looks for it in the stage that `state` names; aborts without that stage or in an unknown state.
-open_buffer _vesk_open_buffer(const vesk *recorder, uint32_t state);
+// Those of the stage that `state` names; aborts without a live stage or in an unknown state.
+stage_buffers _vesk_stage_buffers(const vesk *recorder, uint32_t state);
 
 // ---- What vesk_start() adds ---------------------------------------------------------------------
 
@@ -154,13 +86,16 @@ inline recorder_safety *safety_of(const vesk *recorder)
 // Makes a recorder such a one. 0 or -22.
 int _vesk_add_safety(vesk *recorder);
 
-// As vesk_open(), over bytes that were read before; null, with the code in the cell, for everything
-// that is not a whole box.
+// As vesk_open(), over files that are read as a whole before; null, with the code in the cell, for
+// everything that is not a whole box.
 vesk *_vesk_open_read_whole(const char *filename);
 
 // ---- Steps --------------------------------------------------------------------------------------
 
 void _vesk_set_stage(vesk *recorder, uint32_t type, void *stage);
+
+// As binary_serializer_read_vesk(). `reading` is how the current buffer is read.
+int _vesk_read(vesk *recorder, reader *source, file_reading reading);
 
 // Destroys the stage by what it is, whatever the state says.
 void _vesk_destroy_stage(vesk *recorder);
@@ -169,7 +104,12 @@ void _vesk_destroy_stage(vesk *recorder);
 void _vesk_construct_cbuf_filename(vesk *recorder, char *buf, std::size_t size);
 void _vesk_construct_hbuf_filename(vesk *recorder, char *buf, std::size_t size);
 
-// Overwrites the state file in place: a failure leaves what was written until then.
+// Overwrites the state file in place: a failure leaves what was written until then. The names of
+// the stage are written without a result: whether they could be, only the stream knows. It is asked
+// when `strict`.
+int _vesk_write_state_file(const vesk *recorder, bool strict);
+
+// The same, as strict as the recorder is.
 int _vesk_save(const vesk *recorder);
 
 // Makes room for more vectors: moves on to the next stage. 0, or a code.

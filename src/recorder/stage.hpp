@@ -16,6 +16,8 @@
 
 #include <vesk/vesk_current_buffer.h>
 
+#include "box/stage_places.hpp"
+#include "buffers/buffer_internal.hpp"
 #include "io/fields.hpp"
 #include "recorder/stage_reading.hpp"
 #include "support/object.hpp"
@@ -93,7 +95,8 @@ Stage *stage_create(const stage_layout<Stage, Count> &layout,
         complete = filename != nullptr;
     }
     if (complete) {
-        state->*layout.open.buffer = vesk_current_buffer_create(open_filename, max_data_records);
+        state->*layout.open.buffer =
+            _vesk_current_buffer_create_plain(open_filename, max_data_records);
         complete = state->*layout.open.buffer != nullptr;
     }
     if (!complete) {
@@ -149,7 +152,7 @@ int stage_write(const stage_layout<Stage, Count> &layout, const Stage *state, wr
 // a failure stays.
 template <typename Stage, std::size_t Count>
 int stage_read(const stage_layout<Stage, Count> &layout, Stage *state, reader *source,
-               open_current_buffer open)
+               file_reading reading)
 {
     stage_require_live(state);
     VESK_REQUIRE(source != nullptr, "reader != ((void *)0)");
@@ -167,7 +170,8 @@ int stage_read(const stage_layout<Stage, Count> &layout, Stage *state, reader *s
     if (state->*layout.open.buffer != nullptr) {
         vesk_current_buffer_close(&(state->*layout.open.buffer));
     }
-    state->*layout.open.buffer = open(filename.get());
+    state->*layout.open.buffer =
+        _vesk_current_buffer_open_plain_for_append(filename.get(), reading);
     return state->*layout.open.buffer == nullptr ? qe_get_last_error() : fields.result();
 }
 

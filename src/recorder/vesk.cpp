@@ -1,17 +1,6 @@
-// The state file of a recorder, rewritten whenever the stage changes:
-//
-//   version                     1 byte, 1
-//   filename                    string, the base name
-//   state_filename              string, the name of this file
-//   state                       4 bytes, the stage: 1 c00, 2 cc0, 3 ccc, 4 hcc
-//   num_cb_samples              4 bytes
-//   num_hb_intervals            4 bytes
-//   num_samples_per_interval    4 bytes, the quotient of the two
-//   next_file_number            4 bytes
-//   stage                       the form of the stage
-//
-// Integers are big-endian; a string is its length, 4 bytes, and its bytes. The file is not
-// compressed.
+// What a caller does with a recorder: making or opening it, writing vectors and events to it, and
+// closing it. What happens when a buffer is full stands in vesk_rotation.cpp, the state file in
+// vesk_state_file.cpp, and what is done for the medium in vesk_settle.cpp.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -22,71 +11,27 @@
 
 #include <vesk/error.h>
 #include <vesk/raw_reader.h>
-#include <vesk/raw_writer.h>
 #include <vesk/vesk.h>
 
 #include "box/box_presence.hpp"
-#include "box/state_file.hpp"
-#include "buffers/buffer_internal.hpp"
-#include "io/fields.hpp"
+#include "box/box_sizes.hpp"
 #include "io/file_bytes.hpp"
 #include "io/memory_reader.hpp"
+#include "io/plain_open.hpp"
 #include "recorder/recorder.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
+#include "support/precondition.hpp"
 
-// Flag of the streams over the state file: they close it.
+// Flag of the stream over the state file: it closes it.
 static constexpr uint32_t close_file = 0;
 
-// ---- The stage --------------------------------------------------------------------------------
-
-void _vesk_set_stage(vesk *recorder, uint32_t type, void *stage)
-{
-    recorder->stage = stage;
-    recorder->stage_type = type;
-}
-
-void _vesk_destroy_stage(vesk *recorder)
-{
-    if (recorder->stage != nullptr) {
-        visit_stage(stage_type(recorder),
-                    [&](auto functions) { functions.destroy(&(recorder->*functions.pointer)); });
-    }
-    _vesk_set_stage(recorder, 0, nullptr);
-}
-
-// A live stage of the recorder.
-template <typename Stage>
-static const Stage *_require_live_stage(const vesk *recorder)
-{
-    const Stage *state = require_stage(recorder, stage_functions<Stage>());
-    VESK_REQUIRE(state->version == 1, "state->version == ((char) 1)");
-    return state;
-}
-
-open_buffer _vesk_open_buffer(const vesk *recorder, uint32_t state)
-{
-    switch (state) {
-    case VESK_ZCF_STATE_C00:
-        return {_require_live_stage<vesk_zcf_state_c00>(recorder)->cbuf0, "cbuf0 != ((void *)0)"};
-    case VESK_ZCF_STATE_CC0:
-        return {_require_live_stage<vesk_zcf_state_cc0>(recorder)->cbuf1, "cbuf1 != ((void *)0)"};
-    case VESK_ZCF_STATE_CCC:
-        return {_require_live_stage<vesk_zcf_state_ccc>(recorder)->cbuf2, "cbuf2 != ((void *)0)"};
-    case VESK_ZCF_STATE_HCC:
-        break;
-    default:
-        VESK_REQUIRE(false, "0");
-    }
-    return {_require_live_stage<vesk_zcf_state_hcc>(recorder)->cbuf2, "cbuf2 != ((void *)0)"};
-}
-
-// The one that vectors and events go to.
+// The buffer that vectors and events go to.
 static vesk_current_buffer *_require_open_buffer(const vesk *recorder)
 {
-    const open_buffer open = _vesk_open_buffer(recorder, recorder->state);
-    VESK_REQUIRE(open.buffer != nullptr, open.missing);
-    return open.buffer;
+    const stage_buffers buffers = _vesk_stage_buffers(recorder, recorder->state);
+    VESK_REQUIRE(buffers.open != nullptr, buffers.open_is_missing);
+    return buffers.open;
 }
 
 // ---- Life of a recorder -----------------------------------------------------------------------
@@ -129,31 +74,6 @@ static char *_vesk_construct_state_filename(const char *filename)
     return state_filename;
 }
 
-// The names of the stage are written without a result: whether they could be, only the stream
-// knows. It is asked when `strict`.
-static int _save(const vesk *recorder, bool strict)
-{
-    owned_file file(fopen(recorder->state_filename, "w"));
-    if (!file) {
-        return QE_ERROR_OPEN;
-    }
-    owned<writer, writer_destroy> target(raw_writer_create(file.get(), close_file));
-    if (!target) {
-        return qe_get_last_error();
-    }
-    FILE *stream = file.release();
-    const int written = binary_serializer_write_vesk(recorder, target.get());
-    if (written >= 0 && strict && ferror(stream) != 0) {
-        return QE_ERROR_IO;
-    }
-    return written < 0 ? written : 0;
-}
-
-int _vesk_save(const vesk *recorder)
-{
-    return _save(recorder, recorder->safety != nullptr);
-}
-
 static vesk *_create(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_intervals,
                      bool strict)
 {
@@ -182,7 +102,7 @@ static vesk *_create(const char *filename, uint32_t num_cb_samples, uint32_t num
         return nullptr;
     }
     _vesk_set_stage(recorder.get(), VESK_ZCF_STATE_C00, c00);
-    const int saved = _save(recorder.get(), strict);
+    const int saved = _vesk_write_state_file(recorder.get(), strict);
     if (saved < 0) {
         recorder.reset();
         qe_set_last_error(saved);
@@ -208,26 +128,22 @@ vesk *vesk_create(const char *filename, uint32_t num_cb_samples, uint32_t num_hb
 static int _claim_first_buffer(const char *filename, char (&path)[filename_size])
 {
     snprintf(path, sizeof path, "%s.1.cbuf.z", filename);
-    constexpr mode_t usual_rights = 0666;
-    const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, usual_rights);
-    if (descriptor < 0) {
+    constexpr mode_t usual_mode = 0666;
+    const owned_file file = _vesk_create_plain_file(path, usual_mode);
+    if (!file) {
         return errno == EEXIST ? QE_ERROR_EXISTS : QE_ERROR_OPEN;
     }
-    (void)close(descriptor);
     return 0;
 }
 
 // Whether vesk_create() takes the sizes and history can be made of them. 0, -6 or -49.
 static int _check_sizes(uint32_t num_cb_samples, uint32_t num_hb_intervals)
 {
-    // A history buffer holds twice as many intervals, and they are counted in 17 bits.
-    constexpr uint32_t most_intervals = 65534;
-    const bool usable = num_cb_samples > 0 && num_cb_samples % 2 == 0 && num_hb_intervals > 0 &&
-                        num_hb_intervals % 2 == 0 && num_cb_samples % num_hb_intervals == 0;
-    if (!usable) {
+    const recorder_sizes sizes = {num_cb_samples, num_hb_intervals};
+    if (!sizes.usable() || sizes.intervals % 2 != 0) {
         return QE_ERROR_MALFORMED;
     }
-    return num_hb_intervals > most_intervals ? QE_ERROR_LIMIT : 0;
+    return sizes.history_fits() ? 0 : QE_ERROR_LIMIT;
 }
 
 vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_intervals)
@@ -235,7 +151,7 @@ vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples, uint32_t nu
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
     VESK_REQUIRE(filename[0] != 0, "filename[0] != 0");
     int result = _check_sizes(num_cb_samples, num_hb_intervals);
-    if (result == 0 && strlen(filename) > max_base_length) {
+    if (result == 0 && strlen(filename) > VESK_MAX_BASE_LENGTH) {
         result = QE_ERROR_LIMIT;
     }
     if (result == 0) {
@@ -277,7 +193,7 @@ vesk *vesk_open(const char *filename)
     if (!state_filename) {
         return nullptr;
     }
-    owned_file file(fopen(state_filename.get(), "r"));
+    owned_file file = _vesk_open_plain_file(state_filename.get(), O_RDONLY);
     if (!file) {
         qe_set_last_error(QE_ERROR_OPEN);
         return nullptr;
@@ -313,16 +229,15 @@ int _vesk_add_safety(vesk *recorder)
     return 0;
 }
 
-static int _read(vesk *recorder, reader *source, open_current_buffer open);
-
 vesk *_vesk_open_read_whole(const char *filename)
 {
     owned_memory<char> state_filename(_vesk_construct_state_filename(filename));
     if (!state_filename) {
         return nullptr;
     }
+    const owned_file file = _vesk_open_plain_file(state_filename.get(), O_RDONLY);
     byte_list bytes;
-    int result = _vesk_read_file(state_filename.get(), &bytes);
+    int result = file ? _vesk_read_to_end(file.get(), &bytes) : static_cast<int>(QE_ERROR_OPEN);
     if (result < 0) {
         qe_set_last_error(result);
         return nullptr;
@@ -332,7 +247,7 @@ vesk *_vesk_open_read_whole(const char *filename)
     if (!source || !recorder) {
         return nullptr;
     }
-    result = _read(recorder.get(), source.get(), _vesk_current_buffer_open_for_append_read_whole);
+    result = _vesk_read(recorder.get(), source.get(), file_reading::whole);
     if (result > 0) {
         return recorder.release();
     }
@@ -347,9 +262,8 @@ void vesk_close(vesk **recorder)
     VESK_REQUIRE(*recorder != nullptr, "(*vesk) != ((void *)0)");
     VESK_REQUIRE((*recorder)->version == 1, "(*vesk)->version == ((char) 1)");
     if ((*recorder)->state != 0) {
-        visit_stage((*recorder)->state, [&](auto functions) {
-            VESK_REQUIRE((*recorder)->stage != nullptr, functions.missing_at_close);
-        });
+        const stage_functions &functions = _vesk_stage_functions((*recorder)->state);
+        VESK_REQUIRE((*recorder)->stage != nullptr, functions.missing_at_close);
     }
     _destroy(*recorder);
     *recorder = nullptr;
@@ -383,7 +297,7 @@ int vesk_is_full(const vesk *recorder)
 {
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
-    const vesk_current_buffer *cbuf = _vesk_open_buffer(recorder, stage_type(recorder)).buffer;
+    const vesk_current_buffer *cbuf = _vesk_stage_buffers(recorder, stage_type(recorder)).open;
     VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
     return cbuf->num_data_records >= cbuf->max_data_records ? 1 : 0;
 }
@@ -405,86 +319,6 @@ int vesk_write_tagged_event(vesk *recorder, const vesk_cb_record_event *event)
     if (saved < 0) {
         return saved;
     }
-    vesk_current_buffer *cbuf = _vesk_open_buffer(recorder, recorder->state).buffer;
+    vesk_current_buffer *cbuf = _vesk_stage_buffers(recorder, recorder->state).open;
     return vesk_current_buffer_write_tagged_event(cbuf, event);
-}
-
-// ---- The state file ---------------------------------------------------------------------------
-
-int binary_serializer_write_vesk(const vesk *recorder, writer *target)
-{
-    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
-    VESK_REQUIRE(target != nullptr, "writer != ((void *)0)");
-    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
-    return visit_stage(recorder->state, [&](auto functions) {
-        field_writer fields(target);
-        write_state_head({recorder->filename, recorder->state_filename, recorder->state,
-                          recorder->num_cb_samples, recorder->num_hb_intervals,
-                          recorder->num_samples_per_interval, recorder->next_file_number},
-                         &fields);
-        return fields.form(functions.write, require_stage(recorder, functions)).result();
-    });
-}
-
-// Reads the counts, each checked against those before it.
-static void _read_counts(field_reader *fields, vesk *recorder)
-{
-    if (fields->u32(&recorder->num_cb_samples).ok() &&
-        (recorder->num_cb_samples == 0 || recorder->num_cb_samples % 2 != 0)) {
-        fields->fail(QE_ERROR_MALFORMED);
-    }
-    // An odd number of intervals is read, although vesk_create() refuses it.
-    if (fields->u32(&recorder->num_hb_intervals).ok() &&
-        (recorder->num_hb_intervals == 0 ||
-         recorder->num_cb_samples % recorder->num_hb_intervals != 0)) {
-        fields->fail(QE_ERROR_MALFORMED);
-    }
-    if (fields->u32(&recorder->num_samples_per_interval).ok() &&
-        uint64_t(recorder->num_samples_per_interval) * recorder->num_hb_intervals !=
-            recorder->num_cb_samples) {
-        fields->fail(QE_ERROR_MALFORMED);
-    }
-}
-
-// Reads the stage that the state names and opens its live buffer. The stage is installed before it
-// is read and stays as far as that got.
-static void _read_stage(field_reader *fields, vesk *recorder, open_current_buffer open)
-{
-    if (recorder->state < VESK_ZCF_STATE_C00 || recorder->state > VESK_ZCF_STATE_HCC) {
-        fields->fail(QE_ERROR_MALFORMED);
-        return;
-    }
-    _vesk_destroy_stage(recorder);
-    visit_stage(recorder->state, [&](auto functions) {
-        auto *stage = functions.create_null();
-        if (stage == nullptr) {
-            fields->fail(qe_get_last_error());
-            return;
-        }
-        _vesk_set_stage(recorder, recorder->state, stage);
-        fields->form([=](auto *into, reader *source) { return functions.read(into, source, open); },
-                     stage);
-    });
-}
-
-static int _read(vesk *recorder, reader *source, open_current_buffer open)
-{
-    field_reader fields(source);
-    fields.version(1)
-        .replace_string(&recorder->filename)
-        .replace_string(&recorder->state_filename)
-        .u32(&recorder->state);
-    _read_counts(&fields, recorder);
-    if (fields.u32(&recorder->next_file_number).ok()) {
-        _read_stage(&fields, recorder, open);
-    }
-    return fields.result();
-}
-
-int binary_serializer_read_vesk(vesk *recorder, reader *source)
-{
-    VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
-    VESK_REQUIRE(source != nullptr, "reader != ((void *)0)");
-    VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
-    return _read(recorder, source, vesk_current_buffer_open_for_append);
 }

@@ -7,13 +7,13 @@
 
 #include <vesk/error.h>
 #include <vesk/vesk.h>
-#include <vesk/vesk_current_buffer_compress.h>
 #include <vesk/vesk_hist_buffer.h>
-#include <vesk/vesk_hist_buffer_compress.h>
 
 #include "box/durable_file.hpp"
+#include "box/stage_places.hpp"
 #include "buffers/buffer_internal.hpp"
 #include "recorder/recorder.hpp"
+#include "support/precondition.hpp"
 
 // Puts a finished stage in the place of the old one, whose open buffer is closed by that, and
 // saves.
@@ -55,25 +55,26 @@ static void _finish_hbuf(const vesk *recorder, vesk_hist_buffer **hbuf)
     vesk_hist_buffer_close(hbuf);
 }
 
+// How the recorder reads a file that it summarises.
+static file_reading _reading(const vesk *recorder)
+{
+    return recorder->safety != nullptr ? file_reading::whole : file_reading::in_pieces;
+}
+
 // Summarises a full buffer into the history.
 static int _compress_cbuf(const vesk *recorder, const char *filename, vesk_hist_buffer *hbuf)
 {
-    const uint32_t per_interval = recorder->num_samples_per_interval;
-    if (recorder->safety == nullptr) {
-        return vesk_current_buffer_compress(filename, hbuf, per_interval);
-    }
-    vesk_current_buffer *cbuf = _vesk_current_buffer_open_read_whole(filename);
+    const uint32_t samples_per_hb_interval = recorder->num_samples_per_interval;
+    VESK_REQUIRE(samples_per_hb_interval > 0, "samples_per_hb_interval > 0");
+    vesk_current_buffer *cbuf = _vesk_current_buffer_open_plain(filename, _reading(recorder));
     return cbuf == nullptr ? qe_get_last_error()
-                           : _vesk_current_buffer_compress(cbuf, hbuf, per_interval);
+                           : _vesk_current_buffer_compress(cbuf, hbuf, samples_per_hb_interval);
 }
 
 // Halves the old history into the new one.
 static int _compress_hbuf(const vesk *recorder, const char *filename, vesk_hist_buffer *hbuf)
 {
-    if (recorder->safety == nullptr) {
-        return vesk_hist_buffer_compress(filename, hbuf);
-    }
-    vesk_hist_buffer *old = _vesk_hist_buffer_open_read_whole(filename);
+    vesk_hist_buffer *old = _vesk_hist_buffer_open_plain(filename, _reading(recorder));
     return old == nullptr ? qe_get_last_error() : _vesk_hist_buffer_compress(old, hbuf);
 }
 
@@ -82,7 +83,8 @@ static int _compress_hbuf(const vesk *recorder, const char *filename, vesk_hist_
 static int _vesk_c00_to_cc0(vesk *recorder)
 {
     VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_C00, "vesk->state == VESK_ZCF_STATE_C00");
-    const auto *c00 = require_stage(recorder, stage_functions<vesk_zcf_state_c00>());
+    _vesk_require_stage(recorder, VESK_ZCF_STATE_C00);
+    const vesk_zcf_state_c00 *c00 = recorder->c00;
     char cbuf1_filename[filename_size];
     _vesk_construct_cbuf_filename(recorder, cbuf1_filename, sizeof cbuf1_filename);
     const char *cbuf0_filename = vesk_zcf_state_c00_get_filename(c00);
@@ -99,7 +101,8 @@ static int _vesk_c00_to_cc0(vesk *recorder)
 static int _vesk_cc0_to_ccc(vesk *recorder)
 {
     VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_CC0, "vesk->state == VESK_ZCF_STATE_CC0");
-    const auto *cc0 = require_stage(recorder, stage_functions<vesk_zcf_state_cc0>());
+    _vesk_require_stage(recorder, VESK_ZCF_STATE_CC0);
+    const vesk_zcf_state_cc0 *cc0 = recorder->cc0;
     char cbuf2_filename[filename_size];
     _vesk_construct_cbuf_filename(recorder, cbuf2_filename, sizeof cbuf2_filename);
     const char *cbuf0_filename = vesk_zcf_state_cc0_get_cbuf0_filename(cc0);
@@ -125,7 +128,7 @@ static void _copy_filename(char (&buf)[filename_size], const char *filename)
 static vesk_hist_buffer *_create_hist_buffer(vesk *recorder, char (&hbuf_filename)[filename_size])
 {
     _vesk_construct_hbuf_filename(recorder, hbuf_filename, sizeof hbuf_filename);
-    return vesk_hist_buffer_create(hbuf_filename, 2 * recorder->num_hb_intervals);
+    return _vesk_hist_buffer_create_plain(hbuf_filename, 2 * recorder->num_hb_intervals);
 }
 
 // The stage behind a new history buffer: the open current buffer of the old stage has become the
@@ -143,7 +146,8 @@ static vesk_zcf_state_hcc *_create_hcc(vesk *recorder, const char *hbuf_filename
 static int _vesk_ccc_to_hcc(vesk *recorder)
 {
     VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_CCC, "vesk->state == VESK_ZCF_STATE_CCC");
-    const auto *ccc = require_stage(recorder, stage_functions<vesk_zcf_state_ccc>());
+    _vesk_require_stage(recorder, VESK_ZCF_STATE_CCC);
+    const vesk_zcf_state_ccc *ccc = recorder->ccc;
     VESK_REQUIRE(recorder->num_hb_intervals > 0, "vesk->num_hb_intervals > 0");
     VESK_REQUIRE(recorder->num_samples_per_interval > 0, "vesk->num_samples_per_interval > 0");
     char hbuf_filename[filename_size];
@@ -185,7 +189,8 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
 static int _vesk_hcc_to_hcc(vesk *recorder)
 {
     VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_HCC, "vesk->state == VESK_ZCF_STATE_HCC");
-    const auto *hcc = require_stage(recorder, stage_functions<vesk_zcf_state_hcc>());
+    _vesk_require_stage(recorder, VESK_ZCF_STATE_HCC);
+    const vesk_zcf_state_hcc *hcc = recorder->hcc;
     char hbuf_filename[filename_size];
     vesk_hist_buffer *hbuf = _create_hist_buffer(recorder, hbuf_filename);
     if (hbuf == nullptr) {
@@ -253,7 +258,8 @@ static int _rotate(vesk *recorder)
 // may be tried, and what this one left would only be in its way.
 static void _undo(vesk *recorder, uint32_t state, uint32_t next_file_number)
 {
-    const bool makes_history = state == VESK_ZCF_STATE_CCC || state == VESK_ZCF_STATE_HCC;
+    const uint32_t next = state == VESK_ZCF_STATE_HCC ? state : state + 1;
+    const bool makes_history = places_of_stage(next).places[0].kind == VESK_BUFFER_TYPE_HIST;
     const uint32_t end = recorder->next_file_number;
     recorder->state = state;
     recorder->next_file_number = next_file_number;

@@ -2,6 +2,7 @@
 // the history has replaced once that is safe.
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -9,9 +10,12 @@
 #include <vesk/vesk.h>
 
 #include "box/durable_file.hpp"
+#include "box/stage_places.hpp"
 #include "box/state_file.hpp"
+#include "io/plain_open.hpp"
 #include "recorder/recorder.hpp"
 #include "support/owner.hpp"
+#include "support/precondition.hpp"
 
 static int _sync_stream(FILE *file)
 {
@@ -20,17 +24,16 @@ static int _sync_stream(FILE *file)
 
 static int _sync_file(const char *filename)
 {
-    const owned_file file(fopen(filename, "r"));
+    const owned_file file = _vesk_open_plain_file(filename, O_RDONLY);
     return file ? _sync_stream(file.get()) : QE_ERROR_OPEN;
 }
 
 // The full buffers are synced each time: they were written to since the last call if the recorder
 // has moved on, and those that were not cost nothing.
-template <typename Stage>
-static int _sync_full_buffers(const Stage *stage, stage_functions<Stage> functions)
+static int _sync_full_buffers(const stage_buffers &buffers, uint32_t num_full)
 {
-    for (char *Stage::*filename : functions.closed_buffers) {
-        const int result = _sync_file(stage->*filename);
+    for (uint32_t i = 0; i < num_full; ++i) {
+        const int result = _sync_file(buffers.full[i]);
         if (result < 0) {
             return result;
         }
@@ -44,11 +47,10 @@ int vesk_sync(const vesk *recorder)
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
     // What the stage really is: after a failed transition its buffers are still those of the box.
     const uint32_t type = stage_type(recorder);
-    int result = visit_stage(type, [&](auto functions) {
-        return _sync_full_buffers(require_stage(recorder, functions), functions);
-    });
+    const stage_buffers buffers = _vesk_stage_buffers(recorder, type);
+    int result = _sync_full_buffers(buffers, num_full_places(type));
     if (result == 0) {
-        const vesk_current_buffer *cbuf = _vesk_open_buffer(recorder, type).buffer;
+        const vesk_current_buffer *cbuf = buffers.open;
         VESK_REQUIRE(cbuf != nullptr, "cbuf != ((void *)0)");
         result = _sync_stream(cbuf->file);
     }

@@ -4,7 +4,7 @@
 
 #include "recorder/stage.hpp"
 
-static constexpr stage_layout<vesk_zcf_state_c00, 0> layout = {
+static constexpr stage_layout<vesk_zcf_state_c00, num_full_places(VESK_ZCF_STATE_C00)> layout = {
     {}, {&vesk_zcf_state_c00::cbuf0, "cbuf0 != ((void *)0)"}};
 
 vesk_zcf_state_c00 *vesk_zcf_state_c00_create(const char *cbuf_filename, uint32_t max_data_records)
@@ -44,12 +44,12 @@ int binary_serializer_write_vesk_zcf_state_c00(const vesk_zcf_state_c00 *state, 
     return stage_write(layout, state, target);
 }
 
-int _vesk_zcf_state_c00_read(vesk_zcf_state_c00 *state, reader *source, open_current_buffer open)
+int _vesk_zcf_state_c00_read(vesk_zcf_state_c00 *state, reader *source, file_reading reading)
 {
-    return stage_read(layout, state, source, open);
+    return stage_read(layout, state, source, reading);
 }
 
 int binary_serializer_read_vesk_zcf_state_c00(vesk_zcf_state_c00 *state, reader *source)
 {
-    return stage_read(layout, state, source, vesk_current_buffer_open_for_append);
+    return stage_read(layout, state, source, file_reading::in_pieces);
 }

@@ -4,7 +4,7 @@
 
 #include "recorder/stage.hpp"
 
-static constexpr stage_layout<vesk_zcf_state_cc0, 1> layout = {
+static constexpr stage_layout<vesk_zcf_state_cc0, num_full_places(VESK_ZCF_STATE_CC0)> layout = {
     {{{&vesk_zcf_state_cc0::cbuf0_filename, "cbuf0_filename != ((void *)0)"}}},
     {&vesk_zcf_state_cc0::cbuf1, "cbuf1 != ((void *)0)"}};
 
@@ -52,12 +52,12 @@ int binary_serializer_write_vesk_zcf_state_cc0(const vesk_zcf_state_cc0 *state, 
     return stage_write(layout, state, target);
 }
 
-int _vesk_zcf_state_cc0_read(vesk_zcf_state_cc0 *state, reader *source, open_current_buffer open)
+int _vesk_zcf_state_cc0_read(vesk_zcf_state_cc0 *state, reader *source, file_reading reading)
 {
-    return stage_read(layout, state, source, open);
+    return stage_read(layout, state, source, reading);
 }
 
 int binary_serializer_read_vesk_zcf_state_cc0(vesk_zcf_state_cc0 *state, reader *source)
 {
-    return stage_read(layout, state, source, vesk_current_buffer_open_for_append);
+    return stage_read(layout, state, source, file_reading::in_pieces);
 }

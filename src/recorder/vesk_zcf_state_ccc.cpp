@@ -4,7 +4,7 @@
 
 #include "recorder/stage.hpp"
 
-static constexpr stage_layout<vesk_zcf_state_ccc, 2> layout = {
+static constexpr stage_layout<vesk_zcf_state_ccc, num_full_places(VESK_ZCF_STATE_CCC)> layout = {
     {{{&vesk_zcf_state_ccc::cbuf0_filename, "cbuf0_filename != ((void *)0)"},
       {&vesk_zcf_state_ccc::cbuf1_filename, "cbuf1_filename != ((void *)0)"}}},
     {&vesk_zcf_state_ccc::cbuf2, "cbuf2 != ((void *)0)"}};
@@ -60,12 +60,12 @@ int binary_serializer_write_vesk_zcf_state_ccc(const vesk_zcf_state_ccc *state, 
     return stage_write(layout, state, target);
 }
 
-int _vesk_zcf_state_ccc_read(vesk_zcf_state_ccc *state, reader *source, open_current_buffer open)
+int _vesk_zcf_state_ccc_read(vesk_zcf_state_ccc *state, reader *source, file_reading reading)
 {
-    return stage_read(layout, state, source, open);
+    return stage_read(layout, state, source, reading);
 }
 
 int binary_serializer_read_vesk_zcf_state_ccc(vesk_zcf_state_ccc *state, reader *source)
 {
-    return stage_read(layout, state, source, vesk_current_buffer_open_for_append);
+    return stage_read(layout, state, source, file_reading::in_pieces);
 }

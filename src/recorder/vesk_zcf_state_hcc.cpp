@@ -5,7 +5,7 @@
 
 #include "recorder/stage.hpp"
 
-static constexpr stage_layout<vesk_zcf_state_hcc, 2> layout = {
+static constexpr stage_layout<vesk_zcf_state_hcc, num_full_places(VESK_ZCF_STATE_HCC)> layout = {
     {{{&vesk_zcf_state_hcc::hbuf_filename, "hbuf_filename != ((void *)0)"},
       {&vesk_zcf_state_hcc::cbuf1_filename, "cbuf1_filename != ((void *)0)"}}},
     {&vesk_zcf_state_hcc::cbuf2, "cbuf2 != ((void *)0)"}};
@@ -60,12 +60,12 @@ int binary_serializer_write_vesk_zcf_state_hcc(const vesk_zcf_state_hcc *state, 
     return stage_write(layout, state, target);
 }
 
-int _vesk_zcf_state_hcc_read(vesk_zcf_state_hcc *state, reader *source, open_current_buffer open)
+int _vesk_zcf_state_hcc_read(vesk_zcf_state_hcc *state, reader *source, file_reading reading)
 {
-    return stage_read(layout, state, source, open);
+    return stage_read(layout, state, source, reading);
 }
 
 int binary_serializer_read_vesk_zcf_state_hcc(vesk_zcf_state_hcc *state, reader *source)
 {
-    return stage_read(layout, state, source, vesk_current_buffer_open_for_append);
+    return stage_read(layout, state, source, file_reading::in_pieces);
 }

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <vesk/error.h>
+#include <vesk/vesk_limits.h>
 #include <vesk/vesk_recover.h>
 #include <vesk/vesk_start.h>
 
@@ -50,7 +51,7 @@ vesk *vesk_start(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_
     vesk_start_report unwanted;
     vesk_start_report *filled = report != nullptr ? report : &unwanted;
     *filled = {};
-    if (strlen(filename) > max_base_length) {
+    if (strlen(filename) > VESK_MAX_BASE_LENGTH) {
         qe_set_last_error(QE_ERROR_LIMIT);
         return nullptr;
     }

@@ -326,6 +326,7 @@ const expectations moving_on = {
     {call_kind::torn_write, {"-41", "ok"}},
     {call_kind::flush, {"-41", "ok"}},
     {call_kind::close, {"ok"}},
+    {call_kind::truncate, {"-40"}},
 };
 
 // Summarising on the way.
@@ -339,6 +340,7 @@ const expectations making_history = {
     {call_kind::flush, {"-41", "ok"}},
     {call_kind::close, {"ok"}},
     {call_kind::remove, {"ok"}},
+    {call_kind::truncate, {"-40"}},
 };
 
 expectations with(const outcome &also, const std::set<call_kind> &kinds, expectations expected)
@@ -357,11 +359,12 @@ void add_writing(std::vector<fault_case> *table)
         "same_buffer", 2, expectations{{call_kind::allocation, {dead_stream}}} + stream_writing));
     table->push_back(writing_case("to_cc0", full_c00, moving_on));
     table->push_back(writing_case("to_ccc", full_cc0, moving_on));
-    table->push_back(writing_case("to_hcc", full_ccc,
-                                  with(unsaved_history,
-                                       {call_kind::allocation, call_kind::open, call_kind::write,
-                                        call_kind::torn_write, call_kind::flush},
-                                       making_history)));
+    table->push_back(
+        writing_case("to_hcc", full_ccc,
+                     with(unsaved_history,
+                          {call_kind::allocation, call_kind::open, call_kind::write,
+                           call_kind::torn_write, call_kind::flush, call_kind::truncate},
+                          making_history)));
     table->push_back(writing_case("hcc_to_hcc", full_hcc, making_history));
 }
 
@@ -414,7 +417,8 @@ void add_stage(std::vector<fault_case> *table, const stage_functions<Stage> &fun
     }
     form += stored_string("open");
     const std::vector<fault_case> cases = {
-        {prefix + "_create", "", no_memory + expectations{{call_kind::open, {"-40"}}},
+        {prefix + "_create", "",
+         no_memory + expectations{{call_kind::open, {"-40"}}, {call_kind::truncate, {"-40"}}},
          [=](fault &f) { return f.creates(functions.destroy, functions.create); }},
         {prefix + "_create_null", "", no_memory,
          [=](fault &f) { return f.creates(functions.destroy, functions.create_null); }},
@@ -605,15 +609,17 @@ fault_case life_case(policy how, const expectations &expected)
 void add_lives(std::vector<fault_case> *table)
 {
     const std::set<call_kind> writing = {call_kind::write, call_kind::torn_write, call_kind::flush};
+    const std::set<call_kind> opening = {call_kind::open, call_kind::truncate};
     expectations lives = {{call_kind::open, {"ok", unsaved_history}},
+                          {call_kind::truncate, {"ok", unsaved_history}},
                           {call_kind::close, {"ok"}},
                           {call_kind::remove, {"ok"}}};
     for (const call_kind kind : writing) {
         lives[kind] = {"ok", unsaved_history};
     }
-    table->push_back(life_case(policy::stubborn,
-                               with("vesk->cc0 != ((void *)0)", {call_kind::open},
-                                    with("vesk->ccc != ((void *)0)", {call_kind::open}, lives))));
+    table->push_back(
+        life_case(policy::stubborn, with("vesk->cc0 != ((void *)0)", opening,
+                                         with("vesk->ccc != ((void *)0)", opening, lives))));
     // A state file that is cut right behind the length of a name ends the process that opens it.
     table->push_back(life_case(policy::careful, with("nread != 0", writing, lives)));
 }
@@ -799,7 +805,8 @@ void add_starts(std::vector<fault_case> *table)
           {call_kind::flush, {"-41", "ok"}},
           {call_kind::close, {"ok"}},
           {call_kind::rename, {"ok"}},
-          {call_kind::sync, {"ok"}}},
+          {call_kind::sync, {"ok"}},
+          {call_kind::truncate, {"-40"}}},
          [](fault &f) { return starts(f, 0); },
          remove_box,
          [](const fault &, const outcome &found) { expect_startable(found == "ok" ? 1 : 0); }});
@@ -828,7 +835,8 @@ void add_starts(std::vector<fault_case> *table)
                        {call_kind::write, {"-41"}},
                        {call_kind::torn_write, {"-41"}},
                        {call_kind::flush, {"-41", "ok"}},
-                       {call_kind::close, {"ok"}}},
+                       {call_kind::close, {"ok"}},
+                       {call_kind::truncate, {"-40"}}},
                       [](fault &f) {
                           vesk *recorder = f([] { return vesk_create_new("r", 4, 2); });
                           if (recorder == nullptr) {
@@ -870,7 +878,8 @@ std::vector<fault_case> recorder_cases()
                                   {call_kind::write, {"-41", "ok"}},
                                   {call_kind::torn_write, {"-41", "ok"}},
                                   {call_kind::flush, {"-41", "ok"}},
-                                  {call_kind::close, {"ok"}}},
+                                  {call_kind::close, {"ok"}},
+                                  {call_kind::truncate, {"-40"}}},
          creates_box, remove_box},
         {"vesk_close",
          "new",

@@ -9,6 +9,7 @@
 #include <zlib.h>
 
 #include <vesk/error.h>
+#include <vesk/vesk_limits.h>
 #include <vesk/vesk_start.h>
 
 #include "common/aborts.hpp"
@@ -188,8 +189,13 @@ TEST_F(Start, RefusesANameWithWhichNamesOfBuffersWouldBeCut)
         path /= folder;
     }
     fs::create_directories(path);
-    const std::string base = path.string() + "/r";
-    ASSERT_EQ(1001U, base.size());
+    const std::string longest = path.string() + "/rrrrr";
+    ASSERT_EQ(std::size_t{VESK_MAX_BASE_LENGTH}, longest.size());
+    owned_recorder recorder(vesk_start(longest.c_str(), 4, 2, nullptr));
+    write_all(recorder, 1, 17);
+    EXPECT_TRUE(fs::exists(longest + ".7.cbuf.z"));
+    recorder.reset();
+    const std::string base = longest + "r";
     EXPECT_EQ(nullptr, vesk_start(base.c_str(), 4, 2, nullptr));
     EXPECT_EQ(QE_ERROR_LIMIT, qe_get_last_error());
     EXPECT_EQ(nullptr, vesk_create_new(base.c_str(), 4, 2));
@@ -554,9 +560,16 @@ TEST_F(Start, AStateThatCannotBeSavedIsSavedBeforeTheNextVector)
 {
     for (const int full : {full_c00, full_cc0, full_ccc, full_hcc}) {
         clear();
+        int opened = 0;
+        {
+            const owned_recorder counted = start_with(full);
+            const failing_call counting(call_kind::open, 0);
+            EXPECT_EQ(0, write(counted, full + 1));
+            // Buffers are opened before the state, which takes two calls.
+            opened = failing_call::count(call_kind::open) - 1;
+        }
+        clear();
         const owned_recorder recorder = start_with(full);
-        // Buffers are opened before the state.
-        const int opened = full < full_ccc ? 2 : 5;
         {
             const failing_call failing(call_kind::open, opened, failing_call::for_ever);
             EXPECT_EQ(QE_ERROR_OPEN, write(recorder, full + 1)) << full;

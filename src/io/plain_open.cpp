@@ -1,0 +1,70 @@
+// Opening files without following anything, see plain_open.hpp.
+#include "io/plain_open.hpp"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static owned_file _make_stream(int descriptor, int flags)
+{
+    const char *mode = (flags & O_APPEND) != 0           ? "a"
+                       : (flags & O_ACCMODE) == O_RDWR   ? "r+"
+                       : (flags & O_ACCMODE) == O_WRONLY ? "w"
+                                                         : "r";
+    owned_file file(fdopen(descriptor, mode));
+    if (!file) {
+        const int error = errno;
+        (void)close(descriptor);
+        errno = error;
+    }
+    return file;
+}
+
+// What a new file may be at most; the umask of the process takes its part away.
+static constexpr mode_t usual_mode = 0666;
+
+owned_file _vesk_open_plain_file(const char *path, int flags, link_rule rule)
+{
+    const int no_link = rule == link_rule::refuse ? O_NOFOLLOW : 0;
+    // A FIFO without a writer would be waited for, but for O_NONBLOCK; regular files know no wait.
+    const int all_flags = flags | no_link | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    const int descriptor = open(path, all_flags, usual_mode);
+    if (descriptor < 0) {
+        return owned_file();
+    }
+    struct stat status = {};
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        const bool is_folder = S_ISDIR(status.st_mode);
+        (void)close(descriptor);
+        errno = is_folder ? EISDIR : EINVAL;
+        return owned_file();
+    }
+    return _make_stream(descriptor, flags);
+}
+
+owned_file _vesk_create_plain_file(const char *path, mode_t mode)
+{
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const int descriptor = open(path, flags, mode);
+    if (descriptor < 0) {
+        return owned_file();
+    }
+    owned_file file = _make_stream(descriptor, O_WRONLY);
+    if (!file) {
+        (void)unlink(path);
+    }
+    return file;
+}
+
+owned_file _vesk_overwrite_plain_file(const char *path)
+{
+    // Emptied last, when nothing else can fail any more.
+    owned_file file = _vesk_open_plain_file(path, O_WRONLY | O_CREAT);
+    if (file && ftruncate(fileno(file.get()), 0) != 0) {
+        const int error = errno;
+        file.reset();
+        errno = error;
+    }
+    return file;
+}
