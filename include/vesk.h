@@ -18,12 +18,16 @@
  *    file that is made: r.1.cbuf.z is written first, then r.2.cbuf.z and r.3.cbuf.z; when that is
  *    full, r.4.hbuf.z summarises the first two, which are deleted, and r.5.cbuf.z is opened. From
  *    then on each full buffer makes a history and a current buffer, and takes away one of each.
- *    The base name may contain folders; it has fewer than 1000 bytes, because the names of buffers
- *    are cut at 1023. The names are stored in the state file as they were given: a relative name
- *    depends on the working directory, and a copied recorder still means the original's buffers.
+ *    The base name may contain folders; it has at most #VESK_MAX_BASE_LENGTH (1005) bytes, because
+ *    the names of buffers are cut at 1023. The names are stored in the state file as they were
+ *    given: a relative name depends on the working directory, and a copied recorder still means the
+ *    original's buffers. A recorder opens and makes regular files only: a link, a FIFO, a device or
+ *    a folder under one of these names is neither followed nor waited for, but gives QE_ERROR_OPEN
+ *    (-40). The folder of the box may be a link.
  * 2. Sizes. A current buffer holds num_cb_samples vectors and is summarised into num_hb_intervals
  *    intervals; a history buffer holds twice as many. Two consecutive intervals of a full history
- *    become one when the next buffer is summarised. num_hb_intervals must not exceed 65534.
+ *    become one when the next buffer is summarised. num_hb_intervals must not
+ *    exceed #VESK_MAX_INTERVALS (65534).
  * 3. Durability. A vector or an event is with the operating system when the call returns; nothing
  *    is synced to the disk, except by vesk_sync(). The state file is written when a recorder is
  *    created and whenever its files change, in place, and never by vesk_close().
@@ -35,8 +39,8 @@
  * 5. Events. vesk_write_tagged_event() stores an event as a record that readers take and the
  *    history counts. vesk_write_event() stores it without the type that precedes every other
  *    record: it stays in the file, but readers stop in front of it with -6. The buffer cannot be
- *    summarised any more, so the call that would have to do it fails with -6 from then on, and so
- *    does opening a recorder whose current buffer contains such an event.
+ *    summarised any more, so the call that would have to do it fails with QE_ERROR_MALFORMED (-6)
+ *    from then on, and so does opening a recorder whose current buffer contains such an event.
  * 6. One process at a time may have a recorder open, and nobody else may read its current buffer
  *    then. Nothing enforces this.
  */
@@ -90,9 +94,10 @@ typedef struct vesk {
  * "num_hb_intervals > 0", "num_cb_samples % num_hb_intervals == 0", "num_cb_samples % 2 == 0" or
  * "num_hb_intervals % 2 == 0", in this order.
  *
- * @return the recorder, or null with the code in the cell: -40 when the state file cannot be
- * opened, -41 when it cannot be written, the code of vesk_current_buffer_create(), or -22 without
- * memory. A current buffer that was made stays on disk.
+ * @return the recorder, or null with the code in the cell: QE_ERROR_OPEN (-40) when the state file
+ * cannot be opened or is no regular file, QE_ERROR_IO (-41) when it cannot be written, the code of
+ * vesk_current_buffer_create(), or QE_ERROR_NO_MEMORY (-22) without memory. A current buffer that
+ * was made stays on disk.
  */
 VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
                            uint32_t num_hb_intervals);
@@ -107,8 +112,8 @@ VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
  * something of a recorder, or another process is making one; QE_ERROR_OPEN (-40) when the folder is
  * missing or a file cannot be made; QE_ERROR_IO (-41) when the folder cannot be read, so that
  * nobody knows what is there; QE_ERROR_MALFORMED (-6) for sizes with which vesk_create() aborts;
- * QE_ERROR_LIMIT (-49) for more than 65534 intervals or a name of 1000 bytes or more; or a code of
- * vesk_create(). What was begun is removed then.
+ * QE_ERROR_LIMIT (-49) for more than #VESK_MAX_INTERVALS or a name of more than
+ * #VESK_MAX_BASE_LENGTH bytes; or a code of vesk_create(). What was begun is removed then.
  */
 VESK_API vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples,
                                uint32_t num_hb_intervals);
@@ -125,33 +130,36 @@ VESK_API vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples,
  * Aborts with "filename != ((void *)0)" or "filename[0] != 0", and with "nread != 0" when the state
  * file ends right behind the length of a name.
  *
- * @return the recorder, or null with -40 in the cell when there is no state file, -48 when it is
- * empty, -22 without memory for the recorder itself. With a recorder in part, the cell has -6 for
- * impossible counts or an unknown state, -12 for an unknown version, -43 or -48 for a state file
- * that ends early, -22 when memory ended while the names, the stage or the current buffer was read,
- * or another code of vesk_current_buffer_open_for_append().
+ * @return the recorder, or null with QE_ERROR_OPEN (-40) in the cell when there is no state file or
+ * it is no regular file, QE_ERROR_TRUNCATED (-48) when it is empty, QE_ERROR_NO_MEMORY (-22)
+ * without memory for the recorder itself. With a recorder in part, the cell has
+ * QE_ERROR_MALFORMED (-6) for impossible counts or an unknown state, QE_ERROR_BAD_VERSION (-12) for
+ * an unknown version, QE_ERROR_END_OF_RECORDS (-43) or QE_ERROR_TRUNCATED (-48) for a state file
+ * that ends early, QE_ERROR_NO_MEMORY (-22) when memory ended while the names, the stage or the
+ * current buffer was read, or another code of vesk_current_buffer_open_for_append().
  */
 VESK_API vesk *vesk_open(const char *filename);
 
-/** @return a new recorder of state 0 without names, to be read, or null with -22 in the cell. */
+/** @return a new recorder of state 0 without names, to be read, or null with
+ * QE_ERROR_NO_MEMORY (-22) in the cell. */
 VESK_API vesk *vesk_create_null(void);
 
 /**
  * Records @p vector, a telemetry matrix of one row. When the current buffer is full, it first moves
  * on to the next one and summarises and deletes the oldest files.
  *
- * A timestamp of 0 cannot be summarised, nor can more than 10000 sensors be stored.
+ * A timestamp of 0 cannot be summarised, nor can more than #VESK_MAX_COUNT sensors be stored.
  *
  * Aborts with "vesk != ((void *)0)", "vesk->version == ((char) 1)", "vector != ((void *)0)",
  * "vesk->c00 != ((void *)0)", or the same of the stage at hand, in a recorder without its stage,
  * and with "0" in an unknown state. It aborts in a process that cannot save the state file after
  * the first history was made.
  *
- * @return 0; -41 when a file cannot be read or written, -40 when it cannot be opened, -6 when a
- * full buffer cannot be summarised, or another code of the buffers. A history buffer that was begun
- * stays behind then. Files are deleted only when the history that replaces them is complete and the
- * state file was written; so they are gone, too, when only the vector behind them could not be
- * written.
+ * @return 0; QE_ERROR_IO (-41) when a file cannot be read or written, QE_ERROR_OPEN (-40) when it
+ * cannot be opened or is no regular file, QE_ERROR_MALFORMED (-6) when a full buffer cannot be
+ * summarised, or another code of the buffers. A history buffer that was begun stays behind then.
+ * Files are deleted only when the history that replaces them is complete and the state file was
+ * written; so they are gone, too, when only the vector behind them could not be written.
  */
 VESK_API int vesk_write_telemetry_vector(vesk *vesk, const matrix *vector);
 
@@ -169,9 +177,10 @@ VESK_API int vesk_is_full(const vesk *vesk);
  *
  * Aborts as vesk_write_telemetry_vector() does, with "event != ((void *)0)".
  *
- * @return 0, -49 when the text is longer than 10000 bytes, or another negative result of the
- * buffer. 0 does not tell that the event is in the file: a disk that takes nothing leaves -41 in
- * the cell and nowhere else, so who wants to know sets the cell to 0 before.
+ * @return 0, QE_ERROR_LIMIT (-49) when the text is longer than #VESK_MAX_COUNT bytes, or another
+ * negative result of the buffer. 0 does not tell that the event is in the file: a disk that takes
+ * nothing leaves QE_ERROR_IO (-41) in the cell and nowhere else, so who wants to know sets the cell
+ * to 0 before.
  */
 VESK_API int vesk_write_event(vesk *vesk, const vesk_cb_record_event *event);
 
@@ -187,8 +196,9 @@ VESK_API int vesk_write_event(vesk *vesk, const vesk_cb_record_event *event);
  * "event->version == ((char) 1)", and with "cbuf != ((void *)0)" in a recorder that was opened
  * without its current buffer.
  *
- * @return 0 when the event is with the operating system; -6, -49 or -4 with nothing written, -41 or
- * -42, as vesk_current_buffer_write_tagged_event() has them.
+ * @return 0 when the event is with the operating system; QE_ERROR_MALFORMED (-6),
+ * QE_ERROR_LIMIT (-49) or QE_ERROR_UNKNOWN_KIND (-4) with nothing written, QE_ERROR_IO (-41) or
+ * QE_ERROR_COMPRESSION (-42), as vesk_current_buffer_write_tagged_event() has them.
  */
 VESK_API int vesk_write_tagged_event(vesk *vesk, const vesk_cb_record_event *event);
 
@@ -204,8 +214,8 @@ VESK_API int vesk_write_tagged_event(vesk *vesk, const vesk_cb_record_event *eve
  *
  * Aborts as vesk_write_tagged_event() does.
  *
- * @return 0; -40 when a file of the recorder cannot be opened; -41 when a file or the folder cannot
- * be synced. The recorder can be used on.
+ * @return 0; QE_ERROR_OPEN (-40) when a file of the recorder cannot be opened or is no regular
+ * file; QE_ERROR_IO (-41) when a file or the folder cannot be synced. The recorder can be used on.
  */
 VESK_API int vesk_sync(const vesk *vesk);
 
@@ -221,11 +231,12 @@ VESK_API int vesk_sync(const vesk *vesk);
  *
  * Aborts as vesk_write_telemetry_vector() does.
  *
- * @return 0; -40 when the copy cannot be opened; -41 when it cannot be written, synced or put into
- * place; -49 when its name is too long; -22 without memory; -6 after a vector that failed on its
- * way to other files, until the recorder was opened again. The copy of before is then still there,
- * and what was begun is removed. Only where the folder cannot be synced (-41, too) it may be the
- * new one.
+ * @return 0; QE_ERROR_OPEN (-40) when the file that becomes the copy cannot be made;
+ * QE_ERROR_IO (-41) when it cannot be written, synced or put into place; QE_ERROR_LIMIT (-49) when
+ * its name is too long; QE_ERROR_NO_MEMORY (-22) without memory; QE_ERROR_MALFORMED (-6) after a
+ * vector that failed on its way to other files, until the recorder was opened again. The copy of
+ * before is then still there, and what was begun is removed. Only where the folder cannot be synced
+ * (-41, too) it may be the new one.
  */
 VESK_API int vesk_backup_state(const vesk *vesk);
 
@@ -264,9 +275,9 @@ VESK_API void vesk_close(vesk **vesk);
  * Aborts with "0" when @p vesk has no known state, and as vesk_write_telemetry_vector() does when
  * it has no stage.
  *
- * @return what the writer reported; -49 when the base name is longer than 10000 bytes; or the
- * negative result of the writer, except where that strikes a name of the stage: such a failure is
- * not reported, and the form is cut there.
+ * @return what the writer reported; QE_ERROR_LIMIT (-49) when the base name is longer than
+ * #VESK_MAX_COUNT bytes; or the negative result of the writer, except where that strikes a name of
+ * the stage: such a failure is not reported, and the form is cut there.
  */
 VESK_API int binary_serializer_write_vesk(const vesk *vesk, writer *writer);
 
@@ -274,10 +285,11 @@ VESK_API int binary_serializer_write_vesk(const vesk *vesk, writer *writer);
  * Reads the content of a state file into @p vesk, which is live, and opens its current buffer. What
  * was read before a failure stays in @p vesk.
  *
- * @return the bytes consumed; 0 at the end of the data; -12 on a version other than 1; -6 on counts
- * that do not fit together or an unknown state; -43 where the data ends before a name, -48 where it
- * ends elsewhere; -22 without memory; or the negative result of the reader or of
- * vesk_current_buffer_open_for_append().
+ * @return the bytes consumed; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) on a version
+ * other than 1; QE_ERROR_MALFORMED (-6) on counts that do not fit together or an unknown state;
+ * QE_ERROR_END_OF_RECORDS (-43) where the data ends before a name, QE_ERROR_TRUNCATED (-48) where
+ * it ends elsewhere; QE_ERROR_NO_MEMORY (-22) without memory; or the negative result of the reader
+ * or of vesk_current_buffer_open_for_append().
  */
 VESK_API int binary_serializer_read_vesk(vesk *vesk, reader *reader);
 

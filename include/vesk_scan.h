@@ -76,15 +76,14 @@ typedef struct vesk_scan_item {
     vesk_cb_record_event *event;            /**< the event, with type word or without, else null */
     vesk_hb_record_sensor_values *interval; /**< the interval, else null */
     /**
-     * For damage the reason: -48 where the data ends inside a stream, -41 where it cannot be
-     * decoded, -6 for content that is no record, QE_ERROR_LIMIT (-49) where the search for streams
-     * gave up or where a stream holds more records than a file of this size and capacity may have.
-     * For everything else 0, or the code with which the readers of the buffers refuse the item
-     * although all of it is here: a bare event (-6), a sensor without a name (-6), an event without
-     * a text
-     * (-6), a timestamp with microseconds (-6), values in another number than the sensors that
-     * govern them (-6), a record before the first names record (-4), more records than the capacity
-     * (-6).
+     * For damage the reason: QE_ERROR_TRUNCATED (-48) where the data ends inside a stream,
+     * QE_ERROR_IO (-41) where it cannot be decoded, QE_ERROR_MALFORMED (-6) for content that is no
+     * record, QE_ERROR_LIMIT (-49) where the search for streams gave up or where a stream holds
+     * more records than a file of this size and capacity may have. For everything else 0, or the
+     * code with which the readers of the buffers refuse the item although all of it is here: a bare
+     * event (-6), a sensor without a name (-6), an event without a text (-6), a timestamp with
+     * microseconds (-6), values in another number than the sensors that govern them (-6), a record
+     * before the first names record (-4), more records than the capacity (-6).
      */
     int error;
 } vesk_scan_item;
@@ -131,8 +130,9 @@ VESK_API int vesk_scan_bytes(const unsigned char *bytes, size_t size, uint32_t b
 typedef struct vesk_state_summary {
     /**
      * 0 when the file is complete and a recorder can be opened from it as far as the state file is
-     * concerned; -40 when it cannot be opened, -41 when it cannot be read, -48 when it ends early,
-     * -12 for an unknown version, -6 for a content that vesk_open() refuses.
+     * concerned; QE_ERROR_OPEN (-40) when it cannot be opened, QE_ERROR_IO (-41) when it cannot be
+     * read, QE_ERROR_TRUNCATED (-48) when it ends early, QE_ERROR_BAD_VERSION (-12) for an unknown
+     * version, QE_ERROR_MALFORMED (-6) for a content that vesk_open() refuses.
      */
     int error;
     uint64_t size;                     /**< of the file, in bytes */
@@ -154,7 +154,7 @@ typedef struct vesk_state_summary {
  * vesk_state_summary_destruct() whatever the result. No buffer file is opened. A link is not
  * followed (-40): the name is one of a box.
  *
- * @return the @c error of the summary, or -22 without memory.
+ * @return the @c error of the summary, or QE_ERROR_NO_MEMORY (-22) without memory.
  */
 VESK_API int vesk_scan_state(const char *filename, vesk_state_summary *summary);
 
@@ -187,8 +187,9 @@ typedef struct vesk_scan_file {
  * state file names, oldest first, the open one last, present or not; then the orphans beside it, by
  * number. The state file may be damaged or missing: then all files are orphans.
  *
- * @return 0, what @p visit returned if that was not 0, -40 when there is no such folder, -41 when
- * it cannot be read, -22 without memory, -49 when the base name is too long.
+ * @return 0, what @p visit returned if that was not 0, QE_ERROR_OPEN (-40) when there is no such
+ * folder, QE_ERROR_IO (-41) when it cannot be read, QE_ERROR_NO_MEMORY (-22) without memory,
+ * QE_ERROR_LIMIT (-49) when the base name is too long.
  */
 VESK_API int vesk_scan_files(const char *filename,
                              int (*visit)(const vesk_scan_file *file, void *context),

@@ -33,15 +33,17 @@ typedef struct vesk_zcf_state_ccc {
  * Aborts with "cbuf0_filename != ((void *)0)", "cbuf1_filename != ((void *)0)",
  * "cbuf2_filename != ((void *)0)" or "max_data_records > 0".
  *
- * @return the stage, or null with the code in the cell: -22 without memory, or that of
- * vesk_current_buffer_create().
+ * @return the stage, or null with the code in the cell: QE_ERROR_NO_MEMORY (-22) without memory, or
+ * that of vesk_current_buffer_create(). QE_ERROR_OPEN (-40) is also given when something else than
+ * a regular file has the name of the open buffer: a link is not followed, a FIFO not waited for.
  */
 VESK_API vesk_zcf_state_ccc *vesk_zcf_state_ccc_create(const char *cbuf0_filename,
                                                        const char *cbuf1_filename,
                                                        const char *cbuf2_filename,
                                                        uint32_t max_data_records);
 
-/** @return a new stage without buffers, to be read, or null with -22 in the cell. */
+/** @return a new stage without buffers, to be read, or null with QE_ERROR_NO_MEMORY (-22) in the
+ * cell. */
 VESK_API vesk_zcf_state_ccc *vesk_zcf_state_ccc_create_null(void);
 
 /**
@@ -54,7 +56,8 @@ VESK_API void vesk_zcf_state_ccc_destroy(vesk_zcf_state_ccc **state);
  *
  * Aborts with "cbuf2 != ((void *)0)" when there is none.
  *
- * @return the result of vesk_current_buffer_write_telemetry_vector(); -2 means that it is full.
+ * @return the result of vesk_current_buffer_write_telemetry_vector(); QE_ERROR_FULL (-2) means that
+ * it is full.
  */
 VESK_API int vesk_zcf_state_ccc_write_telemetry_vector(vesk_zcf_state_ccc *state,
                                                        const matrix *vector);
@@ -106,10 +109,12 @@ VESK_API int binary_serializer_write_vesk_zcf_state_ccc(const vesk_zcf_state_ccc
  * Reads the names into @p state, a null stage, and opens the current buffer where it ends. The
  * names that were read before a failure stay.
  *
- * @return the bytes consumed; 0 at the end of the data; -12 on a version other than 1; -43 where
- * the data ends before a name, -48 where it ends elsewhere, -6 on an impossible name; -22 without
- * memory; or the code of vesk_current_buffer_open_for_append(). It aborts with "nread != 0" where
- * the data ends right behind the length of a name.
+ * @return the bytes consumed; 0 at the end of the data; QE_ERROR_BAD_VERSION (-12) on a version
+ * other than 1; QE_ERROR_END_OF_RECORDS (-43) where the data ends before a name,
+ * QE_ERROR_TRUNCATED (-48) where it ends elsewhere, QE_ERROR_MALFORMED (-6) on an impossible name;
+ * QE_ERROR_NO_MEMORY (-22) without memory; or the code of vesk_current_buffer_open_for_append(),
+ * which is QE_ERROR_OPEN (-40) also when the open buffer is no regular file. It aborts with
+ * "nread != 0" where the data ends right behind the length of a name.
  */
 VESK_API int binary_serializer_read_vesk_zcf_state_ccc(vesk_zcf_state_ccc *state, reader *reader);
 

@@ -83,7 +83,7 @@ inline recorder_safety *safety_of(const vesk *recorder)
     return static_cast<recorder_safety *>(recorder->safety);
 }
 
-// Makes a recorder such a one. 0 or -22.
+// Makes a recorder such a one. 0 or QE_ERROR_NO_MEMORY (-22).
 int _vesk_add_safety(vesk *recorder);
 
 // As vesk_open(), over files that are read as a whole before; null, with the code in the cell, for

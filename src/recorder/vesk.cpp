@@ -124,7 +124,8 @@ vesk *vesk_create(const char *filename, uint32_t num_cb_samples, uint32_t num_hb
 }
 
 // Makes an empty file of the name that vesk_create() will use first, so that of two who want to
-// make the box only one does. 0, -51 when there is something of this name, -40.
+// make the box only one does. 0, QE_ERROR_EXISTS (-51) when there is something of this name,
+// otherwise QE_ERROR_OPEN (-40).
 static int _claim_first_buffer(const char *filename, char (&path)[filename_size])
 {
     snprintf(path, sizeof path, "%s.1.cbuf.z", filename);
@@ -136,7 +137,8 @@ static int _claim_first_buffer(const char *filename, char (&path)[filename_size]
     return 0;
 }
 
-// Whether vesk_create() takes the sizes and history can be made of them. 0, -6 or -49.
+// Whether vesk_create() takes the sizes and history can be made of them. 0, QE_ERROR_MALFORMED (-6)
+// or QE_ERROR_LIMIT (-49).
 static int _check_sizes(uint32_t num_cb_samples, uint32_t num_hb_intervals)
 {
     const recorder_sizes sizes = {num_cb_samples, num_hb_intervals};
