@@ -228,6 +228,39 @@ TEST(CbRecordSensorValues, WritesVectorsWithoutDirectAccessToo)
     vesk_cb_record_sensor_values_destruct(&rec);
 }
 
+// The columns that a slot was asked for, and the slot that answers.
+static std::vector<uint32_t> asked;
+static double (*get_below)(void *, uint32_t, uint32_t);
+
+static double get_and_note(void *object, uint32_t i, uint32_t j)
+{
+    asked.push_back(j);
+    return get_below(object, i, j);
+}
+
+TEST(CbRecordSensorValues, AsksAVectorWithoutDirectAccessForEachValueOnce)
+{
+    const owned_matrix vector = make_vector(1000, {{"a", 1}, {"b", 2}, {"c", 3}});
+    get_below = vector->fn_get;
+    vector->fn_get = get_and_note;
+    vector->values = nullptr;
+    const std::vector<uint32_t> each_once = {0, 1, 2};
+    const owned_values rec(vesk_cb_record_sensor_values_create(vector.get()));
+
+    asked.clear();
+    memory_writer target;
+    EXPECT_LT(0, write(rec.get(), target));
+    EXPECT_EQ(stored_values(1000, {1, 2, 3}), target.bytes());
+    EXPECT_EQ(each_once, asked);
+
+    asked.clear();
+    EXPECT_EQ(3.0F, vesk_cb_record_sensor_values_get_values(rec.get())[2]);
+    EXPECT_EQ(each_once, asked);
+    // From now on the record has values of its own.
+    EXPECT_EQ(3.0F, vesk_cb_record_sensor_values_get_values(rec.get())[2]);
+    EXPECT_EQ(each_once, asked);
+}
+
 TEST(CbRecordSensorValues, AbortsWhenTheVectorHasLostColumns)
 {
     const owned_matrix vector = make_vector(1000, {{"a", 1}, {"b", 2}, {"c", 3}});
