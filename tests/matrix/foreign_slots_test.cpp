@@ -143,6 +143,8 @@ TEST_P(ForeignSlots, AreReadForProductsAndStatistics)
     const owned_matrix two = make_matrix({{1, 0}, {0, 1}, {1, 1}});
     EXPECT_EQ((grid{{204, 205}, {210, 211}}),
               result_of([&](const matrix *m) { return matrix_multiply(m, two.get()); }, &taken));
+    // Each element once for each column of the product.
+    EXPECT_EQ((calls{12, 0}), taken);
     EXPECT_EQ((grid{{205, 207, 209}}), result_of(matrix_column_sum, &taken));
     EXPECT_EQ((calls{6, 0}), taken);
     EXPECT_EQ((grid{{102.5, 103.5, 104.5}}), result_of(matrix_column_mean, &taken));

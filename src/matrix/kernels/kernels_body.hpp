@@ -22,6 +22,8 @@
 namespace
 {
 
+// Every level has its own table.
+// NOLINTNEXTLINE(misc-definitions-in-headers)
 constexpr matrix_kernels level = {
     simd::name,    _multiply_scratch, _multiply,    _eliminate, _largest_magnitude, _invert_lower,
     _invert_upper, _fold_along,       _fold_across, _moments,   _fold_differences,  _transpose};
