@@ -10,11 +10,13 @@
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
+#include "support/text_hash.hpp"
 
 namespace
 {
 struct registry_node {
-    char *name; // the registry's own copy, which the canonical sensor refers to
+    char *name;     // the registry's own copy, which the canonical sensor refers to
+    uint64_t place; // its hash, of which the low bits are the number of the bucket
     struct sensor *sensor;
     int nrefs; // at least 1 while the node exists
     registry_node *next;
@@ -22,16 +24,22 @@ struct registry_node {
 
 struct registry {
     registry_node **buckets; // exists only while at least one name is interned
+    registry_node **larger;  // takes their place while there are many names
+    uint32_t nlarger;        // a power of two
     uint32_t nsensors;
 };
 } // namespace
 
-// The table never grows; names are few beside the values that are recorded for them.
+// Small sets of sensors cost no more than one small table. With more than so many names for each
+// bucket a table of twice the size takes its place, so that a look-up meets few of them; when most
+// of the names are gone, so is that table. Both numbers are choices.
 static constexpr uint32_t nbuckets = 32;
+static constexpr uint32_t most_names_per_bucket = 4;
 
-static registry _sensors = {nullptr, 0};
+static registry _sensors = {nullptr, nullptr, 0, 0};
 
-// A plain sum of bytes, so anagrams share a bucket. The order of stored history depends on it.
+// The hash code of a sensor: a plain sum of bytes, which anagrams have in common. The order of
+// stored history depends on it. The registry itself finds names by another hash.
 static uint32_t _hash(const char *name)
 {
     uint32_t sum = 0;
@@ -41,9 +49,49 @@ static uint32_t _hash(const char *name)
     return sum;
 }
 
-static registry_node **_bucket(uint32_t hash)
+static uint64_t _place(const char *name)
 {
-    return &_sensors.buckets[hash & (nbuckets - 1)];
+    return hash_text(name, strlen(name));
+}
+
+static registry_node **_bucket(uint64_t place)
+{
+    return _sensors.larger != nullptr ? &_sensors.larger[place & (_sensors.nlarger - 1)]
+                                      : &_sensors.buckets[place & (nbuckets - 1)];
+}
+
+// Moves all names into the table of `size` buckets, `larger`, or into the small one when that is
+// null.
+static void _move_names(registry_node **larger, uint32_t size)
+{
+    const uint32_t old_size = _sensors.larger != nullptr ? _sensors.nlarger : nbuckets;
+    const owned_memory<registry_node *> old_larger(_sensors.larger);
+    registry_node **old = old_larger ? old_larger.get() : _sensors.buckets;
+    _sensors.larger = larger;
+    _sensors.nlarger = size;
+    for (uint32_t i = 0; i < old_size; ++i) {
+        while (registry_node *node = old[i]) {
+            old[i] = node->next;
+            registry_node **head = _bucket(node->place);
+            node->next = *head;
+            *head = node;
+        }
+    }
+}
+
+// Without memory for a larger table the names stay where they are, which costs time only.
+static void _fit_table()
+{
+    const uint32_t size = _sensors.larger != nullptr ? _sensors.nlarger : nbuckets;
+    if (_sensors.nsensors / most_names_per_bucket >= size) {
+        auto **larger =
+            static_cast<registry_node **>(calloc(std::size_t(2) * size, sizeof(registry_node *)));
+        if (larger != nullptr) {
+            _move_names(larger, 2 * size);
+        }
+    } else if (_sensors.larger != nullptr && _sensors.nsensors < nbuckets) {
+        _move_names(nullptr, 0);
+    }
 }
 
 static void _free_buckets_if_empty()
@@ -55,7 +103,7 @@ static void _free_buckets_if_empty()
 }
 
 // Interns a name that is not there yet.
-static registry_node *_add_node(const char *name, uint32_t hash)
+static registry_node *_add_node(const char *name, uint64_t place)
 {
     owned_memory<registry_node> node(allocate<registry_node>());
     if (!node) {
@@ -66,12 +114,13 @@ static registry_node *_add_node(const char *name, uint32_t hash)
         qe_set_last_error(QE_ERROR_NO_MEMORY);
         return nullptr;
     }
-    sensor *canonical = _sensor_create(copy.get(), hash);
+    sensor *canonical = _sensor_create(copy.get(), _hash(name));
     if (canonical == nullptr) {
         return nullptr;
     }
-    registry_node **head = _bucket(hash);
-    *node = {copy.release(), canonical, 1, *head};
+    _fit_table();
+    registry_node **head = _bucket(place);
+    *node = {copy.release(), place, canonical, 1, *head};
     *head = node.release();
     ++_sensors.nsensors;
     return *head;
@@ -86,16 +135,16 @@ sensor *sensors_get_sensor(const char *name)
             return nullptr;
         }
     }
-    const uint32_t hash = _hash(name);
-    for (registry_node *node = *_bucket(hash); node != nullptr; node = node->next) {
+    const uint64_t place = _place(name);
+    for (registry_node *node = *_bucket(place); node != nullptr; node = node->next) {
         VESK_REQUIRE(node->sensor != nullptr, "node->sensor != ((void *)0)");
-        if (node->sensor->hash_code == hash && strcmp(node->name, name) == 0) {
+        if (node->place == place && strcmp(node->name, name) == 0) {
             VESK_REQUIRE(node->nrefs > 0, "node->nrefs > 0");
             ++node->nrefs;
             return node->sensor;
         }
     }
-    const registry_node *added = _add_node(name, hash);
+    const registry_node *added = _add_node(name, place);
     if (added == nullptr) {
         _free_buckets_if_empty();
         return nullptr;
@@ -108,7 +157,8 @@ sensor *sensors_get_sensor(const char *name)
 static registry_node **_find_link(const sensor *canonical)
 {
     VESK_REQUIRE(_sensors.buckets != nullptr, "_sensors.buckets != ((void *)0)");
-    registry_node **link = _bucket(canonical->hash_code);
+    VESK_REQUIRE(canonical->name != nullptr, "node != ((void *)0)");
+    registry_node **link = _bucket(_place(canonical->name));
     while (*link != nullptr && (*link)->sensor != canonical) {
         link = &(*link)->next;
     }
@@ -133,6 +183,7 @@ void sensors_destroy_sensor(sensor *s)
     free(node->name);
     free(node);
     --_sensors.nsensors;
+    _fit_table();
     _free_buckets_if_empty();
 }
 

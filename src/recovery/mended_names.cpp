@@ -8,6 +8,7 @@
 
 #include "io/fields.hpp"
 #include "support/object.hpp"
+#include "support/text_hash.hpp"
 
 static constexpr char nameless[] = "unknown";
 
@@ -77,7 +78,7 @@ public:
     // The entry of the text, whose `text` is null when it is not in the table.
     entry *find(const char *text, std::size_t length) const
     {
-        std::size_t i = hash(text, length);
+        auto i = static_cast<std::size_t>(hash_text(text, length));
         for (;; ++i) {
             entry *at = entries_.get() + (i & mask_);
             if (at->text == nullptr ||
@@ -99,16 +100,6 @@ public:
     }
 
 private:
-    // FNV-1a, mixed once more because the low bits choose the place.
-    static std::size_t hash(const char *text, std::size_t length)
-    {
-        uint64_t sum = 14695981039346656037U;
-        for (std::size_t i = 0; i < length; ++i) {
-            sum = (sum ^ static_cast<unsigned char>(text[i])) * 1099511628211U;
-        }
-        return static_cast<std::size_t>(sum ^ (sum >> 32U));
-    }
-
     owned_memory<entry> entries_;
     std::size_t mask_ = 0;
 };
