@@ -14,6 +14,7 @@
 #include <unordered_set>
 #include <utility>
 #include <vector>
+#include <zlib.h>
 
 #include <vesk/sensors.h>
 
@@ -28,6 +29,8 @@ struct watch {
     bool active = false;
     guard_rules rules;
     std::unordered_map<void *, block> blocks;
+    std::size_t memory = 0; // in all of them
+    uint64_t inflated = 0;
     std::unordered_set<FILE *> files;
     int lowest_free_descriptor = 0;
 };
@@ -72,11 +75,21 @@ bool may_allocate(std::size_t size)
     return false;
 }
 
+void expect_at_most(uint64_t bound, uint64_t found, const char *what)
+{
+    if (found > bound) {
+        expect_equal(static_cast<long long>(bound), static_cast<long long>(found), what);
+    }
+}
+
 void *note(void *memory, std::size_t size, bool is_text = false)
 {
     if (the_watch.active && memory != nullptr) {
         const unwatched pause;
         the_watch.blocks[memory] = {size, is_text};
+        the_watch.memory += size;
+        expect_at_most(the_watch.rules.most_memory, the_watch.memory,
+                       "the memory stays within its bound");
     }
     return memory;
 }
@@ -85,7 +98,11 @@ void forget(void *memory)
 {
     if (memory != nullptr && !the_watch.blocks.empty()) {
         const unwatched pause;
-        the_watch.blocks.erase(memory);
+        const auto found = the_watch.blocks.find(memory);
+        if (found != the_watch.blocks.end()) {
+            the_watch.memory -= found->second.size;
+            the_watch.blocks.erase(found);
+        }
     }
 }
 
@@ -143,6 +160,8 @@ void empty_sensor_registry()
 void begin_watching(const guard_rules &rules)
 {
     the_watch.rules = rules;
+    the_watch.memory = 0;
+    the_watch.inflated = 0;
     the_watch.lowest_free_descriptor = lowest_free_descriptor();
     the_watch.active = true;
 }
@@ -235,6 +254,21 @@ void __wrap_free(void *memory)
 {
     forget(memory);
     __real_free(memory);
+}
+
+int __real_inflate(z_streamp stream, int flush);
+int __wrap_inflate(z_streamp stream, int flush);
+int __wrap_inflate(z_streamp stream, int flush)
+{
+    const uInt room = stream->avail_out;
+    const int result = __real_inflate(stream, flush);
+    if (the_watch.active) {
+        const unwatched pause;
+        the_watch.inflated += room - stream->avail_out;
+        expect_at_most(the_watch.rules.most_inflated, the_watch.inflated,
+                       "the inflated bytes stay within their bound");
+    }
+    return result;
 }
 
 #define WRAP_FILE_OPENER(name)                                                                     \

@@ -6,9 +6,9 @@
 //     library held at that moment is given back, as it would be with the process, and the next
 //     input runs. Any other abort is a finding.
 //   - A call that returns has kept nothing: no memory, no open file, no descriptor.
-//   - It asks for no block of memory that is out of proportion (see guard_rules), and opens,
-//     creates, renames and removes no file outside of the working directory, which is a folder made
-//     for this process.
+//   - It asks for no block of memory that is out of proportion, holds no more memory at once and
+//     inflates no more bytes than the rules say (see guard_rules), and opens, creates, renames and
+//     removes no file outside of the working directory, which is a folder made for this process.
 //
 // An abort leaves the guarded code by longjmp: no object with a destructor may be made in it. What
 // the target needs is made outside and captured by reference.
@@ -44,6 +44,9 @@ struct guard_rules {
     // The largest block that the library may ask for. Counts are limited to 10000 in every stored
     // form, and zlib takes 128 KB at once: a megabyte is enough for anything but matrices.
     std::size_t largest_block = std::size_t{1} << 20;
+    // What the library may hold at once, and how many bytes it may inflate.
+    std::size_t most_memory = SIZE_MAX;
+    uint64_t most_inflated = UINT64_MAX;
     // A larger block is refused, as by a machine without memory, instead of being a finding.
     bool refuse_larger_blocks = false;
 };

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <string>
 #include <unistd.h>
 
 #include <vesk/config.h>
@@ -12,7 +13,9 @@
 #include <vesk/reader.h>
 #include <vesk/sensor.h>
 #include <vesk/timestamp.h>
+#include <vesk/vesk_scan.h>
 
+#include "common/zlib_bytes.hpp"
 #include "harness.hpp"
 
 static int inputs_run = 0;
@@ -105,6 +108,33 @@ TEST_F(Harness, FindsOrRefusesLargeBlocks)
         EXPECT_EQ(nullptr, matrix_create(1000, 1000));
         EXPECT_EQ(QE_ERROR_NO_MEMORY, qe_get_last_error());
     }));
+}
+
+TEST_F(Harness, FindsMemoryThatSmallBlocksTakeTogether)
+{
+    const auto make_ten = [] {
+        sensor *sensors[10];
+        for (int i = 0; i < 10; ++i) {
+            sensors[i] = sensor_create(std::string(1000, static_cast<char>('a' + i)).c_str());
+        }
+        for (sensor *&s : sensors) {
+            sensor_destroy(&s);
+        }
+    };
+    EXPECT_DEATH(guarded({.most_memory = 10000}, make_ten), "the memory stays within its bound");
+    EXPECT_TRUE(guarded({.most_memory = 20000}, make_ten));
+}
+
+TEST_F(Harness, FindsWhatIsInflatedBeyondItsBound)
+{
+    put_file("r.1.cbuf.z", compressed_stream(std::string(5000, '\0')));
+    const auto scan = [] {
+        const auto ignore = [](const vesk_scan_item * /*item*/, void * /*context*/) { return 0; };
+        EXPECT_EQ(0, vesk_scan_buffer("r.1.cbuf.z", ignore, nullptr));
+    };
+    EXPECT_DEATH(guarded({.most_inflated = 4999}, scan),
+                 "the inflated bytes stay within their bound");
+    EXPECT_TRUE(guarded({.most_inflated = 5000}, scan));
 }
 
 TEST_F(Harness, FindsCodesThatAreNotListed)

@@ -11,6 +11,7 @@
 #include "common/telemetry.hpp"
 #include "file_set.hpp"
 #include "harness.hpp"
+#include "scan_bounds.hpp"
 
 static constexpr int codes[] = {0, -6, -40, -49};
 
@@ -82,14 +83,20 @@ static void _run(std::string_view input)
         put_file(std::string(member.name()).c_str(), member.content);
     }
     vesk_recover_report report = {};
+    vesk_recover_report planned = {};
+    int plan = 0;
     int result = 0;
-    guarded(rules, [&] {
+    const guard_rules bounds = {.largest_block = rules.largest_block,
+                                .most_memory = most_memory_of_a_plan(input.size()),
+                                .most_inflated = most_inflated_by_a_plan(input.size())};
+    guarded(bounds, [&] {
         uint32_t steps = 0;
-        vesk_recover_report planned;
-        const int plan = vesk_recover_plan("r", 4, 2, _count_step, &steps, &planned);
+        plan = vesk_recover_plan("r", 4, 2, _count_step, &steps, &planned);
         expect_documented(plan, codes, "vesk_recover_plan");
         expect_equal(planned.steps, steps, "a plan shows all steps");
         expect(steps <= input.size() + 64, "steps are bounded by the size of the files");
+    });
+    guarded(rules, [&] {
         result = -1;
         if (planned.samples_padded + planned.intervals_padded > most_padding) {
             return;

@@ -10,6 +10,7 @@
 #include "common/model_buffer_reader.hpp"
 #include "common/zlib_streams.hpp"
 #include "harness.hpp"
+#include "scan_bounds.hpp"
 
 namespace
 {
@@ -142,6 +143,11 @@ static int _see(const vesk_scan_item *item, void *context)
     return 0;
 }
 
+static int _ignore(const vesk_scan_item * /*item*/, void * /*context*/)
+{
+    return 0;
+}
+
 static int _stop(const vesk_scan_item * /*item*/, void * /*context*/)
 {
     return 7;
@@ -162,6 +168,12 @@ static bool _is_whole(uint32_t kind, std::string_view file)
 static void _scan(const char *name, std::string_view input)
 {
     put_file(name, input);
+    const guard_rules bounds = {.largest_block = std::size_t{1} << 26,
+                                .most_memory = most_memory_of_a_scan(input.size()),
+                                .most_inflated = most_inflated_by_a_scan(input.size())};
+    guarded(bounds, [&] {
+        expect_equal(0, vesk_scan_buffer(name, _ignore, nullptr), "a file is scanned in bounds");
+    });
     observer seen(input);
     const guard_rules rules = {.largest_block = std::size_t{1} << 26};
     guarded(rules, [&] {
@@ -174,6 +186,9 @@ static void _scan(const char *name, std::string_view input)
         if (_is_whole(kind, input)) {
             model_buffer_reader model(input);
             expect_equal(0, model.read_all(kind), "a whole file can be read");
+            if (model.values() > input.size()) {
+                continue; // more samples than a recorder puts into as many bytes are shown in part
+            }
             expect_equal(model.values(), seen.samples(), "all records are found");
             expect(!seen.is_damaged(), "a whole file has no damage");
         }

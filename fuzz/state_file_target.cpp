@@ -107,9 +107,10 @@ static int _read(std::string_view input)
 }
 
 // The scanner says of the state file what the reader says, without aborting.
-static void _scan(int read_result)
+static void _scan(int read_result, std::size_t size)
 {
-    guarded({}, [&] {
+    // No buffer is opened for it.
+    guarded({.most_memory = 8 * size + (std::size_t(1) << 19), .most_inflated = 0}, [&] {
         vesk_state_summary summary;
         const int error = vesk_scan_state("r.state", &summary);
         expect_equal(error, summary.error, "the summary tells the result");
@@ -173,7 +174,7 @@ static void _run(std::string_view input)
     }
     const int result = _read(input);
     put_file("r.state", input);
-    _scan(result);
+    _scan(result, input.size());
     if (result > reading_aborted) {
         _go_on();
         _put_buffers();

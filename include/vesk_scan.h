@@ -17,9 +17,12 @@
  * Memory and time are bounded on any content: a stored count or length is believed only when the
  * data is there, and the search for streams gives up (see #VESK_SCAN_DAMAGE) rather than take
  * longer than a fixed multiple of the size of the file. A file may hold one sample, interval or
- * event in each stream, as recorders write them, and so many more records as its capacity (at most
- * 10 million), one for each byte of the file, and 65,536; sensors that are named count as one each,
- * and each kilobyte of such records as one more. What goes beyond is shown as damage.
+ * event in each stream, as recorders write them, as much padding (samples and intervals without
+ * values) as its capacity, at most 10 million, and one more record for each byte of the file, and
+ * 8,192; sensors that are named count as one each, and each kilobyte of such records as one more. A
+ * stream may hold 8 MiB, and 32 bytes for each byte that it takes in the file. What goes beyond is
+ * shown as damage. In a box of more than eight files a recovery allows each of them less than 8,192
+ * records, so that all together have 65,536.
  *
  * A file that a recorder is appending to may be scanned; its last record may then look torn.
  */
@@ -188,8 +191,8 @@ typedef struct vesk_scan_file {
  * number. The state file may be damaged or missing: then all files are orphans.
  *
  * @return 0, what @p visit returned if that was not 0, QE_ERROR_OPEN (-40) when there is no such
- * folder, QE_ERROR_IO (-41) when it cannot be read, QE_ERROR_NO_MEMORY (-22) without memory,
- * QE_ERROR_LIMIT (-49) when the base name is too long.
+ * folder, QE_ERROR_IO (-41) when it cannot be read or it cannot be told whether a file is there,
+ * QE_ERROR_NO_MEMORY (-22) without memory, QE_ERROR_LIMIT (-49) when the base name is too long.
  */
 VESK_API int vesk_scan_files(const char *filename,
                              int (*visit)(const vesk_scan_file *file, void *context),

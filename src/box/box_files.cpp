@@ -11,6 +11,8 @@
 #include <vesk/error.h>
 #include <vesk/vesk_buffer.h>
 
+#include "box/plain_file.hpp"
+
 bool _vesk_format_buffer_name(char (&path)[max_filename], const char *base, const buffer_name &name,
                               const char *suffix)
 {
@@ -88,10 +90,26 @@ int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *
     return 0;
 }
 
-bool _vesk_is_same_file(const char *path, const char *other)
+// 1 when the path leads to something, 0 when it does not, -41 when that cannot be told.
+static int _follow(const char *path, struct stat *status)
+{
+    int result = 0;
+    do {
+        result = stat(path, status);
+    } while (result != 0 && errno == EINTR);
+    if (result == 0) {
+        return 1;
+    }
+    return _vesk_means_absent(errno) || errno == ELOOP || errno == EACCES ? 0 : QE_ERROR_IO;
+}
+
+int _vesk_is_same_file(const char *path, const char *other)
 {
     struct stat a = {};
     struct stat b = {};
-    return stat(path, &a) == 0 && stat(other, &b) == 0 && a.st_dev == b.st_dev &&
-           a.st_ino == b.st_ino;
+    int found = _follow(path, &a);
+    if (found == 1) {
+        found = _follow(other, &b);
+    }
+    return found != 1 ? found : a.st_dev == b.st_dev && a.st_ino == b.st_ino ? 1 : 0;
 }

@@ -34,7 +34,8 @@ int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *
 // The length of the folder in `path`, the slash behind it included.
 std::size_t _vesk_folder_length(const char *path);
 
-// Whether both paths lead to one file that is there.
-bool _vesk_is_same_file(const char *path, const char *other);
+// 1 when both paths lead to one file that is there, 0 when they do not, -41 when that cannot be
+// told. A path that may not be followed to its end leads to no file of a box.
+int _vesk_is_same_file(const char *path, const char *other);
 
 #endif

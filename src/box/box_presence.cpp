@@ -11,12 +11,13 @@
 
 #include "box/box_files.hpp"
 #include "box/durable_file.hpp"
+#include "box/plain_file.hpp"
 
 // 1 when there is something of this name, be it a link that leads nowhere, 0 when there is not.
 static int _find_file(const char *path)
 {
     struct stat status = {};
-    if (lstat(path, &status) == 0) {
+    if (_vesk_look_at_name(path, &status)) {
         return 1;
     }
     return errno == ENOENT ? 0 : QE_ERROR_OPEN;

@@ -1,6 +1,7 @@
 // Replacing files as a whole, see durable_file.hpp.
 #include "box/durable_file.hpp"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,7 +42,7 @@ replacement_file::~replacement_file()
 // The file whose owner a new file gets: `like`, or the folder of `target`.
 static bool _find_owner(const char *target, const char *like, struct stat *status)
 {
-    if (like != nullptr && lstat(like, status) == 0 && S_ISREG(status->st_mode)) {
+    if (like != nullptr && _vesk_look_at_name(like, status) && S_ISREG(status->st_mode)) {
         return true;
     }
     const auto length = static_cast<int>(_vesk_folder_length(target));
@@ -58,7 +59,10 @@ int replacement_file::open(const char *target, const char *like)
         return QE_ERROR_LIMIT;
     }
     struct stat status = {};
-    const bool left_behind = lstat(path_, &status) == 0;
+    const bool left_behind = _vesk_look_at_name(path_, &status);
+    if (!left_behind && !_vesk_means_absent(errno)) {
+        return QE_ERROR_IO;
+    }
     if (left_behind && !S_ISREG(status.st_mode)) {
         return QE_ERROR_OPEN;
     }
@@ -66,7 +70,12 @@ int replacement_file::open(const char *target, const char *like)
         return QE_ERROR_IO;
     }
     constexpr mode_t usual_mode = 0666;
-    const bool known = lstat(target_, &status) == 0 && S_ISREG(status.st_mode);
+    const bool there = _vesk_look_at_name(target_, &status);
+    if (!there && !_vesk_means_absent(errno)) {
+        // Without its permissions the file might become readable for everybody.
+        return QE_ERROR_IO;
+    }
+    const bool known = there && S_ISREG(status.st_mode);
     file_ = _vesk_create_plain_file(path_, known ? status.st_mode & 0777 : usual_mode);
     if (!file_) {
         return QE_ERROR_OPEN;

@@ -26,7 +26,7 @@ public:
     // Begins the replacement of `target`, which keeps its owner and its permissions; what is not
     // there yet gets the owner of `like` or, without that, of the folder. What an earlier
     // replacement left behind is removed. 0, -40 when the file aside cannot be made, or is there
-    // and no regular file, -49 when the name is too long.
+    // and no regular file, -41 when it cannot be told what is there, -49 when the name is too long.
     int open(const char *target, const char *like = nullptr);
 
     FILE *file() const { return file_.get(); }

@@ -1,6 +1,6 @@
 // Reading a file whole: the scanner looks at the same bytes more than once, and a recorder may be
 // appending to the file meanwhile.
-#include "recovery/loaded_file.hpp"
+#include "box/loaded_file.hpp"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -23,7 +23,7 @@ int _vesk_load_file(const char *filename, link_rule rule, byte_list *store)
         if (room == nullptr) {
             return QE_ERROR_NO_MEMORY;
         }
-        const std::size_t n = fread(room, 1, piece, file.get());
+        const std::size_t n = _vesk_read_some(file.get(), room, piece);
         store->add(n);
         if (n < piece) {
             return ferror(file.get()) != 0 ? QE_ERROR_IO : 0;

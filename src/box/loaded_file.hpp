@@ -2,8 +2,8 @@
 //
 // In: a path. Out: all of the bytes of the regular file that it leads to, or the code of what went
 // wrong.
-#ifndef VESK_RECOVERY_LOADED_FILE_HPP
-#define VESK_RECOVERY_LOADED_FILE_HPP
+#ifndef VESK_BOX_LOADED_FILE_HPP
+#define VESK_BOX_LOADED_FILE_HPP
 
 #include "box/plain_file.hpp"
 #include "io/memory_writer.hpp"

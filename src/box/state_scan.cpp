@@ -1,8 +1,7 @@
-// The state file of a box, read without trust.
-//
-// In: the path of a state file or of its copy. Out: its fields up to the first that is missing or
-// that no recorder writes, and the code that says why it is refused. Nothing is assumed about the
-// content; no file that it names is looked at.
+// The state file of a box, read without trust, see state_scan.hpp. Nothing is assumed about the
+// content, and no file that it names is looked at.
+#include "box/state_scan.hpp"
+
 #include <stdio.h>
 #include <string.h>
 
@@ -10,9 +9,9 @@
 #include <vesk/vesk_limits.h>
 #include <vesk/vesk_scan.h>
 
-#include "recovery/byte_cursor.hpp"
-#include "recovery/loaded_file.hpp"
-#include "recovery/state_scan.hpp"
+#include "box/byte_cursor.hpp"
+#include "box/loaded_file.hpp"
+#include "box/stage_places.hpp"
 #include "support/precondition.hpp"
 
 // Takes a string into `*to`. 0, or why the file is refused.
@@ -48,7 +47,7 @@ static int _scan_numbers(byte_cursor *at, vesk_state_summary *summary)
     const uint32_t intervals = summary->num_hb_intervals;
     return samples == 0 || samples % 2 != 0 || intervals == 0 || samples % intervals != 0 ||
                    summary->num_samples_per_interval != samples / intervals ||
-                   summary->state < VESK_ZCF_STATE_C00 || summary->state > VESK_ZCF_STATE_HCC
+                   !is_stage(summary->state)
                ? QE_ERROR_MALFORMED
                : 0;
 }
@@ -74,7 +73,7 @@ static int _scan_state_fields(byte_cursor *at, vesk_state_summary *summary)
     if (result == 0) {
         result = _scan_version(at);
     }
-    const uint32_t n = result == 0 ? names_of_stage(summary->state) : 0;
+    const uint32_t n = result == 0 ? places_of_stage(summary->state).n : 0;
     for (char **name = summary->names; name != summary->names + n && result == 0; ++name) {
         result = _scan_string(at, name);
         if (result == 0) {
@@ -109,4 +108,32 @@ void vesk_state_summary_destruct(vesk_state_summary *summary)
         free(name);
     }
     *summary = {};
+}
+
+// --- what follows from the fields --------------------------------------------------------------
+
+std::size_t state_summary::form_size() const
+{
+    if (summary_.error != 0) {
+        return 0;
+    }
+    constexpr std::size_t integer = 4;
+    std::size_t size = 2 + 5 * integer; // two versions, the counts
+    for (const char *text : {summary_.filename, summary_.state_filename}) {
+        size += integer + strlen(text);
+    }
+    for (uint32_t i = 0; i < summary_.num_names; ++i) {
+        size += integer + strlen(summary_.names[i]);
+    }
+    return size;
+}
+
+recorder_sizes state_summary::told_sizes() const
+{
+    constexpr uint32_t fields_up_to_sizes = 5;
+    const recorder_sizes told = {summary_.num_cb_samples, summary_.num_hb_intervals};
+    const bool contradicted =
+        summary_.fields > fields_up_to_sizes &&
+        (!told.usable() || summary_.num_samples_per_interval != told.samples / told.intervals);
+    return summary_.fields < fields_up_to_sizes || contradicted ? recorder_sizes() : told;
 }

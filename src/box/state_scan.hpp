@@ -1,15 +1,42 @@
-// What the readers of the state file share.
-#ifndef VESK_RECOVERY_STATE_SCAN_HPP
-#define VESK_RECOVERY_STATE_SCAN_HPP
+// What a state file or its copy says, read without trust.
+//
+// In: the path of the file. Out: its fields up to the first that is missing or that no recorder
+// writes, and the code that says why it is refused. The form is described in state_file.hpp; the
+// recorder reads it strictly, field by field from its stream, because it opens the buffers as it
+// meets their names.
+#ifndef VESK_BOX_STATE_SCAN_HPP
+#define VESK_BOX_STATE_SCAN_HPP
 
-#include <cstdint>
+#include <cstddef>
 
-#include <vesk/vesk_limits.h>
+#include <vesk/error.h>
+#include <vesk/vesk_scan.h>
 
-// How many buffers a stage has; the open one comes last.
-inline uint32_t names_of_stage(uint32_t state)
+#include "box/box_sizes.hpp"
+
+class state_summary
 {
-    return state == VESK_ZCF_STATE_C00 ? 1 : state == VESK_ZCF_STATE_CC0 ? 2 : 3;
-}
+public:
+    state_summary() = default;
+    state_summary(const state_summary &) = delete;
+    state_summary &operator=(const state_summary &) = delete;
+    ~state_summary() { vesk_state_summary_destruct(&summary_); }
+
+    int scan(const char *path) { return vesk_scan_state(path, &summary_); }
+    const vesk_state_summary *operator->() const { return &summary_; }
+    const vesk_state_summary &operator*() const { return summary_; }
+
+    // Nothing is known of a file that is not looked into.
+    void set_missing() { summary_.error = QE_ERROR_OPEN; }
+
+    // The bytes of the form that was read.
+    std::size_t form_size() const;
+
+    // The sizes that it tells, as far as it got; none when the quotient behind them is another.
+    recorder_sizes told_sizes() const;
+
+private:
+    vesk_state_summary summary_ = {};
+};
 
 #endif

@@ -29,7 +29,10 @@ owned_file _vesk_open_plain_file(const char *path, int flags, link_rule rule)
     const int no_link = rule == link_rule::refuse ? O_NOFOLLOW : 0;
     // A FIFO without a writer would be waited for, but for O_NONBLOCK; regular files know no wait.
     const int all_flags = flags | no_link | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    const int descriptor = open(path, all_flags, usual_mode);
+    int descriptor = -1;
+    do {
+        descriptor = open(path, all_flags, usual_mode);
+    } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0) {
         return owned_file();
     }

@@ -236,14 +236,13 @@ private:
     // The file of a kind with the highest number below `limit`, or null.
     const box_file *highest_below(uint32_t kind, uint64_t limit) const
     {
-        const box_file *highest = nullptr;
-        for (const box_file *file : files_) {
-            if (file->name.kind == kind && file->name.number < limit && !has_lower_name(*file) &&
-                (highest == nullptr || file->name.number > highest->name.number)) {
-                highest = file;
+        for (const box_file *const *at = files_.end(); at != files_.begin(); --at) {
+            const box_file *file = at[-1];
+            if (file->name.kind == kind && file->name.number < limit && !has_lower_name(*file)) {
+                return file;
             }
         }
-        return highest;
+        return nullptr;
     }
 
     const box_file *current_below(const box_file *file) const

@@ -1,8 +1,9 @@
-// The buffer files that were found under the name of a box, with what is in each of them. They are
-// plain data: whoever decides about them needs no disk.
+// The buffer files that were found under the name of a box, by number, with what is in each of
+// them. They are plain data: whoever decides about them needs no disk.
 #ifndef VESK_RECOVERY_BOX_FILE_HPP
 #define VESK_RECOVERY_BOX_FILE_HPP
 
+#include <algorithm>
 #include <cstdint>
 #include <new>
 
@@ -69,6 +70,8 @@ public:
         }
         auto *file = new (storage) box_file();
         file->name = name;
+        std::rotate(files_.begin() + place_of(name, files_.size() - 1), files_.end() - 1,
+                    files_.end());
         return file;
     }
 
@@ -83,12 +86,25 @@ public:
 private:
     const box_file *get(const buffer_name &name) const
     {
-        for (const box_file *file : files_) {
-            if (file->name.kind == name.kind && file->name.number == name.number) {
-                return file;
-            }
-        }
-        return nullptr;
+        const std::size_t i = place_of(name, files_.size());
+        return i < files_.size() && files_[i]->name.kind == name.kind &&
+                       files_[i]->name.number == name.number
+                   ? files_[i]
+                   : nullptr;
+    }
+
+    static bool comes_before(const box_file *file, const buffer_name &name)
+    {
+        return file->name.number != name.number ? file->name.number < name.number
+                                                : file->name.kind < name.kind;
+    }
+    // The first of the first `n` files that does not come before the name. It is searched for by
+    // halves, as there may be as many files as a folder can have.
+    std::size_t place_of(const buffer_name &name, std::size_t n) const
+    {
+        const auto *found =
+            std::lower_bound(files_.begin(), files_.begin() + n, name, comes_before);
+        return static_cast<std::size_t>(found - files_.begin());
     }
 
     growing_list<box_file *> files_;

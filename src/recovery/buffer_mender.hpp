@@ -10,6 +10,7 @@
 #ifndef VESK_RECOVERY_BUFFER_MENDER_HPP
 #define VESK_RECOVERY_BUFFER_MENDER_HPP
 
+#include <cstddef>
 #include <cstdint>
 
 #include <vesk/vesk_recover.h>
@@ -31,7 +32,9 @@ struct buffer_expectation {
     uint32_t kind = 0;     // VESK_BUFFER_TYPE_CURRENT or VESK_BUFFER_TYPE_HIST
     uint32_t capacity = 0; // 0 for what its header says
     bool full = false;     // it has to hold its capacity
-    int64_t time = 0;      // for records without a time before the first one with a time
+    // How many files the box has, which share what a scan may cost; see scan_limits.hpp.
+    std::size_t files_of_box = 1;
+    int64_t time = 0; // for records without a time before the first one with a time
     // Sensors to take where those of the records are lost, when their number agrees: of the first
     // names record of the buffer itself, and of the buffers before and behind it. May be null.
     const vesk_cb_record_sensor_names *first_names = nullptr;
@@ -57,6 +60,13 @@ struct buffer_contents {
     growing_list<time_span> spans; // of the samples or intervals with values
     owned_names first_names;       // the first sensors that are named, or null
     owned_names last_names;        // the last ones
+
+    // Names can take a thousand times the memory of the file that holds them.
+    void forget_names()
+    {
+        first_names.reset();
+        last_names.reset();
+    }
 };
 
 // Goes through the file `filename` (which may be missing: then all of it is made), with its steps

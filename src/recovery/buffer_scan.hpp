@@ -1,8 +1,9 @@
 // The items of a buffer file, in order.
 //
-// In: the path of a buffer file. Out: each header, record and damaged place of it once, in file
-// order, with the sensors that govern it. Nothing is assumed about the content. The receiver may
-// change the record that an item shows, which is made for it alone; everything else is lent.
+// In: the path of a buffer file, and how many files its box has, which share the fixed part of what
+// a scan may cost (see scan_limits.hpp). Out: each header, record and damaged place of it once, in
+// file order, with the sensors that govern it. Nothing is assumed about the content. The receiver
+// may change the record that an item shows, which is made for it alone; everything else is lent.
 #ifndef VESK_RECOVERY_BUFFER_SCAN_HPP
 #define VESK_RECOVERY_BUFFER_SCAN_HPP
 
@@ -19,6 +20,7 @@ struct item_receiver {
 };
 
 // 0, what the receiver returned if that was not 0, -40, -41 or -22.
-int _vesk_scan_items(const char *filename, link_rule rule, const item_receiver &receiver);
+int _vesk_scan_items(const char *filename, link_rule rule, std::size_t files_of_box,
+                     const item_receiver &receiver);
 
 #endif

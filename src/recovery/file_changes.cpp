@@ -1,6 +1,7 @@
 // Cutting and rewriting files, see file_changes.hpp.
 #include "recovery/file_changes.hpp"
 
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -42,7 +43,10 @@ int _vesk_check_change(const char *path, bool with_torn, const trusted_owners &o
 static owned_file _open_torn(const char *torn_path, const char *path, std::size_t n, bool *is_new)
 {
     struct stat status = {};
-    const bool there = lstat(torn_path, &status) == 0;
+    const bool there = _vesk_look_at_name(torn_path, &status);
+    if (!there && !_vesk_means_absent(errno)) {
+        return owned_file();
+    }
     *is_new = !there || status.st_size + static_cast<off_t>(n) > max_torn_size;
     if (!*is_new) {
         return _vesk_open_plain_file(torn_path, O_WRONLY | O_APPEND);
@@ -53,7 +57,7 @@ static owned_file _open_torn(const char *torn_path, const char *path, std::size_
     constexpr mode_t private_mode = 0600;
     owned_file file = _vesk_create_plain_file(torn_path, private_mode);
     struct stat original = {};
-    if (file && lstat(path, &original) == 0) {
+    if (file && _vesk_look_at_name(path, &original)) {
         _vesk_take_owner(file.get(), original, private_mode);
     }
     return file;
@@ -89,7 +93,7 @@ static int _read_from(FILE *file, uint64_t offset, byte_list *bytes)
         if (room == nullptr) {
             return QE_ERROR_NO_MEMORY;
         }
-        const std::size_t n = fread(room, 1, piece, file);
+        const std::size_t n = _vesk_read_some(file, room, piece);
         bytes->add(n);
         if (n < piece) {
             return ferror(file) != 0 ? QE_ERROR_IO : 0;

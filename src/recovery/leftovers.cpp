@@ -41,7 +41,7 @@ int leftovers::keep(const char *path, int error)
 int leftovers::remove(const char *path)
 {
     struct stat status = {};
-    (void)lstat(path, &status);
+    (void)_vesk_look_at_name(path, &status);
     const int told =
         steps_->tell_file(VESK_RECOVER_DELETE, path, static_cast<uint64_t>(status.st_size), 0);
     if (told != 0 || !execute_) {

@@ -1,7 +1,9 @@
 // The content of one stream of a mended buffer, while it is put together.
 //
 // In: records, as they were found or as they should be. Out: their bytes in the stored form, in
-// the order in which they came. Nothing is said or written here: that is up to the mender.
+// the order in which they came, and where they may be divided into streams: what is added to a
+// long stream must not make it longer than a scan believes. Nothing is said or written here: that
+// is up to the mender.
 #ifndef VESK_RECOVERY_MENDED_CONTENT_HPP
 #define VESK_RECOVERY_MENDED_CONTENT_HPP
 
@@ -17,16 +19,19 @@ class mended_content
 {
 public:
     const byte_list &bytes() const { return bytes_; }
-    void clear() { bytes_.clear(); }
+    // The ends of records behind which another stream may begin, in order.
+    const growing_list<std::size_t> &part_ends() const { return part_ends_; }
+    void clear()
+    {
+        bytes_.clear();
+        part_ends_.clear();
+    }
 
     // What was found, as it is.
-    int append(const vesk_scan_item &item)
-    {
-        return bytes_.append(item.content, item.content_length) ? 0 : QE_ERROR_NO_MEMORY;
-    }
+    int append(const vesk_scan_item &item) { return append(item.content, item.content_length); }
     int append(const mended_content &other)
     {
-        return bytes_.append(other.bytes_.begin(), other.bytes_.size()) ? 0 : QE_ERROR_NO_MEMORY;
+        return append(other.bytes_.begin(), other.bytes_.size());
     }
 
     int append_header(uint32_t kind, uint32_t capacity)
@@ -56,6 +61,21 @@ public:
     }
 
 private:
+    int append(const unsigned char *bytes, std::size_t n)
+    {
+        return bytes_.append(bytes, n) ? end_record() : QE_ERROR_NO_MEMORY;
+    }
+
+    int end_record()
+    {
+        // Far below what a scan believes, and more than any stream of a recorder has.
+        constexpr std::size_t part_size = 1U << 20U;
+        const std::size_t n = part_ends_.size();
+        const std::size_t begin = n > 0 ? part_ends_[n - 1] : 0;
+        const bool is_long = bytes_.size() - begin >= part_size;
+        return !is_long || part_ends_.append(bytes_.size()) ? 0 : QE_ERROR_NO_MEMORY;
+    }
+
     template <typename T>
     int append_record(uint32_t type, int (*write)(const T *, writer *), const T *record)
     {
@@ -67,10 +87,11 @@ private:
     {
         byte_list_writer target(&bytes_);
         const int written = form(field_writer(target.get())).result();
-        return written < 0 ? written : 0;
+        return written < 0 ? written : end_record();
     }
 
     byte_list bytes_;
+    growing_list<std::size_t> part_ends_;
 };
 
 #endif

@@ -52,7 +52,7 @@ int mended_output::give(uint64_t offset, uint64_t length,
     unsigned char piece[4096];
     while (length > 0) {
         const auto n = static_cast<std::size_t>(std::min<uint64_t>(length, sizeof piece));
-        if (fread(piece, 1, n, source_.get()) != n) {
+        if (_vesk_read_some(source_.get(), piece, n) != n) {
             return QE_ERROR_IO;
         }
         const int given = (this->*to)(piece, n);
@@ -67,16 +67,28 @@ int mended_output::give(uint64_t offset, uint64_t length,
 int mended_output::write_stream(mended_content *content)
 {
     const byte_list &bytes = content->bytes();
-    if (output_ == nullptr || bytes.size() == 0) {
-        content->clear();
-        return 0;
+    int result = 0;
+    std::size_t begin = 0;
+    for (const std::size_t end : content->part_ends()) {
+        result = result != 0 ? result : write_compressed(bytes.begin() + begin, end - begin);
+        begin = end;
     }
-    uLongf size = compressBound(static_cast<uLong>(bytes.size()));
-    const owned_memory<unsigned char> compressed(allocate<unsigned char>(size));
-    if (!compressed || compress(compressed.get(), &size, bytes.begin(),
-                                static_cast<uLong>(bytes.size())) != Z_OK) {
-        return QE_ERROR_NO_MEMORY;
+    if (result == 0) {
+        result = write_compressed(bytes.begin() + begin, bytes.size() - begin);
     }
     content->clear();
+    return result;
+}
+
+int mended_output::write_compressed(const unsigned char *bytes, std::size_t n)
+{
+    if (output_ == nullptr || n == 0) {
+        return 0;
+    }
+    uLongf size = compressBound(static_cast<uLong>(n));
+    const owned_memory<unsigned char> compressed(allocate<unsigned char>(size));
+    if (!compressed || compress(compressed.get(), &size, bytes, static_cast<uLong>(n)) != Z_OK) {
+        return QE_ERROR_NO_MEMORY;
+    }
     return write(compressed.get(), size);
 }

@@ -30,11 +30,13 @@ public:
     int copy(uint64_t offset, uint64_t length);
     int set_aside(uint64_t offset, uint64_t length);
 
-    // Writes the content as one stream, if there is any, and empties it.
+    // Writes the content as a stream, if there is any, or as several when it is long, and empties
+    // it.
     int write_stream(mended_content *content);
 
 private:
     int write(const unsigned char *bytes, std::size_t n);
+    int write_compressed(const unsigned char *bytes, std::size_t n);
     int keep_torn(const unsigned char *bytes, std::size_t n);
     int give(uint64_t offset, uint64_t length,
              int (mended_output::*to)(const unsigned char *, std::size_t));

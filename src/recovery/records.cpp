@@ -1,10 +1,12 @@
 // The stored forms of the records, each once: how it is measured and what is made of it.
 #include "recovery/records.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <string.h>
 
+#include "box/byte_cursor.hpp"
 #include "io/fields.hpp"
-#include "recovery/byte_cursor.hpp"
 #include "support/object.hpp"
 
 // --- the forms ---------------------------------------------------------------------------------
@@ -280,4 +282,23 @@ int _vesk_build_record(uint32_t buffer_kind, const unsigned char *bytes, std::si
 {
     byte_cursor at(bytes, n);
     return _take_record(buffer_kind, &at, _is_bare_event(buffer_kind, bytes), record);
+}
+
+bool _vesk_is_without_values(const vesk_cb_record_sensor_values &sample)
+{
+    return std::all_of(sample.values, sample.values + sample.n_sensors,
+                       [](float value) { return std::isnan(value); });
+}
+
+bool _vesk_is_without_values(const vesk_hb_record_sensor_values &interval)
+{
+    return std::all_of(interval.hvalues, interval.hvalues + interval.n_sensors,
+                       [](const hist_value &summary) { return summary.count == 0; });
+}
+
+bool _vesk_is_without_values(const scanned_record &record)
+{
+    return record.values     ? _vesk_is_without_values(*record.values)
+           : record.interval ? _vesk_is_without_values(*record.interval)
+                             : false;
 }

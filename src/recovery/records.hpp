@@ -40,6 +40,12 @@ std::size_t _vesk_measure_records(uint32_t buffer_kind, const unsigned char *byt
 // Whether `bytes` are nothing but whole records.
 bool _vesk_are_records(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n);
 
+// Whether a sample or an interval says nothing of any sensor, as padding does.
+bool _vesk_is_without_values(const vesk_cb_record_sensor_values &sample);
+bool _vesk_is_without_values(const vesk_hb_record_sensor_values &interval);
+// The same of any record; an event or names are never padding.
+bool _vesk_is_without_values(const scanned_record &record);
+
 // Makes the record that was measured to be `n` bytes long. 0, or -22.
 int _vesk_build_record(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n,
                        scanned_record *record);

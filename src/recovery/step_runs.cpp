@@ -51,8 +51,57 @@ int step_runs::flush()
     return result;
 }
 
+// Null when there is no room for another kind, which is told each time then.
+step_runs::repetition *step_runs::find_repetition(const vesk_recover_step &step)
+{
+    repetition *end = repetitions_ + n_repetitions_;
+    repetition *found = std::find_if(repetitions_, end, [&](const repetition &one) {
+        return one.action == step.action && one.error == step.error;
+    });
+    if (found != end) {
+        return found;
+    }
+    if (n_repetitions_ == most_repetitions) {
+        return nullptr;
+    }
+    ++n_repetitions_;
+    *found = {step.action, step.error, 0, {}};
+    return found;
+}
+
 int step_runs::hand_over(const vesk_recover_step &step)
+{
+    repetition *same = find_repetition(step);
+    if (same == nullptr || same->told < most_told) {
+        if (same != nullptr) {
+            ++same->told;
+        }
+        return tell(step);
+    }
+    vesk_recover_step *rest = &same->rest;
+    if (rest->action != step.action) {
+        *rest = step;
+        return 0;
+    }
+    rest->length = std::max(rest->length, step.offset + step.length - rest->offset);
+    rest->count += std::min(step.count, UINT32_MAX - rest->count);
+    return 0;
+}
+
+int step_runs::tell(const vesk_recover_step &step)
 {
     ++*steps_;
     return receiver_.take(&step, receiver_.context);
+}
+
+int step_runs::finish()
+{
+    int result = flush();
+    for (const repetition &one : repetitions_) {
+        if (result == 0 && one.rest.action == one.action && one.action != 0) {
+            result = tell(one.rest);
+        }
+    }
+    n_repetitions_ = 0;
+    return result;
 }

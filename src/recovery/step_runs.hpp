@@ -2,9 +2,10 @@
 //
 // In: what is done to records, one by one, and other steps. Out: the steps for the receiver. The
 // same thing done to records of one stream, or of streams that follow each other without a gap, is
-// one step with their number; so a file has no more steps than a small multiple of its streams,
-// however many records they hold. Steps of other kinds pass through. Order is that of the first
-// record of each.
+// one step with their number. Steps of other kinds pass through. Order is that of the first record
+// of each. What repeats all the same, with whole streams between, is told a number of times; the
+// rest of the same kind is one more step at the end, so a file has no more steps than there are
+// kinds of them, times that number.
 #ifndef VESK_RECOVERY_STEP_RUNS_HPP
 #define VESK_RECOVERY_STEP_RUNS_HPP
 
@@ -33,12 +34,26 @@ public:
     // Anything else.
     int add(vesk_recover_action action, int error, uint64_t offset, uint64_t length,
             uint32_t count);
-    // Hands over what is not complete yet.
-    int flush();
+    // Behind the last step: hands over what is not complete yet, and what was summed up.
+    int finish();
+
+    // How often the same is told in one file: a screenful.
+    static constexpr uint32_t most_told = 64;
 
 private:
+    // What is done for the same reason, and how often it was told.
+    struct repetition {
+        vesk_recover_action action;
+        int error;
+        uint32_t told;
+        vesk_recover_step rest; // of its action once something was not told
+    };
+
     vesk_recover_step *find(vesk_recover_action action, int error);
+    repetition *find_repetition(const vesk_recover_step &step);
+    int flush();
     int hand_over(const vesk_recover_step &step);
+    int tell(const vesk_recover_step &step);
 
     // More than there are kinds of steps for records, with their errors.
     static constexpr uint32_t most_runs = 16;
@@ -48,6 +63,10 @@ private:
     uint32_t *steps_;
     vesk_recover_step runs_[most_runs] = {};
     uint32_t n_runs_ = 0;
+    // Room for all actions with every error that a scan gives.
+    static constexpr uint32_t most_repetitions = 64;
+    repetition repetitions_[most_repetitions] = {};
+    uint32_t n_repetitions_ = 0;
 };
 
 #endif

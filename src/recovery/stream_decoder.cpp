@@ -8,14 +8,9 @@
 
 #include "io/fields.hpp"
 #include "io/zlib_format.hpp"
+#include "recovery/scan_limits.hpp"
 
 // --- one stream --------------------------------------------------------------------------------
-
-// The longest content of one stream that a recorder writes: the header, the names of as many
-// sensors as there may be, each as long as it may be, and a value of each. More is a trap.
-static constexpr std::size_t longest_name_form = 1 + 4 + std::size_t(max_stored_count);
-static constexpr std::size_t max_content =
-    64 + max_stored_count * (longest_name_form + sizeof(float));
 
 stream_decoder::stream_decoder()
     : ready_(inflateInit_(&zstrm_, zlib_interface_version, zlib_stream_size) == Z_OK)
@@ -68,7 +63,8 @@ stream_end stream_decoder::drain()
         if (result == Z_MEM_ERROR) {
             return stream_end::no_memory;
         }
-        if ((result != Z_OK && result != Z_BUF_ERROR) || content_.size() > max_content) {
+        if ((result != Z_OK && result != Z_BUF_ERROR) ||
+            content_.size() > most_content(zstrm_.total_in)) {
             return stream_end::bad;
         }
     } while (zstrm_.avail_out == 0 || zstrm_.avail_in > 0);
@@ -87,12 +83,13 @@ static bool _may_begin_stream(const unsigned char *bytes, std::size_t n)
     return (bytes[0] & 0x8fU) == 0x08 && header % 31 == 0 && (bytes[1] & 0x20U) == 0;
 }
 
-// Where a file of 64 MB is one damaged place, searching it takes as long as decoding 4 GB.
-uint64_t _vesk_search_budget(uint64_t size)
+// A damaged stream of a recorder is decoded once for nothing, and then each place in it where a
+// stream might begin, which is one byte in a thousand. So 64 is a choice that leaves much room;
+// where a file of 64 MB is one damaged place, searching it takes as long as decoding 4 GB.
+uint64_t _vesk_search_budget(uint64_t size, uint64_t fixed_part)
 {
     constexpr uint64_t for_each_byte = 64;
-    constexpr uint64_t for_each_file = 65536;
-    return for_each_byte * size + for_each_file;
+    return for_each_byte * size + fixed_part;
 }
 
 bool stream_search::charge(uint64_t n)

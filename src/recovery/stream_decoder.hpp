@@ -42,7 +42,7 @@ private:
 
 // How many bytes may be decoded for nothing while the streams of a file of `size` bytes are
 // searched for. 64 bits wide, whatever a size_t is.
-uint64_t _vesk_search_budget(uint64_t size);
+uint64_t _vesk_search_budget(uint64_t size, uint64_t fixed_part);
 
 // A piece of a file: a complete stream, or bytes in none.
 struct file_piece {
@@ -55,8 +55,8 @@ struct file_piece {
 class stream_search
 {
 public:
-    stream_search(const unsigned char *bytes, std::size_t size)
-        : bytes_(bytes), size_(size), budget_(_vesk_search_budget(size))
+    stream_search(const unsigned char *bytes, std::size_t size, uint64_t fixed_part)
+        : bytes_(bytes), size_(size), budget_(_vesk_search_budget(size, fixed_part))
     {
     }
 

@@ -13,32 +13,6 @@
 
 // --- the state file ----------------------------------------------------------------------------
 
-std::size_t state_summary::form_size() const
-{
-    if (summary_.error != 0) {
-        return 0;
-    }
-    constexpr std::size_t integer = 4;
-    std::size_t size = 2 + 5 * integer; // two versions, the counts
-    for (const char *text : {summary_.filename, summary_.state_filename}) {
-        size += integer + strlen(text);
-    }
-    for (uint32_t i = 0; i < summary_.num_names; ++i) {
-        size += integer + strlen(summary_.names[i]);
-    }
-    return size;
-}
-
-recorder_sizes state_summary::told_sizes() const
-{
-    constexpr uint32_t fields_up_to_sizes = 5;
-    const recorder_sizes told = {summary_.num_cb_samples, summary_.num_hb_intervals};
-    const bool contradicted =
-        summary_.fields > fields_up_to_sizes &&
-        (!told.usable() || summary_.num_samples_per_interval != told.samples / told.intervals);
-    return summary_.fields < fields_up_to_sizes || contradicted ? recorder_sizes() : told;
-}
-
 int box_survey::look_at_state()
 {
     struct stat status = {};
@@ -73,7 +47,7 @@ static int _read_all(const char *path, byte_list *bytes)
         if (room == nullptr) {
             return QE_ERROR_NO_MEMORY;
         }
-        const std::size_t n = fread(room, 1, piece, file.get());
+        const std::size_t n = _vesk_read_some(file.get(), room, piece);
         bytes->add(n);
         if (n < piece) {
             return ferror(file.get()) != 0 ? QE_ERROR_IO : 0;
@@ -82,25 +56,32 @@ static int _read_all(const char *path, byte_list *bytes)
     return 0;
 }
 
-// A copy that cannot be read is as good as none: the box may be whole without it.
+// A copy that cannot be read is as good as none when the state file is whole, as the box may be
+// whole without it. Otherwise the copy may be all that tells what the box is made of: what is read
+// at the second attempt must not be given up at the first.
 int box_survey::look_at_copy()
 {
     struct stat status = {};
     const file_presence presence = _vesk_look_at_file(copy_path_, owners_, &status);
     copy_is_foreign_ = presence == file_presence::foreign;
+    const bool is_needed = state_->error != 0;
+    if (presence == file_presence::unknown && is_needed) {
+        return QE_ERROR_IO;
+    }
     if (presence != file_presence::plain) {
         copy_.set_missing();
         return 0;
     }
-    if (copy_.scan(copy_path_) == QE_ERROR_NO_MEMORY) {
-        return QE_ERROR_NO_MEMORY;
-    }
+    const int scanned = copy_.scan(copy_path_);
     byte_list bytes;
-    const int read = _read_all(copy_path_, &bytes);
+    const int read =
+        scanned == QE_ERROR_OPEN || scanned == QE_ERROR_IO || scanned == QE_ERROR_NO_MEMORY
+            ? scanned
+            : _read_all(copy_path_, &bytes);
     if (read == 0) {
         copy_checksum_ = _vesk_check_copy(bytes.begin(), bytes.size(), copy_.form_size());
     }
-    return read == QE_ERROR_NO_MEMORY ? read : 0;
+    return read == QE_ERROR_NO_MEMORY ? read : read != 0 && is_needed ? QE_ERROR_IO : 0;
 }
 
 // --- the buffers -------------------------------------------------------------------------------
@@ -115,7 +96,7 @@ static int _find_blank(const char *path, bool *blank)
         return QE_ERROR_IO;
     }
     for (;;) {
-        const std::size_t n = fread(bytes, 1, piece, file.get());
+        const std::size_t n = _vesk_read_some(file.get(), bytes, piece);
         if (!std::all_of(bytes, bytes + n, [](unsigned char byte) { return byte == 0; })) {
             return 0;
         }
@@ -145,14 +126,30 @@ int box_survey::look_at_buffer(const buffer_name &name)
     file->identity = {status.st_dev, status.st_ino};
     buffer_expectation expected;
     expected.kind = name.kind;
+    expected.files_of_box = n_files_;
     const int result =
         _vesk_mend_buffer(path, expected, {ignore_step, nullptr}, nullptr, &file->contents);
+    file->contents.forget_names();
     if (result != 0) {
         return result == QE_ERROR_OPEN ? QE_ERROR_IO : result;
     }
     file->blank = status.st_size == 0;
     const bool unreadable = !file->holds_records() && file->contents.kind == 0 && !file->blank;
     return unreadable ? _find_blank(path, &file->blank) : 0;
+}
+
+int box_survey::read_names(box_file *file) const
+{
+    char path[max_filename];
+    _vesk_format_buffer_name(path, base_, file->name);
+    buffer_expectation expected;
+    expected.kind = file->name.kind;
+    expected.files_of_box = n_files_;
+    buffer_contents again;
+    const int result = _vesk_mend_buffer(path, expected, {ignore_step, nullptr}, nullptr, &again);
+    file->contents.first_names.reset(again.first_names.release());
+    file->contents.last_names.reset(again.last_names.release());
+    return result == QE_ERROR_OPEN ? QE_ERROR_IO : result;
 }
 
 int box_survey::look()
@@ -164,6 +161,10 @@ int box_survey::look()
     snprintf(copy_path_, sizeof copy_path_, "%s.state%s", base_, backup_suffix);
     buffer_names names;
     int result = _vesk_list_buffer_names(base_, "", &names);
+    n_files_ = names.size();
+    if (result == 0 && !owners_.are_known()) {
+        result = QE_ERROR_IO;
+    }
     if (result == 0) {
         result = look_at_state();
     }
@@ -177,6 +178,16 @@ int box_survey::look()
         if (result == 0) {
             result = look_at_buffer(name);
         }
+    }
+    if (result == 0) {
+        result = find_named(*state_, &named_by_state_);
+    }
+    // A copy whose checksum is wrong has changed since it was written: no name in it counts.
+    if (result == 0 && !copy_has_changed()) {
+        result = find_named(*copy_, &named_by_copy_);
+    }
+    if (result == 0) {
+        result = find_where_state_leads();
     }
     // A whole copy of the state file is a box even where nothing else is left of it. What is
     // foreign under the name of a buffer is none.
@@ -198,56 +209,55 @@ bool box_survey::list_numbers(number_list *numbers) const
 
 // --- what the state says of the buffers --------------------------------------------------------
 
-// The buffer that a state file means by `path`. False when that is none of this box.
-bool box_survey::find_name(const char *path, buffer_name *name) const
+// 1 with the buffer that a state file means by `path`, 0 when that is none of this box, or -41.
+int box_survey::find_name(const char *path, buffer_name *name) const
 {
     const std::size_t folder = _vesk_folder_length(base_);
     char beside[max_filename];
     const int length = snprintf(beside, sizeof beside, "%.*s%s", static_cast<int>(folder), base_,
                                 path + _vesk_folder_length(path));
-    return length < static_cast<int>(sizeof beside) &&
-           _vesk_parse_buffer_name(beside, base_, name) &&
-           (strcmp(path, beside) == 0 || _vesk_is_same_file(path, beside));
+    if (length >= static_cast<int>(sizeof beside) ||
+        !_vesk_parse_buffer_name(beside, base_, name)) {
+        return 0;
+    }
+    return strcmp(path, beside) == 0 ? 1 : _vesk_is_same_file(path, beside);
 }
 
-named_state box_survey::find_named(const vesk_state_summary &summary) const
+int box_survey::find_named(const vesk_state_summary &summary, named_state *named) const
 {
-    named_state named;
     if (summary.error != 0) {
-        return named;
+        return 0;
     }
     const stage_places places = places_of_stage(summary.state);
-    named.box.stage = summary.state;
-    named.next_file_number = summary.next_file_number;
+    named->box.stage = summary.state;
+    named->next_file_number = summary.next_file_number;
     for (uint32_t i = 0; i < summary.num_names; ++i) {
         buffer_name name;
-        if (!find_name(summary.names[i], &name) || name.kind != places.places[i].kind ||
-            files_.find(name) == nullptr || named.box.has(name)) {
-            return named;
+        const int found = find_name(summary.names[i], &name);
+        if (found != 1 || name.kind != places.places[i].kind || files_.find(name) == nullptr ||
+            named->box.has(name)) {
+            return found < 0 ? found : 0;
         }
-        named.box.add(name.kind, name.number);
+        named->box.add(name.kind, name.number);
     }
-    named.fits = true;
-    return named;
+    named->fits = true;
+    return 0;
 }
 
-named_state box_survey::named_by_state() const
-{
-    return find_named(*state_);
-}
-
-// A copy whose checksum is wrong has changed since it was written: no name in it counts.
-named_state box_survey::named_by_copy() const
-{
-    return copy_has_changed() ? named_state() : find_named(*copy_);
-}
-
-bool box_survey::state_leads_here() const
+int box_survey::find_where_state_leads()
 {
     char path[max_filename];
-    const int length = snprintf(path, sizeof path, "%s.state", state_->filename);
-    return length < static_cast<int>(sizeof path) &&
-           (strcmp(path, state_path_) == 0 || _vesk_is_same_file(path, state_path_)) &&
-           (strcmp(state_->state_filename, state_path_) == 0 ||
-            _vesk_is_same_file(state_->state_filename, state_path_));
+    if (state_->error != 0 || snprintf(path, sizeof path, "%s.state", state_->filename) >=
+                                  static_cast<int>(sizeof path)) {
+        return 0;
+    }
+    int same = 1;
+    for (const char *told :
+         {static_cast<const char *>(path), static_cast<const char *>(state_->state_filename)}) {
+        if (same == 1) {
+            same = strcmp(told, state_path_) == 0 ? 1 : _vesk_is_same_file(told, state_path_);
+        }
+    }
+    state_leads_here_ = same == 1;
+    return same < 0 ? same : 0;
 }

@@ -11,34 +11,10 @@
 #include "box/box_sizes.hpp"
 #include "box/plain_file.hpp"
 #include "box/state_file.hpp"
+#include "box/state_scan.hpp"
 #include "recovery/arrangement.hpp"
 #include "recovery/box_file.hpp"
 #include "recovery/file_numbers.hpp"
-
-class state_summary
-{
-public:
-    state_summary() = default;
-    state_summary(const state_summary &) = delete;
-    state_summary &operator=(const state_summary &) = delete;
-    ~state_summary() { vesk_state_summary_destruct(&summary_); }
-
-    int scan(const char *path) { return vesk_scan_state(path, &summary_); }
-    const vesk_state_summary *operator->() const { return &summary_; }
-    const vesk_state_summary &operator*() const { return summary_; }
-
-    // Nothing is known of a file that is not looked into.
-    void set_missing() { summary_.error = QE_ERROR_OPEN; }
-
-    // The bytes of the form that was read.
-    std::size_t form_size() const;
-
-    // The sizes that it tells, as far as it got; none when the quotient behind them is another.
-    recorder_sizes told_sizes() const;
-
-private:
-    vesk_state_summary summary_ = {};
-};
 
 class box_survey
 {
@@ -57,15 +33,20 @@ public:
     const state_summary &state() const { return state_; }
     const state_summary &copy() const { return copy_; }
     // What they say of the buffers that were found.
-    named_state named_by_state() const;
-    named_state named_by_copy() const;
+    const named_state &named_by_state() const { return named_by_state_; }
+    const named_state &named_by_copy() const { return named_by_copy_; }
     // Whether its checksum is wrong.
     bool copy_has_changed() const { return copy_checksum_ == copy_checksum::wrong; }
     // Whether a recorder that reads the state file goes on beside it.
-    bool state_leads_here() const;
+    bool state_leads_here() const { return state_leads_here_; }
 
     box_file_list &files() { return files_; }
     const box_file_list &files() const { return files_; }
+    // How many there are, those that were not looked into included.
+    std::size_t count_files() const { return n_files_; }
+    // Reads the sensors of a buffer, which look() does not keep: there may be many files. 0, -41 or
+    // -22.
+    int read_names(box_file *file) const;
     // The buffer files that were not looked into.
     const buffer_names &foreign() const { return foreign_; }
     bool state_is_foreign() const { return state_is_foreign_; }
@@ -78,8 +59,9 @@ private:
     int look_at_state();
     int look_at_copy();
     int look_at_buffer(const buffer_name &name);
-    named_state find_named(const vesk_state_summary &summary) const;
-    bool find_name(const char *path, buffer_name *name) const;
+    int find_named(const vesk_state_summary &summary, named_state *named) const;
+    int find_name(const char *path, buffer_name *name) const;
+    int find_where_state_leads();
 
     const char *base_;
     trusted_owners owners_;
@@ -87,10 +69,14 @@ private:
     char copy_path_[max_filename] = {};
     state_summary state_;
     state_summary copy_;
+    named_state named_by_state_;
+    named_state named_by_copy_;
+    bool state_leads_here_ = false;
     bool state_is_foreign_ = false;
     bool copy_is_foreign_ = false;
     copy_checksum copy_checksum_ = copy_checksum::wrong;
     box_file_list files_;
+    std::size_t n_files_ = 0;
     buffer_names foreign_;
 };
 

@@ -130,11 +130,38 @@ private:
 
     int mend_buffers()
     {
-        int result = 0;
+        int result = find_names();
         for (uint32_t i = 0; i < box_.n && result == 0; ++i) {
             result = mend_place(i);
         }
         return result;
+    }
+
+    // A buffer that has lost its names takes them from another one of the box. In a box in which
+    // all is good nobody asks for them.
+    int find_names()
+    {
+        bool all_good = true;
+        for (uint32_t i = 0; i < box_.n; ++i) {
+            const box_file *file = survey_.files().find(box_.names[i]);
+            all_good = all_good && file != nullptr && is_good(file->contents, expect_place(i));
+        }
+        int result = 0;
+        for (uint32_t i = 0; i < box_.n && !all_good && result == 0; ++i) {
+            box_file *file = survey_.files().find(box_.names[i]);
+            result = file == nullptr ? 0 : survey_.read_names(file);
+        }
+        return result;
+    }
+
+    buffer_expectation expect_place(uint32_t place) const
+    {
+        buffer_expectation expected;
+        expected.kind = box_.names[place].kind;
+        expected.capacity = capacity_of(expected.kind);
+        expected.full = place + 1 < box_.n;
+        expected.files_of_box = survey_.count_files();
+        return expected;
     }
 
     int mend_place(uint32_t place)
@@ -143,10 +170,7 @@ private:
         char path[max_filename];
         format_name(path, name);
         box_file *file = survey_.files().find(name);
-        buffer_expectation expected;
-        expected.kind = name.kind;
-        expected.capacity = capacity_of(name.kind);
-        expected.full = place + 1 < box_.n;
+        buffer_expectation expected = expect_place(place);
         expected.time = last_time_;
         expected.names_before = last_names_;
         expected.names_behind = first_names_behind(place);

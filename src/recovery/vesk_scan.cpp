@@ -1,14 +1,24 @@
 // The scan of one buffer file: streams are taken apart into records, and what is none is told. The
 // names, the capacity and the number of records so far tell which records the readers refuse.
+//
+// Where the next stream begins is told by the one before it: streams follow each other without a
+// gap. Only where none can be decoded every byte from there on is tried that two bytes of a zlib
+// header begin with, until a stream is complete and begins with a record (stream_decoder.cpp).
+//
+// Three budgets keep the work in proportion to the size of the file: the search is charged for what
+// it decodes for nothing (stream_decoder.hpp), as is looking for records in the remains of one; the
+// records that are made are charged by number and length (record_budget.hpp); and no stream may be
+// longer than scan_limits.hpp allows. What they refuse is shown as damage.
 #include <algorithm>
 #include <string.h>
 
 #include <vesk/vesk_scan.h>
 
+#include "box/byte_cursor.hpp"
+#include "box/loaded_file.hpp"
 #include "recovery/buffer_scan.hpp"
-#include "recovery/byte_cursor.hpp"
-#include "recovery/loaded_file.hpp"
 #include "recovery/record_budget.hpp"
+#include "recovery/scan_limits.hpp"
 #include "recovery/stream_decoder.hpp"
 #include "support/precondition.hpp"
 
@@ -31,8 +41,10 @@ class buffer_scan
 {
 public:
     buffer_scan(uint32_t kind_by_name, const unsigned char *bytes, std::size_t size,
-                const item_receiver &receiver)
-        : receiver_(receiver), kind_by_name_(kind_by_name), streams_(bytes, size), budget_(size)
+                std::size_t files_of_box, const item_receiver &receiver)
+        : receiver_(receiver), kind_by_name_(kind_by_name),
+          streams_(bytes, size, fixed_part_of_file(files_of_box)),
+          budget_(size, fixed_part_of_file(files_of_box))
     {
     }
 
@@ -114,7 +126,8 @@ private:
     {
         return record.names
                    ? budget_.take_names(sensor_array_get_size(record.names->sensors), length)
-                   : budget_.take_record(length);
+                   : budget_.take_record(length,
+                                         !budget_.is_free() && _vesk_is_without_values(record));
     }
 
     // The length of the header that the content of the first stream begins with, 0 when it has
@@ -255,14 +268,15 @@ private:
 
 } // namespace
 
-int _vesk_scan_items(const char *filename, link_rule rule, const item_receiver &receiver)
+int _vesk_scan_items(const char *filename, link_rule rule, std::size_t files_of_box,
+                     const item_receiver &receiver)
 {
     byte_list file;
     const int loaded = _vesk_load_file(filename, rule, &file);
     if (loaded < 0 || file.size() == 0) {
         return loaded;
     }
-    return buffer_scan(kind_of(filename), file.begin(), file.size(), receiver).run();
+    return buffer_scan(kind_of(filename), file.begin(), file.size(), files_of_box, receiver).run();
 }
 
 namespace
@@ -286,7 +300,7 @@ int vesk_scan_buffer(const char *filename, vesk_scan_visitor visit, void *contex
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
     VESK_REQUIRE(visit != nullptr, "visit != ((void *)0)");
     public_visit to = {visit, context};
-    return _vesk_scan_items(filename, link_rule::follow, {show_publicly, &to});
+    return _vesk_scan_items(filename, link_rule::follow, 1, {show_publicly, &to});
 }
 
 int vesk_scan_bytes(const unsigned char *bytes, size_t size, uint32_t buffer_kind,
@@ -298,5 +312,5 @@ int vesk_scan_bytes(const unsigned char *bytes, size_t size, uint32_t buffer_kin
     VESK_REQUIRE(visit != nullptr, "visit != ((void *)0)");
     public_visit to = {visit, context};
     const item_receiver receiver = {show_publicly, &to};
-    return buffer_scan(buffer_kind, bytes, size, receiver).run();
+    return buffer_scan(buffer_kind, bytes, size, 1, receiver).run();
 }

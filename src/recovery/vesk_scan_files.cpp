@@ -2,7 +2,7 @@
 //
 // In: the base name. Out: each file once, with what it is to the box. Nothing is assumed about the
 // state file or the folder; no buffer file is opened.
-#include <algorithm>
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -13,7 +13,8 @@
 #include <vesk/vesk_scan.h>
 
 #include "box/box_files.hpp"
-#include "recovery/state_scan.hpp"
+#include "box/plain_file.hpp"
+#include "box/stage_places.hpp"
 #include "support/precondition.hpp"
 
 namespace
@@ -40,41 +41,55 @@ bool goes_up(const char *folder)
     return false;
 }
 
-// Whether a name in a state file is that of a file in the folder of the box: spelt as the base name
-// is, or another way to the same folder that nowhere goes up. Nothing else is looked at.
-bool lies_in_box(const char *name, const char *base)
+// 1 when a name in a state file is that of a file in the folder of the box: spelt as the base name
+// is, or another way to the same folder that nowhere goes up. 0 when it is not, or -41. Nothing
+// else is looked at.
+int lies_in_box(const char *name, const char *base)
 {
     char folder[max_filename];
     char folder_of_box[max_filename];
     const char *last = name + _vesk_folder_length(name);
     if (last[0] == 0 || strcmp(last, ".") == 0 || strcmp(last, "..") == 0 ||
         !get_folder(name, folder) || !get_folder(base, folder_of_box)) {
-        return false;
+        return 0;
     }
-    return strcmp(folder, folder_of_box) == 0 ||
-           (!goes_up(folder) && _vesk_is_same_file(folder[0] != 0 ? folder : ".",
-                                                   folder_of_box[0] != 0 ? folder_of_box : "."));
+    if (strcmp(folder, folder_of_box) == 0) {
+        return 1;
+    }
+    return goes_up(folder) ? 0
+                           : _vesk_is_same_file(folder[0] != 0 ? folder : ".",
+                                                folder_of_box[0] != 0 ? folder_of_box : ".");
 }
 
-bool is_named(const vesk_state_summary &summary, const char *base, const char *filename)
+// 1 when the state file names the file of the box, 0 when it does not, or -41.
+int is_named(const vesk_state_summary &summary, const char *base, const char *filename)
 {
-    return std::any_of(summary.names, summary.names + summary.num_names, [=](const char *name) {
-        return strcmp(name, filename) == 0 ||
-               (lies_in_box(name, base) && _vesk_is_same_file(name, filename));
-    });
+    int found = 0;
+    for (uint32_t i = 0; i < summary.num_names && found == 0; ++i) {
+        const char *name = summary.names[i];
+        found = strcmp(name, filename) == 0 ? 1 : lies_in_box(name, base);
+        if (found == 1 && strcmp(name, filename) != 0) {
+            found = _vesk_is_same_file(name, filename);
+        }
+    }
+    return found;
 }
 
 int show_file(const char *filename, const buffer_name &name, vesk_scan_role role, bool may_look,
               int (*visit)(const vesk_scan_file *file, void *context), void *context)
 {
     struct stat status = {};
+    const bool there = may_look && _vesk_look_at_name(filename, &status);
+    if (may_look && !there && !_vesk_means_absent(errno)) {
+        return QE_ERROR_IO;
+    }
     vesk_scan_file file = {};
     file.filename = filename;
     file.buffer_kind = name.kind;
     file.number = name.number;
     file.role = role;
-    file.missing = may_look && lstat(filename, &status) == 0 ? 0 : 1;
-    file.foreign = file.missing == 0 && !S_ISREG(status.st_mode) ? 1 : 0;
+    file.missing = there ? 0 : 1;
+    file.foreign = there && !S_ISREG(status.st_mode) ? 1 : 0;
     file.size = file.foreign == 0 ? static_cast<uint64_t>(status.st_size) : 0;
     return visit(&file, context);
 }
@@ -82,7 +97,7 @@ int show_file(const char *filename, const buffer_name &name, vesk_scan_role role
 // What a file is to the box, by its place among the names of the state file.
 vesk_scan_role role_of(const vesk_state_summary &summary, uint32_t i)
 {
-    if (i + 1 == names_of_stage(summary.state)) {
+    if (i + 1 == places_of_stage(summary.state).n) {
         return VESK_SCAN_OPEN;
     }
     return i == 0 && summary.state == VESK_ZCF_STATE_HCC ? VESK_SCAN_HISTORY : VESK_SCAN_FULL;
@@ -112,15 +127,19 @@ int vesk_scan_files(const char *filename, int (*visit)(const vesk_scan_file *fil
             name.kind =
                 role == VESK_SCAN_HISTORY ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
         }
-        result = show_file(summary.names[i], name, role, lies_in_box(summary.names[i], filename),
-                           visit, context);
+        const int in_box = lies_in_box(summary.names[i], filename);
+        result = in_box < 0 ? in_box
+                            : show_file(summary.names[i], name, role, in_box == 1, visit, context);
     }
     char path[max_filename];
     for (const buffer_name &name : found) {
-        if (result == 0 && _vesk_format_buffer_name(path, filename, name) &&
-            !is_named(summary, filename, path)) {
-            result = show_file(path, name, VESK_SCAN_ORPHAN, true, visit, context);
+        if (result != 0 || !_vesk_format_buffer_name(path, filename, name)) {
+            continue;
         }
+        const int named = is_named(summary, filename, path);
+        result = named < 0    ? named
+                 : named == 0 ? show_file(path, name, VESK_SCAN_ORPHAN, true, visit, context)
+                              : 0;
     }
     vesk_state_summary_destruct(&summary);
     return result;

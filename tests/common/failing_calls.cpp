@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <iterator>
 #include <stdio_ext.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 #include <utility>
@@ -31,6 +32,9 @@ static long disk_room = -1; // no limit when negative
 static long disk_used = 0;
 
 static int reads_to_interruption = 0;
+
+static int looks_to_failure = 0;
+static int look_failure = 0;
 
 static int zlib_calls_left = 0;
 static int zlib_code = 0;
@@ -75,6 +79,22 @@ failing_zlib::failing_zlib(int n, int code)
 failing_zlib::~failing_zlib()
 {
     zlib_calls_left = 0;
+}
+
+failing_look::failing_look(int n, int reason)
+{
+    looks_to_failure = n;
+    look_failure = reason;
+}
+
+failing_look::~failing_look()
+{
+    looks_to_failure = 0;
+}
+
+bool failing_look::happened()
+{
+    return looks_to_failure == 0;
 }
 
 interrupted_read::interrupted_read(int n)
@@ -203,6 +223,10 @@ int __real_deflateInit_(z_stream *stream, int level, const char *version, int si
 int __real_inflateInit_(z_stream *stream, const char *version, int size);
 FILE *__real_fopen(const char *path, const char *mode);
 FILE *__real_fopen64(const char *path, const char *mode);
+int __real_lstat(const char *path, struct stat *status);
+int __real_lstat64(const char *path, struct stat64 *status);
+int __real_stat(const char *path, struct stat *status);
+int __real_stat64(const char *path, struct stat64 *status);
 int __real_open(const char *path, int flags, ...);
 int __real_open64(const char *path, int flags, ...);
 FILE *__real_fdopen(int descriptor, const char *mode);
@@ -341,8 +365,41 @@ DIR *__wrap_opendir(const char *path)
     return _fails(call_kind::open) ? _fail<DIR *>(EMFILE, nullptr) : __real_opendir(path);
 }
 
+static bool _look_fails()
+{
+    return looks_to_failure > 0 && --looks_to_failure == 0;
+}
+
+int __wrap_lstat(const char *path, struct stat *status)
+{
+    return _look_fails() ? _fail(look_failure, -1) : __real_lstat(path, status);
+}
+
+int __wrap_lstat64(const char *path, struct stat64 *status)
+{
+    return _look_fails() ? _fail(look_failure, -1) : __real_lstat64(path, status);
+}
+
+int __wrap_stat(const char *path, struct stat *status)
+{
+    return _look_fails() ? _fail(look_failure, -1) : __real_stat(path, status);
+}
+
+int __wrap_stat64(const char *path, struct stat64 *status)
+{
+    return _look_fails() ? _fail(look_failure, -1) : __real_stat64(path, status);
+}
+
+static bool _is_interrupted()
+{
+    return reads_to_interruption > 0 && --reads_to_interruption == 0;
+}
+
 size_t __wrap_fread(void *to, size_t size, size_t n, FILE *fp)
 {
+    if (_is_interrupted()) {
+        return _fail_on<FILE, size_t>(fp, EINTR, 0);
+    }
     // Behind the end, the medium is not asked any more.
     return feof(fp) == 0 && _fails(call_kind::read) ? _fail_on<FILE, size_t>(fp, EIO, 0)
                                                     : __real_fread(to, size, n, fp);
@@ -356,7 +413,7 @@ char *__wrap_fgets(char *to, int size, FILE *fp)
 
 ssize_t __wrap_read(int descriptor, void *to, size_t n)
 {
-    if (reads_to_interruption > 0 && --reads_to_interruption == 0) {
+    if (_is_interrupted()) {
         return _fail<ssize_t>(EINTR, -1);
     }
     return _fails(call_kind::read) ? _fail<ssize_t>(EIO, -1) : __real_read(descriptor, to, n);

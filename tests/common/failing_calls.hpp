@@ -63,7 +63,20 @@ public:
     ~failing_zlib();
 };
 
-// While it lives, a signal interrupts the n-th read() from now on, before it has read anything.
+// While it lives, the n-th lstat() or stat() from now on fails with this reason.
+class failing_look
+{
+public:
+    failing_look(int n, int reason);
+    failing_look(const failing_look &) = delete;
+    failing_look &operator=(const failing_look &) = delete;
+    ~failing_look();
+
+    static bool happened();
+};
+
+// While it lives, a signal interrupts the n-th read() or fread() from now on, before it has read
+// anything.
 class interrupted_read
 {
 public:

@@ -36,7 +36,7 @@ TEST(StepRuns, SumsUpWhatIsDoneInStreamsThatFollowEachOther)
     EXPECT_EQ(0, runs.add_record(VESK_RECOVER_TAG_EVENT, -6, 10, 5));
     EXPECT_EQ(0, runs.add_record(VESK_RECOVER_TAG_EVENT, -6, 20, 5)); // a good stream is between
     EXPECT_EQ(0, runs.add(VESK_RECOVER_CUT, -41, 25, 3, 0));
-    EXPECT_EQ(0, runs.flush());
+    EXPECT_EQ(0, runs.finish());
     EXPECT_EQ((summed_steps{{VESK_RECOVER_TAG_EVENT, 0, 15, 1001},
                             {VESK_RECOVER_SET_ASIDE, 0, 10, 1000},
                             {VESK_RECOVER_TAG_EVENT, 20, 5, 1},
