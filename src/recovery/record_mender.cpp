@@ -4,6 +4,7 @@
 
 #include <vesk/error.h>
 #include <vesk/vesk_buffer.h>
+#include <vesk/vesk_limits.h>
 
 #include "buffers/storable.hpp"
 #include "recovery/padding.hpp"
@@ -143,8 +144,7 @@ int record_mender::take_interval(const vesk_scan_item &item, const scanned_recor
 int record_mender::take_event(const vesk_scan_item &item, const scanned_record &record)
 {
     vesk_cb_record_event *event = item.event;
-    if (!is_current() || event->type < VESK_MIN_EVENT_TYPE ||
-        event->type > VESK_MAX_EVENT_TYPE) {
+    if (!is_current() || event->type < VESK_MIN_EVENT_TYPE || event->type > VESK_MAX_EVENT_TYPE) {
         return stream_->set_aside(QE_ERROR_MALFORMED);
     }
     const bool bare = item.kind == VESK_SCAN_BARE_EVENT;

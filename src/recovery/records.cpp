@@ -5,8 +5,8 @@
 #include <cmath>
 #include <string.h>
 
-#include "box/byte_cursor.hpp"
 #include "io/fields.hpp"
+#include "recovery/byte_cursor.hpp"
 #include "support/object.hpp"
 
 // --- the forms ---------------------------------------------------------------------------------

@@ -11,10 +11,10 @@
 #include "box/box_sizes.hpp"
 #include "box/plain_file.hpp"
 #include "box/state_file.hpp"
-#include "box/state_scan.hpp"
 #include "recovery/arrangement.hpp"
 #include "recovery/box_file.hpp"
 #include "recovery/file_numbers.hpp"
+#include "recovery/state_scan.hpp"
 
 class box_survey
 {

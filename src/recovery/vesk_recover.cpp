@@ -12,21 +12,18 @@
 // box as it was, with some buffers mended, and whoever is killed later leaves a whole box with
 // files beside it that the next recovery deletes. Planning runs the same phases and changes
 // nothing.
-#include <errno.h>
 #include <new>
-#include <stdio.h>
-#include <string.h>
-#include <unistd.h>
 
 #include <vesk/error.h>
 #include <vesk/vesk_recover.h>
 
-#include "box/durable_file.hpp"
+#include "recovery/box_renaming.hpp"
 #include "recovery/file_changes.hpp"
 #include "recovery/file_numbers.hpp"
 #include "recovery/leftovers.hpp"
 #include "recovery/recovery_steps.hpp"
 #include "recovery/size_choice.hpp"
+#include "recovery/state_writing.hpp"
 #include "recovery/survey.hpp"
 #include "support/object.hpp"
 #include "support/precondition.hpp"
@@ -41,7 +38,7 @@ public:
     recovery(const char *base, const recorder_sizes &given, const recovery_steps &steps,
              bool execute)
         : given_(given), steps_(steps), execute_(execute), survey_(base),
-          leftovers_(survey_, &steps_, execute)
+          renaming_(survey_, &steps_, execute), leftovers_(survey_, &steps_, execute)
     {
     }
 
@@ -60,12 +57,6 @@ public:
 
 private:
     vesk_recover_report *report() { return steps_.report(); }
-
-    void format_name(char (&path)[max_filename], const buffer_name &name,
-                     const char *suffix = "") const
-    {
-        _vesk_format_buffer_name(path, survey_.base(), name, suffix);
-    }
 
     // --- which buffers make the box
 
@@ -168,7 +159,7 @@ private:
     {
         const buffer_name &name = box_.names[place];
         char path[max_filename];
-        format_name(path, name);
+        _vesk_format_buffer_name(path, survey_.base(), name);
         box_file *file = survey_.files().find(name);
         buffer_expectation expected = expect_place(place);
         expected.time = last_time_;
@@ -271,81 +262,7 @@ private:
             start = told;
         }
         next_ = _vesk_find_next_number(&kept, start);
-        return next_ != 0 ? 0 : renumber();
-    }
-
-    // Gives the box low numbers. Each file has both names until the state file tells the new ones,
-    // so at any moment it names files that are there.
-    int renumber()
-    {
-        number_list taken;
-        bool listed = survey_.list_numbers(&taken);
-        for (uint32_t i = 0; i < box_.n; ++i) {
-            listed = listed && taken.append(box_.names[i].number);
-        }
-        if (!listed) {
-            return QE_ERROR_NO_MEMORY;
-        }
-        constexpr uint64_t rooms[] = {uint64_t(1) << 28, uint64_t(1) << 21, 1 << 12, 1 << 4};
-        uint32_t first = 0;
-        for (const uint64_t room : rooms) {
-            first = first != 0 ? first : _vesk_find_free_numbers(&taken, 1, room);
-        }
-        if (first == 0) {
-            return QE_ERROR_LIMIT;
-        }
-        next_ = first + box_.n;
-        // A history is older than the open buffer and younger than the full one.
-        const bool with_history = box_.stage == VESK_ZCF_STATE_HCC;
-        int result = 0;
-        for (uint32_t i = 0; i < box_.n && result == 0; ++i) {
-            const uint32_t place = with_history && i < 2 ? 1 - i : i;
-            names_now_.names[place].number = first + i;
-            result = give_name(box_.names[place], names_now_.names[place]);
-        }
-        return result != 0 || !execute_ ? result : _vesk_sync_folder(survey_.state_path());
-    }
-
-    int give_name(const buffer_name &old, const buffer_name &name)
-    {
-        char from[max_filename];
-        char to[max_filename];
-        format_name(from, old);
-        format_name(to, name);
-        const int told = steps_.tell_file(VESK_RECOVER_RENAME, from, 0, 0);
-        if (told != 0 || !execute_) {
-            return told;
-        }
-        if (link(from, to) != 0 && (!lacks_links() || rename(from, to) != 0)) {
-            return QE_ERROR_IO;
-        }
-        format_name(from, old, torn_suffix);
-        format_name(to, name, torn_suffix);
-        return link(from, to) == 0 || errno == ENOENT || errno == EEXIST ||
-                       (lacks_links() && rename(from, to) == 0)
-                   ? 0
-                   : QE_ERROR_IO;
-    }
-
-    // Whether the file system knows one name only for each file. The order of the numbers tells the
-    // box then, whenever this ends.
-    static bool lacks_links()
-    {
-        return errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS || errno == EMLINK;
-    }
-
-    int remove_old_names()
-    {
-        for (uint32_t i = 0; i < box_.n; ++i) {
-            for (const char *suffix : {"", torn_suffix}) {
-                char path[max_filename];
-                format_name(path, box_.names[i], suffix);
-                if (unlink(path) != 0 && errno != ENOENT) {
-                    return QE_ERROR_IO;
-                }
-            }
-        }
-        return 0;
+        return next_ != 0 ? 0 : renaming_.renumber(box_, &names_now_, &next_);
     }
 
     // --- the state file
@@ -362,36 +279,8 @@ private:
         if (result == 0) {
             result = _vesk_check_change(survey_.state_path(), false, survey_.owners());
         }
-        return result != 0 || !execute_ ? result : write_state();
-    }
-
-    int write_state()
-    {
-        byte_list bytes;
-        byte_list_writer target(&bytes);
-        field_writer fields(target.get());
-        write_state_head({survey_.base(), survey_.state_path(), box_.stage, sizes_.samples,
-                          sizes_.intervals, sizes_.samples / sizes_.intervals, next_},
-                         &fields);
-        fields.byte(1);
-        for (uint32_t i = 0; i < names_now_.n; ++i) {
-            char path[max_filename];
-            format_name(path, names_now_.names[i]);
-            fields.string(path);
-        }
-        if (fields.failed()) {
-            return fields.result();
-        }
-        char like[max_filename];
-        format_name(like, names_now_.open());
-        replacement_file replacement;
-        const int opened = replacement.open(survey_.state_path(), like);
-        if (opened != 0) {
-            return opened;
-        }
-        return fwrite(bytes.begin(), 1, bytes.size(), replacement.file()) == bytes.size()
-                   ? replacement.commit()
-                   : QE_ERROR_IO;
+        return result != 0 || !execute_ ? result
+                                        : _vesk_write_state(survey_, names_now_, sizes_, next_);
     }
 
     // --- the other files
@@ -399,7 +288,7 @@ private:
     int clear_up()
     {
         const bool renamed = execute_ && !(names_now_ == box_);
-        const int removed = renamed ? remove_old_names() : 0;
+        const int removed = renamed ? renaming_.remove_old_names(box_) : 0;
         return removed != 0 ? removed : leftovers_.clear_up(names_now_);
     }
 
@@ -407,6 +296,7 @@ private:
     recovery_steps steps_;
     bool execute_;
     box_survey survey_;
+    box_renaming renaming_;
     leftovers leftovers_;
     arrangement box_;       // under the names that its files have
     arrangement names_now_; // under those that they get

@@ -14,9 +14,9 @@
 
 #include <vesk/vesk_scan.h>
 
-#include "box/byte_cursor.hpp"
 #include "box/loaded_file.hpp"
 #include "recovery/buffer_scan.hpp"
+#include "recovery/byte_cursor.hpp"
 #include "recovery/record_budget.hpp"
 #include "recovery/scan_limits.hpp"
 #include "recovery/stream_decoder.hpp"

@@ -3,8 +3,8 @@
 // In: any bytes, which must outlive the cursor. Out: the fields in order. Nothing is assumed about
 // the bytes: once a field is missing or was refused, ok() is false, this and all further fields
 // are 0 or null, and nothing behind the end is looked at.
-#ifndef VESK_BOX_BYTE_CURSOR_HPP
-#define VESK_BOX_BYTE_CURSOR_HPP
+#ifndef VESK_RECOVERY_BYTE_CURSOR_HPP
+#define VESK_RECOVERY_BYTE_CURSOR_HPP
 
 #include <bit>
 #include <cstdint>

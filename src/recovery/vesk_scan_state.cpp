@@ -1,7 +1,5 @@
 // The state file of a box, read without trust, see state_scan.hpp. Nothing is assumed about the
 // content, and no file that it names is looked at.
-#include "box/state_scan.hpp"
-
 #include <stdio.h>
 #include <string.h>
 
@@ -9,9 +7,10 @@
 #include <vesk/vesk_limits.h>
 #include <vesk/vesk_scan.h>
 
-#include "box/byte_cursor.hpp"
 #include "box/loaded_file.hpp"
 #include "box/stage_places.hpp"
+#include "recovery/byte_cursor.hpp"
+#include "recovery/state_scan.hpp"
 #include "support/precondition.hpp"
 
 // Takes a string into `*to`. 0, or why the file is refused.

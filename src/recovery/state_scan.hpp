@@ -4,8 +4,8 @@
 // writes, and the code that says why it is refused. The form is described in state_file.hpp; the
 // recorder reads it strictly, field by field from its stream, because it opens the buffers as it
 // meets their names.
-#ifndef VESK_BOX_STATE_SCAN_HPP
-#define VESK_BOX_STATE_SCAN_HPP
+#ifndef VESK_RECOVERY_STATE_SCAN_HPP
+#define VESK_RECOVERY_STATE_SCAN_HPP
 
 #include <cstddef>
 
