@@ -1,3 +1,4 @@
+// Finding the files of a box, holding them open at one moment, and scanning them.
 #include "box/box.hpp"
 
 #include <algorithm>
@@ -254,6 +255,11 @@ std::vector<const stored_file *> likely_history(const std::vector<const stored_f
                       fmt::format("{}: is a folder; the name of a box is what the names of its "
                                   "files begin with, like {}/box",
                                   name, name.substr(0, name.find_last_not_of('/') + 1)));
+    }
+    const std::string foreign_state = foreign_words(name + ".state");
+    if (!foreign_state.empty()) {
+        throw failure(exit_unreadable,
+                      fmt::format("{}.state: {}, and there is no buffer", name, foreign_state));
     }
     const std::string foreign = foreign_words(name);
     if (!foreign.empty() && !is_regular_file(name)) {

@@ -17,6 +17,10 @@
 namespace cli
 {
 
+// A damaged file may have more to tell than anybody reads: of one kind in one file so much is
+// shown, and the rest as a number.
+constexpr std::size_t most_told_of_a_kind = 20;
+
 struct stored_file {
     std::string path;
     uint32_t buffer_kind = 0; // VESK_BUFFER_TYPE_CURRENT or VESK_BUFFER_TYPE_HIST

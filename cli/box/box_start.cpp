@@ -1,3 +1,4 @@
+// Telling whether there is a box, and starting a recorder on it.
 #include "box/box_start.hpp"
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include "box/box.hpp"
 #include "box/recovery.hpp"
 #include "box/storage_failure.hpp"
+#include "box/stored_bytes.hpp"
 #include "process/terminal.hpp"
 
 namespace cli
@@ -53,6 +55,17 @@ void refuse_to_overwrite(const box_name &name)
     if (exists(path)) {
         throw storage_failure::because(
             fmt::format("{}: the box cannot be made: {}", name.base, path), EEXIST);
+    }
+}
+
+// A state file is written in place: through a link that would be another file, and a FIFO would be
+// waited for.
+void require_own_state(const box_name &name)
+{
+    const std::string foreign = foreign_words(name.path + ".state");
+    if (!foreign.empty()) {
+        throw failure(exit_unreadable,
+                      fmt::format("{}.state: {}; nothing was written", name.base, foreign));
     }
 }
 
@@ -115,17 +128,23 @@ bool exists(const std::string &path)
     return false;
 }
 
-bool lies_elsewhere(const box_name &name, std::string &made_as)
+void note_other_place(const box_name &name)
 {
     if (read_state(name.base).error != 0) {
-        return false;
+        return;
     }
     const box found = find_box(name.base);
-    if (found.state.error != 0 || found.files.empty() || found.files.back().missing) {
-        return false;
+    if (found.state.error != 0 || found.files.empty() || found.files.back().missing ||
+        same_file(found.files.back().path, found.state.names.back())) {
+        return;
     }
-    made_as = found.state.filename;
-    return !same_file(found.files.back().path, found.state.names.back());
+    if (same_file(found.state.path, found.state.filename + ".state")) {
+        note(fmt::format("{}: its state file names buffers elsewhere; those beside it are used",
+                         name.base));
+    } else {
+        note(fmt::format("{}: was made as {} and lies here now; it goes on here", name.base,
+                         printable(found.state.filename)));
+    }
 }
 
 void require_room_to_recover(const box_name &name)
@@ -148,6 +167,7 @@ void require_room_to_recover(const box_name &name)
 started_box start_box(const box_name &name, const box_shape &shape)
 {
     const auto [samples, intervals] = complete_shape(shape);
+    require_own_state(name);
     const bool is_new = !is_there(name);
     if (is_new) {
         refuse_to_overwrite(name);

@@ -35,8 +35,9 @@ bool is_there(const box_name &name);
 // be told.
 bool exists(const std::string &path);
 
-// True for a box that was moved or copied since the recorder made it as @p made_as.
-bool lies_elsewhere(const box_name &name, std::string &made_as);
+// Tells people when the state file names buffers elsewhere, mostly because the box was moved or
+// copied. Those beside the state file are used.
+void note_other_place(const box_name &name);
 
 // Throws a storage_failure when the disk has no room to recover the box: mending writes a whole
 // buffer anew, which on a full disk can only fail.

@@ -46,11 +46,7 @@ box_writer::box_writer(const std::string &base, const box_shape &shape, const sy
 void box_writer::open_or_create(if_missing missing)
 {
     if (is_there(name_)) {
-        std::string made_as;
-        if (lies_elsewhere(name_, made_as)) {
-            note(fmt::format("{}: was made as {} and lies here now; it goes on here", name_.base,
-                             printable(made_as)));
-        }
+        note_other_place(name_);
     } else if (missing == if_missing::refuse) {
         throw failure(exit_unreadable, name_.base + ": there is no such box");
     }

@@ -1,14 +1,19 @@
+// Planning a recovery, and the words for its steps and its outcome.
 #include "box/recovery.hpp"
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <fmt/format.h>
 #include <string_view>
 #include <system_error>
 
 #include <vesk/error.h>
 
+#include "box/box.hpp"
+#include "box/companions.hpp"
 #include "box/stored_bytes.hpp"
+#include "box/waiting_file.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
 
@@ -65,9 +70,14 @@ void add(std::string &text, uint64_t count, const std::string &words)
     }
 }
 
-// The recovery writes FILE.new and FILE.torn. Only files can be replaced and appended to.
-std::string obstacle_to(const recovery_plan &plan)
+// The recovery writes FILE.new and FILE.torn. Only files can be replaced and appended to. Nor does
+// it put something else in the place of what is no state file.
+std::string obstacle_to(const recovery_plan &plan, const std::string &base)
 {
+    const std::string foreign_state = foreign_words(base + ".state");
+    if (plan.result == QE_ERROR_OPEN && !foreign_state.empty()) {
+        return base + ".state " + foreign_state;
+    }
     for (const recovery_step &step : plan.steps) {
         const bool takes_out =
             step.action == VESK_RECOVER_CUT || step.action == VESK_RECOVER_SET_ASIDE;
@@ -83,14 +93,78 @@ std::string obstacle_to(const recovery_plan &plan)
     return {};
 }
 
+// A file may need more steps than anybody reads. They come file by file.
 int keep_step(const vesk_recover_step *step, void *context)
 {
-    static_cast<recovery_plan *>(context)->steps.push_back(
-        {step->action, step->filename, step->offset, step->length, step->count, step->error});
+    std::vector<recovery_step> &steps = static_cast<recovery_plan *>(context)->steps;
+    recovery_step *last_alike = nullptr;
+    std::size_t alike = 0;
+    for (auto each = steps.rbegin(); each != steps.rend() && each->path == step->filename; ++each) {
+        if (each->action == step->action) {
+            last_alike = last_alike == nullptr ? &*each : last_alike;
+            ++alike;
+        }
+    }
+    if (alike == most_told_of_a_kind) {
+        ++last_alike->more;
+    } else {
+        steps.push_back(
+            {step->action, step->filename, step->offset, step->length, step->count, step->error});
+    }
     return 0;
 }
 
+void plan_change(recovery_plan &plan, const recovery_step &step)
+{
+    plan.steps.push_back(step);
+    ++plan.report.steps;
+    plan.report.bytes_aside += step.action == VESK_RECOVER_CUT ? step.length : 0;
+}
+
+void plan_to_keep(recovery_plan &plan, const std::string &path)
+{
+    plan.steps.push_back({VESK_RECOVER_KEEP, path, 0, 0, 0, QE_ERROR_WRONG_KIND});
+    ++plan.report.files_kept;
+}
+
+// The library does not know this file.
+void plan_waiting_events(recovery_plan &plan, const std::string &base)
+{
+    const std::string path = waiting_file_of(base);
+    const std::string left = path + ".new";
+    if (std::error_code ignored; std::filesystem::symlink_status(left, ignored).type() ==
+                                 std::filesystem::file_type::regular) {
+        plan_change(plan, {VESK_RECOVER_DELETE, left, 0, 0, 0, 0});
+    }
+    try {
+        const waiting_file found = read_waiting_file(base);
+        if (!found.damage.empty()) {
+            plan_change(plan, {VESK_RECOVER_CUT, path, found.damage.front().offset,
+                               found.unreadable_bytes(), 0, QE_ERROR_MALFORMED});
+        }
+    } catch (const foreign_waiting_file &) {
+        plan_to_keep(plan, path);
+    }
+}
+
+void plan_companions(recovery_plan &plan, const std::string &base)
+{
+    for (const foreign_companion &each : foreign_companions(base)) {
+        const bool known =
+            std::any_of(plan.steps.begin(), plan.steps.end(),
+                        [&](const recovery_step &step) { return step.path == each.path; });
+        if (!known) {
+            plan_to_keep(plan, each.path);
+        }
+    }
+}
+
 } // namespace
+
+bool recovery_step::is_foreign() const
+{
+    return action == VESK_RECOVER_KEEP && error == QE_ERROR_WRONG_KIND;
+}
 
 bool recovery_plan::is_needed() const
 {
@@ -105,7 +179,11 @@ recovery_plan plan_recovery(const std::string &base, const told_sizes &sizes)
     plan.result = vesk_recover_plan(base.c_str(), sizes.samples, sizes.intervals, keep_step, &plan,
                                     &plan.report);
     plan.system_error = plan.result != 0 ? errno : 0;
-    plan.obstacle = obstacle_to(plan);
+    if (plan.result == 0) {
+        plan_waiting_events(plan, base);
+        plan_companions(plan, base);
+    }
+    plan.obstacle = obstacle_to(plan, base);
     return plan;
 }
 
@@ -178,9 +256,14 @@ std::string step_text(const recovery_step &step)
     case VESK_RECOVER_DELETE:
         return "not needed any more: deleted";
     case VESK_RECOVER_KEEP:
-        return step.error == QE_ERROR_WRONG_KIND
-                   ? "no regular file, or somebody else's: not looked into, left alone"
-                   : "does not belong to the box: left alone";
+        if (!step.is_foreign()) {
+            return "does not belong to the box: left alone";
+        }
+        return step.path.ends_with(".sock")
+                   ? "is no socket: left alone; events cannot be sent to a recording"
+               : step.path.ends_with(".lock")
+                   ? "is no lock file: left alone; nothing is written to the box while it is there"
+                   : "no regular file, or somebody else's: not looked into, left alone";
     case VESK_RECOVER_RENAME:
         return "its number comes near the end: renamed to a low one";
     }
@@ -200,7 +283,8 @@ std::string report_text(const vesk_recover_report &report)
     add(text, report.events_tagged, counted(report.events_tagged, "event") + " tagged");
     add(text, report.files_deleted, counted(report.files_deleted, "old file") + " deleted");
     add(text, report.files_kept,
-        counted(report.files_kept, "file") + " that do not belong to the box left alone");
+        counted(report.files_kept, "file") + (report.files_kept == 1 ? " that does" : " that do") +
+            " not belong to the box left alone");
     if (report.source == VESK_RECOVER_FROM_BACKUP) {
         text += ", state from its backup";
     } else if (report.source == VESK_RECOVER_FROM_BUFFERS) {
@@ -237,6 +321,9 @@ std::string recovery_failure(const recovery_plan &plan)
 
 exit_code code_for(const recovery_plan &plan)
 {
+    if (!plan.obstacle.empty()) {
+        return exit_unreadable;
+    }
     const bool tried = plan.result == QE_ERROR_IO || plan.result == QE_ERROR_NO_MEMORY ||
                        (plan.result == QE_ERROR_OPEN && plan.system_error != 0 &&
                         code_for_errno(plan.system_error) == exit_failed);

@@ -26,16 +26,19 @@ struct recovery_step {
     uint64_t length;
     uint32_t count;
     int error;
+    uint64_t more = 0; // of the same action on the same file, which are not listed
 
     // False for files that nobody needs.
     bool is_needed() const { return action != VESK_RECOVER_DELETE && action != VESK_RECOVER_KEEP; }
+    // Something else has the name of a file of the box, and it is left alone.
+    bool is_foreign() const;
 };
 
 struct recovery_plan {
     int result = 0;       // of vesk_recover_plan()
     int system_error = 0; // what the system said to that
     std::string obstacle; // what lies where the recovery has to write, and why it cannot stay
-    std::vector<recovery_step> steps;
+    std::vector<recovery_step> steps; // at most most_told_of_a_kind of one action on one file
     vesk_recover_report report = {};
 
     bool is_empty() const { return report.steps == 0; }
@@ -43,12 +46,13 @@ struct recovery_plan {
     bool is_needed() const;
 };
 
-// Only looks.
+// Of the box and of the events that wait for it. Only looks. Throws a failure when the file of
+// those events cannot be read.
 recovery_plan plan_recovery(const std::string &base, const told_sizes &sizes);
 
 // A word for programs: "cut", "pad".
 const char *action_name(vesk_recover_action action);
-// A line for people: "21 bytes at 46 are taken out (the data ends inside an item)".
+// A line for people: "21 bytes at 46: the data ends inside a record: taken out, kept in FILE.torn".
 std::string step_text(const recovery_step &step);
 // What was kept, added and set aside, in one line.
 std::string report_text(const vesk_recover_report &report);

@@ -2,46 +2,54 @@
 // full buffer, or while the disk is full. They are kept in BASE.events, on the medium, and go into
 // the box in their order, before anything newer, as soon as there is a sample that they can follow.
 //
-// The file is a sequence of records, each of one line and the text of the event:
-//
-//   vesk-event MARK CCCCCCCC TYPE SECONDS LENGTH\n
-//   TEXT\n
-//
-// CCCCCCCC is the CRC-32 of all behind it and the blank that follows, in hexadecimal. MARK is
-// changed in place: "wait"; four digits from the moment in which the event is being put into the
-// box; "done" when it is there. The digits say how many events alike the box ends with before: when
-// it ends with more, a process that was killed had put the event there, and it is not put there
-// again. What is no record is passed over, as is a torn one at the end. When all are done the file
-// is deleted.
+// An event is marked before it is put into the box, with the number of events alike that the box
+// ends with: when it ends with more, a process that was killed had put the event there, and it is
+// not put there again. When all are in the box the file is deleted.
 #ifndef VESK_CLI_BOX_WAITING_EVENTS_HPP
 #define VESK_CLI_BOX_WAITING_EVENTS_HPP
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "box/box.hpp"
 #include "box/event.hpp"
+#include "box/waiting_file.hpp"
 
 namespace cli
 {
 
 class box_writer;
 
-// More are refused.
-constexpr std::size_t most_waiting_events = 1000;
-constexpr std::size_t most_waiting_bytes = std::size_t{1} << 20;
-
-// As it stands in the file.
-struct waiting_record {
-    std::size_t offset;
-    std::size_t size;
-    std::string mark;
-    event what;
-};
-
 // The events of the box that wait, oldest first. Only reads. Throws a failure when the file cannot
 // be read.
 std::vector<event> waiting_events_of(const box &found);
+
+// What there is to tell about the file of waiting events.
+struct waiting_report {
+    enum class condition {
+        absent,
+        whole,
+        damaged, // some of it cannot be read
+        foreign  // something else has the name, and is not looked into
+    };
+    std::string path;
+    condition is = condition::absent;
+    uint64_t bytes = 0;
+    std::size_t events = 0; // that wait
+    uint64_t unreadable_bytes = 0;
+    uint64_t first_unreadable = 0; // where the first of them are
+
+    bool is_there() const { return is != condition::absent; }
+    bool is_damaged() const { return is == condition::damaged; }
+    // "whole", "damaged".
+    const char *condition_name() const;
+    // "2 events wait, 21 bytes at 46 hold no event".
+    std::string text() const;
+};
+
+// Only reads. Throws a failure when the file cannot be read.
+waiting_report report_waiting_events(const box &found);
 
 // Keeps the order of events around a writer, which has the lock of the box.
 class waiting_events

@@ -1,5 +1,6 @@
 // vesk check BASE
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <ctime>
 #include <fmt/format.h>
@@ -12,11 +13,13 @@
 #include "box/box.hpp"
 #include "box/box_lock.hpp"
 #include "box/recovery.hpp"
+#include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "verbs/common_options.hpp"
 #include "verbs/verb.hpp"
+#include "verbs/waiting_json.hpp"
 
 namespace cli
 {
@@ -39,17 +42,36 @@ struct finding {
     std::string what;
 };
 
+// Of what kind a finding is, which says how the rest of a long list is called.
+enum class finding_kind { damage, refused_record, bare_event };
+constexpr const char *kind_words[] = {"places without a record", "records that readers refuse",
+                                      "events without a type word"};
+
 struct checked_file {
     const stored_file *file;
     uint64_t samples = 0;
     uint64_t intervals = 0;
     uint64_t events = 0;
-    std::vector<finding> findings;
+    std::vector<finding> findings; // at most most_told_of_a_kind of each kind
+    std::array<uint64_t, std::size(kind_words)> found = {};
+
+    void add(finding_kind kind, const finding &what)
+    {
+        if (++found[static_cast<std::size_t>(kind)] <= most_told_of_a_kind) {
+            findings.push_back(what);
+        }
+    }
+    // How many more there are of a kind than are listed.
+    uint64_t unlisted(std::size_t kind) const
+    {
+        return found[kind] - std::min<uint64_t>(found[kind], most_told_of_a_kind);
+    }
 };
 
 struct diagnosis {
     box what;
     std::vector<checked_file> files; // the others behind those of the box
+    waiting_report waiting;
     recovery_plan plan;
     bool moved = false;
     bool live = false; // somebody is writing, and the plan shows no more than that
@@ -71,7 +93,7 @@ bool diagnosis::is_anything_wrong() const
 
 bool diagnosis::has_findings() const
 {
-    return what.state.error != 0 ||
+    return what.state.error != 0 || waiting.is_damaged() ||
            std::any_of(files.begin(), files.begin() + static_cast<long>(what.files.size()),
                        [](const checked_file &file) { return !file.findings.empty(); });
 }
@@ -83,10 +105,13 @@ void check_item(const vesk_scan_item &item, checked_file &found)
     const bool bare = item.kind == VESK_SCAN_BARE_EVENT;
     found.events += bare || item.kind == VESK_SCAN_EVENT ? 1 : 0;
     if (bare) {
-        found.findings.push_back({item.offset, item.length, item.error,
-                                  fmt::format("the event at {} lacks its type word", item.offset)});
+        found.add(finding_kind::bare_event,
+                  {item.offset, item.length, item.error,
+                   fmt::format("the event at {} lacks its type word", item.offset)});
     } else if (is_damage(item)) {
-        found.findings.push_back({item.offset, item.length, item.error, damage_text(item)});
+        found.add(item.kind == VESK_SCAN_DAMAGE ? finding_kind::damage
+                                                : finding_kind::refused_record,
+                  {item.offset, item.length, item.error, damage_text(item)});
     }
 }
 
@@ -95,7 +120,7 @@ checked_file check_file(const stored_file &file)
     checked_file found = {};
     found.file = &file;
     if (file.missing) {
-        found.findings.push_back({0, 0, QE_ERROR_OPEN, file.problem});
+        found.add(finding_kind::damage, {0, 0, QE_ERROR_OPEN, file.problem});
         return found;
     }
     // What cannot be read for other reasons than its content cannot be judged either.
@@ -116,6 +141,7 @@ diagnosis diagnose(const check_options &options)
             result.files.push_back(check_file(file));
         }
     }
+    result.waiting = report_waiting_events(result.what);
     result.plan = plan_recovery(
         result.what.name, {options.shape.samples.value_or(0), options.shape.intervals.value_or(0)});
     return result;
@@ -166,6 +192,9 @@ std::string verdict_text(const diagnosis &found)
 
 std::string contents_text(const checked_file &found)
 {
+    if (found.file->missing) {
+        return found.file->problem;
+    }
     const std::string records = found.file->is_history() ? counted(found.intervals, "interval")
                                                          : counted(found.samples, "sample");
     const std::string events = found.events > 0 ? ", " + counted(found.events, "event") : "";
@@ -178,16 +207,57 @@ bool is_other(const diagnosis &found, const checked_file &file)
                        [&](const stored_file &other) { return &other == file.file; });
 }
 
+void print_file(const diagnosis &found, const checked_file &file)
+{
+    fmt::print("{}: {}{}\n", printable(file.file->path), contents_text(file),
+               is_other(found, file) ? ", does not belong to the box" : "");
+    if (file.file->missing) {
+        return;
+    }
+    for (const finding &what : file.findings) {
+        fmt::print("    {}\n", printable(what.what));
+    }
+    for (std::size_t kind = 0; kind < file.found.size(); ++kind) {
+        if (file.unlisted(kind) > 0) {
+            fmt::print("    and {} more {}\n", file.unlisted(kind), kind_words[kind]);
+        }
+    }
+}
+
+void print_step(const recovery_step &step)
+{
+    fmt::print("    {}\n", printable(step.path + ": " + step_text(step)));
+    if (step.more > 0) {
+        fmt::print("    {}: and {} more of the same kind\n", printable(step.path), step.more);
+    }
+}
+
+// Not the buffers and the waiting events, which are told as such.
+void print_foreign(const diagnosis &found)
+{
+    for (const recovery_step &step : found.plan.steps) {
+        const bool told =
+            step.path == found.waiting.path ||
+            std::any_of(found.files.begin(), found.files.end(),
+                        [&](const checked_file &file) { return file.file->path == step.path; });
+        if (step.is_foreign() && !told) {
+            fmt::print("{}: {}\n", printable(step.path), step_text(step));
+        }
+    }
+}
+
 void print_text(const diagnosis &found)
 {
     const box_state &state = found.what.state;
     fmt::print("{}: {}\n", printable(state.path), state.error == 0 ? "whole" : state_words(state));
     for (const checked_file &file : found.files) {
-        fmt::print("{}: {}{}\n", printable(file.file->path), contents_text(file),
-                   is_other(found, file) ? ", does not belong to the box" : "");
-        for (const finding &what : file.findings) {
-            fmt::print("    {}\n", printable(what.what));
-        }
+        print_file(found, file);
+    }
+    if (found.waiting.is_there()) {
+        fmt::print("{}: {}\n", printable(found.waiting.path), found.waiting.text());
+    }
+    if (found.plan.is_empty() || found.live) {
+        print_foreign(found);
     }
     if (found.what.writer) {
         fmt::print("process {} is writing to the box: its latest record may look torn\n",
@@ -196,7 +266,7 @@ void print_text(const diagnosis &found)
     if (!found.live && !found.plan.is_empty() && found.is_repairable()) {
         fmt::print("what a repair does:\n");
         for (const recovery_step &step : found.plan.steps) {
-            fmt::print("    {}\n", printable(step.path + ": " + step_text(step)));
+            print_step(step);
         }
         fmt::print("    {}\n", report_text(found.plan.report));
     }
@@ -215,6 +285,11 @@ ordered_json file_json(const diagnosis &found, const checked_file &file)
                                       {"error", what.error},
                                       {"what", what.what}});
     }
+    uint64_t unlisted = 0;
+    for (std::size_t kind = 0; kind < file.found.size(); ++kind) {
+        unlisted += file.unlisted(kind);
+    }
+    result["more_findings"] = unlisted;
     return result;
 }
 
@@ -235,7 +310,8 @@ ordered_json repair_json(const recovery_plan &plan)
                                    {"bytes", step.length},
                                    {"records", step.count},
                                    {"error", step.error},
-                                   {"what", step_text(step)}});
+                                   {"what", step_text(step)},
+                                   {"more", step.more}});
     }
     return result;
 }
@@ -264,6 +340,7 @@ void print_json(const diagnosis &found)
     for (const checked_file &file : found.files) {
         result["files"].push_back(file_json(found, file));
     }
+    result["waiting_events"] = waiting_json(found.waiting);
     result["repair"] =
         found.is_repairable() && !found.live ? repair_json(found.plan) : ordered_json(nullptr);
     // Paths may be any bytes, and what is not ASCII may turn a terminal: all of it is escaped.

@@ -38,9 +38,20 @@ public:
     void add(const std::string &path, const vesk_scan_item &item)
     {
         if (is_damage(item)) {
-            complain(fmt::format("{}: {}", path, damage_text(item)));
             ++damage_;
+            if (++in_file_ <= most_told_of_a_kind) {
+                complain(fmt::format("{}: {}", path, damage_text(item)));
+            }
         }
+    }
+    // After the last item of a file.
+    void end_file(const std::string &path)
+    {
+        if (in_file_ > most_told_of_a_kind) {
+            complain(fmt::format("{}: and {} more places or records", path,
+                                 in_file_ - most_told_of_a_kind));
+        }
+        in_file_ = 0;
     }
     // Missing, or something else than a file.
     void add_missing(const stored_file &file)
@@ -73,8 +84,9 @@ public:
 
 private:
     unsigned damage_ = 0;
-    unsigned failures_ = 0; // of the machine
-    unsigned refusals_ = 0; // for want of rights
+    std::size_t in_file_ = 0; // of the damage, so much is in the file that is being shown
+    unsigned failures_ = 0;   // of the machine
+    unsigned refusals_ = 0;   // for want of rights
 };
 
 struct array_release {
@@ -256,6 +268,7 @@ exit_code show_files(const std::vector<const stored_file *> &files, losses &lost
         } catch (const read_failure &reason) {
             lost.add_unread(reason);
         }
+        lost.end_file(file->path);
         unreadable += any || file->size == 0 ? 0 : 1;
     }
     flush_output();

@@ -129,6 +129,10 @@ constexpr const char *more =
     "records, it is put into the box at once. The text is kept with the raw samples, the history\n"
     "counts the events of each type.\n"
     "\n"
+    "An event that no buffer can take yet (before the first sample, behind the last one of a full\n"
+    "buffer, while the disk is full) waits in the file BASE.events, with a note and exit code 0, and\n"
+    "goes into the box with the next sample. `vesk info` tells how many wait.\n"
+    "\n"
     "Examples:\n"
     "  vesk event box 1 'database restarted'\n"
     "  vesk dump --events box\n";

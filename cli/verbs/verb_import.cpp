@@ -213,7 +213,8 @@ action prepare(option_list &options)
     add_sync(options, chosen->sync, "at the next vector after TIME");
     options.text("--acknowledge", "FILE|FD", chosen->acknowledge,
                  "Tell the time of each vector that is in the box, a line each, to a file or "
-                 "to the descriptor of this number");
+                 "to the descriptor of this number. Waits for the reader of a FIFO and while "
+                 "a pipe is full");
     return [chosen] { return import_text(*chosen); };
 }
 

@@ -9,12 +9,15 @@
 #include <vesk/vesk_buffer.h>
 
 #include "box/box.hpp"
+#include "box/companions.hpp"
+#include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
 #include "verbs/verb.hpp"
+#include "verbs/waiting_json.hpp"
 
 namespace cli
 {
@@ -61,9 +64,10 @@ struct contents {
     std::vector<std::string> sensors; // the latest
     time_span span;
     bool readable = false;
-    std::vector<std::string> damage;
-    std::string unread;  // why the file cannot be read although it is there
-    bool failed = false; // and that the machine is the reason
+    std::vector<std::string> damage; // at most most_told_of_a_kind
+    uint64_t more_damage = 0;        // that is not listed
+    std::string unread;              // why the file cannot be read although it is there
+    bool failed = false;             // and that the machine is the reason
 };
 
 uint64_t events_of(const vesk_hb_record_events &events)
@@ -75,7 +79,11 @@ uint64_t events_of(const vesk_hb_record_events &events)
 void count_item(const vesk_scan_item &item, contents &found)
 {
     if (is_damage(item)) {
-        found.damage.push_back(damage_text(item));
+        if (found.damage.size() < most_told_of_a_kind) {
+            found.damage.push_back(damage_text(item));
+        } else {
+            ++found.more_damage;
+        }
     }
     if (item.kind != VESK_SCAN_DAMAGE) {
         found.readable = true;
@@ -181,6 +189,8 @@ struct report {
     contents all;
     time_span history;
     time_span raw;
+    waiting_report waiting;
+    std::vector<foreign_companion> foreign;
     uint64_t bytes = 0;
     bool damaged = false;
     bool incomplete = false; // there are files that could not be read
@@ -192,7 +202,11 @@ report make_report(const std::string &name)
     result.what = find_box(name);
     const box &what = result.what;
     result.bytes = what.is_file ? 0 : what.state.size;
-    result.damaged = !what.is_file && what.state.error != 0;
+    result.waiting = report_waiting_events(what);
+    if (!what.is_file) {
+        result.foreign = foreign_companions(what.name);
+    }
+    result.damaged = (!what.is_file && what.state.error != 0) || result.waiting.is_damaged();
     for (const stored_file &file : what.files) {
         contents found = read_contents(file);
         result.bytes += file.size;
@@ -241,6 +255,10 @@ void print_state(const box &what)
 void print_file(const contents &found, bool lone)
 {
     const stored_file &file = *found.file;
+    if (file.missing) {
+        fmt::print("  {:<8} {}: {}\n", role_name(file, lone), printable(file.path), file.problem);
+        return;
+    }
     fmt::print("  {:<8} {:>10} bytes {:>7} of {:<7} {:<9} {}  {}\n", role_name(file, lone),
                file.size, file.is_history() ? found.intervals : found.samples, found.capacity,
                file.is_history() ? "intervals" : "samples", printable(file.path),
@@ -259,22 +277,36 @@ void print_text(const report &found)
     line("sensors", "{}", found.all.sensors.size());
     line("events", "{} among the raw samples, {} counted in history",
          found.all.events + found.all.bare_events, found.all.counted_events);
+    if (found.waiting.is_there()) {
+        line("waiting", "{}: {}", printable(found.waiting.path), found.waiting.text());
+    }
     line("bytes", "{}", found.bytes);
     fmt::print("files\n");
     for (const contents &file : found.files) {
         print_file(file, what.is_file);
     }
     for (const stored_file &file : what.others) {
-        fmt::print("  {:<8} {:>10} bytes {:>28} {}{}\n", "other", file.size, "",
-                   printable(file.path), file.problem.empty() ? "" : ": " + file.problem);
+        if (file.problem.empty()) {
+            fmt::print("  {:<8} {:>10} bytes {:>28} {}\n", "other", file.size, "",
+                       printable(file.path));
+        } else {
+            fmt::print("  {:<8} {}: {}\n", "other", printable(file.path), file.problem);
+        }
     }
     for (const contents &file : found.files) {
         for (const std::string &text : file.damage) {
             line("damage", "{}: {}", printable(file.file->path), text);
         }
+        if (file.more_damage > 0) {
+            line("damage", "{}: and {} more places or records", printable(file.file->path),
+                 file.more_damage);
+        }
         if (!file.unread.empty()) {
             line("not read", "{}", printable(file.unread));
         }
+    }
+    for (const foreign_companion &each : found.foreign) {
+        line("foreign", "{}: {}", printable(each.path), each.problem);
     }
 }
 
@@ -303,6 +335,7 @@ ordered_json file_json(const contents &found, bool lone)
     result["sensor_sets"] = found.sensor_changes;
     result["span"] = span_json(found.span);
     result["damage"] = found.damage;
+    result["more_damage"] = found.more_damage;
     if (!found.unread.empty()) {
         result["not_read"] = found.unread;
     }
@@ -337,6 +370,9 @@ void print_json(const report &found)
     result["raw"] = {{"span", span_json(found.raw)},
                      {"samples", found.all.samples},
                      {"events", found.all.events + found.all.bare_events}};
+    if (!what.is_file) {
+        result["waiting_events"] = waiting_json(found.waiting);
+    }
     result["bytes"] = found.bytes;
     result["files"] = ordered_json::array();
     for (const contents &file : found.files) {
@@ -345,6 +381,9 @@ void print_json(const report &found)
     result["other_files"] = ordered_json::array();
     for (const stored_file &file : what.others) {
         result["other_files"].push_back({{"path", file.path}, {"bytes", file.size}});
+    }
+    for (const foreign_companion &each : found.foreign) {
+        result["other_files"].push_back({{"path", each.path}, {"bytes", 0}});
     }
     result["sensors"] = found.all.sensors;
     // Names and paths may be any bytes, and what is not ASCII may turn a terminal: all of it is

@@ -11,6 +11,7 @@
 #include "box/box.hpp"
 #include "box/box_lock.hpp"
 #include "box/recovery.hpp"
+#include "box/waiting_file.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
@@ -32,6 +33,9 @@ void show(const recovery_plan &plan)
 {
     for (const recovery_step &step : plan.steps) {
         fmt::print("{}: {}\n", printable(step.path), printable(step_text(step)));
+        if (step.more > 0) {
+            fmt::print("{}: and {} more of the same kind\n", printable(step.path), step.more);
+        }
     }
 }
 
@@ -100,6 +104,7 @@ exit_code repair(const repair_options &options)
     done.result = vesk_recover(path.c_str(), sizes.samples, sizes.intervals, &done.report);
     done.system_error = done.result != 0 ? errno : 0;
     require_success(options.base, done);
+    done.report.bytes_aside += mend_waiting_file(options.base);
     fmt::print("{}: repaired: {}\n", printable(options.base), report_text(done.report));
     flush_output();
     return exit_done;

@@ -10,6 +10,7 @@
 #include "box/box.hpp"
 #include "box/box_writer.hpp"
 #include "box/event_record.hpp"
+#include "box/recovery.hpp"
 #include "box/waiting_events.hpp"
 #include "cli/quick_folder.hpp"
 #include "common/file_size_limit.hpp"
@@ -332,12 +333,124 @@ TEST_F(WaitingEvents, AnEventWaitsWhileTheDiskHasNoRoomForItInTheBox)
 TEST_F(WaitingEvents, AFileFullOfHeadsIsReadInBoundedTime)
 {
     // Each head promises a long text, so each asks for a checksum.
+    const std::string head = "vesk-event wait 00000000 1 1 10000\n";
     std::string content;
-    while (content.size() < most_waiting_bytes) {
-        content += "vesk-event wait 00000000 1 1 10000\n";
+    while (content.size() + head.size() <= most_waiting_bytes) {
+        content += head;
     }
     write_file(file, content);
     EXPECT_THAT(waiting(), ElementsAre());
+    EXPECT_EQ(read_waiting_file(base).damage.size(), 1U);
+}
+
+TEST_F(WaitingEvents, AFileThatIsLongerThanAnyIsForeign)
+{
+    const std::string content =
+        record("wait", "one") + std::string(most_waiting_bytes, '\0') + record("wait", "two");
+    write_file(file, content);
+    EXPECT_THROW(waiting(), foreign_waiting_file);
+    go_on();
+    EXPECT_EQ(read_file(file), content);
+    EXPECT_EQ(report_waiting_events(find_box(base)).is, waiting_report::condition::foreign);
+}
+
+TEST_F(WaitingEvents, TheFileOfAnotherUserIsForeign)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root, who may give files away";
+    }
+    constexpr uid_t stranger = 54321;
+    const std::string content = record("wait", "from a stranger");
+    write_file(file, content);
+    ASSERT_EQ(chown(file.c_str(), stranger, stranger), 0);
+    EXPECT_THAT(refusal(), HasSubstr("box.events: is no file of waiting events"));
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre());
+    EXPECT_EQ(read_file(file), content);
+    EXPECT_EQ(plan_recovery(base, {}).steps.size(), 1U);
+    // It is not foreign where the box is the stranger's, too.
+    ASSERT_EQ(chown((base + ".state").c_str(), stranger, stranger), 0);
+    EXPECT_THAT(waiting(), ElementsAre("from a stranger"));
+}
+
+TEST_F(WaitingEvents, WhatCannotBeReadIsKeptWhenTheFileIsDeleted)
+{
+    const std::string damaged = record("wait", "damaged").replace(20, 1, "x");
+    write_file(file, damaged + record("wait", "one") + "torn");
+    go_on();
+    EXPECT_THAT(in_box(), ElementsAre("one"));
+    EXPECT_FALSE(std::filesystem::exists(file));
+    EXPECT_EQ(read_file(file + ".torn"), damaged + "torn");
+}
+
+TEST_F(WaitingEvents, AReportTellsWhatIsThere)
+{
+    using condition = waiting_report::condition;
+    const auto report = [&] { return report_waiting_events(find_box(base)); };
+    EXPECT_EQ(report().is, condition::absent);
+    write_file(file, record("done", "zero") + record("wait", "one"));
+    EXPECT_EQ(report().is, condition::whole);
+    EXPECT_EQ(report().text(), "1 event waits");
+    write_file(file, record("wait", "one") + record("wait", "two") + "torn");
+    EXPECT_EQ(report().is, condition::damaged);
+    EXPECT_EQ(report().text(), "2 events wait, 4 bytes at " +
+                                   std::to_string(2 * record("wait", "one").size()) +
+                                   " hold no event");
+    write_file(file, "some other text");
+    EXPECT_EQ(report().is, condition::foreign);
+}
+
+TEST_F(WaitingEvents, AMendedFileHoldsWhatCanBeRead)
+{
+    const std::string damaged = record("wait", "damaged").replace(20, 1, "x");
+    const std::string readable = record("wait", "one") + record("0001", "two");
+    write_file(file, record("done", "zero") + damaged + readable + std::string(7, '\0'));
+    ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+    // A mend before was killed.
+    write_file(file + ".new", "half of it");
+    EXPECT_EQ(mend_waiting_file(base), damaged.size() + 7);
+    EXPECT_EQ(read_file(file), readable);
+    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms{0640});
+    EXPECT_EQ(read_file(file + ".torn"), damaged + std::string(7, '\0'));
+    EXPECT_FALSE(std::filesystem::exists(file + ".new"));
+    EXPECT_EQ(mend_waiting_file(base), 0U);
+    EXPECT_EQ(read_file(file), readable);
+    // Nothing readable at all.
+    write_file(file, damaged);
+    EXPECT_EQ(mend_waiting_file(base), damaged.size());
+    EXPECT_FALSE(std::filesystem::exists(file));
+    EXPECT_EQ(read_file(file + ".torn"), damaged + std::string(7, '\0') + damaged);
+}
+
+TEST_F(WaitingEvents, WhatIsTakenOutIsNeverWrittenThroughALink)
+{
+    const std::string content = record("wait", "one") + "torn";
+    const std::string target = folder.file("target");
+    write_file(file, content);
+    write_file(target, "");
+    for (const char *suffix : {".torn", ".new"}) {
+        ASSERT_EQ(symlink(target.c_str(), (file + suffix).c_str()), 0);
+        EXPECT_THROW(mend_waiting_file(base), failure) << suffix;
+        EXPECT_NE(plan_recovery(base, {}).obstacle, "") << suffix;
+        EXPECT_EQ(read_file(file), content) << suffix;
+        EXPECT_EQ(read_file(target), "") << suffix;
+        std::filesystem::remove(file + suffix);
+    }
+}
+
+TEST_F(WaitingEvents, AFullDiskLeavesADamagedFileAsItIs)
+{
+    const std::string content = record("wait", "one") + "torn" + record("wait", "two");
+    write_file(file, content);
+    for (std::size_t room = 0; room < content.size() - 4; ++room) {
+        const file_size_limit disk(room);
+        EXPECT_THROW(mend_waiting_file(base), storage_failure) << room;
+        EXPECT_EQ(read_file(file), content) << room;
+        EXPECT_FALSE(std::filesystem::exists(file + ".new")) << room;
+        std::filesystem::remove(file + ".torn");
+    }
+    EXPECT_EQ(mend_waiting_file(base), 4U);
+    EXPECT_THAT(waiting(), ElementsAre("one", "two"));
 }
 
 } // namespace
