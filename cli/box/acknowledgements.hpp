@@ -6,6 +6,7 @@
 #include <string>
 
 #include "box/event_channel.hpp"
+#include "process/stop_request.hpp"
 
 namespace cli
 {
@@ -15,13 +16,18 @@ class acknowledgements
 {
 public:
     // @p where is the number of an open descriptor or the name of a file, which is appended to;
-    // with an empty one nothing is told.
-    explicit acknowledgements(const std::string &where);
+    // with an empty one nothing is told. Waits for the reader of a FIFO; throws a failure when the
+    // end is requested meanwhile, or when there is no such descriptor or file.
+    acknowledgements(const std::string &where, const stop_request &stop);
 
-    // The line is with the kernel when this returns.
+    // The line is with the kernel when this returns, unless the end was requested while a pipe took
+    // nothing. Throws a failure when the line is refused.
     void add(int64_t time);
 
 private:
+    void open_file();
+
+    const stop_request &stop_;
     std::string name_;
     file_descriptor file_;
 };

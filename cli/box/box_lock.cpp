@@ -1,3 +1,4 @@
+// Taking, keeping and letting go of the lock file, and telling who has it.
 #include "box/box_lock.hpp"
 
 #include <cerrno>
@@ -153,12 +154,7 @@ std::optional<pid_t> lock_holder(const std::string &base)
 
 box_lock::box_lock(const std::string &base) : base_(base), path_(lock_file_of(base))
 {
-    try {
-        take();
-    } catch (...) {
-        release();
-        throw;
-    }
+    take_or_release();
 }
 
 box_lock::~box_lock()
@@ -189,7 +185,18 @@ bool box_lock::is_held() const
 void box_lock::retake()
 {
     release();
-    take();
+    take_or_release();
+}
+
+// A file that could not be locked is another process's, and must not be taken for one's own.
+void box_lock::take_or_release()
+{
+    try {
+        take();
+    } catch (...) {
+        release();
+        throw;
+    }
 }
 
 void box_lock::take()

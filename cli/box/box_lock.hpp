@@ -44,6 +44,7 @@ public:
     void retake();
 
 private:
+    void take_or_release();
     void take();
     bool try_to_take();
     void release();

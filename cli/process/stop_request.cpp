@@ -1,3 +1,4 @@
+// The flag that signals set, and waiting that they end.
 #include "process/stop_request.hpp"
 
 #include <algorithm>
@@ -8,6 +9,8 @@ namespace cli
 {
 namespace
 {
+
+constexpr double longest_wait = 3600;
 
 volatile sig_atomic_t stop_flag = 0;
 
@@ -47,6 +50,24 @@ bool stop_request::requested() const
 
 bool stop_request::wait(double seconds, int fd) const
 {
+    wait_for(seconds, fd, POLLIN);
+    return stop_flag != 0;
+}
+
+bool stop_request::wait_to_write(int fd) const
+{
+    pollfd writable = {fd, POLLOUT, 0};
+    while (stop_flag == 0) {
+        if (poll(&writable, 1, 0) != 0) {
+            return true;
+        }
+        wait_for(longest_wait, fd, POLLOUT);
+    }
+    return false;
+}
+
+void stop_request::wait_for(double seconds, int fd, short events) const
+{
     // The signals stay blocked between the test and the sleep, so none is lost in between.
     sigset_t blocked;
     sigset_t before;
@@ -56,15 +77,14 @@ bool stop_request::wait(double seconds, int fd) const
     }
     sigprocmask(SIG_BLOCK, &blocked, &before);
     if (stop_flag == 0) {
-        const double bounded = std::clamp(seconds, 0.0, 3600.0);
+        const double bounded = std::clamp(seconds, 0.0, longest_wait);
         timespec timeout = {};
         timeout.tv_sec = static_cast<time_t>(bounded);
         timeout.tv_nsec = static_cast<long>((bounded - std::floor(bounded)) * 1e9);
-        pollfd readable = {fd, POLLIN, 0};
-        ppoll(&readable, fd >= 0 ? 1 : 0, &timeout, &before);
+        pollfd ready = {fd, events, 0};
+        ppoll(&ready, fd >= 0 ? 1 : 0, &timeout, &before);
     }
     sigprocmask(SIG_SETMASK, &before, nullptr);
-    return stop_flag != 0;
 }
 
 } // namespace cli

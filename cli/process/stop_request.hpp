@@ -19,8 +19,12 @@ public:
     bool requested() const;
     // Waits, at most @p seconds or until @p fd can be read; true as soon as the end is requested.
     bool wait(double seconds, int fd = -1) const;
+    // Waits until @p fd takes something, or has failed. False when the end is requested instead.
+    bool wait_to_write(int fd) const;
 
 private:
+    void wait_for(double seconds, int fd, short events) const;
+
     static constexpr int signals_[] = {SIGINT, SIGTERM, SIGHUP};
     struct sigaction before_[3] = {};
 };

@@ -34,7 +34,7 @@ class importer
 public:
     explicit importer(const import_options &options)
         : options_(options), sync_(parse_sync_policy(options.sync)),
-          acknowledgements_(options.acknowledge), lines_(options.file, &stop_)
+          acknowledgements_(options.acknowledge, stop_), lines_(options.file, &stop_)
     {
     }
 
@@ -166,8 +166,8 @@ private:
 
     const import_options &options_;
     sync_policy sync_;
-    acknowledgements acknowledgements_;
     stop_request stop_;
+    acknowledgements acknowledgements_;
     status_line status_;
     line_source lines_;
     telemetry_parser parser_;

@@ -156,6 +156,18 @@ TEST(BoxLock, TheFileOfAnotherHolderStaysWhenTheFirstOneEnds)
     EXPECT_THAT(lock_holder(folder.file("box")), Optional(other.pid()));
 }
 
+TEST(BoxLock, WhoCouldNotTakeItBackDoesNotRemoveTheFileOfItsHolder)
+{
+    const temporary_directory folder;
+    auto lock = std::make_unique<box_lock>(folder.file("box"));
+    unlink(folder.file("box.lock").c_str());
+    const other_holder other(folder.file("box"));
+    EXPECT_THROW(lock->retake(), box_in_use);
+    EXPECT_FALSE(lock->is_held());
+    lock.reset();
+    EXPECT_THAT(lock_holder(folder.file("box")), Optional(other.pid()));
+}
+
 TEST(BoxLock, IsNoLinkAndOverwritesNothing)
 {
     const temporary_directory folder;
