@@ -1,3 +1,4 @@
+// Reading every record of a box before a recorder does, and saying what stands in the way.
 #include "box/box_check.hpp"
 
 #include <fmt/format.h>

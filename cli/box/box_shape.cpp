@@ -1,3 +1,5 @@
+// The sizes of a new box as far as the user says them, and comparing them with those of a box that
+// is there.
 #include "box/box_shape.hpp"
 
 #include <algorithm>

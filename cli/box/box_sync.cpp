@@ -1,3 +1,5 @@
+// Bringing what was written onto the medium when the policy says so, and telling once that it
+// fails.
 #include "box/box_sync.hpp"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// Writing vectors and events, and putting the box in order again after a write that failed.
 #include "box/box_writer.hpp"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// Both ends of the socket through which events come to a recording, and their answers.
 #include "box/event_channel.hpp"
 
 #include <array>

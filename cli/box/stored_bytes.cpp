@@ -1,3 +1,4 @@
+// Holding a file of a box open, or saying in words what else has its name.
 #include "box/stored_bytes.hpp"
 
 #include <cerrno>

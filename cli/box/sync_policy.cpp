@@ -1,3 +1,4 @@
+// The words of the option --sync.
 #include "box/sync_policy.hpp"
 
 #include "text/duration.hpp"

@@ -1,3 +1,4 @@
+// Both clocks by clock_gettime().
 #include "process/clock.hpp"
 
 #include <ctime>

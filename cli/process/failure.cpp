@@ -1,3 +1,4 @@
+// Words for the codes of the library and for errno.
 #include "process/failure.hpp"
 
 #include <cerrno>

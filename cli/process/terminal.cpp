@@ -1,3 +1,4 @@
+// Messages, colour and the status line on standard error, and making text of others printable.
 #include "process/terminal.hpp"
 
 #include <cstdio>

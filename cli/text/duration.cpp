@@ -1,3 +1,4 @@
+// Reading times such as "10s" and "2h".
 #include "text/duration.hpp"
 
 #include <charconv>

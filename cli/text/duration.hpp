@@ -1,3 +1,4 @@
+// Lengths of time as options give them.
 #ifndef VESK_CLI_TEXT_DURATION_HPP
 #define VESK_CLI_TEXT_DURATION_HPP
 

@@ -1,3 +1,4 @@
+// Lines out of what a text_input reads, with their numbers.
 #include "text/line_source.hpp"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// The distance of a mistyped word to those that there are.
 #include "text/suggestion.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The word that somebody who has mistyped one may have meant.
 #ifndef VESK_CLI_TEXT_SUGGESTION_HPP
 #define VESK_CLI_TEXT_SUGGESTION_HPP
 

@@ -1,3 +1,4 @@
+// Reading and writing the lines of text telemetry.
 #include "text/telemetry_text.hpp"
 
 #include <algorithm>

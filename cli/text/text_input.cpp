@@ -1,3 +1,4 @@
+// Reading plain and gzip input piece by piece, as it comes.
 #include "text/text_input.hpp"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Times and numbers as text, in both directions.
 #include "text/value_text.hpp"
 
 #include <algorithm>
