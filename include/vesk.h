@@ -23,7 +23,8 @@
  *    given: a relative name depends on the working directory, and a copied recorder still means the
  *    original's buffers. A recorder opens and makes regular files only: a link, a FIFO, a device or
  *    a folder under one of these names is neither followed nor waited for, but gives QE_ERROR_OPEN
- *    (-40). The folder of the box may be a link.
+ *    (-40); a link to /dev/full, which shows what a full disk does, is written to, and a folder in
+ *    the place of the state file is a file without bytes. The folder of the box may be a link.
  * 2. Sizes. A current buffer holds num_cb_samples vectors and is summarised into num_hb_intervals
  *    intervals; a history buffer holds twice as many. Two consecutive intervals of a full history
  *    become one when the next buffer is summarised. num_hb_intervals must not

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 static owned_file _make_stream(int descriptor, int flags)
@@ -20,6 +21,9 @@ static owned_file _make_stream(int descriptor, int flags)
     }
     return file;
 }
+
+// Linux gives /dev/full this number on every machine.
+static const dev_t full_device = makedev(1, 7);
 
 // What a new file may be at most; the umask of the process takes its part away.
 static constexpr mode_t usual_mode = 0666;
@@ -60,11 +64,27 @@ owned_file _vesk_create_plain_file(const char *path, mode_t mode)
     return file;
 }
 
+// Null, without touching errno, when the path leads anywhere else than to /dev/full.
+static owned_file _open_full_device(const char *path)
+{
+    const int error = errno;
+    owned_file file;
+    struct stat status = {};
+    if (stat(path, &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == full_device) {
+        file = _make_stream(open(path, O_WRONLY | O_CLOEXEC | O_NOCTTY), O_WRONLY);
+    }
+    errno = error;
+    return file;
+}
+
 owned_file _vesk_overwrite_plain_file(const char *path)
 {
     // Emptied last, when nothing else can fail any more.
     owned_file file = _vesk_open_plain_file(path, O_WRONLY | O_CREAT);
-    if (file && ftruncate(fileno(file.get()), 0) != 0) {
+    if (!file) {
+        return _open_full_device(path);
+    }
+    if (ftruncate(fileno(file.get()), 0) != 0) {
         const int error = errno;
         file.reset();
         errno = error;

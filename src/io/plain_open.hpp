@@ -22,7 +22,8 @@ owned_file _vesk_open_plain_file(const char *path, int flags, link_rule rule = l
 owned_file _vesk_create_plain_file(const char *path, mode_t mode);
 
 // Makes a file, or empties a regular file that is there, for writing: fopen(path, "w") but for what
-// is no regular file. Null with errno; what is there has kept its content then.
+// is no regular file. Null with errno; what is there has kept its content then. A link to /dev/full
+// is followed: it harms nothing, and is how people try what a full disk does.
 owned_file _vesk_overwrite_plain_file(const char *path);
 
 #endif

@@ -197,7 +197,8 @@ vesk *vesk_open(const char *filename)
     }
     owned_file file = _vesk_open_plain_file(state_filename.get(), O_RDONLY);
     if (!file) {
-        qe_set_last_error(QE_ERROR_OPEN);
+        // A folder can be opened, but has no bytes.
+        qe_set_last_error(errno == EISDIR ? QE_ERROR_TRUNCATED : QE_ERROR_OPEN);
         return nullptr;
     }
     owned<reader, reader_destroy> source(raw_reader_create(file.get(), close_file));

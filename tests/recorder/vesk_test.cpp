@@ -221,10 +221,8 @@ TEST_F(Recorder, AStateFileThatCannotBeMadeLeavesTheFirstBuffer)
     EXPECT_EQ(stored_buffer_header(1, 4), content("r.1.cbuf.z"));
 
     fs::remove("r.state");
-    {
-        const file_size_limit limit(20);
-        EXPECT_FALSE(create());
-    }
+    fs::create_symlink("/dev/full", "r.state");
+    EXPECT_FALSE(create());
     EXPECT_EQ(-41, qe_get_last_error());
     EXPECT_EQ(before, count_open_files());
 }
@@ -640,7 +638,7 @@ TEST_F(Recorder, WithoutAStateFileNothingIsOpened)
     fs::remove("r.state");
     fs::create_directory("r.state");
     EXPECT_FALSE(open());
-    EXPECT_EQ(-40, qe_get_last_error()) << "a folder is not opened";
+    EXPECT_EQ(-48, qe_get_last_error()) << "a folder has no bytes";
 }
 
 TEST_F(Recorder, OpeningReadsEverythingBack)
@@ -1123,7 +1121,8 @@ TEST_F(Recorder, AStateFileThatCannotBeSavedDoesNotStopTheRecorder)
 TEST_F(Recorder, AStateFileOnAFullDiskGives41)
 {
     const owned_recorder recorder = create_with(4);
-    const file_size_limit limit(20);
+    fs::remove("r.state");
+    fs::create_symlink("/dev/full", "r.state");
     EXPECT_EQ(-41, write(recorder.get(), 5));
     EXPECT_EQ(2U, recorder->state);
 }
