@@ -1,11 +1,29 @@
+// The rules for names of sensors.
 #include "machine/measurement.hpp"
 
 namespace cli
 {
-
-std::string name_part(const std::string &text)
+namespace
 {
-    std::string result = text;
+
+// A longer one before those that it ends with.
+constexpr std::string_view units[] = {
+    "bytes_per_s", "packets_per_s",
+    "pages_per_s", "per_s",
+    "bytes",       "percent",
+    "count",       "flag",
+    "ms",          "s",
+    "MHz",         "C",
+    "RPM",         "V",
+    "A",           "W",
+    "dBm",
+};
+
+} // namespace
+
+std::string name_part(std::string_view text)
+{
+    std::string result(text.substr(0, longest_name_part));
     for (char &c : result) {
         const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                            (c >= '0' && c <= '9') || c == '.' || c == '_' || c == '-' || c == '+';
@@ -14,6 +32,25 @@ std::string name_part(const std::string &text)
         }
     }
     return result;
+}
+
+std::string_view group_of(std::string_view name)
+{
+    name.remove_prefix(name.starts_with("::") ? 2 : 0);
+    return name.substr(0, name.find('.'));
+}
+
+std::string_view unit_of(std::string_view name)
+{
+    for (const std::string_view unit : units) {
+        if (name.size() > unit.size() && name.ends_with(unit)) {
+            const char before = name[name.size() - unit.size() - 1];
+            if (before == '_' || before == '.') {
+                return name.substr(name.size() - unit.size());
+            }
+        }
+    }
+    return {};
 }
 
 } // namespace cli

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -29,11 +30,21 @@ struct portion {
     uint64_t whole;
 };
 
-// Names begin with "::" and a letter, so that a header line of text telemetry is recognised, and
-// have no comma. They end with the unit: ::disk.sda.read_bytes_per_s.
+// A sum over events and the number of the events. Recorded as the mean of the events that came
+// since, times @p unit; missing when none came.
+struct mean_of_new {
+    uint64_t sum;
+    uint64_t number;
+    double unit;
+};
+
+// Names are "::" GROUP "." REST, and the group begins with a letter, so that a header line of text
+// telemetry is recognised. They have no comma and end with the unit: ::disk.sda.read_bytes_per_s.
 struct measurement {
+    using kind = std::variant<gauge, counter, portion, mean_of_new>;
     std::string name;
-    std::variant<gauge, counter, portion> what;
+    kind what;
+    std::string source = {}; // the file that it was read from
 };
 
 using measurements = std::vector<measurement>;
@@ -44,8 +55,16 @@ struct snapshot {
 };
 
 // The part of a name that comes from the machine: what is not a letter, a digit or one of "._-+"
-// becomes '_'.
-std::string name_part(const std::string &text);
+// becomes '_', and what is longer than any name of a device (longest_name_part) is cut.
+std::string name_part(std::string_view text);
+constexpr std::size_t longest_name_part = 200;
+
+// "disk" for "::disk.sda.reads_per_s".
+std::string_view group_of(std::string_view name);
+
+// The unit that a name ends with ("bytes_per_s", "percent"), or nothing: "::load.1min" is a number
+// without one.
+std::string_view unit_of(std::string_view name);
 
 } // namespace cli
 

@@ -21,6 +21,15 @@ double rate(const counter &before, const counter &now, double seconds)
     return seconds > 0 ? growth(before.count, now.count) * now.unit / seconds : missing;
 }
 
+double mean(const mean_of_new &before, const mean_of_new &now)
+{
+    const double number = growth(before.number, now.number);
+    if (!(number > 0)) {
+        return missing;
+    }
+    return growth(before.sum, now.sum) * now.unit / number;
+}
+
 double percentage(const portion &before, const portion &now)
 {
     const double whole = growth(before.whole, now.whole);
@@ -30,6 +39,18 @@ double percentage(const portion &before, const portion &now)
     // The kernel lets the time that a processor waits run backwards by a tick now and then.
     const double part = now.part >= before.part ? growth(before.part, now.part) : 0;
     return 100 * part / whole;
+}
+
+// Both are of the same kind, which is no gauge.
+double difference(const measurement::kind &before, const measurement::kind &now, double seconds)
+{
+    if (const auto *as_counter = std::get_if<counter>(&now)) {
+        return rate(*std::get_if<counter>(&before), *as_counter, seconds);
+    }
+    if (const auto *as_portion = std::get_if<portion>(&now)) {
+        return percentage(*std::get_if<portion>(&before), *as_portion);
+    }
+    return mean(*std::get_if<mean_of_new>(&before), *std::get_if<mean_of_new>(&now));
 }
 
 } // namespace
@@ -51,12 +72,7 @@ readings readings_between(const snapshot &before, const snapshot &now)
             if (found == earlier.end() || found->second->what.index() != m.what.index()) {
                 continue;
             }
-            const auto &old = found->second->what;
-            if (const auto *as_counter = std::get_if<counter>(&m.what)) {
-                value = rate(std::get<counter>(old), *as_counter, seconds);
-            } else {
-                value = percentage(std::get<portion>(old), std::get<portion>(m.what));
-            }
+            value = difference(found->second->what, m.what, seconds);
         }
         result.names.push_back(m.name);
         result.values.push_back(static_cast<float>(value));

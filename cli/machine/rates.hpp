@@ -15,7 +15,7 @@ struct readings {
     std::vector<float> values;
 };
 
-// Gauges stand for themselves. A counter or a portion needs an earlier count, so it appears with
+// Gauges stand for themselves. All others need an earlier count, so it appears with
 // the second snapshot that has it; when it has gone backwards (a device was replaced, a counter
 // reset), its value is missing this once.
 readings readings_between(const snapshot &before, const snapshot &now);

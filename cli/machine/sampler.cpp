@@ -1,11 +1,22 @@
+// Asks the sources of the groups that are wanted, one after the other.
 #include "machine/sampler.hpp"
 
 #include <algorithm>
 #include <string_view>
 #include <unordered_set>
 
-#include "machine/proc_files.hpp"
-#include "machine/procps.hpp"
+#include "machine/cgroups.hpp"
+#include "machine/disks.hpp"
+#include "machine/kernel_tables.hpp"
+#include "machine/memory.hpp"
+#include "machine/network.hpp"
+#include "machine/power.hpp"
+#include "machine/pressure.hpp"
+#include "machine/processors.hpp"
+#include "machine/redundancy.hpp"
+#include "machine/sockets.hpp"
+#include "machine/temperature.hpp"
+#include "machine/text_fields.hpp"
 #include "process/clock.hpp"
 
 namespace cli
@@ -13,13 +24,55 @@ namespace cli
 namespace
 {
 
-// Two features may carry the same label, and a name may stand in a header line only once.
-void drop_repeated_names(measurements &taken)
+// A source, and the groups of what it gives, separated by blanks.
+struct source {
+    std::string_view groups;
+    void (*measure)(const machine_files &files, measurements &out);
+};
+
+constexpr source sources[] = {
+    {"cpu kernel", measure_processors},
+    {"load kernel", measure_load},
+    {"mem swap", measure_memory},
+    {"disk", measure_disks},
+    {"net", measure_network},
+    {"wireless", measure_wireless},
+    {"tcp udp sockets", measure_sockets},
+    {"pressure", measure_pressure},
+    {"cgroup", measure_cgroups},
+    {"files", measure_open_files},
+    {"conntrack", measure_conntrack},
+    {"thermal", measure_thermal_zones},
+    {"cpufreq", measure_frequency},
+    {"power", measure_supplies},
+    {"rapl", measure_energy},
+    {"edac", measure_memory_errors},
+    {"md", measure_arrays},
+};
+
+bool wants_any(const sensor_choice &choice, std::string_view groups)
 {
-    std::unordered_set<std::string> seen;
-    taken.erase(std::remove_if(taken.begin(), taken.end(),
-                               [&](const measurement &m) { return !seen.insert(m.name).second; }),
-                taken.end());
+    while (!groups.empty()) {
+        if (choice.wants_group(cut(groups, ' '))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Two features may carry the same label, and a name may stand in a header line only once.
+void drop_unwanted(const sensor_choice &choice, measurements &taken)
+{
+    std::unordered_set<std::string_view> seen;
+    measurements kept;
+    kept.reserve(taken.size());
+    for (measurement &m : taken) {
+        if (kept.size() < most_sensors && choice.wants(m.name) && !seen.contains(m.name)) {
+            kept.push_back(std::move(m));
+            seen.insert(kept.back().name);
+        }
+    }
+    taken = std::move(kept);
 }
 
 } // namespace
@@ -28,11 +81,18 @@ snapshot sampler::take()
 {
     snapshot result;
     result.seconds = monotonic_seconds();
-    measure_procps(result.taken);
-    measure_network(root_, result.taken);
-    measure_pressure(root_, result.taken);
-    hwmon_.measure(result.taken);
-    drop_repeated_names(result.taken);
+    for (const source &each : sources) {
+        if (wants_any(choice_, each.groups)) {
+            each.measure(files_, result.taken);
+        }
+    }
+    if (choice_.wants_group("fs")) {
+        file_systems_.measure(files_, result.taken);
+    }
+    if (choice_.wants_group("hwmon")) {
+        hwmon_.measure(files_, result.taken);
+    }
+    drop_unwanted(choice_, result.taken);
     return result;
 }
 

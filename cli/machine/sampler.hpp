@@ -4,22 +4,33 @@
 
 #include <string>
 
+#include "machine/file_systems.hpp"
+#include "machine/groups.hpp"
 #include "machine/hwmon.hpp"
+#include "machine/machine_files.hpp"
 #include "machine/measurement.hpp"
 
 namespace cli
 {
 
+// At most so many sensors are taken: a box has room for 10000 names in all its life.
+constexpr std::size_t most_sensors = 8000;
+
 class sampler
 {
 public:
-    // @p root stands before the paths that are read by hand, "" for the machine itself.
-    explicit sampler(std::string root = "") : root_(std::move(root)), hwmon_(root_) {}
+    // @p root stands before all paths, "" for the machine itself.
+    explicit sampler(std::string root = "", sensor_choice choice = {})
+        : files_(std::move(root)), choice_(std::move(choice))
+    {
+    }
 
     snapshot take();
 
 private:
-    std::string root_;
+    machine_files files_;
+    sensor_choice choice_;
+    file_system_source file_systems_;
     hwmon_source hwmon_;
 };
 

@@ -59,6 +59,11 @@ public:
     {
         verb_.add_option(name, value, help)->type_name(type)->capture_default_str();
     }
+    void texts(const char *name, const char *type, std::vector<std::string> &values,
+               const std::string &help) override
+    {
+        verb_.add_option(name, values, help)->type_name(type)->allow_extra_args(false);
+    }
     void number(const char *name, const char *type, std::optional<uint32_t> &value,
                 const std::string &help) override
     {

@@ -31,6 +31,9 @@ public:
     // "--for TIME": @p type stands for the value in the help.
     virtual void text(const char *name, const char *type, std::string &value,
                       const std::string &help) = 0;
+    // May be given several times.
+    virtual void texts(const char *name, const char *type, std::vector<std::string> &values,
+                       const std::string &help) = 0;
     virtual void number(const char *name, const char *type, std::optional<uint32_t> &value,
                         const std::string &help) = 0;
     virtual void flag(const char *name, bool &value, const std::string &help) = 0;

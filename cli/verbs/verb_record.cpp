@@ -17,6 +17,7 @@
 #include "text/duration.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
+#include "verbs/sensor_options.hpp"
 #include "verbs/verb.hpp"
 
 namespace cli
@@ -29,6 +30,7 @@ struct record_options {
     std::string interval = "1s";
     std::string duration; // empty: until a signal ends it
     std::string sync = "10s";
+    sensor_options sensors;
     box_shape shape;
 };
 
@@ -43,10 +45,10 @@ constexpr std::size_t events_at_end = 1000;
 class recording
 {
 public:
-    recording(const record_options &options, int64_t interval)
+    recording(const record_options &options, int64_t interval, sensor_choice choice)
         : base_(options.base), interval_(interval),
           box_(options.base, options.shape, parse_sync_policy(options.sync)),
-          events_(box_, options.base)
+          events_(box_, options.base), machine_(options.sensors.root, std::move(choice))
     {
         try {
             inbox_.emplace(options.base);
@@ -159,7 +161,9 @@ private:
     void require_readings(const readings &found) const
     {
         if (found.names.empty() && recorded_ == 0) {
-            throw failure(exit_failed, "this machine gives no readings (is /proc there?)");
+            throw failure(
+                exit_failed,
+                "this machine gives no readings (is /proc there? 'vesk sensors' lists them)");
         }
         if (found.names.empty()) {
             throw passing_failure("this machine gives no readings now");
@@ -237,6 +241,7 @@ private:
 exit_code record(const record_options &options)
 {
     const int64_t interval = parse_duration(options.interval, "--interval");
+    sensor_choice choice = options.sensors.choice();
     std::optional<uint64_t> samples;
     if (!options.duration.empty()) {
         const int64_t duration = parse_duration(options.duration, "--for");
@@ -246,7 +251,7 @@ exit_code record(const record_options &options)
         }
         samples = static_cast<uint64_t>(duration / interval);
     }
-    recording(options, interval).run(samples);
+    recording(options, interval, std::move(choice)).run(samples);
     return exit_done;
 }
 
@@ -260,6 +265,7 @@ action prepare(option_list &options)
     options.text("--for", "TIME", chosen->duration, "End after this time (default: at Ctrl-C)");
     add_shape(options, chosen->shape);
     add_sync(options, chosen->sync, "at the next sample after TIME");
+    add_sensor_options(options, chosen->sensors);
     return [chosen] { return record(*chosen); };
 }
 
@@ -273,6 +279,8 @@ constexpr const char *more =
     "      One sample a second; the last hours raw, all before in summary.\n"
     "  vesk record box --interval 10s --for 5m\n"
     "      Thirty samples, then the end.\n"
+    "  vesk record box --sensors cpu,mem,disk,fs --exclude 'fs.*.used_inodes_*'\n"
+    "      Some sensors only; 'vesk sensors' lists those of this machine.\n"
     "  vesk record box --interval 1m --samples 1440 --intervals 24\n"
     "      A day in each buffer, summarised by the hour.\n";
 

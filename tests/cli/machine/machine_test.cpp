@@ -1,20 +1,18 @@
 // The readings of the machine: arithmetic with made numbers, reading with a made tree of files, and
 // one look at the machine that the test runs on.
-#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <set>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include "common/temporary_directory.hpp"
+#include "cli/machine/machine_tree.hpp"
+#include "machine/disks.hpp"
 #include "machine/hwmon.hpp"
-#include "machine/proc_files.hpp"
-#include "machine/procps.hpp"
+#include "machine/hwmon_files.hpp"
+#include "machine/network.hpp"
+#include "machine/pressure.hpp"
+#include "machine/processors.hpp"
 #include "machine/rates.hpp"
 #include "machine/sampler.hpp"
 #include "machine/schedule.hpp"
@@ -26,15 +24,6 @@ namespace
 using namespace cli;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-std::vector<std::string> names_of(const measurements &taken)
-{
-    std::vector<std::string> names;
-    for (const measurement &m : taken) {
-        names.push_back(m.name);
-    }
-    return names;
-}
 
 float only_value(const measurement &before, const measurement &now, double seconds = 1)
 {
@@ -96,6 +85,34 @@ TEST(Rates, APortionOfNothingHasNoValue)
     EXPECT_TRUE(std::isnan(only_value({"::p", portion{1, 100}}, {"::p", portion{1, 100}})));
 }
 
+TEST(Rates, AMeanIsTheGrowthOfTheSumByThatOfTheNumber)
+{
+    EXPECT_EQ(only_value({"::m", mean_of_new{100, 10, 0.5}}, {"::m", mean_of_new{160, 13, 0.5}}),
+              10.0F);
+}
+
+TEST(Rates, AMeanOfNothingHasNoValue)
+{
+    EXPECT_TRUE(
+        std::isnan(only_value({"::m", mean_of_new{100, 10, 1}}, {"::m", mean_of_new{160, 10, 1}})));
+}
+
+TEST(Rates, AMeanWhoseCountsWentBackHasNoValue)
+{
+    EXPECT_TRUE(
+        std::isnan(only_value({"::m", mean_of_new{100, 10, 1}}, {"::m", mean_of_new{5, 1, 1}})));
+    EXPECT_TRUE(
+        std::isnan(only_value({"::m", mean_of_new{100, 10, 1}}, {"::m", mean_of_new{5, 11, 1}})));
+}
+
+// A file that could be read once and not the next time.
+TEST(Rates, ACounterThatBecameAGaugeIsAGauge)
+{
+    EXPECT_TRUE(std::isnan(only_value({"::c", counter{1, 1}}, {"::c", gauge{NAN}})));
+    EXPECT_THAT(readings_between({1, {{"::c", gauge{NAN}}}}, {2, {{"::c", counter{7, 1}}}}).names,
+                IsEmpty());
+}
+
 TEST(Rates, KeepsTheOrderOfTheReadings)
 {
     const readings found =
@@ -120,20 +137,63 @@ TEST(Disk, CountsSectorsOf512BytesAndMilliseconds)
 {
     measurements before;
     measurements now;
-    measure_disk("sda", {1, 8, 2, 16, 100, 200}, before);
-    measure_disk("sda", {3, 16, 4, 32, 600, 1200}, now);
+    measure_disk("sda", {1, 8, 20, 2, 16, 90, 100, 200}, before);
+    measure_disk("sda", {3, 16, 30, 4, 32, 97, 600, 1200}, now);
     const readings found = readings_between({0, before}, {1, now});
     EXPECT_THAT(found.names, ElementsAre("::disk.sda.reads_per_s", "::disk.sda.read_bytes_per_s",
                                          "::disk.sda.writes_per_s", "::disk.sda.write_bytes_per_s",
-                                         "::disk.sda.busy_percent", "::disk.sda.queue_length"));
-    EXPECT_THAT(found.values, ElementsAre(2, 4096, 2, 8192, 50, 1));
+                                         "::disk.sda.busy_percent", "::disk.sda.queue_length",
+                                         "::disk.sda.read_await_ms", "::disk.sda.write_await_ms"));
+    EXPECT_THAT(found.values, ElementsAre(2, 4096, 2, 8192, 50, 1, 5, 3.5F));
 }
 
 TEST(Disk, OneThatWasNeverUsedIsLeftOut)
 {
-    measurements out;
-    measure_disk("loop0", {0, 0, 0, 0, 0, 0}, out);
-    EXPECT_THAT(out, IsEmpty());
+    EXPECT_THAT(parse_disks("   7       0 loop0 0 0 0 0 0 0 0 0 0 0 0\n"), IsEmpty());
+}
+
+// Kernels have added fields three times: 4.18 discards, 5.5 flushes.
+TEST(Disk, FieldsBehindThoseThatAreKnownDoNotCount)
+{
+    const auto old = parse_disks(" 8 0 sda 1 2 3 4 5 6 7 8 9 10 11\n");
+    const auto with_flushes = parse_disks(" 8 0 sda 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17\n");
+    ASSERT_EQ(old.size(), 1U);
+    ASSERT_EQ(with_flushes.size(), 1U);
+    for (const disk_line &disk : {old[0], with_flushes[0]}) {
+        EXPECT_EQ(disk.name, "sda");
+        EXPECT_EQ(disk.counts.reads, 1U);
+        EXPECT_EQ(disk.counts.read_sectors, 3U);
+        EXPECT_EQ(disk.counts.read_waited_ms, 4U);
+        EXPECT_EQ(disk.counts.writes, 5U);
+        EXPECT_EQ(disk.counts.written_sectors, 7U);
+        EXPECT_EQ(disk.counts.write_waited_ms, 8U);
+        EXPECT_EQ(disk.counts.busy_ms, 10U);
+        EXPECT_EQ(disk.counts.weighted_ms, 11U);
+    }
+}
+
+TEST(Disk, WholeDisksAreToldFromPartitionsAndForgottenWhenTheyAreGone)
+{
+    const machine_tree machine;
+    const std::string kept = "   8       0 sda 1 2 3 4 5 6 7 8 9 10 11\n"
+                             "   8       1 sda1 1 2 3 4 5 6 7 8 9 10 11\n"
+                             " 104       0 cciss/c0d0 1 2 3 4 5 6 7 8 9 10 11\n";
+    machine.put("proc/diskstats", kept + "   8      16 sdb 1 2 3 4 5 6 7 8 9 10 11\n");
+    machine.put_folder("sys/block/sda");
+    machine.put_folder("sys/block/sdb");
+    machine.put_folder("sys/block/cciss!c0d0");
+    const auto disks = [&] {
+        measurements out;
+        measure_disks(machine.files(), out);
+        std::set<std::string> names;
+        for (const measurement &m : out) {
+            names.insert(m.name.substr(0, m.name.rfind('.')));
+        }
+        return names;
+    };
+    EXPECT_THAT(disks(), ElementsAre("::disk.cciss_c0d0", "::disk.sda", "::disk.sdb"));
+    machine.put("proc/diskstats", kept);
+    EXPECT_THAT(disks(), ElementsAre("::disk.cciss_c0d0", "::disk.sda"));
 }
 
 constexpr const char *net_dev =
@@ -188,8 +248,9 @@ TEST(Pressure, IsTheShareOfTheTimeBetween)
 {
     measurements before;
     measurements now;
-    parse_pressure("io", "some avg10=0.00 avg60=0.10 avg300=0.07 total=1000000\n", before);
-    parse_pressure("io", "some avg10=0.00 avg60=0.10 avg300=0.07 total=1500000\n", now);
+    parse_pressure("::pressure.io.", "some avg10=0.00 avg60=0.10 avg300=0.07 total=1000000\n",
+                   before);
+    parse_pressure("::pressure.io.", "some avg10=0.00 avg60=0.10 avg300=0.07 total=1500000\n", now);
     const readings found = readings_between({0, before}, {2, now});
     EXPECT_THAT(found.names, ElementsAre("::pressure.io.some_percent"));
     EXPECT_THAT(found.values, ElementsAre(25.0F));
@@ -198,30 +259,30 @@ TEST(Pressure, IsTheShareOfTheTimeBetween)
 TEST(Pressure, LeavesOutLinesThatItCannotRead)
 {
     measurements out;
-    parse_pressure("io", "some total=\nmost total=5\nfull avg10=1\nsome total=1x\n", out);
+    parse_pressure("::pressure.io.", "some total=\nmost total=5\nfull avg10=1\nsome total=1x\n",
+                   out);
     EXPECT_THAT(out, IsEmpty());
 }
 
 TEST(ProcFiles, AreReadBelowTheGivenRoot)
 {
-    const temporary_directory root;
-    std::filesystem::create_directories(root.file("proc/net"));
-    std::filesystem::create_directories(root.file("proc/pressure"));
-    write_file(root.file("proc/net/dev"), net_dev);
-    write_file(root.file("proc/pressure/memory"), "full avg10=0.00 total=7\n");
+    const machine_tree machine;
+    machine.put("proc/net/dev", net_dev);
+    machine.put("proc/pressure/memory", "some avg10=0.00 total=9\nfull avg10=0.00 total=7\n");
     measurements out;
-    measure_network(root.path(), out);
-    measure_pressure(root.path(), out);
-    EXPECT_EQ(out.size(), 9U);
+    measure_network(machine.files(), out);
+    measure_pressure(machine.files(), out);
+    EXPECT_EQ(out.size(), 10U);
     EXPECT_EQ(out.back().name, "::pressure.memory.full_percent");
+    EXPECT_EQ(out.back().source, machine.root() + "/proc/pressure/memory");
 }
 
 TEST(ProcFiles, ThatAreNotThereGiveNothing)
 {
-    const temporary_directory root;
+    const machine_tree machine;
     measurements out;
-    measure_network(root.path(), out);
-    measure_pressure(root.path(), out);
+    measure_network(machine.files(), out);
+    measure_pressure(machine.files(), out);
     EXPECT_THAT(out, IsEmpty());
 }
 
@@ -235,22 +296,39 @@ TEST(Hwmon, NamesHoldChipFeatureLabelAndUnit)
 
 TEST(Hwmon, DevicesAreListedBelowTheGivenRoot)
 {
-    const temporary_directory root;
-    EXPECT_THAT(hwmon_devices(root.path()), IsEmpty());
-    std::filesystem::create_directories(root.file("sys/class/hwmon/hwmon1"));
-    std::filesystem::create_directories(root.file("sys/class/hwmon/hwmon0"));
-    EXPECT_THAT(hwmon_devices(root.path()), ElementsAre("hwmon0", "hwmon1"));
+    const machine_tree machine;
+    EXPECT_THAT(list_hwmon_devices(machine.files()), IsEmpty());
+    machine.put_folder("sys/class/hwmon/hwmon1");
+    machine.put_folder("sys/class/hwmon/hwmon0");
+    EXPECT_THAT(list_hwmon_devices(machine.files()), ElementsAre("hwmon0", "hwmon1"));
 }
 
-TEST(Hwmon, SurvivesChipsThatComeAndGo)
+TEST(Hwmon, ChipsComeAndGo)
 {
-    const temporary_directory root;
-    hwmon_source source(root.path());
-    measurements out;
-    std::filesystem::create_directories(root.file("sys/class/hwmon/hwmon0"));
-    source.measure(out);
-    std::filesystem::remove_all(root.file("sys"));
-    source.measure(out);
+    const machine_tree machine;
+    hwmon_source source;
+    const auto names = [&] {
+        measurements out;
+        source.measure(machine.files(), out);
+        return names_of(out);
+    };
+    EXPECT_THAT(names(), IsEmpty());
+    machine.put("sys/class/hwmon/hwmon0/name", "k10temp\n");
+    machine.put("sys/class/hwmon/hwmon0/temp1_input", "45125\n");
+    EXPECT_THAT(names(), ElementsAre("::hwmon.k10temp-virtual-0.temp1_C"));
+    std::filesystem::remove_all(machine.root() + "/sys");
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+// libsensors remembers the chips that it found when it started.
+TEST(Hwmon, LooksAtThisMachineGiveTheSameNames)
+{
+    hwmon_source source;
+    measurements first;
+    measurements second;
+    source.measure(machine_files(), first);
+    source.measure(machine_files(), second);
+    EXPECT_EQ(names_of(first), names_of(second));
 }
 
 TEST(Schedule, TicksAreMultiplesOfTheInterval)
@@ -303,58 +381,6 @@ TEST(Sampler, EveryNameAloneMakesAHeaderLine)
     for (const measurement &m : machine.take().taken) {
         EXPECT_TRUE(is_header_line("20240101:00:00:00," + m.name)) << m.name;
     }
-}
-
-// What becomes of a process that shows itself other disks than the machine has.
-enum : int { disks_followed = 0, disks_remembered = 1, not_allowed = 77 };
-
-bool knows_disk(const std::string &name)
-{
-    measurements out;
-    measure_procps(out);
-    const std::string first = "::disk." + name + ".reads_per_s";
-    return std::any_of(out.begin(), out.end(), [&](const auto &m) { return m.name == first; });
-}
-
-bool show_instead(const std::string &path, const char *of)
-{
-    return mount(path.c_str(), of, nullptr, MS_BIND, nullptr) == 0;
-}
-
-int look_at_disks_that_go(const temporary_directory &folder)
-{
-    const std::string listing = folder.file("diskstats");
-    const std::string kept = "   8       0 sda 1 2 3 4 5 6 7 8 9 10 11\n";
-    const std::string removed = "   8      16 sdb 1 2 3 4 5 6 7 8 9 10 11\n";
-    write_file(listing, kept + removed);
-    // What has no entry there is taken for a partition.
-    std::filesystem::create_directories(folder.file("block/sda"));
-    std::filesystem::create_directories(folder.file("block/sdb"));
-    if (unshare(CLONE_NEWNS) != 0 ||
-        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        !show_instead(listing, "/proc/diskstats") ||
-        !show_instead(folder.file("block"), "/sys/block")) {
-        return not_allowed;
-    }
-    const bool both = knows_disk("sda") && knows_disk("sdb");
-    write_file(listing, kept);
-    return both && knows_disk("sda") && !knows_disk("sdb") ? disks_followed : disks_remembered;
-}
-
-TEST(Sampler, ADiskThatIsGoneIsForgotten)
-{
-    const temporary_directory folder;
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(look_at_disks_that_go(folder));
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == not_allowed) {
-        GTEST_SKIP() << "needs the right to mount";
-    }
-    EXPECT_EQ(WEXITSTATUS(status), disks_followed);
 }
 
 TEST(Sampler, LooksAtTheMachineLeaveNothingOpen)

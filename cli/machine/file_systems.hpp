@@ -1,0 +1,50 @@
+// The space of file systems.
+#ifndef VESK_CLI_MACHINE_FILE_SYSTEMS_HPP
+#define VESK_CLI_MACHINE_FILE_SYSTEMS_HPP
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "machine/machine_files.hpp"
+#include "machine/measurement.hpp"
+#include "machine/mounts.hpp"
+#include "machine/space_helper.hpp"
+
+namespace cli
+{
+
+// Adds the sensors ::fs.NAME.*. Without @p found they are there and have no values.
+void measure_space(const std::string &name, const std::optional<space> &found, measurements &out);
+
+class file_system_source
+{
+public:
+    explicit file_system_source(space_helper::question question = space_of) : question_(question) {}
+
+    // A file system that does not answer in time has no values until it does, which is noted once.
+    void measure(const machine_files &files, measurements &out);
+
+private:
+    // A question that is not answered yet.
+    struct open_question {
+        std::string path;
+        std::unique_ptr<space_helper> helper;
+    };
+
+    void collect_late_answers();
+    bool is_waited_for(const std::string &path) const;
+    bool start_helper();
+    std::optional<space> ask(const std::string &path);
+
+    space_helper::question question_;
+    std::unique_ptr<space_helper> helper_; // asks for all that answer
+    std::vector<open_question> late_;
+    std::set<std::string> noted_;
+};
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,22 @@
+// The chips of /sys/class/hwmon, read as files.
+#ifndef VESK_CLI_MACHINE_HWMON_FILES_HPP
+#define VESK_CLI_MACHINE_HWMON_FILES_HPP
+
+#include <string>
+#include <vector>
+
+#include "machine/machine_files.hpp"
+#include "machine/measurement.hpp"
+
+namespace cli
+{
+
+// The devices, sorted. A change means that a chip came or went.
+std::vector<std::string> list_hwmon_devices(const machine_files &files);
+
+// Names are those that libsensors gives: "k10temp-pci-00c3".
+void measure_hwmon_files(const machine_files &files, measurements &out);
+
+} // namespace cli
+
+#endif

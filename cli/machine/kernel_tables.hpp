@@ -1,0 +1,20 @@
+// Tables of the kernel that may be full: open files and connections that it follows.
+#ifndef VESK_CLI_MACHINE_KERNEL_TABLES_HPP
+#define VESK_CLI_MACHINE_KERNEL_TABLES_HPP
+
+#include <string_view>
+
+#include "machine/machine_files.hpp"
+#include "machine/measurement.hpp"
+
+namespace cli
+{
+
+void parse_open_files(std::string_view text, measurements &out);
+
+void measure_open_files(const machine_files &files, measurements &out);
+void measure_conntrack(const machine_files &files, measurements &out);
+
+} // namespace cli
+
+#endif

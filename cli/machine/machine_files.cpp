@@ -1,0 +1,179 @@
+// Reads files of the kernel with as few system calls as there can be: a look at the machine opens
+// some hundred of them.
+#include "machine/machine_files.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits>
+#include <memory>
+#include <unistd.h>
+
+#include "machine/text_fields.hpp"
+
+namespace cli
+{
+namespace
+{
+
+constexpr double missing = std::numeric_limits<double>::quiet_NaN();
+
+// What the kernel writes about one thing fits into a page.
+constexpr std::size_t page = 4096;
+
+ssize_t read_some(int fd, char *data, std::size_t size)
+{
+    ssize_t length = 0;
+    do {
+        length = ::read(fd, data, size);
+    } while (length < 0 && errno == EINTR);
+    return length;
+}
+
+// At most @p most bytes of a file. Nothing when there is none; what cannot be read is empty.
+std::optional<std::string> read_at_most(const std::string &path, std::size_t most)
+{
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) {
+        const bool none = errno == ENOENT || errno == ENOTDIR;
+        return none ? std::nullopt : std::optional<std::string>("");
+    }
+    std::string text;
+    std::size_t filled = 0;
+    ssize_t length = 1;
+    while (length > 0 && filled < most) {
+        text.resize(std::min(most, filled + std::max(filled, page)));
+        length = read_some(fd, text.data() + filled, text.size() - filled);
+        filled += length > 0 ? static_cast<std::size_t>(length) : 0;
+    }
+    close(fd);
+    text.resize(filled);
+    return text;
+}
+
+template <typename Take>
+void for_each_entry(const std::string &path, Take take)
+{
+    const std::unique_ptr<DIR, int (*)(DIR *)> folder(opendir(path.c_str()), &closedir);
+    for (std::size_t i = 0; folder != nullptr && i < machine_files::most_entries; ++i) {
+        const dirent *entry = readdir(folder.get());
+        if (entry == nullptr) {
+            break;
+        }
+        take(std::string_view(entry->d_name));
+    }
+}
+
+std::string_view first_line(std::string_view text)
+{
+    std::string_view line = cut(text, '\n');
+    while (line.ends_with(' ')) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+} // namespace
+
+std::optional<std::string> machine_files::read(std::string_view path) const
+{
+    return read_at_most(full_path(path), most_bytes);
+}
+
+std::string machine_files::read_word(std::string_view path) const
+{
+    const auto text = read_at_most(full_path(path), page);
+    return std::string(first_line(text ? *text : std::string_view()));
+}
+
+std::optional<double> machine_files::read_number(std::string_view path) const
+{
+    const auto text = read_at_most(full_path(path), page);
+    if (!text) {
+        return std::nullopt;
+    }
+    return parse_decimal(first_line(*text)).value_or(missing);
+}
+
+std::vector<std::string> machine_files::list(std::string_view path, std::string_view prefix,
+                                             std::size_t most) const
+{
+    std::vector<std::string> names;
+    for_each_entry(full_path(path), [&](std::string_view name) {
+        if (name.starts_with(prefix) && name != "." && name != "..") {
+            names.emplace_back(name);
+        }
+    });
+    std::sort(names.begin(), names.end());
+    names.resize(std::min(names.size(), most));
+    return names;
+}
+
+std::size_t machine_files::count_numbered(std::string_view path) const
+{
+    std::size_t count = 0;
+    for_each_entry(full_path(path), [&](std::string_view name) {
+        count += name[0] >= '0' && name[0] <= '9' ? 1 : 0;
+    });
+    return count;
+}
+
+bool machine_files::exists(std::string_view path) const
+{
+    return access(full_path(path).c_str(), F_OK) == 0;
+}
+
+std::string machine_files::link_target_name(std::string_view path) const
+{
+    char target[page];
+    const ssize_t length = readlink(full_path(path).c_str(), target, sizeof target);
+    if (length <= 0) {
+        return {};
+    }
+    const std::string_view text(target, static_cast<std::size_t>(length));
+    return std::string(text.substr(text.rfind('/') + 1));
+}
+
+std::string machine_files::of_network(std::string_view name) const
+{
+    const std::string of_first = "/proc/1/net/" + std::string(name);
+    return !root_.empty() && exists(of_first) ? of_first : "/proc/net/" + std::string(name);
+}
+
+std::string machine_files::of_mounts() const
+{
+    const std::string of_first = "/proc/1/mountinfo";
+    return !root_.empty() && exists(of_first) ? of_first : "/proc/self/mountinfo";
+}
+
+void machine_files::note_source(std::string_view path, std::size_t first, measurements &out) const
+{
+    for (std::size_t i = first; i < out.size(); ++i) {
+        out[i].source = full_path(path);
+    }
+}
+
+void machine_files::add_gauge(std::string name, std::string_view path, double unit,
+                              measurements &out) const
+{
+    if (const auto value = read_number(path)) {
+        out.push_back({std::move(name), gauge{*value * unit}, full_path(path)});
+    }
+}
+
+void machine_files::add_counter(std::string name, std::string_view path, double unit,
+                                measurements &out) const
+{
+    const auto text = read_at_most(full_path(path), page);
+    if (!text) {
+        return;
+    }
+    if (const auto count = parse_count(first_line(*text))) {
+        out.push_back({std::move(name), counter{*count, unit}, full_path(path)});
+    } else {
+        out.push_back({std::move(name), gauge{missing}, full_path(path)});
+    }
+}
+
+} // namespace cli

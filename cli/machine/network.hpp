@@ -1,0 +1,25 @@
+// Interfaces of the network: /proc/net/dev, and the signal of wireless ones: /proc/net/wireless.
+#ifndef VESK_CLI_MACHINE_NETWORK_HPP
+#define VESK_CLI_MACHINE_NETWORK_HPP
+
+#include <string_view>
+
+#include "machine/machine_files.hpp"
+#include "machine/measurement.hpp"
+
+namespace cli
+{
+
+// So many interfaces are told.
+constexpr std::size_t most_interfaces = 256;
+
+// Interfaces that never carried anything are left out, and so are those of containers (veth).
+void parse_network(std::string_view text, measurements &out);
+void parse_wireless(std::string_view text, measurements &out);
+
+void measure_network(const machine_files &files, measurements &out);
+void measure_wireless(const machine_files &files, measurements &out);
+
+} // namespace cli
+
+#endif

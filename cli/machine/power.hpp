@@ -1,0 +1,22 @@
+// Batteries, mains, and what the processors take: /sys/class/power_supply and /sys/class/powercap.
+#ifndef VESK_CLI_MACHINE_POWER_HPP
+#define VESK_CLI_MACHINE_POWER_HPP
+
+#include "machine/machine_files.hpp"
+#include "machine/measurement.hpp"
+
+namespace cli
+{
+
+constexpr std::size_t most_supplies = 16;
+constexpr std::size_t most_energy_zones = 32;
+
+// Without those of other devices, such as a mouse.
+void measure_supplies(const machine_files &files, measurements &out);
+
+// Power as the growth of energy (RAPL). Most kernels let the administrator only read it.
+void measure_energy(const machine_files &files, measurements &out);
+
+} // namespace cli
+
+#endif

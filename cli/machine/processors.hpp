@@ -1,0 +1,34 @@
+// What the processors do: /proc/stat, /proc/loadavg, /proc/uptime.
+#ifndef VESK_CLI_MACHINE_PROCESSORS_HPP
+#define VESK_CLI_MACHINE_PROCESSORS_HPP
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "machine/machine_files.hpp"
+#include "machine/measurement.hpp"
+
+namespace cli
+{
+
+// The ticks of one processor, or of all, since the machine started.
+struct processor_ticks {
+    uint64_t user, nice, system, idle, iowait, irq, softirq, steal;
+};
+
+// Of a larger machine only the total and the first ones are told.
+constexpr std::size_t most_processors = 1024;
+
+void measure_processor(const std::string &name, const processor_ticks &ticks, measurements &out);
+
+void parse_stat(std::string_view text, measurements &out);
+void parse_load(std::string_view text, measurements &out);
+void parse_uptime(std::string_view text, measurements &out);
+
+void measure_processors(const machine_files &files, measurements &out);
+void measure_load(const machine_files &files, measurements &out);
+
+} // namespace cli
+
+#endif

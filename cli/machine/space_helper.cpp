@@ -1,0 +1,178 @@
+// The process and its parent are joined by a socket that keeps messages apart: a path one way, the
+// answer the other. The process ends when the other end of the socket is gone.
+#include "machine/space_helper.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace cli
+{
+namespace
+{
+
+// What the process keeps open.
+constexpr int socket_of_process = 3;
+
+uint64_t mount_id_of(const char *path)
+{
+#ifdef STATX_MNT_ID
+    struct statx status = {};
+    const int flags = AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT;
+    if (statx(AT_FDCWD, path, flags, STATX_MNT_ID, &status) == 0 &&
+        (status.stx_mask & STATX_MNT_ID) != 0) {
+        return status.stx_mnt_id;
+    }
+#else
+    (void)path;
+#endif
+    return 0;
+}
+
+// Descriptors of the parent are its box and its locks: they must not outlive it in a process that a
+// file system holds.
+void close_from(int first)
+{
+#ifdef SYS_close_range
+    if (syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0) {
+        return;
+    }
+#endif
+    constexpr long usual_limit = 65536;
+    const long most = std::min(sysconf(_SC_OPEN_MAX), usual_limit);
+    for (int fd = first; fd < most; ++fd) {
+        close(fd);
+    }
+}
+
+void keep_only(int socket)
+{
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    for (int fd = 0; nothing >= 0 && fd <= 2; ++fd) {
+        dup2(nothing, fd);
+    }
+    if (socket != socket_of_process) {
+        dup2(socket, socket_of_process);
+    }
+    close_from(socket_of_process + 1);
+}
+
+// What a terminal or a service manager sends to all processes is for the parent to heed.
+void leave_signals_to_parent()
+{
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
+        signal(number, SIG_IGN);
+    }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+}
+
+[[noreturn]] void answer_questions(int socket, space_helper::question ask)
+{
+    leave_signals_to_parent();
+    keep_only(socket);
+    if (chdir("/") != 0) {
+        _exit(1);
+    }
+    char path[PATH_MAX];
+    while (true) {
+        const ssize_t length = recv(socket_of_process, path, sizeof path - 1, 0);
+        if (length < 0 && errno == EINTR) {
+            continue;
+        }
+        if (length <= 0) {
+            _exit(0);
+        }
+        path[length] = '\0';
+        const space answer = ask(path);
+        if (send(socket_of_process, &answer, sizeof answer, MSG_NOSIGNAL) < 0) {
+            _exit(0);
+        }
+    }
+}
+
+} // namespace
+
+space space_of(const char *path)
+{
+    struct statvfs found = {};
+    space answer = {};
+    if (statvfs(path, &found) != 0) {
+        answer.failed = 1;
+        return answer;
+    }
+    const uint64_t unit = found.f_frsize;
+    answer.read_only = (found.f_flag & ST_RDONLY) != 0 ? 1 : 0;
+    answer.mount_id = mount_id_of(path);
+    answer.total_bytes = found.f_blocks * unit;
+    answer.free_bytes = found.f_bfree * unit;
+    answer.available_bytes = found.f_bavail * unit;
+    answer.inodes = found.f_files;
+    answer.free_inodes = found.f_ffree;
+    return answer;
+}
+
+space_helper::space_helper(question answer)
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+        return;
+    }
+    process_ = fork();
+    if (process_ == 0) {
+        answer_questions(ends[1], answer);
+    }
+    close(ends[1]);
+    if (process_ < 0) {
+        close(ends[0]);
+        return;
+    }
+    socket_ = ends[0];
+}
+
+space_helper::~space_helper()
+{
+    if (!is_there()) {
+        return;
+    }
+    close(socket_);
+    kill(process_, SIGKILL);
+    // A process that is held dies when it is let go, if ever.
+    waitpid(process_, nullptr, waits_ ? WNOHANG : 0);
+}
+
+bool space_helper::ask(const std::string &path)
+{
+    waits_ = send(socket_, path.data(), path.size(), MSG_NOSIGNAL) >= 0;
+    return waits_;
+}
+
+std::optional<space> space_helper::wait(std::chrono::milliseconds limit)
+{
+    pollfd events = {socket_, POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = poll(&events, 1, static_cast<int>(limit.count()));
+    } while (ready < 0 && errno == EINTR);
+    if (ready <= 0) {
+        return std::nullopt;
+    }
+    waits_ = false;
+    space answer = {};
+    if (recv(socket_, &answer, sizeof answer, MSG_DONTWAIT) != sizeof answer) {
+        answer = {};
+        answer.failed = 1;
+    }
+    return answer;
+}
+
+} // namespace cli

@@ -1,0 +1,56 @@
+// Asks for the space of file systems without waiting for one that does not answer: a dead disk or a
+// lost connection holds whoever asks, and nothing wakes him. So a process of its own asks.
+#ifndef VESK_CLI_MACHINE_SPACE_HELPER_HPP
+#define VESK_CLI_MACHINE_SPACE_HELPER_HPP
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace cli
+{
+
+struct space {
+    int32_t failed;    // not 0 when it cannot be told
+    int32_t read_only; // not 0 when nothing can be written
+    uint64_t mount_id; // 0 when the kernel does not tell
+    uint64_t total_bytes, free_bytes, available_bytes;
+    uint64_t inodes, free_inodes;
+};
+
+// What statvfs() and statx() say. Does not return before the file system answers.
+space space_of(const char *path);
+
+class space_helper
+{
+public:
+    using question = space (*)(const char *path);
+
+    // Starts the process that calls @p answer, which is not there when the machine refuses one.
+    explicit space_helper(question answer);
+    space_helper(const space_helper &) = delete;
+    space_helper &operator=(const space_helper &) = delete;
+    // Ends the process. One that is held by a file system is left to the system, and holds nothing
+    // of ours.
+    ~space_helper();
+
+    bool is_there() const { return socket_ >= 0; }
+
+    // The process must be there and not wait for an answer. False when it is gone.
+    bool ask(const std::string &path);
+    // Nothing when there is no answer within @p limit: it may be waited for again. When the process
+    // is gone, the answer has failed.
+    std::optional<space> wait(std::chrono::milliseconds limit);
+    bool waits() const { return waits_; }
+
+private:
+    int socket_ = -1;
+    pid_t process_ = -1;
+    bool waits_ = false;
+};
+
+} // namespace cli
+
+#endif

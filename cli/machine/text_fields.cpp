@@ -1,0 +1,71 @@
+// Cuts texts of the kernel into pieces.
+#include "machine/text_fields.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace cli
+{
+
+std::string_view cut(std::string_view &text, char separator)
+{
+    const auto at = text.find(separator);
+    const std::string_view part = text.substr(0, at);
+    text.remove_prefix(at == std::string_view::npos ? text.size() : at + 1);
+    return part;
+}
+
+std::string_view cut_word(std::string_view &text)
+{
+    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+    const std::string_view word = text.substr(0, text.find_first_of(" \t"));
+    text.remove_prefix(word.size());
+    return word;
+}
+
+std::string_view word_at(std::string_view text, std::size_t number)
+{
+    for (std::size_t i = 0; i < number; ++i) {
+        cut_word(text);
+    }
+    return cut_word(text);
+}
+
+std::optional<uint64_t> parse_count(std::string_view text)
+{
+    uint64_t value = 0;
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    if (result.ec != std::errc() || result.ptr != end) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<double> parse_decimal(std::string_view text)
+{
+    double value = 0;
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    const bool whole = result.ec == std::errc() && result.ptr == end;
+    if (!whole || !(std::abs(value) <= double{std::numeric_limits<float>::max()})) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::size_t parse_counts(std::string_view text, std::span<uint64_t> counts)
+{
+    for (std::size_t i = 0; i < counts.size(); ++i) {
+        const auto value = parse_count(cut_word(text));
+        if (!value) {
+            return i;
+        }
+        counts[i] = *value;
+    }
+    return counts.size();
+}
+
+} // namespace cli
