@@ -1,13 +1,21 @@
 // Cuts texts of the kernel into pieces.
 #include "machine/text_fields.hpp"
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
 
 namespace cli
 {
+namespace
+{
+
+bool is_blank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+} // namespace
 
 std::string_view cut(std::string_view &text, char separator)
 {
@@ -19,9 +27,16 @@ std::string_view cut(std::string_view &text, char separator)
 
 std::string_view cut_word(std::string_view &text)
 {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-    const std::string_view word = text.substr(0, text.find_first_of(" \t"));
-    text.remove_prefix(word.size());
+    std::size_t begin = 0;
+    while (begin < text.size() && is_blank(text[begin])) {
+        ++begin;
+    }
+    std::size_t end = begin;
+    while (end < text.size() && !is_blank(text[end])) {
+        ++end;
+    }
+    const std::string_view word = text.substr(begin, end - begin);
+    text.remove_prefix(end);
     return word;
 }
 
