@@ -22,49 +22,6 @@ constexpr double missing = std::numeric_limits<double>::quiet_NaN();
 // What the kernel writes about one thing fits into a page.
 constexpr std::size_t page = 4096;
 
-ssize_t read_some(int fd, char *data, std::size_t size)
-{
-    ssize_t length = 0;
-    do {
-        length = ::read(fd, data, size);
-    } while (length < 0 && errno == EINTR);
-    return length;
-}
-
-// At most @p most bytes of a file. Nothing when there is none; what cannot be read is empty.
-std::optional<std::string> read_at_most(const std::string &path, std::size_t most)
-{
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) {
-        const bool none = errno == ENOENT || errno == ENOTDIR;
-        return none ? std::nullopt : std::optional<std::string>("");
-    }
-    std::string text;
-    std::size_t filled = 0;
-    ssize_t length = 1;
-    while (length > 0 && filled < most) {
-        text.resize(std::min(most, filled + std::max(filled, page)));
-        length = read_some(fd, text.data() + filled, text.size() - filled);
-        filled += length > 0 ? static_cast<std::size_t>(length) : 0;
-    }
-    close(fd);
-    text.resize(filled);
-    return text;
-}
-
-template <typename Take>
-void for_each_entry(const std::string &path, Take take)
-{
-    const std::unique_ptr<DIR, int (*)(DIR *)> folder(opendir(path.c_str()), &closedir);
-    for (std::size_t i = 0; folder != nullptr && i < machine_files::most_entries; ++i) {
-        const dirent *entry = readdir(folder.get());
-        if (entry == nullptr) {
-            break;
-        }
-        take(std::string_view(entry->d_name));
-    }
-}
-
 std::string_view first_line(std::string_view text)
 {
     std::string_view line = cut(text, '\n');
@@ -76,20 +33,65 @@ std::string_view first_line(std::string_view text)
 
 } // namespace
 
+void machine_files::note_failure(int error) const
+{
+    starved_ = starved_ || error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+// At most @p most bytes of a file. Nothing when there is none; what cannot be read is empty.
+std::optional<std::string> machine_files::read_at_most(std::string_view path,
+                                                       std::size_t most) const
+{
+    const int fd = open(full_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) {
+        note_failure(errno);
+        const bool none = errno == ENOENT || errno == ENOTDIR;
+        return none ? std::nullopt : std::optional<std::string>("");
+    }
+    std::string text;
+    std::size_t filled = 0;
+    ssize_t length = 1;
+    while (length > 0 && filled < most) {
+        text.resize(std::min(most, filled + std::max(filled, page)));
+        length = ::read(fd, text.data() + filled, text.size() - filled);
+        filled += length > 0 ? static_cast<std::size_t>(length) : 0;
+    }
+    close(fd);
+    text.resize(filled);
+    return text;
+}
+
+template <typename Take>
+void machine_files::for_each_entry(std::string_view path, Take take) const
+{
+    const std::unique_ptr<DIR, int (*)(DIR *)> folder(opendir(full_path(path).c_str()), &closedir);
+    if (folder == nullptr) {
+        note_failure(errno);
+        return;
+    }
+    for (std::size_t i = 0; i < most_entries; ++i) {
+        const dirent *entry = readdir(folder.get());
+        if (entry == nullptr) {
+            break;
+        }
+        take(std::string_view(entry->d_name));
+    }
+}
+
 std::optional<std::string> machine_files::read(std::string_view path) const
 {
-    return read_at_most(full_path(path), most_bytes);
+    return read_at_most(path, most_bytes);
 }
 
 std::string machine_files::read_word(std::string_view path) const
 {
-    const auto text = read_at_most(full_path(path), page);
+    const auto text = read_at_most(path, page);
     return std::string(first_line(text ? *text : std::string_view()));
 }
 
 std::optional<double> machine_files::read_number(std::string_view path) const
 {
-    const auto text = read_at_most(full_path(path), page);
+    const auto text = read_at_most(path, page);
     if (!text) {
         return std::nullopt;
     }
@@ -100,7 +102,7 @@ std::vector<std::string> machine_files::list(std::string_view path, std::string_
                                              std::size_t most) const
 {
     std::vector<std::string> names;
-    for_each_entry(full_path(path), [&](std::string_view name) {
+    for_each_entry(path, [&](std::string_view name) {
         if (name.starts_with(prefix) && name != "." && name != "..") {
             names.emplace_back(name);
         }
@@ -113,9 +115,8 @@ std::vector<std::string> machine_files::list(std::string_view path, std::string_
 std::size_t machine_files::count_numbered(std::string_view path) const
 {
     std::size_t count = 0;
-    for_each_entry(full_path(path), [&](std::string_view name) {
-        count += name[0] >= '0' && name[0] <= '9' ? 1 : 0;
-    });
+    for_each_entry(
+        path, [&](std::string_view name) { count += name[0] >= '0' && name[0] <= '9' ? 1 : 0; });
     return count;
 }
 
@@ -165,7 +166,7 @@ void machine_files::add_gauge(std::string name, std::string_view path, double un
 void machine_files::add_counter(std::string name, std::string_view path, double unit,
                                 measurements &out) const
 {
-    const auto text = read_at_most(full_path(path), page);
+    const auto text = read_at_most(path, page);
     if (!text) {
         return;
     }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "machine/measurement.hpp"
@@ -26,6 +27,10 @@ public:
 
     const std::string &root() const { return root_; }
     std::string full_path(std::string_view path) const { return root_ + std::string(path); }
+
+    // True when something was not opened because the process or the machine had no descriptors or
+    // no memory left, since this was asked last. What was read then is no picture of the machine.
+    bool take_starved() const { return std::exchange(starved_, false); }
 
     // Nothing when there is none. What cannot be read is empty.
     std::optional<std::string> read(std::string_view path) const;
@@ -66,9 +71,14 @@ public:
     void add_counter(std::string name, std::string_view path, double unit, measurements &out) const;
 
 private:
+    std::optional<std::string> read_at_most(std::string_view path, std::size_t most) const;
+    template <typename Take>
+    void for_each_entry(std::string_view path, Take take) const;
+    void note_failure(int error) const;
     void note_source(std::string_view path, std::size_t first, measurements &out) const;
 
     std::string root_;
+    mutable bool starved_ = false;
 };
 
 } // namespace cli

@@ -92,6 +92,9 @@ snapshot sampler::take()
     if (choice_.wants_group("hwmon")) {
         hwmon_.measure(files_, result.taken);
     }
+    if (files_.take_starved()) {
+        result.taken.clear();
+    }
     drop_unwanted(choice_, result.taken);
     return result;
 }

@@ -25,6 +25,7 @@ public:
     {
     }
 
+    // Takes nothing when there are no descriptors left to look with.
     snapshot take();
 
 private:

@@ -21,6 +21,9 @@ namespace cli
 namespace
 {
 
+// A signal wakes whoever waits. More of them do not come while an answer is waited for.
+constexpr int most_signals = 10;
+
 // What the process keeps open.
 constexpr int socket_of_process = 3;
 
@@ -159,10 +162,10 @@ bool space_helper::ask(const std::string &path)
 std::optional<space> space_helper::wait(std::chrono::milliseconds limit)
 {
     pollfd events = {socket_, POLLIN, 0};
-    int ready = 0;
-    do {
+    int ready = -1;
+    for (int i = 0; i < most_signals && ready < 0; ++i) {
         ready = poll(&events, 1, static_cast<int>(limit.count()));
-    } while (ready < 0 && errno == EINTR);
+    }
     if (ready <= 0) {
         return std::nullopt;
     }

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "cli/machine/made_up_machines.hpp"
@@ -116,6 +117,24 @@ TEST(WholeMachine, EveryNameIsFitForAHeaderLineAndHasASource)
             EXPECT_TRUE(m.source.starts_with(tree.root() + "/")) << m.name << " " << m.source;
         }
     }
+}
+
+// Without descriptors there would be sensors without values, and others not at all.
+TEST(WholeMachine, IsNotLookedAtWithoutDescriptors)
+{
+    const machine_tree tree;
+    make_laptop(tree);
+    sampler machine(tree.root());
+    const std::size_t all = machine.take().taken.size();
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit before = limit;
+    limit.rlim_cur = 3;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const std::size_t starved = machine.take().taken.size();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(starved, 0U);
+    EXPECT_EQ(machine.take().taken.size(), all);
 }
 
 // A file that is not there, not for this user to read, cut or full of something else takes the
