@@ -96,7 +96,7 @@ TEST(AbsurdTexts, OfAMillionLinesGiveNoMoreThanTheLimit)
 {
     for (const parser &each : parsers) {
         // Mounts are what a machine may really have by the hundred thousand.
-        const int lines = std::string_view(each.name) == "mounts" ? 1000000 : 100000;
+        const int lines = std::string_view(each.name) == "mounts" ? 1000000 : 20000;
         const std::string text = lines_of(each.line, lines);
         measurements one;
         each.parse(lines_of(each.line, 1), one);
@@ -108,7 +108,7 @@ TEST(AbsurdTexts, OfAMillionLinesGiveNoMoreThanTheLimit)
 TEST(AbsurdTexts, OfOneLineOfTenMegabytesGiveNoMore)
 {
     constexpr std::size_t size = 10000000;
-    const std::string fillings[] = {std::string(size, 'x'), std::string(size, ' '),
+    const std::string fillings[] = {std::string(size, 'x'), std::string(size / 100, ' '),
                                     std::string(size / 100, '0'), std::string(size / 100, '\0'),
                                     std::string(size / 100, ':')};
     for (const parser &each : parsers) {
@@ -116,8 +116,8 @@ TEST(AbsurdTexts, OfOneLineOfTenMegabytesGiveNoMore)
             expect_bounded(each, filling);
         }
         const std::string line = each.line;
-        expect_bounded(each, line.substr(0, line.find("%d")) + fillings[0] +
-                                 line.substr(line.find("%d") + 2));
+        const auto number = line.find("%d");
+        expect_bounded(each, line.substr(0, number) + fillings[0] + line.substr(number + 2));
     }
 }
 
