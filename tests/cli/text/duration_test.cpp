@@ -29,11 +29,37 @@ TEST(Duration, ReadsWholeNumbersWithAUnit)
     EXPECT_EQ(parse_duration("5min", ""), 300);
     EXPECT_EQ(parse_duration("2h", ""), 7200);
     EXPECT_EQ(parse_duration("1d", ""), 86400);
+    EXPECT_EQ(parse_duration("2w", ""), 2 * 7 * 86400);
+}
+
+TEST(Duration, AddsUpUnitsFromTheLargestToTheSmallest)
+{
+    EXPECT_EQ(parse_duration("1h30m", ""), 5400);
+    EXPECT_EQ(parse_duration("1w2d3h4min5s", ""), 7 * 86400 + 2 * 86400 + 3 * 3600 + 4 * 60 + 5);
+    EXPECT_EQ(parse_duration("0h5m", ""), 300);
+}
+
+TEST(Duration, IsPrintedAsItIsRead)
+{
+    EXPECT_EQ(format_duration(0), "0s");
+    EXPECT_EQ(format_duration(45), "45s");
+    EXPECT_EQ(format_duration(5400), "1h30m");
+    EXPECT_EQ(format_duration(2 * 86400 + 1), "2d1s");
+    for (const int64_t seconds : {1, 59, 60, 3599, 3600, 86399, 86400, 31536000, 999999999}) {
+        EXPECT_EQ(parse_duration(format_duration(seconds), ""), seconds);
+    }
+}
+
+TEST(Duration, RefusesUnitsInTheWrongOrder)
+{
+    for (const char *text : {"30m1h", "1h1h", "1h30", "1h-30m", "1h30m ", "1h+30m", "h1"}) {
+        EXPECT_THAT(refusal_of(text), HasSubstr("not a duration such as 30s")) << text;
+    }
 }
 
 TEST(Duration, RefusesFractionsOfASecond)
 {
-    for (const char *text : {"500ms", "1.5s", "0.1", "10us", "1.0s"}) {
+    for (const char *text : {"500ms", "1.5s", "0.1", "10us", "1.0s", "1m1.5s"}) {
         EXPECT_THAT(refusal_of(text), HasSubstr("timestamps are whole seconds")) << text;
     }
 }
@@ -42,11 +68,12 @@ TEST(Duration, RefusesLessThanASecond)
 {
     EXPECT_THAT(refusal_of("0"), HasSubstr("at least 1s"));
     EXPECT_THAT(refusal_of("-5s"), HasSubstr("at least 1s"));
+    EXPECT_THAT(refusal_of("0h0m"), HasSubstr("at least 1s"));
 }
 
 TEST(Duration, RefusesWhatIsNoDuration)
 {
-    for (const char *text : {"", "s", "ten", "1w", "5 s", "99999999999999999999s"}) {
+    for (const char *text : {"", "s", "ten", "1y", "5 s", "99999999999999999999s"}) {
         EXPECT_THAT(refusal_of(text), HasSubstr("not a duration such as 30s")) << text;
     }
 }
@@ -54,6 +81,7 @@ TEST(Duration, RefusesWhatIsNoDuration)
 TEST(Duration, RefusesCenturies)
 {
     EXPECT_THAT(refusal_of("9223372036854775807d"), HasSubstr("longer than a century"));
+    EXPECT_THAT(refusal_of("5228w9223372036854775807s"), HasSubstr("longer than a century"));
 }
 
 TEST(Duration, NamesTheOptionInItsRefusal)

@@ -1,0 +1,28 @@
+// Text and numbers in the formats that machines read: CSV (RFC 4180), tab-separated values, JSON.
+#ifndef VESK_CLI_TEXT_MACHINE_TEXT_HPP
+#define VESK_CLI_TEXT_MACHINE_TEXT_HPP
+
+#include <string>
+#include <string_view>
+
+namespace cli
+{
+
+// Quoted where CSV needs it. What is not printable() becomes '?', line ends included.
+std::string csv_field(std::string_view text);
+// A tab would be a new field, and is not printable() anyway.
+std::string tsv_field(std::string_view text);
+// With its quotation marks; all that is not ASCII is escaped, bytes that are no UTF-8 are replaced.
+std::string json_string(std::string_view text);
+
+// The shortest decimal that reads back as the same number. Nothing for NaN: no value; infinities
+// are "inf" and "-inf".
+std::string number_field(float value);
+std::string number_field(double value);
+// The same, but null for NaN and infinities, which JSON does not have.
+std::string json_number(float value);
+std::string json_number(double value);
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,421 @@
+// Dates are calculated with the proleptic Gregorian calendar. What the local clock showed is asked
+// from localtime_r(), because mktime() quietly moves times that do not exist and chooses one of two
+// where a clock shows an hour twice.
+#include "text/time_text.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fmt/format.h>
+#include <memory>
+#include <optional>
+
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+#include "text/duration.hpp"
+#include "text/value_text.hpp"
+
+namespace cli
+{
+namespace
+{
+
+constexpr int64_t seconds_per_day = 86400;
+
+struct civil_time {
+    int64_t year = 0;
+    int month = 1;
+    int day = 1;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+};
+
+bool is_leap(int64_t year)
+{
+    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
+
+int days_in(int64_t year, int month)
+{
+    constexpr std::array days = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 2 && is_leap(year) ? 29 : days[static_cast<std::size_t>(month - 1)];
+}
+
+int64_t floor_div(int64_t number, int64_t by)
+{
+    return number / by - (number % by < 0 ? 1 : 0);
+}
+
+// Days since 1970-01-01. The year is counted from March, so that the leap day is its last one.
+int64_t days_since_epoch(int64_t year, int month, int day)
+{
+    const int64_t y = month <= 2 ? year - 1 : year;
+    const int64_t era = floor_div(y, 400);
+    const int64_t year_of_era = y - era * 400;
+    const int64_t day_of_year = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
+    const int64_t day_of_era =
+        year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year;
+    return era * 146097 + day_of_era - 719468;
+}
+
+int64_t as_if_utc(const civil_time &time)
+{
+    return days_since_epoch(time.year, time.month, time.day) * seconds_per_day + time.hour * 3600 +
+           time.minute * 60 + time.second;
+}
+
+civil_time civil_of(int64_t seconds)
+{
+    const int64_t days = floor_div(seconds, seconds_per_day);
+    const auto rest = static_cast<int>(seconds - days * seconds_per_day);
+    const int64_t z = days + 719468;
+    const int64_t era = floor_div(z, 146097);
+    const int64_t day_of_era = z - era * 146097;
+    const int64_t year_of_era =
+        (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
+    const int64_t day_of_year =
+        day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+    const int64_t shifted = (5 * day_of_year + 2) / 153;
+    const auto month = static_cast<int>(shifted < 10 ? shifted + 3 : shifted - 9);
+    const auto day = static_cast<int>(day_of_year - (153 * shifted + 2) / 5 + 1);
+    const int64_t year = year_of_era + era * 400 + (month <= 2 ? 1 : 0);
+    return {year, month, day, rest / 3600, rest / 60 % 60, rest % 60};
+}
+
+// East of Greenwich, in seconds.
+std::optional<int64_t> local_offset(int64_t seconds)
+{
+    const auto time = static_cast<time_t>(seconds);
+    tm local = {};
+    if (localtime_r(&time, &local) == nullptr) {
+        return std::nullopt;
+    }
+    return local.tm_gmtoff;
+}
+
+// The moments at which the local clock shows @p time, which are two where it is put back and none
+// where it is put forward.
+std::optional<int64_t> local_moment(const civil_time &time, twin which)
+{
+    const int64_t shown = as_if_utc(time);
+    std::optional<int64_t> found;
+    // No zone changes twice within two days.
+    for (const int64_t near : {shown - seconds_per_day, shown + seconds_per_day}) {
+        const int64_t candidate = shown - local_offset(near).value_or(0);
+        if (local_offset(candidate).value_or(0) != shown - candidate) {
+            continue;
+        }
+        if (!found || (which == twin::earlier ? candidate < *found : candidate > *found)) {
+            found = candidate;
+        }
+    }
+    return found;
+}
+
+// Takes texts to pieces from the left.
+class cursor
+{
+public:
+    explicit cursor(std::string_view text) : rest_(text) {}
+
+    bool at_end() const { return rest_.empty(); }
+    bool skip(char c)
+    {
+        const bool is_there = rest_.starts_with(c);
+        rest_.remove_prefix(is_there ? 1 : 0);
+        return is_there;
+    }
+    bool skip_any(std::string_view characters)
+    {
+        const bool is_there =
+            !rest_.empty() && characters.find(rest_.front()) != std::string_view::npos;
+        rest_.remove_prefix(is_there ? 1 : 0);
+        return is_there;
+    }
+    // Exactly so many digits.
+    std::optional<int> digits(std::size_t count)
+    {
+        int number = 0;
+        if (rest_.size() < count ||
+            !std::all_of(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(count),
+                         [](char c) { return c >= '0' && c <= '9'; })) {
+            return std::nullopt;
+        }
+        std::from_chars(rest_.data(), rest_.data() + count, number);
+        rest_.remove_prefix(count);
+        return number;
+    }
+    bool two_digits(int &field)
+    {
+        const std::optional<int> number = digits(2);
+        field = number.value_or(0);
+        return number.has_value();
+    }
+
+private:
+    std::string_view rest_;
+};
+
+struct read_moment {
+    civil_time time;
+    std::optional<int64_t> offset; // none for a local time
+};
+
+bool is_in_calendar(const civil_time &time)
+{
+    // 60 is a leap second.
+    return time.month >= 1 && time.month <= 12 && time.day >= 1 &&
+           time.day <= days_in(time.year, time.month) && time.hour <= 23 && time.minute <= 59 &&
+           time.second <= 60 && time.year >= 1;
+}
+
+bool read_date(cursor &text, civil_time &time)
+{
+    const std::optional<int> year = text.digits(4);
+    time.year = year.value_or(0);
+    return year && text.skip('-') && text.two_digits(time.month) && text.skip('-') &&
+           text.two_digits(time.day);
+}
+
+// "23:59", "23:59:59" or "23:59:59.999".
+bool read_clock(cursor &text, civil_time &time)
+{
+    if (!text.two_digits(time.hour) || !text.skip(':') || !text.two_digits(time.minute)) {
+        return false;
+    }
+    if (!text.skip(':')) {
+        return true;
+    }
+    if (!text.two_digits(time.second)) {
+        return false;
+    }
+    if (text.skip_any(".,")) {
+        if (!text.digits(1)) {
+            return false;
+        }
+        while (text.digits(1)) {
+        }
+    }
+    return true;
+}
+
+// "Z", "+01:00", "+0100", "+01" or nothing.
+bool read_offset(cursor &text, std::optional<int64_t> &offset)
+{
+    if (text.at_end()) {
+        return true;
+    }
+    if (text.skip_any("Zz")) {
+        offset = 0;
+        return text.at_end();
+    }
+    const bool is_west = text.skip('-');
+    if (!is_west && !text.skip('+')) {
+        return false;
+    }
+    int hours = 0;
+    int minutes = 0;
+    if (!text.two_digits(hours)) {
+        return false;
+    }
+    if (!text.at_end()) {
+        text.skip(':');
+        if (!text.two_digits(minutes)) {
+            return false;
+        }
+    }
+    offset = (is_west ? -1 : 1) * (int64_t{hours} * 3600 + minutes * 60);
+    return text.at_end() && hours <= 23 && minutes <= 59;
+}
+
+bool read_iso(std::string_view whole, read_moment &found)
+{
+    cursor text(whole);
+    if (!read_date(text, found.time)) {
+        return false;
+    }
+    if (text.at_end()) {
+        return true;
+    }
+    return text.skip_any("Tt ") && read_clock(text, found.time) && read_offset(text, found.offset);
+}
+
+// As text telemetry has it.
+bool read_plain(std::string_view whole, civil_time &time)
+{
+    if (!has_time_shape(whole)) {
+        return false;
+    }
+    cursor text(whole);
+    time.year = text.digits(4).value_or(0);
+    return text.two_digits(time.month) && text.two_digits(time.day) && text.skip(':') &&
+           text.two_digits(time.hour) && text.skip(':') && text.two_digits(time.minute) &&
+           text.skip(':') && text.two_digits(time.second);
+}
+
+std::optional<int64_t> read_epoch(std::string_view text)
+{
+    const bool is_marked = text.starts_with('@');
+    text.remove_prefix(is_marked ? 1 : 0);
+    // Without the mark a sign would mean a distance from the end.
+    if (text.empty() || (!is_marked && (text.front() < '0' || text.front() > '9'))) {
+        return std::nullopt;
+    }
+    int64_t seconds = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    // Beyond the year 9999 nothing is meant any more.
+    constexpr int64_t furthest = 253402300799;
+    if (error != std::errc() || end != text.data() + text.size() || seconds > furthest ||
+        seconds < -furthest) {
+        return std::nullopt;
+    }
+    return seconds;
+}
+
+[[noreturn]] void refuse(std::string_view text, std::string_view option, std::string_view why)
+{
+    constexpr std::size_t enough = 60;
+    throw failure(exit_usage, fmt::format("{} {}{}: {}", option, text.substr(0, enough),
+                                          text.size() > enough ? "..." : "", why));
+}
+
+// The folder in which the C library looks for zones.
+std::string zone_folder()
+{
+    const char *chosen = getenv("TZDIR");
+    return chosen != nullptr && chosen[0] != '\0' ? chosen : "/usr/share/zoneinfo";
+}
+
+// A zone is a file that begins so; "Europe" is a folder and "zone.tab" a table.
+bool is_zone_file(const std::string &path)
+{
+    struct closer {
+        void operator()(FILE *file) const { (void)std::fclose(file); }
+    };
+    const std::unique_ptr<FILE, closer> file(std::fopen(path.c_str(), "rbe"));
+    std::array<char, 4> magic = {};
+    return file && std::fread(magic.data(), 1, magic.size(), file.get()) == magic.size() &&
+           std::memcmp(magic.data(), "TZif", magic.size()) == 0;
+}
+
+bool is_zone_name(std::string_view name)
+{
+    constexpr std::string_view allowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                         "0123456789_+-/";
+    return !name.empty() && name.size() < 256 && name.front() != '/' &&
+           name.find_first_not_of(allowed) == std::string_view::npos;
+}
+
+} // namespace
+
+std::string iso_time(int64_t seconds, zone where)
+{
+    std::optional<int64_t> offset;
+    if (where == zone::local) {
+        offset = local_offset(seconds);
+    }
+    const civil_time time = civil_of(seconds + offset.value_or(0));
+    std::string text = fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}", time.year, time.month,
+                                   time.day, time.hour, time.minute, time.second);
+    if (!offset) {
+        return text + "Z";
+    }
+    const int64_t distance = *offset < 0 ? -*offset : *offset;
+    text +=
+        fmt::format("{}{:02}:{:02}", *offset < 0 ? '-' : '+', distance / 3600, distance / 60 % 60);
+    // Local mean times of long ago.
+    return distance % 60 == 0 ? text : text + fmt::format(":{:02}", distance % 60);
+}
+
+void use_time_zone(const std::string &name)
+{
+    if (name == "UTC") {
+        use_utc();
+        return;
+    }
+    if (!is_zone_name(name) || !is_zone_file(zone_folder() + "/" + name)) {
+        throw failure(
+            exit_usage,
+            fmt::format("--tz {}: {} has no such time zone (names are like Europe/Zurich)",
+                        name.substr(0, 60), zone_folder()));
+    }
+    setenv("TZ", (":" + name).c_str(), 1);
+    tzset();
+}
+
+moment parse_moment(std::string_view text, std::string_view option, twin which)
+{
+    if (text.starts_with('-')) {
+        return {true, -parse_duration(text.substr(1), option)};
+    }
+    if (const std::optional<int64_t> seconds = read_epoch(text)) {
+        return {false, *seconds};
+    }
+    read_moment found;
+    if (!read_iso(text, found)) {
+        found = {};
+        if (!read_plain(text, found.time)) {
+            refuse(text, option,
+                   "not a time such as 2024-01-31T23:59:59Z, '2024-01-31 23:59', 1706745599 or "
+                   "-10m (before the end of the box)");
+        }
+    }
+    if (!is_in_calendar(found.time)) {
+        refuse(text, option, "the calendar has no such time");
+    }
+    if (found.offset) {
+        return {false, as_if_utc(found.time) - *found.offset};
+    }
+    const bool is_leap_second = found.time.second == 60;
+    found.time.second = is_leap_second ? 59 : found.time.second;
+    const std::optional<int64_t> seconds = local_moment(found.time, which);
+    if (!seconds) {
+        refuse(text, option, "does not exist in the local time zone, whose clock skips that hour");
+    }
+    return {false, *seconds + (is_leap_second ? 1 : 0)};
+}
+
+void check_range(const range_texts &texts)
+{
+    if (!texts.last.empty() && (!texts.from.empty() || !texts.to.empty())) {
+        throw failure(exit_usage, "--last goes to the end of the box: it needs no --from and --to");
+    }
+    (void)range_of(texts, 0);
+}
+
+time_range range_of(const range_texts &texts, int64_t end)
+{
+    const auto resolve = [end](const moment &what) {
+        return what.from_end ? end + what.seconds : what.seconds;
+    };
+    if (!texts.last.empty()) {
+        // Events may follow the latest sample, and they are what is looked for after a crash.
+        return {end - parse_duration(texts.last, "--last"), INT64_MAX};
+    }
+    time_range range;
+    const bool has_from = !texts.from.empty();
+    const bool has_to = !texts.to.empty();
+    moment from;
+    moment to;
+    if (has_from) {
+        from = parse_moment(texts.from, "--from", twin::earlier);
+        range.from = resolve(from);
+    }
+    if (has_to) {
+        to = parse_moment(texts.to, "--to", twin::later);
+        range.to = resolve(to);
+    }
+    // One of them told by the clock and one from the end: they may lie in any order, and then
+    // nothing is between them.
+    if (has_from && has_to && from.from_end == to.from_end && range.from > range.to) {
+        throw failure(exit_usage, "--from is later than --to");
+    }
+    return range;
+}
+
+} // namespace cli

@@ -1,0 +1,22 @@
+// Values as people read them, with the unit that the name of a sensor ends with. For people only:
+// machine formats hold plain numbers.
+#ifndef VESK_CLI_TEXT_UNITS_HPP
+#define VESK_CLI_TEXT_UNITS_HPP
+
+#include <string>
+#include <string_view>
+
+namespace cli
+{
+
+// "1.25 GiB" for bytes, "3.4 kB/s" for bytes per second, "12.5 %", "45 C"; numbers without a unit
+// as they are. Four significant digits. A value that is NaN is "-".
+std::string with_unit(double value, std::string_view sensor);
+
+// The unit alone, as plain values of the sensor have it: "bytes", "bytes/s", "%", "C"; empty if the
+// name does not end with one.
+std::string_view unit_of(std::string_view sensor);
+
+} // namespace cli
+
+#endif
