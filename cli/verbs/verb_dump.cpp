@@ -10,10 +10,12 @@
 #include <vesk/vesk_buffer.h>
 
 #include "box/box.hpp"
+#include "box/losses.hpp"
 #include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
+#include "text/machine_text.hpp"
 #include "text/telemetry_text.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
@@ -29,64 +31,6 @@ struct dump_options {
     bool history = false;
     bool events = false;
     bool utc = false;
-};
-
-// Counts what a reader of the output would miss.
-class losses
-{
-public:
-    void add(const std::string &path, const vesk_scan_item &item)
-    {
-        if (is_damage(item)) {
-            ++damage_;
-            if (++in_file_ <= most_told_of_a_kind) {
-                complain(fmt::format("{}: {}", path, damage_text(item)));
-            }
-        }
-    }
-    // After the last item of a file.
-    void end_file(const std::string &path)
-    {
-        if (in_file_ > most_told_of_a_kind) {
-            complain(fmt::format("{}: and {} more places or records", path,
-                                 in_file_ - most_told_of_a_kind));
-        }
-        in_file_ = 0;
-    }
-    // Missing, or something else than a file.
-    void add_missing(const stored_file &file)
-    {
-        complain(file.path + ": " + file.problem);
-        ++damage_;
-    }
-    void add_state(const box_state &state)
-    {
-        complain(fmt::format("{}: {}; reading the buffers that are there", state.path,
-                             state_words(state)));
-        ++damage_;
-    }
-    void add_unread(const read_failure &reason)
-    {
-        complain(reason.what());
-        (reason.code() == exit_failed ? failures_ : refusals_) += 1;
-    }
-    // @p nothing is true when nothing of what was asked for could be read.
-    exit_code code(bool nothing) const
-    {
-        if (failures_ > 0) {
-            return exit_failed;
-        }
-        if (nothing && damage_ + refusals_ > 0) {
-            return exit_unreadable;
-        }
-        return refusals_ > 0 ? exit_failed : damage_ > 0 ? exit_damaged : exit_done;
-    }
-
-private:
-    unsigned damage_ = 0;
-    std::size_t in_file_ = 0; // of the damage, so much is in the file that is being shown
-    unsigned failures_ = 0;   // of the machine
-    unsigned refusals_ = 0;   // for want of rights
 };
 
 struct array_release {
@@ -157,23 +101,6 @@ private:
 
     current_sensors sensors_;
 };
-
-// Quotes a name where CSV needs it.
-std::string csv_field(const std::string &text)
-{
-    std::string name = printable(text);
-    if (name.find_first_of(",\"") == std::string::npos) {
-        return name;
-    }
-    std::string quoted = "\"";
-    for (const char c : name) {
-        quoted += c;
-        if (c == '"') {
-            quoted += '"';
-        }
-    }
-    return quoted + "\"";
-}
 
 class history_dump
 {

@@ -1,0 +1,37 @@
+// What a verb that reads could not read: told on standard error as it is met, and counted for the
+// exit code.
+#ifndef VESK_CLI_BOX_LOSSES_HPP
+#define VESK_CLI_BOX_LOSSES_HPP
+
+#include <string>
+
+#include "box/box.hpp"
+
+namespace cli
+{
+
+class losses
+{
+public:
+    // Where the item is damage. At most most_told_of_a_kind of one file are told one by one.
+    void add(const std::string &path, const vesk_scan_item &item);
+    // After the last item of a file.
+    void end_file(const std::string &path);
+    // Missing, or something else than a file.
+    void add_missing(const stored_file &file);
+    void add_state(const box_state &state);
+    void add_unread(const read_failure &reason);
+
+    // @p nothing is true when nothing of what was asked for could be read.
+    exit_code code(bool nothing) const;
+
+private:
+    uint64_t in_file_ = 0;
+    unsigned damage_ = 0;
+    unsigned failures_ = 0; // of the machine
+    unsigned refusals_ = 0; // for want of rights
+};
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,79 @@
+// Count, mean, deviation, skewness and kurtosis of samples and of intervals whose samples are gone,
+// merged in double precision, with a bound of the error that the single-precision sums of the
+// intervals bring in.
+#ifndef VESK_CLI_BOX_MOMENTS_HPP
+#define VESK_CLI_BOX_MOMENTS_HPP
+
+#include <cstdint>
+
+#include <vesk/hist_value.h>
+
+namespace cli
+{
+
+// How the sums of intervals came about, which decides how much of them is exact.
+struct summing {
+    uint32_t samples = 0;   // in a buffer; 0 if unknown
+    uint32_t intervals = 0; // that a buffer is summed up into
+
+    // The most additions that a sample of an interval with @p count samples went through.
+    double additions(double count) const;
+};
+
+// A number, and whether it may be off by more than 5 % because little is left of it in the sums.
+struct estimate {
+    double value; // NaN where nothing is known
+    bool is_rough;
+};
+
+class moments
+{
+public:
+    // A missing reading (NaN) changes nothing.
+    void add(float value);
+    // What is not possible changes nothing, either.
+    void add(const hist_value &interval, const summing &how);
+    void merge(const moments &other);
+
+    // False where the extremes contradict each other: no recorder has written that.
+    static bool is_possible(const hist_value &interval);
+
+    uint64_t count() const { return count_; }
+    // All of these are NaN without samples. The mean lies within the extremes; the deviation, that
+    // of the population, is 0 where they are equal and never larger than they allow.
+    double least() const { return least_; }
+    double greatest() const { return greatest_; }
+    double mean() const;
+    estimate deviation() const;
+    // NaN also where nothing varies, where the sums have overflowed, and where they tell too
+    // little.
+    double skewness() const;
+    // 3 for a normal distribution.
+    double kurtosis() const;
+
+private:
+    // What the extremes allow.
+    double possible_mean(double mean) const;
+    double possible_m2(double m2) const;
+    double least_m2() const;
+    double greatest_m2(double mean) const;
+    double largest_m2_error() const;
+    void take_from_extremes();
+
+    uint64_t count_ = 0;
+    double least_ = 0;
+    double greatest_ = 0;
+    double mean_ = 0;
+    // Sums of powers of the distances from the mean, and bounds of the errors of all four.
+    double m2_ = 0;
+    double m3_ = 0;
+    double m4_ = 0;
+    double mean_error_ = 0;
+    double m2_error_ = 0;
+    double m3_error_ = 0;
+    double m4_error_ = 0;
+};
+
+} // namespace cli
+
+#endif

@@ -1,0 +1,327 @@
+// The two looks over a box.
+#include "box/reading.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <limits>
+#include <unordered_map>
+#include <unordered_set>
+
+#include <vesk/sensor_array.h>
+
+#include "box/column_map.hpp"
+#include "box/waiting_events.hpp"
+#include "process/terminal.hpp"
+
+namespace cli
+{
+namespace
+{
+
+// Without names that fit, nobody could tell what the values are.
+bool has_names(const vesk_scan_item &item, uint32_t values)
+{
+    return item.names != nullptr && item.names->sensors != nullptr &&
+           sensor_array_get_size(item.names->sensors) == values;
+}
+
+bool is_sample(const vesk_scan_item &item)
+{
+    return item.kind == VESK_SCAN_SENSOR_VALUES && has_names(item, item.values->n_sensors);
+}
+
+bool is_interval(const vesk_scan_item &item)
+{
+    return item.kind == VESK_SCAN_INTERVAL && has_names(item, item.interval->n_sensors) &&
+           !is_filler(*item.interval);
+}
+
+int64_t seconds_of(const timestamp &time)
+{
+    return time.tv.tv_sec;
+}
+
+// Finds the step that most samples have.
+class step_count
+{
+public:
+    void add(int64_t time)
+    {
+        if (any_ && time > last_ &&
+            (steps_.size() < most_steps || steps_.count(time - last_) > 0)) {
+            ++steps_[time - last_];
+        }
+        any_ = true;
+        last_ = time;
+    }
+    // The shorter one of two.
+    int64_t usual() const
+    {
+        int64_t best = 0;
+        uint64_t count = 0;
+        for (const auto &[step, times] : steps_) {
+            if (times > count || (times == count && step < best)) {
+                best = step;
+                count = times;
+            }
+        }
+        return best;
+    }
+
+private:
+    static constexpr std::size_t most_steps = 4096;
+    std::unordered_map<int64_t, uint64_t> steps_;
+    int64_t last_ = 0;
+    bool any_ = false;
+};
+
+} // namespace
+
+bool is_filler(const vesk_hb_record_sensor_values &interval)
+{
+    const vesk_hb_record_events &events = interval.events;
+    const bool has_events = (events.n_type1_events | events.n_type2_events | events.n_type3_events |
+                             events.n_type4_events | events.n_type5_events) != 0;
+    const std::span<const hist_value> values(interval.hvalues, interval.n_sensors);
+    return !has_events && std::all_of(values.begin(), values.end(),
+                                      [](const hist_value &value) { return value.count == 0; });
+}
+
+// The first look.
+class reading::survey
+{
+public:
+    explicit survey(reading &found) : found_(found) {}
+
+    void look_over()
+    {
+        const auto raw = found_.box_.current_buffers();
+        const auto history = found_.box_.history_buffers();
+        // The raw samples have the order in which the machine names its sensors; the sums of
+        // history stand in an order of their own.
+        for (const stored_file *file : raw) {
+            look_at(*file);
+        }
+        const std::optional<int64_t> raw_begin = found_.begin_;
+        const std::optional<int64_t> raw_end = found_.end_;
+        if (!found_.box_.is_file && found_.box_.state.error != 0) {
+            found_.history_ends_before_ = raw_begin;
+        }
+        found_.begin_.reset();
+        for (const stored_file *file : history) {
+            look_at(*file);
+        }
+        found_.begin_ = found_.begin_ ? found_.begin_ : raw_begin;
+        found_.end_ = raw_end ? raw_end : found_.end_;
+        found_.usual_step_ = steps_.usual();
+        found_.nothing_ = unreadable_ == raw.size() + history.size();
+        if (too_many_) {
+            note(fmt::format("more than {} sensors: the others are left out", most_named_sensors));
+        }
+        if (impossible_ > 0) {
+            note(fmt::format("the extremes of {} contradict each other: left out",
+                             counted(impossible_, "interval of a sensor")));
+        }
+    }
+
+private:
+    void look_at(const stored_file &file)
+    {
+        bool any = false;
+        try {
+            scan_file(file, [&](const vesk_scan_item &item) {
+                any = any || item.kind != VESK_SCAN_DAMAGE;
+                found_.losses_.add(file.path, item);
+                look_at(item);
+            });
+        } catch (const read_failure &reason) {
+            found_.losses_.add_unread(reason);
+        }
+        found_.losses_.end_file(file.path);
+        unreadable_ += any || file.size == 0 ? 0 : 1;
+    }
+
+    void look_at(const vesk_scan_item &item)
+    {
+        if (item.kind == VESK_SCAN_SENSOR_NAMES) {
+            add_names(*item.names);
+        } else if (is_sample(item)) {
+            ++found_.samples_;
+            const int64_t time = seconds_of(item.values->timestamp);
+            steps_.add(time);
+            extend(time, time);
+        } else if (is_interval(item)) {
+            look_at_interval(*item.interval);
+        }
+    }
+
+    void look_at_interval(const vesk_hb_record_sensor_values &interval)
+    {
+        const std::span<const hist_value> values(interval.hvalues, interval.n_sensors);
+        impossible_ += static_cast<uint64_t>(
+            std::count_if(values.begin(), values.end(),
+                          [](const hist_value &value) { return !moments::is_possible(value); }));
+        if (!found_.is_left_out(interval)) {
+            ++found_.intervals_;
+            extend(seconds_of(interval.start), seconds_of(interval.end));
+        }
+    }
+
+    void extend(int64_t first, int64_t last)
+    {
+        found_.begin_ = found_.begin_ ? found_.begin_ : first;
+        found_.end_ = last;
+    }
+
+    void add_names(const vesk_cb_record_sensor_names &names)
+    {
+        for (std::string &name : sensor_names(names)) {
+            if (known_.size() == most_named_sensors) {
+                too_many_ = too_many_ || known_.count(name) == 0;
+            } else if (known_.insert(name).second) {
+                found_.sensors_.push_back(std::move(name));
+            }
+        }
+    }
+
+    reading &found_;
+    std::unordered_set<std::string> known_;
+    step_count steps_;
+    std::size_t unreadable_ = 0;
+    uint64_t impossible_ = 0;
+    bool too_many_ = false;
+};
+
+// The second look.
+class reading::walk
+{
+public:
+    walk(const reading &source, const time_range &range, const std::vector<std::size_t> &chosen,
+         row_visitor &visitor)
+        : source_(source), range_(range), visitor_(visitor), columns_(source.sensors_, chosen),
+          values_(chosen.size()), hist_values_(chosen.size())
+    {
+    }
+
+    void go()
+    {
+        for (const stored_file *file : source_.box_.history_buffers()) {
+            go_over(*file);
+        }
+        for (const stored_file *file : source_.box_.current_buffers()) {
+            go_over(*file);
+        }
+        if (source_.box_.is_file) {
+            return;
+        }
+        for (const event &what : waiting_events_of(source_.box_)) {
+            hand_out(what.time, what.type, what.text, true);
+        }
+    }
+
+private:
+    void go_over(const stored_file &file)
+    {
+        try {
+            scan_file(file, [&](const vesk_scan_item &item) { go_over(item); });
+        } catch (const read_failure &) {
+            // The first look has told it.
+            return;
+        }
+    }
+
+    void go_over(const vesk_scan_item &item)
+    {
+        if (item.event != nullptr) {
+            hand_out(seconds_of(item.event->timestamp), item.event->type,
+                     item.event->text != nullptr ? item.event->text : "", false);
+        } else if (is_sample(item)) {
+            hand_out_sample(*item.names, *item.values);
+        } else if (is_interval(item) && !source_.is_left_out(*item.interval)) {
+            hand_out_interval(*item.names, *item.interval);
+        }
+    }
+
+    void hand_out(int64_t time, uint32_t type, const std::string &text, bool waits)
+    {
+        if (range_.holds(time)) {
+            visitor_.on_event({time, type, text, waits});
+        }
+    }
+
+    void hand_out_sample(const vesk_cb_record_sensor_names &names,
+                         const vesk_cb_record_sensor_values &record)
+    {
+        const int64_t time = seconds_of(record.timestamp);
+        if (!range_.holds(time)) {
+            return;
+        }
+        if (last_time_ && source_.usual_step_ > 0 && time - *last_time_ > 2 * source_.usual_step_) {
+            visitor_.on_gap({*last_time_, time});
+        }
+        last_time_ = time;
+        std::fill(values_.begin(), values_.end(), std::numeric_limits<float>::quiet_NaN());
+        for (const auto &[column, place] : columns_.columns(names)) {
+            values_[place] = record.values[column];
+        }
+        visitor_.on_sample({time, values_});
+    }
+
+    void hand_out_interval(const vesk_cb_record_sensor_names &names,
+                           const vesk_hb_record_sensor_values &interval)
+    {
+        const int64_t start = seconds_of(interval.start);
+        const int64_t end = seconds_of(interval.end);
+        if (!range_.touches(start, end)) {
+            return;
+        }
+        std::fill(hist_values_.begin(), hist_values_.end(), nullptr);
+        for (const auto &[column, place] : columns_.columns(names)) {
+            const hist_value &value = interval.hvalues[column];
+            hist_values_[place] = moments::is_possible(value) ? &value : nullptr;
+        }
+        visitor_.on_interval({start, end, hist_values_, &interval.events});
+    }
+
+    const reading &source_;
+    time_range range_;
+    row_visitor &visitor_;
+    column_map columns_;
+    std::vector<float> values_;
+    std::vector<const hist_value *> hist_values_;
+    std::optional<int64_t> last_time_;
+};
+
+reading::reading(const std::string &name) : box_(find_box(name))
+{
+    if (!box_.is_file && box_.state.error != 0) {
+        losses_.add_state(box_.state);
+    }
+    for (const stored_file &file : box_.files) {
+        if (file.missing) {
+            losses_.add_missing(file);
+        }
+    }
+    if (box_.state.error == 0) {
+        summed_ = {box_.state.samples, box_.state.intervals};
+    }
+    survey(*this).look_over();
+}
+
+void reading::read(const time_range &range, const std::vector<std::size_t> &chosen,
+                   row_visitor &visitor)
+{
+    walk(*this, range, chosen, visitor).go();
+}
+
+exit_code reading::code() const
+{
+    return losses_.code(nothing_);
+}
+
+bool reading::is_left_out(const vesk_hb_record_sensor_values &interval) const
+{
+    return history_ends_before_ && seconds_of(interval.end) >= *history_ends_before_;
+}
+
+} // namespace cli

@@ -1,0 +1,126 @@
+// The content of a box in the order of time: intervals of history, then raw samples and events. The
+// verbs that read share it, so that they all see the same sensors in the same order, bear the same
+// damage and end with the same exit codes.
+//
+// A box is looked over twice: first for its sensors, its times and its damage, then for its rows,
+// which are handed out one by one. Its files are held open between, so that both looks see the same
+// ones; a box that is written to may hold some rows more at the second look. Memory is needed for
+// the bytes of one file and the names of the sensors, whatever the files hold.
+#ifndef VESK_CLI_BOX_READING_HPP
+#define VESK_CLI_BOX_READING_HPP
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "box/box.hpp"
+#include "box/losses.hpp"
+#include "box/moments.hpp"
+#include "text/time_text.hpp"
+
+namespace cli
+{
+
+// Behind this many different names the others are left out, with a note. A box that was recorded
+// holds 10000 at most.
+constexpr std::size_t most_named_sensors = 65536;
+
+struct sample_row {
+    int64_t time;
+    std::span<const float> values; // of the chosen sensors; NaN where one has none
+};
+
+struct interval_row {
+    int64_t start; // of its first sample
+    int64_t end;   // of its last one
+    // Of the chosen sensors; null where one is not in the interval.
+    std::span<const hist_value *const> values;
+    const vesk_hb_record_events *events; // how many of each type
+};
+
+struct event_row {
+    int64_t time;
+    uint32_t type;
+    const std::string &text;
+    bool waits; // for a sample that it can follow, outside of the buffers
+};
+
+// Raw samples that are missing: between two samples lies more than twice the usual step.
+struct gap_row {
+    int64_t last; // before it
+    int64_t next; // behind it
+};
+
+// Takes the rows. What a row lends lives until the call returns.
+class row_visitor
+{
+public:
+    row_visitor() = default;
+    row_visitor(const row_visitor &) = delete;
+    row_visitor &operator=(const row_visitor &) = delete;
+    virtual ~row_visitor() = default;
+
+    virtual void on_interval(const interval_row & /*row*/) {}
+    virtual void on_sample(const sample_row & /*row*/) {}
+    virtual void on_gap(const gap_row & /*row*/) {}
+    virtual void on_event(const event_row & /*row*/) {}
+};
+
+class reading
+{
+public:
+    // Looks over the box, or the one buffer file, that @p name stands for. What is damaged is told
+    // on standard error. Throws a failure as find_box() does.
+    explicit reading(const std::string &name);
+
+    const box &source() const { return box_; }
+    // In the order in which the raw samples name them; behind those the ones of history alone.
+    const std::vector<std::string> &sensors() const { return sensors_; }
+    // The time of the first and the latest record of samples; nothing in an empty box. The latest
+    // is the one that was written last, also where the clock was set back before.
+    std::optional<int64_t> begin() const { return begin_; }
+    std::optional<int64_t> end() const { return end_; }
+    // Between most of the raw samples, in seconds; 0 where there are no two of them.
+    int64_t usual_step() const { return usual_step_; }
+    uint64_t samples() const { return samples_; }
+    uint64_t intervals() const { return intervals_; }
+    const summing &how_summed() const { return summed_; }
+
+    // Hands out what lies in @p range, of the sensors with the numbers @p chosen. An interval that
+    // the range begins or ends in is handed out whole.
+    void read(const time_range &range, const std::vector<std::size_t> &chosen,
+              row_visitor &visitor);
+
+    // As the reading verbs have it: 0, or 1 or 3 where something could not be read, or 4 where
+    // nothing could.
+    exit_code code() const;
+
+private:
+    class survey;
+    class walk;
+
+    bool is_left_out(const vesk_hb_record_sensor_values &interval) const;
+
+    box box_;
+    losses losses_;
+    std::vector<std::string> sensors_;
+    std::optional<int64_t> begin_;
+    std::optional<int64_t> end_;
+    // Where the state file does not tell which files have been summed up: the first raw sample.
+    // Intervals from there on tell of samples that are still there.
+    std::optional<int64_t> history_ends_before_;
+    int64_t usual_step_ = 0;
+    uint64_t samples_ = 0;
+    uint64_t intervals_ = 0;
+    summing summed_;
+    bool nothing_ = false;
+};
+
+// Whether the interval holds no samples and no events: a repair fills up a history with such ones.
+bool is_filler(const vesk_hb_record_sensor_values &interval);
+
+} // namespace cli
+
+#endif
