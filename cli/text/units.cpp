@@ -16,36 +16,47 @@ namespace
 enum class scale { none, binary, decimal };
 
 struct unit {
-    std::string_view suffix; // of the name
-    std::string_view plain;  // of a value as it is
-    std::string_view symbol; // behind a prefix, or instead of the plain one
+    std::string_view ending; // of the name, behind '_' or '.'
+    std::string_view symbol;
     scale steps;
 };
 
 // The first that fits counts, so the longer ones come first.
-constexpr std::array<unit, 16> units = {{
-    {"_bytes_per_s", "bytes/s", "B/s", scale::decimal},
-    {"_pages_per_s", "pages/s", "pages/s", scale::none},
-    {"_packets_per_s", "packets/s", "packets/s", scale::none},
-    {"_errors_per_s", "errors/s", "errors/s", scale::none},
-    {"_per_s", "/s", "/s", scale::none},
-    {"_bytes", "bytes", "B", scale::binary},
-    {"_percent", "%", "%", scale::none},
-    {"_RPM", "RPM", "RPM", scale::none},
-    {"_Hz", "Hz", "Hz", scale::decimal},
-    {"_ms", "ms", "ms", scale::none},
-    {"_s", "s", "s", scale::none},
-    {"_C", "C", "C", scale::none},
-    {"_V", "V", "V", scale::none},
-    {"_A", "A", "A", scale::none},
-    {"_W", "W", "W", scale::none},
-    {"_J", "J", "J", scale::none},
+constexpr std::array<unit, 18> units = {{
+    {"bytes_per_s", "B/s", scale::decimal},
+    {"pages_per_s", "pages/s", scale::none},
+    {"packets_per_s", "pkt/s", scale::none},
+    {"errors_per_s", "err/s", scale::none},
+    {"per_s", "/s", scale::none},
+    {"bytes", "B", scale::binary},
+    {"percent", "%", scale::none},
+    {"RPM", "RPM", scale::none},
+    {"MHz", "MHz", scale::none},
+    {"dBm", "dBm", scale::none},
+    {"Hz", "Hz", scale::decimal},
+    {"ms", "ms", scale::none},
+    {"s", "s", scale::none},
+    {"C", "C", scale::none},
+    {"V", "V", scale::none},
+    {"A", "A", scale::none},
+    {"W", "W", scale::none},
+    {"J", "J", scale::none},
 }};
+
+bool ends_with_unit(std::string_view sensor, std::string_view ending)
+{
+    if (sensor.size() <= ending.size() || !sensor.ends_with(ending)) {
+        return false;
+    }
+    const char before = sensor[sensor.size() - ending.size() - 1];
+    return before == '_' || before == '.';
+}
 
 const unit *find_unit(std::string_view sensor)
 {
-    const auto *const found = std::find_if(
-        units.begin(), units.end(), [&](const unit &one) { return sensor.ends_with(one.suffix); });
+    const auto *const found = std::find_if(units.begin(), units.end(), [&](const unit &one) {
+        return ends_with_unit(sensor, one.ending);
+    });
     return found != units.end() ? found : nullptr;
 }
 
@@ -89,12 +100,6 @@ std::string with_unit(double value, std::string_view sensor)
     }
     return one->steps == scale::binary ? with_prefix(value, one->symbol, 1024, binary)
                                        : with_prefix(value, one->symbol, 1000, decimal);
-}
-
-std::string_view unit_of(std::string_view sensor)
-{
-    const unit *one = find_unit(sensor);
-    return one != nullptr ? one->plain : std::string_view();
 }
 
 } // namespace cli

@@ -13,10 +13,6 @@ namespace cli
 // as they are. Four significant digits. A value that is NaN is "-".
 std::string with_unit(double value, std::string_view sensor);
 
-// The unit alone, as plain values of the sensor have it: "bytes", "bytes/s", "%", "C"; empty if the
-// name does not end with one.
-std::string_view unit_of(std::string_view sensor);
-
 } // namespace cli
 
 #endif

@@ -27,6 +27,9 @@ constexpr const char *examples_text =
     "Examples:\n"
     "  vesk record box              record this machine until Ctrl-C\n"
     "  vesk info box                what is in it\n"
+    "  vesk stats box --last 10m    what each sensor did before the end\n"
+    "  vesk fetch box --last 1m     the values of that time as a table\n"
+    "  vesk events box              what happened\n"
     "  vesk dump box                the raw samples as text\n"
     "  vesk dump --history box      the summaries of what is older\n"
     "  vesk import box data.kelt    text telemetry into a box\n"
@@ -62,6 +65,7 @@ public:
     void texts(const char *name, const char *type, std::vector<std::string> &values,
                const std::string &help) override
     {
+        // One value behind each mention: the words behind it are others.
         verb_.add_option(name, values, help)->type_name(type)->allow_extra_args(false);
     }
     void number(const char *name, const char *type, std::optional<uint32_t> &value,

@@ -22,8 +22,9 @@ TEST(Units, AreTakenFromTheNameOfTheSensor)
     EXPECT_EQ(with_unit(1200, "::hwmon.fan1_RPM"), "1200 RPM");
     EXPECT_EQ(with_unit(7, "::disk.sda.reads_per_s"), "7 /s");
     EXPECT_EQ(with_unit(0.5, "::load.1min"), "0.5");
-    EXPECT_EQ(unit_of("::swap.in_pages_per_s"), "pages/s");
-    EXPECT_EQ(unit_of("::load.1min"), "");
+    EXPECT_EQ(with_unit(0.5, "::status"), "0.5");
+    EXPECT_EQ(with_unit(3, "::swap.in_pages_per_s"), "3 pages/s");
+    EXPECT_EQ(with_unit(2400, "::cpu.0.MHz"), "2400 MHz");
 }
 
 TEST(Units, PrefixesChangeWhereTheNumberWouldBeTooLong)

@@ -1,0 +1,40 @@
+// The grammar of sensors and times is in text/sensor_choice and text/time_text.
+#include "verbs/reading_options.hpp"
+
+#include "process/failure.hpp"
+
+namespace cli
+{
+
+void reading_options::settle() const
+{
+    if (!time_zone.empty()) {
+        use_time_zone(time_zone);
+    }
+    check_range(range);
+}
+
+void add_reading(option_list &options, reading_options &chosen)
+{
+    options.required_word("BASE|FILE", chosen.name, "Name of a box, or one of its buffer files");
+    options.text("--from", "TIME", chosen.range.from, "Only what is not before this time");
+    options.text("--to", "TIME", chosen.range.to, "Only what is not after this time");
+    options.text("--last", "LENGTH", chosen.range.last,
+                 "Only so much before the end of the box, such as 10m");
+    options.flag("--local", chosen.local, "Print times in the local time zone, not in UTC");
+    options.text("--tz", "ZONE", chosen.time_zone,
+                 "Read and print times in this zone, such as Europe/Zurich");
+}
+
+void add_sensor_choice(option_list &options, reading_options &chosen)
+{
+    options.texts("--sensor", "GLOB", chosen.sensors,
+                  "Only sensors that fit, such as 'cpu.*'; '!GLOB' takes away; may be repeated");
+}
+
+time_range range_in(const reading_options &options, const reading &source)
+{
+    return range_of(options.range, source.end().value_or(0));
+}
+
+} // namespace cli
