@@ -78,8 +78,8 @@ typedef struct vesk_recover_step {
     uint32_t count; /**< records that are added, mended or set aside, else 0. What is done
                          to records of one stream, or of streams that follow each other,
                          is one step. What is done for the same reason more than 64 times
-                         in a file is summed up: one more step counts the rest, and reaches
-                         from the first of them to the last */
+                         in a file is summed up: one more step counts the rest, places without
+                         records as one each, and reaches from the first of them to the last */
     int error;      /**< the code that tells what is wrong, as in #vesk_scan_item and
                          #vesk_state_summary, or 0 */
 } vesk_recover_step;

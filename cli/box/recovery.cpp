@@ -106,7 +106,8 @@ int keep_step(const vesk_recover_step *step, void *context)
         }
     }
     if (alike == most_told_of_a_kind) {
-        ++last_alike->more;
+        // The library sums up as well, when there are still more.
+        last_alike->more += std::max<uint32_t>(step->count, 1);
     } else {
         steps.push_back(
             {step->action, step->filename, step->offset, step->length, step->count, step->error});

@@ -81,10 +81,11 @@ int step_runs::hand_over(const vesk_recover_step &step)
     vesk_recover_step *rest = &same->rest;
     if (rest->action != step.action) {
         *rest = step;
-        return 0;
+        rest->count = 0;
     }
     rest->length = std::max(rest->length, step.offset + step.length - rest->offset);
-    rest->count += std::min(step.count, UINT32_MAX - rest->count);
+    // A place without a record is one of what is not told, too.
+    rest->count += std::min(std::max(step.count, uint32_t{1}), UINT32_MAX - rest->count);
     return 0;
 }
 
