@@ -233,11 +233,13 @@ void box_writer::require_lock()
 
 int box_writer::write_vector()
 {
-    if (is_full()) {
+    const bool begins_buffer = is_full();
+    if (begins_buffer) {
         prepare_rotation();
     }
     const int result = vesk_write_telemetry_vector(recorder_.get(), vector_.get());
     if (result >= 0) {
+        buffers_begun_ += begins_buffer ? 1 : 0;
         finish_vector();
     }
     return result;

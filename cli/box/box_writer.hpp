@@ -65,6 +65,8 @@ public:
 
     // The open buffer holds its last vector.
     bool is_full() const;
+    // How often this writer has begun a new buffer because the one before was full.
+    uint64_t buffers_begun() const { return buffers_begun_; }
 
     // The time of the newest sample that was in the box before this writer came, if there was any.
     std::optional<int64_t> last_time_before() const { return last_time_before_; }
@@ -94,6 +96,7 @@ private:
     std::unique_ptr<matrix, vector_release> vector_; // what write() fills
     std::unordered_set<std::string> known_sensors_;
     std::optional<int64_t> last_time_before_;
+    uint64_t buffers_begun_ = 0;
     int last_errno_ = 0;
 };
 

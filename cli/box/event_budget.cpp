@@ -3,6 +3,9 @@
 
 #include <cstring>
 
+#include "box/waiting_events.hpp"
+#include "process/failure.hpp"
+
 namespace cli
 {
 namespace
@@ -15,6 +18,20 @@ constexpr uint64_t share_of_incompressible = 1000;
 uint64_t stored_size(uint64_t text)
 {
     return text + text / share_of_incompressible + head_size;
+}
+
+// What cannot be read is told by whoever writes there.
+uint64_t event_bytes_that_wait(const box &found)
+{
+    uint64_t bytes = 0;
+    try {
+        for (const event &each : waiting_events_of(found)) {
+            bytes += stored_size_of(each);
+        }
+    } catch (const failure &) {
+        return 0;
+    }
+    return bytes;
 }
 
 } // namespace
@@ -39,6 +56,11 @@ uint64_t event_bytes_in_open_buffer(const box &found)
         }
     }
     return bytes;
+}
+
+event_budget budget_of(const box &found, uint64_t bytes)
+{
+    return {bytes, event_bytes_in_open_buffer(found), event_bytes_that_wait(found)};
 }
 
 uint64_t event_budget::limit_for(event_source source) const

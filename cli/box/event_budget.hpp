@@ -24,9 +24,6 @@ enum class event_source { kernel, top, user, recording };
 // the text by its head (28 bytes), and by less than 1 in 1000 where it cannot be compressed.
 uint64_t stored_size_of(const event &what);
 
-// Of all events in the open buffer of a box.
-uint64_t event_bytes_in_open_buffer(const box &found);
-
 class event_budget
 {
 public:
@@ -43,6 +40,7 @@ public:
     // A vector was written, and what waits follows it. @p is_new: it is the first one of a buffer.
     void vector_written(bool is_new);
 
+    // So many bytes of events a buffer holds when one from @p source is refused.
     uint64_t limit_for(event_source source) const;
 
 private:
@@ -50,6 +48,12 @@ private:
     uint64_t used_;
     uint64_t waiting_;
 };
+
+// Of all events in the open buffer of a box.
+uint64_t event_bytes_in_open_buffer(const box &found);
+// What is left of @p bytes in the open buffer of a box. Throws a failure when its buffers cannot
+// be read.
+event_budget budget_of(const box &found, uint64_t bytes);
 
 } // namespace cli
 

@@ -2,6 +2,7 @@
 #include "box/recording_log.hpp"
 
 #include "box/waiting_events.hpp"
+#include "process/failure.hpp"
 
 namespace cli
 {
@@ -43,7 +44,11 @@ void recording_log::take_event(int64_t time, const std::string &text)
 
 void recording_log::take_identity(const parsed_event &event)
 {
-    identity_ = identity_in(event);
+    machine_identity who = identity_in(event);
+    if (who.host.empty() && who.machine_id.empty() && who.boot_id.empty() && who.kernel.empty()) {
+        return;
+    }
+    identity_ = std::move(who);
     version_ = event.value("version");
     interval_ = event.number("interval");
 }
@@ -59,15 +64,25 @@ void recording_log::take_gap(const parsed_event &event)
     }
 }
 
+// Where they cannot be read, whoever writes there tells.
+void recording_log::take_waiting(const box &found)
+{
+    try {
+        for (const event &waiting : waiting_events_of(found)) {
+            take_event(waiting.time, waiting.text);
+        }
+    } catch (const failure &) {
+        return;
+    }
+}
+
 recording_log read_recording_log(const box &found)
 {
     recording_log log;
     for (const stored_file *file : found.current_buffers()) {
         scan_file(*file, [&](const vesk_scan_item &item) { log.take(item); });
     }
-    for (const event &waiting : waiting_events_of(found)) {
-        log.take_event(waiting.time, waiting.text);
-    }
+    log.take_waiting(found);
     return log;
 }
 

@@ -34,6 +34,8 @@ public:
     // Items in their order, oldest first.
     void take(const vesk_scan_item &item);
     void take_event(int64_t time, const std::string &text);
+    // The events that wait for the box, which are the newest.
+    void take_waiting(const box &found);
 
     state last_state() const { return state_; }
     // From whom the newest samples are, where that is told.
@@ -68,7 +70,7 @@ private:
 };
 
 // Of the box, the events that wait included. Damaged places are passed over; throws a failure when
-// a file cannot be read.
+// a buffer cannot be read.
 recording_log read_recording_log(const box &found);
 
 // The gap between what the box tells and a recording that begins at @p now on @p machine; nothing

@@ -231,7 +231,8 @@ void recording_events::write_top(const top_processes &top, const std::string &pa
     }
     add_processes(text, top);
     out_.write(event_source::top,
-               {passed.empty() ? level_note : level_notice, whole(now.wall), text.text()});
+               {strain_.is_strained() || !passed.empty() ? level_notice : level_note,
+                whole(now.wall), text.text()});
 }
 
 } // namespace cli

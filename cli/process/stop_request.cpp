@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <poll.h>
 
 namespace cli
@@ -14,9 +15,9 @@ constexpr double longest_wait = 3600;
 
 volatile sig_atomic_t stop_flag = 0;
 
-void request_stop(int /*signal*/)
+void request_stop(int signal)
 {
-    stop_flag = 1;
+    stop_flag = signal;
 }
 
 } // namespace
@@ -48,9 +49,23 @@ bool stop_request::requested() const
     return stop_flag != 0;
 }
 
-bool stop_request::wait(double seconds, int fd) const
+std::string stop_request::signal_name() const
 {
-    wait_for(seconds, fd, POLLIN);
+    switch (stop_flag) {
+    case SIGINT:
+        return "SIGINT";
+    case SIGTERM:
+        return "SIGTERM";
+    case SIGHUP:
+        return "SIGHUP";
+    default:
+        return {};
+    }
+}
+
+bool stop_request::wait(double seconds, int fd, int other_fd) const
+{
+    wait_for(seconds, fd, other_fd, POLLIN);
     return stop_flag != 0;
 }
 
@@ -61,12 +76,12 @@ bool stop_request::wait_to_write(int fd) const
         if (poll(&writable, 1, 0) != 0) {
             return true;
         }
-        wait_for(longest_wait, fd, POLLOUT);
+        wait_for(longest_wait, fd, -1, POLLOUT);
     }
     return false;
 }
 
-void stop_request::wait_for(double seconds, int fd, short events) const
+void stop_request::wait_for(double seconds, int fd, int other_fd, short events) const
 {
     // The signals stay blocked between the test and the sleep, so none is lost in between.
     sigset_t blocked;
@@ -81,8 +96,8 @@ void stop_request::wait_for(double seconds, int fd, short events) const
         timespec timeout = {};
         timeout.tv_sec = static_cast<time_t>(bounded);
         timeout.tv_nsec = static_cast<long>((bounded - std::floor(bounded)) * 1e9);
-        pollfd ready = {fd, events, 0};
-        ppoll(&ready, fd >= 0 ? 1 : 0, &timeout, &before);
+        pollfd ready[] = {{fd, events, 0}, {other_fd, events, 0}};
+        ppoll(ready, std::size(ready), &timeout, &before);
     }
     sigprocmask(SIG_SETMASK, &before, nullptr);
 }

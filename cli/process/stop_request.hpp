@@ -3,6 +3,7 @@
 #define VESK_CLI_PROCESS_STOP_REQUEST_HPP
 
 #include <csignal>
+#include <string>
 
 namespace cli
 {
@@ -17,13 +18,16 @@ public:
     ~stop_request();
 
     bool requested() const;
-    // Waits, at most @p seconds or until @p fd can be read; true as soon as the end is requested.
-    bool wait(double seconds, int fd = -1) const;
+    // The name of the signal that came last, "SIGTERM"; empty before one has come.
+    std::string signal_name() const;
+    // Waits, at most @p seconds or until one of the descriptors that are not below 0 can be read;
+    // true as soon as the end is requested.
+    bool wait(double seconds, int fd = -1, int other_fd = -1) const;
     // Waits until @p fd takes something, or has failed. False when the end is requested instead.
     bool wait_to_write(int fd) const;
 
 private:
-    void wait_for(double seconds, int fd, short events) const;
+    void wait_for(double seconds, int fd, int other_fd, short events) const;
 
     static constexpr int signals_[] = {SIGINT, SIGTERM, SIGHUP};
     struct sigaction before_[3] = {};

@@ -2,8 +2,10 @@
 #include "text/own_events.hpp"
 
 #include <algorithm>
+#include <limits>
 
 #include "process/terminal.hpp"
+#include "text/duration.hpp"
 
 namespace cli
 {
@@ -73,6 +75,12 @@ std::string gap_words(const std::string &reason)
 {
     const reason_meaning *meaning = meaning_of(reason);
     return meaning != nullptr ? meaning->words : printable(reason);
+}
+
+std::string gap_length(const gap &what)
+{
+    const int64_t seconds = std::max(what.seconds, -std::numeric_limits<int64_t>::max());
+    return seconds < 0 ? "-" + format_duration(-seconds) : format_duration(seconds);
 }
 
 event_level gap_level(const std::string &reason)

@@ -54,6 +54,8 @@ struct gap {
 
 // For people: "the recorder was killed". A reason that is none of the above is made printable.
 std::string gap_words(const std::string &reason);
+// For people: "1h5s", and "-5s" for a clock that was set back.
+std::string gap_length(const gap &what);
 event_level gap_level(const std::string &reason);
 
 std::string gap_text(const gap &what);

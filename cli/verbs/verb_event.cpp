@@ -6,6 +6,7 @@
 
 #include "box/box_writer.hpp"
 #include "box/event_channel.hpp"
+#include "box/limited_events.hpp"
 #include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
@@ -84,6 +85,10 @@ exit_code conclude(const event_options &options, const event_reply &reply)
 exit_code write_into_box(const event_options &options, const event &what)
 {
     box_writer box(options.base, {}, {}, box_writer::if_missing::refuse);
+    const event_budget budget = budget_of(find_box(options.base), default_event_bytes);
+    if (!budget.has_room_for(event_source::user, what)) {
+        throw event_limit_reached(budget.limit_for(event_source::user));
+    }
     waiting_events events(box, options.base);
     if (events.write(what) == event_result::waits) {
         note_waiting(options);

@@ -1,21 +1,26 @@
 // vesk info BASE|FILE
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <fmt/format.h>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <numeric>
 
 #include <vesk/error.h>
 #include <vesk/vesk_buffer.h>
 
 #include "box/box.hpp"
 #include "box/companions.hpp"
+#include "box/recording_log.hpp"
 #include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
+#include "verbs/recording_report.hpp"
 #include "verbs/verb.hpp"
 #include "verbs/waiting_json.hpp"
 
@@ -51,6 +56,21 @@ struct time_span {
     }
 };
 
+// By type, from 1 to 5.
+using event_counts = std::array<uint64_t, last_event_type>;
+
+void add_events(const vesk_hb_record_events &events, event_counts &counts)
+{
+    const event_counts more = {events.n_type1_events, events.n_type2_events, events.n_type3_events,
+                               events.n_type4_events, events.n_type5_events};
+    std::transform(counts.begin(), counts.end(), more.begin(), counts.begin(), std::plus<>());
+}
+
+uint64_t total_of(const event_counts &counts)
+{
+    return std::accumulate(counts.begin(), counts.end(), uint64_t{0});
+}
+
 // What one buffer file holds.
 struct contents {
     const stored_file *file = nullptr;
@@ -59,7 +79,7 @@ struct contents {
     uint64_t intervals = 0;
     uint64_t events = 0;      // as records
     uint64_t bare_events = 0; // without type word
-    uint64_t counted_events = 0;
+    event_counts counted_events = {};
     uint64_t sensor_changes = 0;
     std::vector<std::string> sensors; // the latest
     time_span span;
@@ -69,12 +89,6 @@ struct contents {
     std::string unread;              // why the file cannot be read although it is there
     bool failed = false;             // and that the machine is the reason
 };
-
-uint64_t events_of(const vesk_hb_record_events &events)
-{
-    return uint64_t{events.n_type1_events} + events.n_type2_events + events.n_type3_events +
-           events.n_type4_events + events.n_type5_events;
-}
 
 void count_item(const vesk_scan_item &item, contents &found)
 {
@@ -100,7 +114,7 @@ void count_item(const vesk_scan_item &item, contents &found)
         break;
     case VESK_SCAN_INTERVAL:
         ++found.intervals;
-        found.counted_events += events_of(item.interval->events);
+        add_events(item.interval->events, found.counted_events);
         found.span.add(item.interval->start.tv.tv_sec, item.interval->end.tv.tv_sec);
         break;
     case VESK_SCAN_EVENT:
@@ -115,7 +129,7 @@ void count_item(const vesk_scan_item &item, contents &found)
     }
 }
 
-contents read_contents(const stored_file &file)
+contents read_contents(const stored_file &file, recording_log &log)
 {
     contents found;
     found.file = &file;
@@ -124,7 +138,10 @@ contents read_contents(const stored_file &file)
         return found;
     }
     try {
-        scan_file(file, [&](const vesk_scan_item &item) { count_item(item, found); });
+        scan_file(file, [&](const vesk_scan_item &item) {
+            count_item(item, found);
+            log.take(item);
+        });
     } catch (const read_failure &reason) {
         found.unread = reason.what();
         found.failed = reason.code() == exit_failed;
@@ -191,6 +208,7 @@ struct report {
     time_span raw;
     waiting_report waiting;
     std::vector<foreign_companion> foreign;
+    recording_log log;
     uint64_t bytes = 0;
     bool damaged = false;
     bool incomplete = false; // there are files that could not be read
@@ -208,13 +226,15 @@ report make_report(const std::string &name)
     }
     result.damaged = (!what.is_file && what.state.error != 0) || result.waiting.is_damaged();
     for (const stored_file &file : what.files) {
-        contents found = read_contents(file);
+        contents found = read_contents(file, result.log);
         result.bytes += file.size;
         result.all.samples += found.samples;
         result.all.intervals += found.intervals;
         result.all.events += found.events;
         result.all.bare_events += found.bare_events;
-        result.all.counted_events += found.counted_events;
+        std::transform(found.counted_events.begin(), found.counted_events.end(),
+                       result.all.counted_events.begin(), result.all.counted_events.begin(),
+                       std::plus<>());
         const bool empty = !file.missing && found.unread.empty() && file.size == 0;
         result.all.readable = result.all.readable || found.readable || empty;
         if (!found.sensors.empty()) {
@@ -226,6 +246,7 @@ report make_report(const std::string &name)
         result.all.failed = result.all.failed || found.failed;
         result.files.push_back(std::move(found));
     }
+    result.log.take_waiting(what);
     return result;
 }
 
@@ -276,10 +297,11 @@ void print_text(const report &found)
     line("raw", "{}, {}", span_text(found.raw), counted(found.all.samples, "sample"));
     line("sensors", "{}", found.all.sensors.size());
     line("events", "{} among the raw samples, {} counted in history",
-         found.all.events + found.all.bare_events, found.all.counted_events);
+         found.all.events + found.all.bare_events, total_of(found.all.counted_events));
     if (found.waiting.is_there()) {
         line("waiting", "{}: {}", printable(found.waiting.path), found.waiting.text());
     }
+    print_recordings(found.log, what.writer);
     line("bytes", "{}", found.bytes);
     fmt::print("files\n");
     for (const contents &file : found.files) {
@@ -366,13 +388,18 @@ void print_json(const report &found)
     result["damaged"] = found.damaged;
     result["history"] = {{"span", span_json(found.history)},
                          {"intervals", found.all.intervals},
-                         {"events", found.all.counted_events}};
+                         {"events", total_of(found.all.counted_events)}};
+    for (uint32_t type = 1; type <= last_event_type; ++type) {
+        result["history"]["events_by_type"][std::to_string(type)] =
+            found.all.counted_events[type - 1];
+    }
     result["raw"] = {{"span", span_json(found.raw)},
                      {"samples", found.all.samples},
                      {"events", found.all.events + found.all.bare_events}};
     if (!what.is_file) {
         result["waiting_events"] = waiting_json(found.waiting);
     }
+    add_recordings(found.log, what.writer, result);
     result["bytes"] = found.bytes;
     result["files"] = ordered_json::array();
     for (const contents &file : found.files) {

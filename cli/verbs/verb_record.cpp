@@ -1,4 +1,5 @@
 // vesk record BASE
+#include <algorithm>
 #include <deque>
 #include <fmt/format.h>
 #include <memory>
@@ -6,8 +7,11 @@
 
 #include "box/box_writer.hpp"
 #include "box/event_channel.hpp"
+#include "box/limited_events.hpp"
+#include "box/recording_log.hpp"
 #include "box/waiting_events.hpp"
 #include "machine/rates.hpp"
+#include "machine/recording_events.hpp"
 #include "machine/sampler.hpp"
 #include "machine/schedule.hpp"
 #include "process/clock.hpp"
@@ -17,6 +21,7 @@
 #include "text/duration.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
+#include "verbs/record_event_options.hpp"
 #include "verbs/sensor_options.hpp"
 #include "verbs/verb.hpp"
 
@@ -32,6 +37,7 @@ struct record_options {
     std::string sync = "10s";
     sensor_options sensors;
     box_shape shape;
+    record_event_options events;
 };
 
 // Each one holds a descriptor, and without any left no sample could be taken.
@@ -45,54 +51,115 @@ constexpr std::size_t events_at_end = 1000;
 class recording
 {
 public:
-    recording(const record_options &options, int64_t interval, sensor_choice choice)
-        : base_(options.base), interval_(interval),
+    recording(const record_options &options, const recording_event_options &events,
+              sensor_choice choice)
+        : base_(options.base), interval_(events.interval),
           box_(options.base, options.shape, parse_sync_policy(options.sync)),
-          events_(box_, options.base), machine_(options.sensors.root, std::move(choice))
+          past_(read_recording_log(find_box(options.base))),
+          limited_([this](const event &what) { return events_.write(what); },
+                   budget_of(find_box(options.base), options.events.bytes())),
+          events_(box_, options.base), own_(limited_, events),
+          machine_(options.sensors.root, std::move(choice))
     {
         try {
             inbox_.emplace(options.base);
         } catch (const failure &reason) {
             note(fmt::format("{}; events cannot be sent to this recording", reason.what()));
         }
+        kernel_log_wanted_ = options.events.kernel_log;
     }
 
     void run(std::optional<uint64_t> samples)
     {
-        // Rates need two looks; the first must not lie too close to the second.
-        snapshot before = machine_.take();
-        double least = static_cast<double>(interval_) / 2;
-        for (uint64_t taken = 0; !samples || taken < *samples; ++taken) {
-            const int64_t tick = next_tick(clock_seconds(), interval_, least);
-            least = 0;
-            if (!wait_for(tick)) {
-                break;
-            }
-            snapshot now = machine_.take();
-            take(readings_between(before, now));
-            before = std::move(now);
+        begin();
+        try {
+            take_samples(samples);
+        } catch (const box_in_use &) {
+            throw;
+        } catch (const failure &reason) {
+            own_.end(read_clocks(), "error", reason.what());
+            throw;
         }
         finish();
     }
 
 private:
-    // Waits until the clock shows @p tick, or a later tick when the clock is set back meanwhile.
-    // False when the end was requested.
-    bool wait_for(int64_t tick)
+    void begin()
+    {
+        const bool is_resumed = box_.last_time_before() || past_.last_time();
+        const std::optional<gap> before = own_.begin(is_resumed ? &past_ : nullptr, read_clocks());
+        log(before ? fmt::format("the recording goes on after {}: {}", gap_length(*before),
+                                 gap_words(before->reason))
+                   : fmt::format("a recording begins, with a sample every {}",
+                                 format_duration(interval_)));
+    }
+
+    void take_samples(std::optional<uint64_t> samples)
+    {
+        // Rates need two looks; the first must not lie too close to the second.
+        snapshot before = machine_.take();
+        double least = static_cast<double>(interval_) / 2;
+        for (uint64_t taken = 0; !samples || taken < *samples; ++taken) {
+            const std::optional<int64_t> tick =
+                wait_for(next_tick(clock_seconds(), interval_, least));
+            least = 0;
+            if (!tick) {
+                break;
+            }
+            note_late(own_.sample(*tick));
+            snapshot now = machine_.take();
+            take(readings_between(before, now));
+            before = std::move(now);
+        }
+    }
+
+    // Waits until the clock shows @p tick, or a later tick when the clock is set back meanwhile,
+    // and returns that. Nothing when the end was requested.
+    std::optional<int64_t> wait_for(int64_t tick)
     {
         while (!stop_.requested()) {
             take_events(events_at_once);
+            own_.look(read_clocks());
+            note_kernel_problem();
             const double now = clock_seconds();
             const double rest = seconds_until(tick, now, interval_);
             if (rest < 0) {
                 tick = next_tick(now, interval_);
             } else if (rest == 0) {
-                return true;
+                return tick;
             } else {
-                stop_.wait(rest, inbox_ ? inbox_->fd() : -1);
+                stop_.wait(std::min(rest, own_.seconds_to_look()), inbox_ ? inbox_->fd() : -1,
+                           own_.kernel_fd());
             }
         }
-        return false;
+        return std::nullopt;
+    }
+
+    // For the journal of the system; a terminal has the status line.
+    void log(const std::string &text) const
+    {
+        if (!status_.visible()) {
+            note(fmt::format("{}: {}", base_, text));
+        }
+    }
+
+    void note_late(uint64_t missed)
+    {
+        if (missed > 0 && !noted_late_) {
+            note(fmt::format("{}: samples come too late, {} missing; this is said once, and the "
+                             "events of the box count them",
+                             base_, counted(missed, "sample") + (missed == 1 ? " is" : " are")));
+            noted_late_ = true;
+        }
+    }
+
+    // Not everybody may read it; who asked for it hears so.
+    void note_kernel_problem()
+    {
+        const std::string problem = own_.take_kernel_problem();
+        if (!problem.empty() && kernel_log_wanted_) {
+            note(fmt::format("{}; messages of the kernel are not recorded", problem));
+        }
     }
 
     // A box keeps the name of every sensor for ever, and has room for so many only.
@@ -120,9 +187,14 @@ private:
     {
         drop_what_has_no_room(found);
         const auto now = static_cast<int64_t>(clock_seconds());
+        const uint64_t buffers = box_.buffers_begun();
         if (write(now, found)) {
+            limited_.vector_written(box_.buffers_begun() != buffers);
             events_.take_over();
             answer_senders();
+        }
+        if (box_.buffers_begun() != buffers) {
+            own_.buffer_began(read_clocks());
         }
         status_.show(fmt::format("recording {}: {}, {}, {} (Ctrl-C ends)", base_,
                                  counted(recorded_, "sample"), counted(sensors_.size(), "sensor"),
@@ -188,7 +260,7 @@ private:
 
     void take(incoming_event &incoming)
     {
-        if (events_.write(incoming.what()) == event_result::recorded) {
+        if (limited_.write_of_user(incoming.what()) == event_result::recorded) {
             incoming.answer(event_answer::recorded);
         } else {
             incoming.answer(event_answer::waits);
@@ -214,8 +286,16 @@ private:
         take_events(events_at_end);
         events_.take_over();
         answer_senders();
+        const std::string reason = stop_.requested() ? stop_.signal_name() : "count";
+        own_.end(read_clocks(), reason);
         box_.finish();
         status_.clear();
+        log(fmt::format("the recording ends ({}), {} recorded", reason,
+                        counted(recorded_, "sample") + (recorded_ == 1 ? " is" : " are")));
+        if (limited_.untold() > 0) {
+            note(fmt::format("{}: {} had no room in the box", base_,
+                             counted(limited_.untold(), "event")));
+        }
         if (missing_ > 0) {
             throw failure(exit_failed, fmt::format("{}: the last {} not recorded", base_,
                                                    counted(missing_, "sample") +
@@ -227,7 +307,10 @@ private:
     int64_t interval_;
     stop_request stop_;
     box_writer box_;
+    recording_log past_;
+    limited_events limited_;
     waiting_events events_;
+    recording_events own_;
     sampler machine_;
     status_line status_;
     std::optional<event_inbox> inbox_;
@@ -236,6 +319,8 @@ private:
     uint64_t recorded_ = 0;
     uint64_t missing_ = 0; // since the last sample that was recorded
     bool noted_ = false;
+    bool noted_late_ = false;
+    bool kernel_log_wanted_ = false;
 };
 
 exit_code record(const record_options &options)
@@ -251,7 +336,9 @@ exit_code record(const record_options &options)
         }
         samples = static_cast<uint64_t>(duration / interval);
     }
-    recording(options, interval, std::move(choice)).run(samples);
+    const recording_event_options events =
+        options.events.for_recording(options.sensors.root, interval);
+    recording(options, events, std::move(choice)).run(samples);
     return exit_done;
 }
 
@@ -266,6 +353,7 @@ action prepare(option_list &options)
     add_shape(options, chosen->shape);
     add_sync(options, chosen->sync, "at the next sample after TIME");
     add_sensor_options(options, chosen->sensors);
+    add_record_event_options(options, chosen->events);
     return [chosen] { return record(*chosen); };
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "box/box_writer.hpp"
+#include "box/event_budget.hpp"
 #include "box/recording_log.hpp"
 #include "box/waiting_events.hpp"
 #include "common/temporary_directory.hpp"
@@ -121,6 +122,16 @@ TEST(RecordingLog, IsReadFromABoxAndFromWhatWaits)
     const recording_log log = read_recording_log(find_box(base));
     EXPECT_EQ(log.last_state(), state::ended);
     EXPECT_EQ(log.last_time(), 1002);
+}
+
+TEST(RecordingLog, DoesWithoutWhatWaitsWhereSomethingElseHasTheName)
+{
+    const temporary_directory folder;
+    const std::string base = folder.file("box");
+    box_writer(base, {4, 2}).finish();
+    std::filesystem::create_directory(base + ".events");
+    EXPECT_EQ(read_recording_log(find_box(base)).last_state(), state::silent);
+    EXPECT_TRUE(budget_of(find_box(base), 100000).has_room_for(event_source::user, {1, 1, "x"}));
 }
 
 TEST(RecordingLog, OfABoxThatWasImportedHasTheTimeOfItsSamplesOnly)

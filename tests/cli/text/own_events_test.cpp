@@ -1,6 +1,7 @@
 // Identities and gaps through the texts of events.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "text/own_events.hpp"
 
@@ -37,6 +38,14 @@ TEST(Gap, WithoutAllItsValuesIsNone)
           "start from=1 to=2 seconds=1 reason=stop"}) {
         EXPECT_FALSE(gap_of(text)) << text;
     }
+}
+
+TEST(Gap, HasALength)
+{
+    EXPECT_EQ(gap_length({0, 0, 3665, "stop", 0}), "1h1m5s");
+    EXPECT_EQ(gap_length({0, 0, -90, "clock", 0}), "-1m30s");
+    EXPECT_EQ(gap_length({0, 0, std::numeric_limits<int64_t>::min(), "clock", 0}),
+              "-106751991167300d15h30m7s");
 }
 
 TEST(Gap, HasWordsForEachReason)
