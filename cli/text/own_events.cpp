@@ -2,6 +2,8 @@
 #include "text/own_events.hpp"
 
 #include <algorithm>
+#include <cstdlib>
+#include <fmt/format.h>
 #include <limits>
 
 #include "process/terminal.hpp"
@@ -80,7 +82,7 @@ std::string gap_words(const std::string &reason)
 std::string gap_length(const gap &what)
 {
     const int64_t seconds = std::max(what.seconds, -std::numeric_limits<int64_t>::max());
-    return seconds < 0 ? "-" + format_duration(-seconds) : format_duration(seconds);
+    return fmt::format("{}{}", seconds < 0 ? "-" : "", format_duration(std::abs(seconds)));
 }
 
 event_level gap_level(const std::string &reason)

@@ -122,8 +122,9 @@ action prepare(option_list &options)
 {
     const auto chosen = std::make_shared<event_options>();
     options.required_word("BASE", chosen->base, "Name of the box");
-    options.required_word("TYPE", chosen->type,
-                          "A number from 1 to 5; what it means is yours to say");
+    options.required_word(
+        "TYPE", chosen->type,
+        "1 note, 2 notice, 3 warning, 4 error or 5 critical, as recordings use them");
     options.required_word("TEXT", chosen->text, "What happened, up to 10000 bytes");
     return [chosen] { return put_event(*chosen); };
 }

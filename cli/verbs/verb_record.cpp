@@ -360,7 +360,8 @@ action prepare(option_list &options)
 constexpr const char *more =
     "An existing box is resumed, and recovered first if a crash left it damaged. One process\n"
     "at a time writes to a box. When the disk is full, sampling goes on and each new sample\n"
-    "is tried. SIGINT, SIGTERM and SIGHUP end the recording cleanly.\n"
+    "is tried. SIGINT, SIGTERM and SIGHUP end the recording cleanly. It writes events by itself\n"
+    "(start, resume, end, machine, gap, kernel, top, omitted): 'vesk events BASE' shows them.\n"
     "\n"
     "Examples:\n"
     "  vesk record /var/lib/vesk/box\n"
