@@ -53,7 +53,7 @@ std::optional<gap> recording_events::begin(const recording_log *past, const cloc
     }
     open_kernel_log(past, now);
     write_identity(past != nullptr ? event_word::resume : event_word::start, now, level_note);
-    const std::optional<gap> before =
+    std::optional<gap> before =
         past != nullptr ? gap_until(*past, identity_, whole(now.wall)) : std::nullopt;
     if (before) {
         write_gap(*before);
