@@ -32,13 +32,14 @@ bool is_lasting(std::string_view name)
 void append_folders(const machine_files &files, const std::string &root, const std::string &parent,
                     bool (*wanted)(std::string_view name), std::vector<std::string> &found)
 {
-    const std::string folder = parent.empty() ? root : root + "/" + parent;
+    const std::string below = parent.empty() ? "" : parent + "/";
+    const std::string folder = fmt::format("{}/{}", root, below);
     for (const std::string &name : files.list(folder, "", machine_files::most_entries)) {
         if (found.size() >= most_cgroups) {
             return;
         }
-        if (wanted(name) && is_folder(files, folder + "/" + name)) {
-            found.push_back(parent.empty() ? name : parent + "/" + name);
+        if (wanted(name) && is_folder(files, folder + name)) {
+            found.push_back(below + name);
         }
     }
 }
