@@ -8,6 +8,7 @@
 #include "machine/text_fields.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
+#include "text/glob.hpp"
 #include "text/suggestion.hpp"
 
 namespace cli
@@ -74,30 +75,6 @@ std::span<const sensor_group> sensor_groups()
     return groups;
 }
 
-// Where a star has taken too little, only the latest one need take more.
-bool matches(std::string_view pattern, std::string_view name)
-{
-    std::size_t p = 0;
-    std::size_t n = 0;
-    std::size_t star = std::string_view::npos;
-    std::size_t taken = 0;
-    while (n < name.size()) {
-        if (p < pattern.size() && pattern[p] == '*') {
-            star = p++;
-            taken = n;
-        } else if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
-            ++p;
-            ++n;
-        } else if (star != std::string_view::npos) {
-            p = star + 1;
-            n = ++taken;
-        } else {
-            return false;
-        }
-    }
-    return pattern.find_first_not_of('*', p) == std::string_view::npos;
-}
-
 void sensor_choice::choose(std::string_view list)
 {
     do {
@@ -114,7 +91,7 @@ void sensor_choice::choose(std::string_view list)
 
 void sensor_choice::exclude(std::string_view pattern)
 {
-    excluded_.emplace_back(pattern.starts_with("::") ? pattern.substr(2) : pattern);
+    excluded_.emplace_back(pattern);
 }
 
 bool sensor_choice::wants_group(std::string_view group) const
@@ -127,9 +104,10 @@ bool sensor_choice::wants(std::string_view name) const
     if (!wants_group(group_of(name))) {
         return false;
     }
-    name.remove_prefix(name.starts_with("::") ? 2 : 0);
-    return std::none_of(excluded_.begin(), excluded_.end(),
-                        [&](const std::string &pattern) { return matches(pattern, name); });
+    const std::string_view plain = name.substr(name.starts_with("::") ? 2 : 0);
+    return std::none_of(excluded_.begin(), excluded_.end(), [&](const std::string &pattern) {
+        return matches_glob(pattern, name) || matches_glob(pattern, plain);
+    });
 }
 
 } // namespace cli

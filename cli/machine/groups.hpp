@@ -18,9 +18,6 @@ struct sensor_group {
 
 std::span<const sensor_group> sensor_groups();
 
-// True when @p name fits @p pattern, in which '*' stands for anything and '?' for one character.
-bool matches(std::string_view pattern, std::string_view name);
-
 // All sensors but those that were left out.
 class sensor_choice
 {
@@ -28,7 +25,8 @@ public:
     // Only these groups, separated by commas. Throws a failure that names the group there is none
     // of, and the nearest one.
     void choose(std::string_view groups);
-    // Not the sensors that fit @p pattern, with or without the "::" that names begin with.
+    // Not the sensors that fit @p pattern (see matches_glob()), with or without the "::" that names
+    // begin with.
     void exclude(std::string_view pattern);
 
     bool wants_group(std::string_view group) const;

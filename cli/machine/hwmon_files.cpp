@@ -127,7 +127,7 @@ void measure_chip(const machine_files &files, const std::string &folder, measure
     if (driver.empty()) {
         return;
     }
-    const std::string chip = driver + "-" + bus_address(files, folder + "/device");
+    const std::string chip = fmt::format("{}-{}", driver, bus_address(files, folder + "/device"));
     const std::vector<std::string> all = files.list(folder, "", machine_files::most_entries);
     std::size_t features = 0;
     for (const reading_kind &kind : reading_kinds) {
@@ -136,9 +136,9 @@ void measure_chip(const machine_files &files, const std::string &folder, measure
             if (!feature || features >= most_features) {
                 continue;
             }
-            const std::string label = files.read_word(folder + "/" + *feature + "_label");
+            const std::string label = files.read_word(fmt::format("{}/{}_label", folder, *feature));
             files.add_gauge(hwmon_name(chip, *feature, label.empty() ? *feature : label, kind.unit),
-                            folder + "/" + file, kind.factor, out);
+                            fmt::format("{}/{}", folder, file), kind.factor, out);
             ++features;
         }
     }

@@ -10,6 +10,7 @@
 #include "cli/machine/made_up_machines.hpp"
 #include "machine/rates.hpp"
 #include "machine/sampler.hpp"
+#include "text/glob.hpp"
 #include "text/telemetry_text.hpp"
 
 namespace
@@ -230,7 +231,7 @@ TEST(SensorsPage, HasEverySensorWithItsUnit)
     for (const std::string &name : names_of_all_machines()) {
         bool found = false;
         for (const page_row &row : described.rows) {
-            if (matches(row.pattern, name)) {
+            if (matches_glob(row.pattern, name)) {
                 found = true;
                 EXPECT_EQ(row.group, group_of(name));
                 EXPECT_EQ(row.unit, unit_of(name)) << name;
@@ -245,7 +246,7 @@ TEST(SensorsPage, HasNoSensorThatThereIsNot)
     const auto names = names_of_all_machines();
     for (const page_row &row : read_page().rows) {
         EXPECT_TRUE(std::any_of(names.begin(), names.end(), [&](const std::string &name) {
-            return matches(row.pattern, name);
+            return matches_glob(row.pattern, name);
         })) << row.pattern;
     }
 }
