@@ -29,7 +29,8 @@ std::vector<double> read_frequencies(const machine_files &files)
     const auto start = std::chrono::steady_clock::now();
     std::vector<double> found;
     for (const std::string &policy : files.list(folder, "policy", most_frequencies)) {
-        const auto kilohertz = files.read_number(folder + "/" + policy + "/scaling_cur_freq");
+        const auto kilohertz =
+            files.read_number(fmt::format("{}/{}/scaling_cur_freq", folder, policy));
         if (kilohertz && !std::isnan(*kilohertz)) {
             found.push_back(*kilohertz / 1000);
         }
