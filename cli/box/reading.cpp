@@ -119,8 +119,8 @@ public:
             note(fmt::format("more than {} sensors: the others are left out", most_named_sensors));
         }
         if (impossible_ > 0) {
-            note(fmt::format("the extremes of {} contradict each other: left out",
-                             counted(impossible_, "interval of a sensor")));
+            note(fmt::format("{} of history left out: the extremes contradict each other",
+                             counted(impossible_, "value")));
         }
     }
 

@@ -51,15 +51,16 @@ def statistics(samples):
         n = len(values)
         mean = math.fsum(values) / n
         second, third, fourth = (math.fsum((v - mean) ** k for v in values) / n for k in (2, 3, 4))
-        varies = min(values) != max(values)
+        least, most = min(values), max(values)
+        varies = least != most
         result[name] = {
-            "count": n, "min": min(values), "mean": mean, "max": max(values),
+            "count": n, "min": least, "mean": mean, "max": most,
             "stddev": math.sqrt(second) if varies else 0.0,
             "skewness": third / second ** 1.5 if varies else None,
             "kurtosis": fourth / second ** 2 if varies else None,
             "first": values[0], "last": values[-1],
-            "min_time": next(t for t, v in column if v == min(values)),
-            "max_time": next(t for t, v in column if v == max(values)),
+            "min_time": next(t for t, v in column if v == least),
+            "max_time": next(t for t, v in column if v == most),
         }
     return result
 

@@ -100,12 +100,30 @@ def look_at_check(output):
         raise Failure(f"check: {output}")
 
 
+def look_at_fetch(output):
+    """Nothing is lost or doubled, also between history and the raw samples."""
+    rows = [line.split(",") for line in output.splitlines()[1:]]
+    for before, row in zip(rows, rows[1:]):
+        if float(row[3]) != float(before[4]) + 1:
+            raise Failure(f"fetch: a row from {row[3]} follows one to {before[4]}")
+
+
+def look_at_stats(output):
+    sensor = json.loads(output)["sensors"][0]
+    if sensor["count"] != sensor["last"] - sensor["first"] + 1:
+        raise Failure(f"stats: {sensor}")
+
+
 READINGS = (
     (["dump", "box"], look_at_dump),
     (["dump", "--history", "box"], look_at_history),
     (["dump", "--events", "box"], lambda output: None),
     (["info", "--json", "box"], look_at_info),
     (["check", "--json", "box"], look_at_check),
+    (["fetch", "--sensor", "number", "--stat", "first,last", "--format", "csv", "box"],
+     look_at_fetch),
+    (["stats", "--sensor", "number", "--json", "box"], look_at_stats),
+    (["events", "--json", "box"], json.loads),
 )
 
 
