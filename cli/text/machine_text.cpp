@@ -28,7 +28,7 @@ std::string json_field(Number value)
 
 std::string csv_field(std::string_view text)
 {
-    const std::string shown = printable(text);
+    std::string shown = printable(text);
     if (shown.find_first_of(",\"") == std::string::npos) {
         return shown;
     }
