@@ -91,4 +91,15 @@ std::vector<std::size_t> choose_sensors(const std::vector<std::string> &sensors,
     return numbers;
 }
 
+std::vector<std::string> names_of(const std::vector<std::string> &sensors,
+                                  const std::vector<std::size_t> &numbers)
+{
+    std::vector<std::string> names;
+    names.reserve(numbers.size());
+    for (const std::size_t number : numbers) {
+        names.push_back(sensors[number]);
+    }
+    return names;
+}
+
 } // namespace cli

@@ -18,6 +18,10 @@ namespace cli
 std::vector<std::size_t> choose_sensors(const std::vector<std::string> &sensors,
                                         const std::vector<std::string> &patterns);
 
+// The names of the sensors with these numbers.
+std::vector<std::string> names_of(const std::vector<std::string> &sensors,
+                                  const std::vector<std::size_t> &numbers);
+
 } // namespace cli
 
 #endif

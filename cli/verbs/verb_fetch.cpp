@@ -124,10 +124,7 @@ exit_code fetch(const fetch_options &options)
     const int64_t step = options.step.empty() ? 0 : parse_duration(options.step, "--step");
     reading source(options.source.name);
     const auto chosen = choose_sensors(source.sensors(), options.source.sensors);
-    std::vector<std::string> names;
-    for (const std::size_t number : chosen) {
-        names.push_back(source.sensors()[number]);
-    }
+    const std::vector<std::string> names = names_of(source.sensors(), chosen);
     const auto output = make_fetch_output(format, names, statistics, options.source.where());
     row_maker rows(names.size(), source.how_summed(), step, *output);
     source.read(range_in(options.source, source), chosen, rows);

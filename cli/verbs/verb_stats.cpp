@@ -269,10 +269,7 @@ exit_code stats(const stats_options &options)
         options.json ? output_format::json : parse_format(options.format, formats);
     reading source(options.source.name);
     const auto chosen = choose_sensors(source.sensors(), options.source.sensors);
-    std::vector<std::string> names;
-    for (const std::size_t number : chosen) {
-        names.push_back(source.sensors()[number]);
-    }
+    const std::vector<std::string> names = names_of(source.sensors(), chosen);
     const time_range range = range_in(options.source, source);
     collector found(chosen.size(), source, range);
     source.read(range, chosen, found);
