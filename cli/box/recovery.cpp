@@ -86,7 +86,7 @@ std::string obstacle_to(const recovery_plan &plan, const std::string &base)
             const std::string foreign = foreign_words(path);
             const bool written = suffix == std::string_view(".new") || takes_out;
             if (step.is_needed() && written && !foreign.empty()) {
-                return path + " " + foreign;
+                return fmt::format("{} {}", path, foreign);
             }
         }
     }

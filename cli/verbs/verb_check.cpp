@@ -179,7 +179,7 @@ const char *verdict_of(const diagnosis &found)
 // "healthy", and what is worth knowing about that; or why there is no help.
 std::string verdict_text(const diagnosis &found)
 {
-    const std::string verdict = verdict_of(found);
+    std::string verdict = verdict_of(found);
     if (!found.is_healthy() && !found.is_repairable()) {
         return verdict + ": " + recovery_failure(found.plan);
     }
