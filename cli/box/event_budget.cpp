@@ -5,6 +5,7 @@
 
 #include "box/waiting_events.hpp"
 #include "process/failure.hpp"
+#include "text/event_text.hpp"
 
 namespace cli
 {
@@ -20,16 +21,22 @@ uint64_t stored_size(uint64_t text)
     return text + text / share_of_incompressible + head_size;
 }
 
+struct waiting_bytes {
+    uint64_t all = 0;
+    uint64_t own = 0;
+};
+
 // What cannot be read is told by whoever writes there.
-uint64_t event_bytes_that_wait(const box &found)
+waiting_bytes bytes_that_wait(const box &found)
 {
-    uint64_t bytes = 0;
+    waiting_bytes bytes;
     try {
         for (const event &each : waiting_events_of(found)) {
-            bytes += stored_size_of(each);
+            bytes.all += stored_size_of(each);
+            bytes.own += parse_event_text(each.text) ? stored_size_of(each) : 0;
         }
     } catch (const failure &) {
-        return 0;
+        return {};
     }
     return bytes;
 }
@@ -60,7 +67,8 @@ uint64_t event_bytes_in_open_buffer(const box &found)
 
 event_budget budget_of(const box &found, uint64_t bytes)
 {
-    return {bytes, event_bytes_in_open_buffer(found), event_bytes_that_wait(found)};
+    const waiting_bytes waiting = bytes_that_wait(found);
+    return {bytes, event_bytes_in_open_buffer(found), waiting.all, waiting.own};
 }
 
 uint64_t event_budget::limit_for(event_source source) const
@@ -79,18 +87,27 @@ uint64_t event_budget::limit_for(event_source source) const
 
 bool event_budget::has_room_for(event_source source, const event &what) const
 {
-    return used_ + waiting_ + stored_size_of(what) <= limit_for(source);
+    const uint64_t size = stored_size_of(what);
+    const bool may_wait = source == event_source::user || own_waiting_ + size <= most_own_waiting;
+    return may_wait && used_ + waiting_ + size <= limit_for(source);
 }
 
-void event_budget::take(const event &what, event_result result)
+void event_budget::take(event_source source, const event &what, event_result result)
 {
-    (result == event_result::recorded ? used_ : waiting_) += stored_size_of(what);
+    const uint64_t size = stored_size_of(what);
+    if (result == event_result::recorded) {
+        used_ += size;
+        return;
+    }
+    waiting_ += size;
+    own_waiting_ += source == event_source::user ? 0 : size;
 }
 
 void event_budget::vector_written(bool is_new)
 {
     used_ = (is_new ? 0 : used_) + waiting_;
     waiting_ = 0;
+    own_waiting_ = 0;
 }
 
 } // namespace cli

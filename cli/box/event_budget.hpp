@@ -14,6 +14,9 @@ namespace cli
 // About what the samples of an hour take, at one a second and 70 sensors.
 constexpr uint64_t default_event_bytes = uint64_t{1} << 20;
 constexpr uint64_t least_event_bytes = 16384;
+// What recordings let wait at most: a tenth of what may wait, or some hundred events. A recording
+// that is started again and again before its first sample must not take the room of users' events.
+constexpr uint64_t most_own_waiting = 100000;
 
 // Who an event is from. A flood of one kind leaves room for those behind it in this list: messages
 // of the kernel and lists of processes get half of the budget, users' events three quarters, and
@@ -29,14 +32,15 @@ class event_budget
 public:
     // @p used: what the open buffer holds already. @p waiting: what goes into it or the next one as
     // soon as it can.
-    event_budget(uint64_t bytes, uint64_t used, uint64_t waiting)
-        : bytes_(bytes), used_(used), waiting_(waiting)
+    // @p own_waiting: how much of that is from recordings.
+    event_budget(uint64_t bytes, uint64_t used, uint64_t waiting, uint64_t own_waiting = 0)
+        : bytes_(bytes), used_(used), waiting_(waiting), own_waiting_(own_waiting)
     {
     }
 
     bool has_room_for(event_source source, const event &what) const;
     // What became of an event that there was room for.
-    void take(const event &what, event_result result);
+    void take(event_source source, const event &what, event_result result);
     // A vector was written, and what waits follows it. @p is_new: it is the first one of a buffer.
     void vector_written(bool is_new);
 
@@ -47,6 +51,7 @@ private:
     uint64_t bytes_;
     uint64_t used_;
     uint64_t waiting_;
+    uint64_t own_waiting_;
 };
 
 // Of all events in the open buffer of a box.

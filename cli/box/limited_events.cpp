@@ -26,10 +26,10 @@ event_limit_reached::event_limit_reached(uint64_t limit)
 }
 
 // A disk without room is told by the samples that are missing.
-bool limited_events::try_to_write(const event &what)
+bool limited_events::try_to_write(event_source source, const event &what)
 {
     try {
-        budget_.take(what, write_(what));
+        budget_.take(source, what, write_(what));
         return true;
     } catch (const failure &) {
         return false;
@@ -38,7 +38,7 @@ bool limited_events::try_to_write(const event &what)
 
 bool limited_events::write(event_source source, const event &what)
 {
-    if (budget_.has_room_for(source, what) && try_to_write(what)) {
+    if (budget_.has_room_for(source, what) && try_to_write(source, what)) {
         return true;
     }
     ++count_of(source);
@@ -52,7 +52,7 @@ event_result limited_events::write_of_user(const event &what)
         throw event_limit_reached(budget_.limit_for(event_source::user));
     }
     const event_result result = write_(what);
-    budget_.take(what, result);
+    budget_.take(event_source::user, what, result);
     return result;
 }
 
@@ -83,7 +83,8 @@ void limited_events::tell(double monotonic, int64_t wall, bool all)
     }
     first_.reset();
     const event told = {level_warning, wall, text.text()};
-    if (budget_.has_room_for(event_source::recording, told) && try_to_write(told)) {
+    if (budget_.has_room_for(event_source::recording, told) &&
+        try_to_write(event_source::recording, told)) {
         left_out_ = {};
     }
 }

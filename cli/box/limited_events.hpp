@@ -50,7 +50,7 @@ public:
     uint64_t untold() const;
 
 private:
-    bool try_to_write(const event &what);
+    bool try_to_write(event_source source, const event &what);
     uint64_t &count_of(event_source source) { return left_out_.at(static_cast<size_t>(source)); }
 
     writer write_;

@@ -130,6 +130,23 @@ TEST(LimitedEvents, CountsWhatWaitsWithTheBufferThatItGoesInto)
     EXPECT_FALSE(events.write(event_source::recording, text_of(10000)));
 }
 
+// A recording that is started again and again before it has taken a sample.
+TEST(LimitedEvents, OfARecordingLeaveRoomAmongTheWaitingOnesForThoseOfUsers)
+{
+    taker box;
+    box.waits = true;
+    limited_events events(box.writer(), {default_event_bytes, 0, 0});
+    int taken = 0;
+    while (taken < 2000 && events.write(event_source::recording, text_of(230))) {
+        ++taken;
+    }
+    EXPECT_GT(taken, 100);
+    EXPECT_LT(taken, 500); // of the thousand that may wait
+    EXPECT_EQ(events.write_of_user(text_of(230)), event_result::waits);
+    events.vector_written(false);
+    EXPECT_TRUE(events.write(event_source::recording, text_of(230)));
+}
+
 // Texts that no compression makes smaller, of all lengths.
 TEST(LimitedEvents, KeepABoxAsSmallAsTheySay)
 {
