@@ -225,14 +225,14 @@ int box_survey::find_name(const char *path, buffer_name *name) const
 
 int box_survey::find_named(const vesk_state_summary &summary, named_state *named) const
 {
-    if (summary.error != 0) {
+    const stage_places places = places_of_stage(summary.state);
+    if (summary.error != 0 || summary.num_names != places.n) {
         return 0;
     }
-    const stage_places places = places_of_stage(summary.state);
     named->box.stage = summary.state;
     named->next_file_number = summary.next_file_number;
-    for (uint32_t i = 0; i < summary.num_names; ++i) {
-        buffer_name name;
+    for (uint32_t i = 0; i < places.n; ++i) {
+        buffer_name name = {};
         const int found = find_name(summary.names[i], &name);
         if (found != 1 || name.kind != places.places[i].kind || files_.find(name) == nullptr ||
             named->box.has(name)) {
