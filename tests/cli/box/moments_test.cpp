@@ -181,6 +181,7 @@ TEST(Moments, WhatIsLostInSinglePrecisionIsMarkedAndNotInvented)
 {
     // The squares agree in all the digits that a sum of them has.
     std::vector<float> samples;
+    samples.reserve(60);
     for (int i = 0; i < 60; ++i) {
         samples.push_back(1e7F + static_cast<float>(i % 2));
     }
