@@ -1,4 +1,6 @@
-// The process: streams that can be used, and an exit code for everything that ends it.
+// Starts the command: it secures the three standard streams, runs the verb, and turns every
+// exception into a message and an exit code. A failure has its own message and code; anything else
+// that is thrown gives exit code 1.
 #include <exception>
 #include <string>
 #include <vector>

@@ -1,4 +1,7 @@
-// Finding the files of a box, holding them open at one moment, and scanning them.
+// Finds the files of a box, holds them open and scans them. A box may be written to meanwhile: its
+// files are looked at again until they are in order, or have stayed out of order for a while, which
+// then counts as damage. Each file stays open, so that it can be read even after a rotation has
+// deleted it.
 #include "box/box.hpp"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
-// Reading every record of a box before a recorder does, and saying what stands in the way.
+// Reads every record of a box before a recorder opens it. The recorder trusts its files, and some
+// damage in them would end the process. The sensors and the time of the newest record come out, or
+// a failure that names the file and the first obstacle in it.
 #include "box/box_check.hpp"
 
 #include <fmt/format.h>

@@ -1,4 +1,7 @@
-// Taking, keeping and letting go of the lock file, and telling who has it.
+// Takes and releases the lock on BASE.lock, and finds out which process has it. The lock itself is
+// flock(), which the kernel releases when a process dies. The process number in the file serves
+// only the messages, so the file may be left behind, be empty or be removed by somebody at any
+// time.
 #include "box/box_lock.hpp"
 
 #include <cerrno>

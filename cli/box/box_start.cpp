@@ -1,4 +1,7 @@
-// Telling whether there is a box, and starting a recorder on it.
+// Finds out whether a box exists, and starts a recorder on it: an existing box is recovered and
+// opened, a missing one is made. Links and foreign files under the names of the box are refused,
+// because the library would write through them. A name that cannot be looked at is a failure; it
+// never counts as absent.
 #include "box/box_start.hpp"
 
 #include <algorithm>

@@ -1,4 +1,7 @@
-// Writing vectors and events, and putting the box in order again after a write that failed.
+// Writes vectors and events into a box. A write that fails closes the box, because the recorder may
+// be ahead of its files; the box is then recovered and opened again, and the write is tried once
+// more. Before each write the lock is checked, because somebody may have removed its file and
+// another process may have written meanwhile.
 #include "box/box_writer.hpp"
 
 #include <cerrno>

@@ -1,4 +1,6 @@
-// Looking at the names that the command uses beside those of the buffers.
+// Looks at the names BASE.lock, BASE.sock and BASE.state.bak, which the command uses beside the
+// buffers, and reports those that are something else than expected. Only the names are looked at:
+// opening a device or FIFO could have effects or wait for ever.
 #include "box/companions.hpp"
 
 #include <sys/stat.h>

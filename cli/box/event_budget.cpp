@@ -1,4 +1,7 @@
-// Counting the bytes of events, with what each can take at most.
+// Counts how many bytes of events the open buffer holds and how many wait for it, and decides
+// whether one more event fits. Each event is counted with the most that its compressed record can
+// take, so the buffer never grows beyond the budget. The share that an event may use depends on its
+// source.
 #include "box/event_budget.hpp"
 
 #include <cstring>

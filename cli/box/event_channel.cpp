@@ -1,4 +1,7 @@
-// Both ends of the socket through which events come to a recording, and their answers.
+// Sends events to a running recording through the socket BASE.sock, and receives them there. The
+// sender waits for the answer of the recording with a time limit. The receiver trusts nothing that
+// arrives: it drops a datagram of another form, and only so many of them in one call, so that a
+// flood cannot delay the samples.
 #include "box/event_channel.hpp"
 
 #include <array>

@@ -1,4 +1,6 @@
-// Checks an event before the library sees it.
+// Checks an event and makes the record that the library stores. Type, length, zero bytes and time
+// are checked first, because the library ends the process over some events that it cannot hold.
+// What no box can hold is an unrecordable_event with the reason.
 #include "box/event_record.hpp"
 
 #include <fmt/format.h>

@@ -1,4 +1,6 @@
-// Keeping events within the budget of a buffer.
+// Writes events as long as the budget of the buffer has room for them. An event without room is
+// counted, and once a minute one event tells how many were left out from each source. An event of
+// the recording itself that cannot be written counts as left out too: it never ends the recording.
 #include "box/limited_events.hpp"
 
 #include <fmt/format.h>

@@ -1,4 +1,6 @@
-// The words and the exit codes of what could not be read.
+// Reports on standard error what a reading verb could not read, and chooses its exit code. At most
+// a fixed number of damaged places of one file is listed, the rest as a count. A failing machine
+// gives exit code 1, damage gives 3, and damage that leaves nothing readable gives 4.
 #include "box/losses.hpp"
 
 #include <fmt/format.h>

@@ -1,4 +1,7 @@
-// The two looks over a box.
+// Reads a box twice: the first pass collects sensors, times and damage, the second hands the rows
+// to a receiver in the order of time. Rows whose names are damaged or do not match their values are
+// left out, since nobody could tell what the values mean. Both passes use the same open files, so
+// they see the same content.
 #include "box/reading.hpp"
 
 #include <algorithm>

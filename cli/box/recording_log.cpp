@@ -1,4 +1,7 @@
-// Gathering what recordings have told of themselves.
+// Collects what recordings wrote about themselves into a box: identity, beginning, end and gaps.
+// Events go in, oldest first, in the form that own_events parses; any other event is ignored.
+// gap_until() compares the identities before and after a gap to tell a reboot, a crash and a killed
+// process apart.
 #include "box/recording_log.hpp"
 
 #include "box/waiting_events.hpp"

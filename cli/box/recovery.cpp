@@ -1,4 +1,6 @@
-// Planning a recovery, and the words for its steps and its outcome.
+// Plans the recovery of a box and puts its steps, its outcome and its failures into words. The
+// library makes the plan for the buffers; the steps for waiting events and for foreign files beside
+// the box are added here. Nothing is changed: the verb that asked for the plan carries it out.
 #include "box/recovery.hpp"
 
 #include <algorithm>

@@ -1,4 +1,7 @@
-// Holding a file of a box open, or saying in words what else has its name.
+// Opens a regular file of a box and reads it, or says in words why it cannot be read. What lies
+// under the name is checked before and after it is opened, because opening a device may have
+// effects and the name may change in between. The file stays open, so it can be read after a
+// rotation has deleted it.
 #include "box/stored_bytes.hpp"
 
 #include <cerrno>

@@ -1,4 +1,5 @@
-// The words of the option --sync.
+// Parses the value of the option --sync: "never", "vector", "end", or a duration such as "10s"
+// between two syncs. Any other text is a usage failure with the reason that parse_duration() gives.
 #include "box/sync_policy.hpp"
 
 #include "text/duration.hpp"

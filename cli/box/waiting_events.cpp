@@ -1,4 +1,7 @@
-// Putting events that wait into the box, each of them once and in their order.
+// Moves events from BASE.events into the box as soon as there is a sample that they can follow, in
+// their order and each of them once. Before an event is put into the box its record is marked with
+// the number of equal events at the end of the box; after a crash that number tells whether the
+// event had arrived.
 #include "box/waiting_events.hpp"
 
 #include <algorithm>

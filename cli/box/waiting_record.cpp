@@ -1,4 +1,7 @@
-// Writing and recognising the records of events that wait.
+// Writes and parses the records of the file BASE.events. The bytes of the file go in, whole records
+// with correct checksums come out, and everything else is counted as unreadable. A record of an
+// event that no box can hold is passed over, because it would keep back all events behind it for
+// ever.
 #include "box/waiting_record.hpp"
 
 #include <charconv>

@@ -1,4 +1,6 @@
-// The table of groups, and the choice among them.
+// Holds the table of all sensor groups with their purposes, and decides which sensors a user wants.
+// Lists of groups and patterns of names go in as typed. An unknown group is a failure that names
+// the nearest known one.
 #include "machine/groups.hpp"
 
 #include <algorithm>

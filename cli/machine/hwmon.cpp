@@ -1,4 +1,7 @@
-// Starts libsensors anew whenever a chip came or went.
+// Measures the chips of hwmon, through libsensors if the command was built with it. libsensors
+// notices no chip that comes or goes after its start, so it is started again whenever the list of
+// devices has changed. A machine below another root is read as files, since libsensors only knows
+// the running one.
 #include "machine/hwmon.hpp"
 
 #include <fmt/format.h>

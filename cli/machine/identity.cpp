@@ -1,4 +1,6 @@
-// Host name, machine id, boot id and kernel release, as the kernel and the system give them.
+// Reads the host name, the machine id, the boot id and the kernel release from files below a root.
+// What is missing or has another form stays empty: a container may have none of them. The texts are
+// bounded, and they are stored in the box as they are, so whoever shows them makes them printable.
 #include "machine/identity.hpp"
 
 #include "machine/small_file.hpp"

@@ -1,4 +1,6 @@
-// /proc/sys/fs/file-nr is "ALLOCATED FREE LIMIT", and FREE is 0 for ever.
+// Measures how full two tables of the kernel are: open files and tracked connections.
+// /proc/sys/fs/file-nr is "ALLOCATED FREE LIMIT", and the kernel always writes 0 for FREE, so that
+// number is not used. A file of another form gives no sensor.
 #include "machine/kernel_tables.hpp"
 
 #include <array>

@@ -1,4 +1,6 @@
-// Asks libsensors for every chip that it has found.
+// Asks libsensors for every chip and every feature that it has found, and turns them into
+// measurements with the same names as hwmon_files gives. A build without libsensors gets the
+// functions at the end of this file, which do nothing. The number of chips and features is bounded.
 #include "machine/libsensors.hpp"
 
 #ifdef VESK_HAVE_LIBSENSORS

@@ -1,4 +1,6 @@
-// The rules for names of sensors.
+// Makes and takes apart the names of sensors, "::GROUP.REST_UNIT". name_part() cleans a text of the
+// machine so that it can be part of a name; group_of() and unit_of() find the group and the unit
+// again. Any text may go in.
 #include "machine/measurement.hpp"
 
 namespace cli

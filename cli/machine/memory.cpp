@@ -1,4 +1,5 @@
-// The lines of /proc/meminfo are "MemTotal:   16384 kB", those of /proc/vmstat "pgfault 12345".
+// Measures memory, swap space and paging. The lines of /proc/meminfo are "MemTotal: 16384 kB",
+// those of /proc/vmstat "pgfault 12345". Keys that this kernel does not have give no sensor.
 #include "machine/memory.hpp"
 
 #include <array>

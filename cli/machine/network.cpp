@@ -1,4 +1,6 @@
-// Behind two lines of headings both files have a line "  NAME: FIELD FIELD ..." for each interface.
+// Measures the interfaces in /proc/net/dev and /proc/net/wireless. Both files begin with two lines
+// of headings, and then have a line " NAME: FIELD FIELD ..." for each interface. A line of another
+// form is skipped, and the number of interfaces is bounded.
 #include "machine/network.hpp"
 
 #include <array>

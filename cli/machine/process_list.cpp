@@ -1,4 +1,7 @@
-// One pass over /proc. Processes come and go meanwhile, and give themselves any name.
+// Reads /proc once and keeps the few processes that use the most processor time, memory and disk.
+// Use is the growth since the previous pass. A process may end between two system calls and may
+// have any bytes in its name, so each file is parsed on its own and a process that cannot be read
+// is skipped.
 #include "machine/process_list.hpp"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Turns two snapshots of the machine into values. A gauge is taken as it is; a counter, a share or
+// a mean needs the same measurement in the earlier snapshot, and gets no value without it. A count
+// that has decreased gives NaN, because it began anew in between and its growth is unknown.
 #include "machine/rates.hpp"
 
 #include <limits>

@@ -1,4 +1,6 @@
-// Putting together what the machine tells and writing it as events.
+// Writes what happens to the recording and its machine as events: beginning and end, gaps, changes
+// of the clock, messages of the kernel and the processes that use the most. A source that cannot be
+// read is left out. All events go through a budget, so that a flood of them cannot fill the disk.
 #include "machine/recording_events.hpp"
 
 #include <algorithm>

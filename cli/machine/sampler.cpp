@@ -1,4 +1,7 @@
-// Asks the sources of the groups that are wanted, one after the other.
+// Takes one snapshot of the machine by asking each source whose group is wanted. A name that comes
+// twice is dropped, as are sensors beyond the number that a box can name. When no file descriptor
+// was left to read with, the snapshot is empty: one that lacks half of its sensors would look as if
+// these had gone.
 #include "machine/sampler.hpp"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Computes the times of samples. The time of the clock and the interval go in; the next whole
+// multiple of the interval and the time to wait for it come out. A clock that was set back gives a
+// negative wait, and the caller asks for a new time. Nothing here reads a clock, so any times can
+// be tested.
 #include "machine/schedule.hpp"
 
 #include <algorithm>

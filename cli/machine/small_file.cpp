@@ -1,4 +1,6 @@
-// Reading small files with plain system calls: this is done for each process of the machine.
+// Reads small files with plain system calls and without streams, because this is done several times
+// for each process of the machine. The path may name anything: the read is bounded, never blocks,
+// and gives an empty text for what cannot be opened.
 #include "machine/small_file.hpp"
 
 #include <cerrno>

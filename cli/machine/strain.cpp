@@ -1,4 +1,6 @@
-// Marks of pressure, and the three files of the kernel that they are measured by.
+// Reads memory pressure, swap use and load of the machine from three files of /proc, and finds out
+// which of them has just passed a mark. A file that is missing or has another form counts as no
+// strain, since older kernels have no /proc/pressure.
 #include "machine/strain.hpp"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
-// Cuts texts of the kernel into pieces.
+// Cuts the texts of the kernel into lines, words and numbers. The pieces point into the text that
+// went in. A number counts only if the whole word is one and fits its type; otherwise there is no
+// result.
 #include "machine/text_fields.hpp"
 
 #include <charconv>

@@ -1,4 +1,6 @@
-// Both clocks by clock_gettime().
+// Reads the monotonic clock and the clock on the wall with clock_gettime() and returns seconds.
+// Intervals are measured with the first, which nobody can set; times that are stored or shown come
+// from the second.
 #include "process/clock.hpp"
 
 #include <ctime>

@@ -1,4 +1,5 @@
-// Words for the codes of the library and for errno.
+// Turns error codes into words. The texts of the library and of errno are used as they are; the
+// number is added only where the library has no text of its own for the code.
 #include "process/failure.hpp"
 
 #include <cerrno>

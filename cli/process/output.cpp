@@ -1,4 +1,6 @@
-// Standard output: what is not taken is told with the words of errno and exit code 1.
+// Writes to standard output and makes the standard streams safe at the start of the process. What
+// standard output does not take ends the command with the words of errno and exit code 1, so that a
+// full disk never looks like success.
 #include "process/output.hpp"
 
 #include <csignal>

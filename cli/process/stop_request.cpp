@@ -1,4 +1,7 @@
-// The flag that signals set, and waiting that they end.
+// Handles SIGINT, SIGTERM and SIGHUP while a verb runs: a handler sets a flag, and waiting
+// functions return as soon as it is set. A waiting function blocks the signals between its test of
+// the flag and its sleep, so none is lost. A signal that was ignored from the start, as with nohup,
+// stays ignored.
 #include "process/stop_request.hpp"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
-// Messages, colour and the status line on standard error, and making text of others printable.
+// Prints messages, notes and the status line on standard error, with colour where it is wanted, and
+// makes texts of unknown origin printable. Text may hold any bytes: what could control the terminal
+// or disguise the text becomes a substitute character.
 #include "process/terminal.hpp"
 
 #include <cstdio>

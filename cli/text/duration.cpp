@@ -1,4 +1,6 @@
-// Durations: numbers with units, from the largest unit to the smallest.
+// Parses and formats durations such as "1h30m". The units must descend, so that slips such as
+// "30m1h" are refused instead of being guessed at. Seconds are the smallest unit, because times in
+// a box are whole seconds.
 #include "text/duration.hpp"
 
 #include <charconv>

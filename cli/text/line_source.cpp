@@ -1,4 +1,6 @@
-// Lines out of what a text_input reads, with their numbers.
+// Cuts what a text_input reads into lines and counts them. A line is returned as soon as its end
+// has arrived. A line that is far longer than a sample of 10000 sensors is refused, so that a file
+// without line ends cannot fill the memory.
 #include "text/line_source.hpp"
 
 #include <cstring>

@@ -1,4 +1,6 @@
-// Nothing here depends on the locale or on the time zone.
+// Formats texts and numbers for CSV, tab-separated values and JSON. The output depends neither on
+// the locale nor on the time zone, so that the same box always gives the same bytes. Text may hold
+// any bytes and is escaped or replaced as the format demands.
 #include "text/machine_text.hpp"
 
 #include <cmath>

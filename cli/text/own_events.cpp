@@ -1,4 +1,6 @@
-// Identities and gaps as pairs of an event, and the words and levels of gaps.
+// Converts machine identities and gaps to pairs of an event and back, and gives gaps their words
+// and their level. Both directions stand here so that they cannot drift apart. What is parsed may
+// come from any box: pairs of another form count as absent.
 #include "text/own_events.hpp"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
-// Patterns are tried one after the other on all sensors.
+// Applies the patterns of --sensor to the sensors of a box, in their order, and returns the numbers
+// of those that are chosen. A pattern that fits no sensor is a usage failure with the nearest name,
+// because a table without an expected sensor would mislead.
 #include "text/sensor_choice.hpp"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
-// The distance of a mistyped word to those that there are.
+// Finds the word that somebody meant who mistyped one, by counting the edits between two words. A
+// word is suggested only if no more edits are needed than a third of the typed letters, or one for
+// a short word; a wilder guess helps nobody.
 #include "text/suggestion.hpp"
 
 #include <algorithm>

@@ -1,4 +1,7 @@
-// Reading and writing the lines of text telemetry.
+// Parses and writes lines of text telemetry. Any line may go in: it is checked against the limits
+// of a box first, because the reader of the library would abort on some lines and accept others
+// that are wrong. What is refused is reported with its reason, and what was read before stays
+// valid.
 #include "text/telemetry_text.hpp"
 
 #include <algorithm>

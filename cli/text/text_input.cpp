@@ -1,4 +1,6 @@
-// Reading plain and gzip input piece by piece, as it comes.
+// Reads a file or standard input, plain or gzip, and returns bytes as soon as they arrive. The form
+// is recognised by the first two bytes. zlib unpacks from a buffer here instead of by its file
+// functions, since these would wait until their buffer is full and delay the lines of a pipe.
 #include "text/text_input.hpp"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
-// Times and numbers as text, in both directions.
+// Parses and formats numbers and times. Parsing is strict and gives the reason for every refusal;
+// formatting writes text that parses back to the same value. Times are in the time zone of the
+// process, and a day or hour that does not exist is refused.
 #include "text/value_text.hpp"
 
 #include <algorithm>

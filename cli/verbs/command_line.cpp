@@ -1,4 +1,6 @@
-// Parses the command line with CLI11, which no other file knows.
+// Parses the command line and runs the verb that it names. Only this file knows CLI11: verbs
+// describe their options through option_list. A mistyped verb or option is a usage failure with the
+// nearest name that exists.
 #include "verbs/command_line.hpp"
 
 #include <CLI/CLI.hpp>

@@ -1,4 +1,5 @@
-// The help of options that several verbs have, written once.
+// Adds options that several verbs share, with their help: the shape of a box, --sync and --utc.
+// They stand here once, so that an option means the same and reads the same in every verb.
 #include "verbs/common_options.hpp"
 
 #include <fmt/format.h>

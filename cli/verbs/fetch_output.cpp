@@ -1,4 +1,7 @@
-// A table fits into 80 columns: with few sensors each has its column, with more each has its line.
+// Prints the rows of `vesk fetch` in the chosen format. For people the table fits into 80 columns:
+// with few sensors each has a column, with more each has a line. For programs there are CSV,
+// tab-separated values and JSON lines, which hold plain numbers. All names come from the box and
+// are escaped.
 #include "verbs/fetch_output.hpp"
 
 #include <algorithm>

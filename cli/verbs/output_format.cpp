@@ -1,4 +1,5 @@
-// Names of formats, and lines of fields.
+// Parses the value of --format and prints lines of fields as CSV or tab-separated values. An
+// unknown format is a usage failure that names the formats of the verb.
 #include "verbs/output_format.hpp"
 
 #include <algorithm>

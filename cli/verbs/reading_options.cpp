@@ -1,4 +1,6 @@
-// The grammar of sensors and times is in text/sensor_choice and text/time_text.
+// Adds the options of all verbs that read a box, checks them and computes the span of time that
+// they ask for. The grammar of sensors and times is in text/sensor_choice and text/time_text; here
+// is only what the options are called.
 #include "verbs/reading_options.hpp"
 
 #include "process/failure.hpp"

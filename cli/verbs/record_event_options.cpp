@@ -1,4 +1,6 @@
-// The help of these options, and what is made of them.
+// Adds the options of `vesk record` that choose its own events, and turns them into the options of
+// recording_events. A number out of range or options that contradict each other are a usage failure
+// before anything is recorded.
 #include "verbs/record_event_options.hpp"
 
 #include <fmt/format.h>

@@ -1,4 +1,5 @@
-// Words and JSON for a recording_log. All texts in it come out of the box.
+// Shows a recording_log: the machine, the last end and the gaps, as lines for people or as JSON.
+// All texts in it come from the box and may hold anything; they are made printable or escaped here.
 #include "verbs/recording_report.hpp"
 
 #include <algorithm>

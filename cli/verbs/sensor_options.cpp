@@ -1,4 +1,5 @@
-// The help of these options, and what is made of them.
+// Adds the options --sensors, --exclude and --root, which `vesk record` and `vesk sensors` share,
+// and turns them into a sensor_choice. An unknown group is a failure.
 #include "verbs/sensor_options.hpp"
 
 namespace cli

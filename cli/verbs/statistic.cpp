@@ -1,4 +1,6 @@
-// One table of names serves the option, the headings and the JSON keys.
+// Parses the names of statistics, and takes and formats their values for each output. One table of
+// names serves the option --stat, the headings and the JSON keys. A statistic that the box does not
+// hold is NaN, and an empty field or a dash when it is shown.
 #include "verbs/statistic.hpp"
 
 #include <algorithm>

@@ -1,4 +1,7 @@
-// vesk check BASE
+// vesk check BASE: reads every file of a box and reports what is wrong and what `vesk repair` would
+// do. It never changes a file. A box that is being written to is looked at again until the result
+// belongs to one moment. The exit code is 0 for a healthy box, 3 for one that can be repaired and 4
+// for one that cannot.
 #include <algorithm>
 #include <array>
 #include <cstdio>

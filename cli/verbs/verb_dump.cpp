@@ -1,4 +1,6 @@
-// vesk dump BASE|FILE
+// vesk dump BASE|FILE: prints the content of a box or of one buffer, oldest first, as text
+// telemetry that `vesk import` reads back; with options also the history or the events. Damaged
+// places are reported on standard error and skipped, and the exit code tells of them.
 #include <cmath>
 #include <cstdio>
 #include <fmt/format.h>

@@ -1,4 +1,6 @@
-// vesk event BASE TYPE TEXT
+// vesk event BASE TYPE TEXT: puts an event into a box. If a recording has the box, the event is
+// sent to it and its answer decides the outcome; otherwise it is written from here. Both may change
+// at any moment, so the two ways are tried again until a time limit.
 #include <charconv>
 #include <ctime>
 #include <fmt/format.h>

@@ -1,4 +1,6 @@
-// vesk events BASE|FILE: what was written down as having happened, and how often in the past.
+// vesk events BASE|FILE: prints the events of a span of time with their texts, and for intervals of
+// history how many there were of each type. The events can be filtered by type and by text. The
+// texts come from anybody and are made printable.
 #include <algorithm>
 #include <array>
 #include <charconv>

@@ -1,4 +1,6 @@
-// vesk fetch BASE|FILE: the values of a span of time as a table.
+// vesk fetch BASE|FILE: prints the values of a span of time as a table, with one row for each
+// sample or interval, or for each step. Each row is printed as soon as it is complete, so memory
+// does not grow with the box.
 #include <array>
 #include <fmt/format.h>
 #include <memory>

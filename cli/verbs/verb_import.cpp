@@ -1,4 +1,7 @@
-// vesk import BASE [FILE|-]
+// vesk import BASE [FILE|-]: reads text telemetry line by line and writes it into a box. A wrong
+// line ends the import with its number, and all lines before it are in the box. Times that are not
+// newer than the content of the box are written all the same, counted and reported. A file that is
+// refused before its first value leaves no empty box.
 #include <fmt/format.h>
 #include <memory>
 #include <optional>

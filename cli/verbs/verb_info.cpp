@@ -1,4 +1,6 @@
-// vesk info BASE|FILE
+// vesk info BASE|FILE: tells what a box or one buffer holds: its files, spans of time, sensors,
+// events and recordings, for people or as JSON. Files are only read, each of them once. Damage is
+// listed and does not stop the report.
 #include <algorithm>
 #include <array>
 #include <cstdio>

@@ -1,4 +1,6 @@
-// vesk record BASE
+// vesk record BASE: samples the machine at a fixed interval into a box until a signal or a limit
+// ends it. Between samples it takes events from the socket and writes its own. A full disk or a
+// missing sensor never ends a recording: the next sample is tried again.
 #include <algorithm>
 #include <deque>
 #include <fmt/format.h>

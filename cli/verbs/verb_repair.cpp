@@ -1,4 +1,6 @@
-// vesk repair BASE
+// vesk repair BASE: shows the plan of a recovery and carries it out under the lock of the box. With
+// --dry-run it only shows the plan and needs no lock. What is taken out of a file is kept in
+// FILE.torn. A box that cannot be recovered is a failure that says why.
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>

@@ -1,4 +1,6 @@
-// vesk sensors
+// vesk sensors: looks at the machine twice and lists the sensors that `vesk record` would record
+// with the same options, with value, unit and source. A group that is asked for and gives no sensor
+// is reported, so that nobody searches for it in the list.
 #include <algorithm>
 #include <chrono>
 #include <cmath>

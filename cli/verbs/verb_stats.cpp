@@ -1,4 +1,6 @@
-// vesk stats BASE|FILE: one line, or one paragraph, for each sensor over a span of time.
+// vesk stats BASE|FILE: prints the statistics of each sensor over a span of time, as a table, as
+// paragraphs or for programs. Samples and intervals of history are merged; an interval that the
+// span only touches counts as a whole, which the output says.
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>

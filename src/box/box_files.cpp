@@ -1,4 +1,7 @@
-// Finding the buffer files of a box by their names, see box_files.hpp.
+// Converts between the names of buffer files and their kind and number, and lists the buffer files
+// of a box. A name counts only if it is exactly what the formatting function writes, so "01" or a
+// number beyond 32 bits is never taken for a buffer. The folder is only listed here: no file is
+// opened.
 #include "box/box_files.hpp"
 
 #include <algorithm>

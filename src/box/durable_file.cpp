@@ -1,4 +1,7 @@
-// Replacing files as a whole, see durable_file.hpp.
+// Replaces a file as a whole. The caller writes the new content to FILE.new; commit() syncs it,
+// renames it over FILE and syncs the folder, so a crash leaves either the old file or the new one.
+// A replacement that is not committed is removed. The new file keeps the owner and the permissions
+// of the old one as far as the process may set them.
 #include "box/durable_file.hpp"
 
 #include <cerrno>

@@ -1,4 +1,6 @@
-// Whose the files in the folder of a box are, see plain_file.hpp.
+// Decides whether a name in the folder of a box is a regular file that a trusted user owns, and
+// reads such files. Errors that do not prove that a name is absent are reported as unknown, so that
+// no caller deletes or overwrites a file that it merely could not look at.
 #include "box/plain_file.hpp"
 
 #include <cerrno>

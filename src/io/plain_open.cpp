@@ -1,4 +1,7 @@
-// Opening files without following anything, see plain_open.hpp.
+// Opens regular files for reading, appending, creating and overwriting. A path goes in, a stream
+// comes out, or null with errno. A link, FIFO or device under the path is refused without waiting
+// for it, because anybody may have put it there. The exceptions are a link that a person named, and
+// /dev/full.
 #include "io/plain_open.hpp"
 
 #include <cerrno>

@@ -1,4 +1,7 @@
-// The first stage: one current buffer, open for writing.
+// The first stage of a recorder: one current buffer, open for writing. It lasts from the creation
+// of a box until that buffer is full for the first time. This file gives the exported functions of
+// the stage their names and types, and the layout tells stage.hpp which members hold the buffers;
+// the work itself is done there, once for all stages.
 
 #include <vesk/vesk_zcf_state_c00.h>
 

@@ -1,4 +1,7 @@
-// The second stage: a full current buffer and the open one.
+// The second stage of a recorder: a full current buffer and the open one. It lasts until the second
+// buffer is full. This file gives the exported functions of the stage their names and types, and
+// the layout tells stage.hpp which members hold the buffers; the work itself is done there, once
+// for all stages.
 
 #include <vesk/vesk_zcf_state_cc0.h>
 

@@ -1,4 +1,7 @@
-// The third stage: two full current buffers and the open one.
+// The third stage of a recorder: two full current buffers and the open one. It lasts until the
+// third buffer is full, after which the oldest buffer is summarised into a history. This file gives
+// the exported functions of the stage their names and types, and the layout tells stage.hpp which
+// members hold the buffers; the work itself is done there, once for all stages.
 
 #include <vesk/vesk_zcf_state_ccc.h>
 

@@ -1,4 +1,7 @@
-// Choosing the buffers of a box, see arrangement.hpp.
+// Chooses which of the files that a survey found make the box. The files and what the state file
+// and its copy say go in; the stage and the names of the buffers come out. The header states the
+// rules. An arrangement never replaces another one that is as good, so the same files always give
+// the same box.
 #include "recovery/arrangement.hpp"
 
 #include <algorithm>

@@ -1,4 +1,7 @@
-// Giving files new names, see box_renaming.hpp.
+// Gives the buffers of a box low numbers when their numbers near the end of the 32 bits. Every file
+// gets its new name as a hard link, so that the old state file stays valid until the new one is
+// written. On a file system without hard links the files are renamed one by one, oldest first;
+// their order alone then tells the box after a crash.
 #include "recovery/box_renaming.hpp"
 
 #include <cerrno>

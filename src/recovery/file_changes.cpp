@@ -1,4 +1,6 @@
-// Cutting and rewriting files, see file_changes.hpp.
+// Cuts the tail off a buffer file, or writes the buffer anew. The bytes that are taken out are
+// synced to FILE.torn before the buffer changes, so no crash loses them. FILE.torn begins anew when
+// it would grow beyond one megabyte, so that repeated recoveries cannot fill the disk.
 #include "recovery/file_changes.hpp"
 
 #include <cerrno>

@@ -1,4 +1,6 @@
-// Finding numbers that are free, see file_numbers.hpp.
+// Finds numbers for new buffer files that no existing file has. The numbers in use go in, the first
+// number of a free range comes out, or 0. The range is long because a recorder counts upwards
+// without looking, and overwrites whatever file has the next number.
 #include "recovery/file_numbers.hpp"
 
 static constexpr uint64_t numbers_end = uint64_t(UINT32_MAX) + 1;

@@ -1,4 +1,7 @@
-// Clearing up beside a box, see leftovers.hpp.
+// Deletes or reports the files that do not belong to a recovered box: old buffers, unfinished .new
+// files and the .torn files of deleted buffers. A buffer is deleted only if the box holds
+// everything in it; all others are reported and kept. It may be assumed that the new state file is
+// on the medium before anything is deleted.
 #include "recovery/leftovers.hpp"
 
 #include <sys/stat.h>

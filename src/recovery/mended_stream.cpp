@@ -1,4 +1,7 @@
-// Ending a stream of a mended buffer, and telling what was done to it; see mended_stream.hpp.
+// Collects what happens to one stream of a buffer and decides at its end what is written: the
+// stream as it was, or its content compressed anew; if a record was taken out, the old stream also
+// goes to FILE.torn. Each step is reported to the receiver. finish() finds out whether cutting the
+// tail off the file would do the same with less work.
 #include "recovery/mended_stream.hpp"
 
 #include <vesk/error.h>

@@ -1,4 +1,7 @@
-// The stored forms of the records, each once: how it is measured and what is made of it.
+// Measures the stored records and builds objects from them. Bytes out of a file go in, which may
+// hold anything; the length of the record and the record itself come out. Each stored form is
+// walked by one function, which only steps over the bytes when it gets no target, so measuring and
+// building cannot disagree.
 #include "recovery/records.hpp"
 
 #include <algorithm>

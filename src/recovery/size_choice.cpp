@@ -1,4 +1,7 @@
-// Choosing the sizes of a box, see size_choice.hpp.
+// Chooses the sizes of a box: the samples of a current buffer and the intervals of a history. The
+// sizes that the state file, its copy and the caller name go in, and the headers of the buffers
+// confirm them. If no pair fits as a whole, the samples of one source are combined with the
+// intervals of another. If nothing fits the headers, two sources that agree outvote them.
 #include "recovery/size_choice.hpp"
 
 // Whether a recorder makes buffers of this kind with this capacity. A damaged buffer can begin with

@@ -1,4 +1,6 @@
-// Writing the state file of a recovered box, see state_writing.hpp.
+// Writes the state file of a recovered box by the same functions that a recorder uses, and puts it
+// in the place of the old one as a whole. A new state file gets the owner of the open buffer, so
+// that the owner of the box can still use it after root has recovered it.
 #include "recovery/state_writing.hpp"
 
 #include <cstdio>

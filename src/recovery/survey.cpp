@@ -1,4 +1,7 @@
-// Looking at a box, see survey.hpp.
+// Reads everything that lies under the name of a box: the state file, its copy and each buffer file
+// once. Files that are not regular or belong to an untrusted user are listed without opening them.
+// A file that is needed and cannot be read ends the survey with QE_ERROR_IO (-41), because a box
+// must never be recovered from half of its files.
 #include "recovery/survey.hpp"
 
 #include <algorithm>
