@@ -39,9 +39,10 @@
  *    be ahead of its files, and the next call may abort.
  * 5. Events. vesk_write_tagged_event() stores an event as a record that readers take and the
  *    history counts. vesk_write_event() stores it without the type that precedes every other
- *    record: it stays in the file, but readers stop in front of it with -6. The buffer cannot be
- *    summarised any more, so the call that would have to do it fails with QE_ERROR_MALFORMED (-6)
- *    from then on, and so does opening a recorder whose current buffer contains such an event.
+ *    record: it stays in the file, but readers stop in front of it with QE_ERROR_MALFORMED (-6).
+ *    The buffer cannot be summarised any more, so the call that would have to do it fails with
+ *    that code from then on, and so does opening a recorder whose current buffer contains such an
+ *    event.
  * 6. One process at a time may have a recorder open, and nobody else may read its current buffer
  *    then. Nothing enforces this.
  */
@@ -191,7 +192,8 @@ VESK_API int vesk_write_event(vesk *vesk, const vesk_cb_record_event *event);
  * the last vector of a full buffer it is in no interval: it goes with the file, uncounted.
  *
  * Right after vesk_create(), and after opening a recorder whose current buffer is empty, there is
- * nothing yet that an event could follow (-4); it is to be written after the next vector.
+ * nothing yet that an event could follow, and the result is QE_ERROR_UNKNOWN_KIND (-4): the event
+ * is to be written after the next vector.
  *
  * Aborts as vesk_write_telemetry_vector() does, with "event != ((void *)0)" or
  * "event->version == ((char) 1)", and with "cbuf != ((void *)0)" in a recorder that was opened

@@ -23,7 +23,7 @@
  *    Counts and lengths of strings are limited to 10000. A function that writes a form returns the
  *    sum of what the writer reported, so the sizes that are given hold on a raw writer; a function
  *    that reads a form returns the bytes consumed, 0 at a clean end of data before the form, and
- *    -48 where the data ends inside it.
+ *    QE_ERROR_TRUNCATED (-48) where the data ends inside it.
  * 7. Threads. Nothing is locked: the library and all its objects belong to one thread at a time.
  */
 #ifndef VESK_API_H

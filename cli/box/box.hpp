@@ -41,7 +41,7 @@ struct stored_file {
 // What the state file says.
 struct box_state {
     std::string path;
-    int error = 0; // 0 for a whole state file, -40 when there is none
+    int error = 0; // 0 for a whole state file, QE_ERROR_OPEN (-40) when there is none
     uint64_t size = 0;
     std::string problem;  // words for why it cannot be opened
     std::string filename; // as it was when the box was made

@@ -93,7 +93,8 @@ int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *
     return 0;
 }
 
-// 1 when the path leads to something, 0 when it does not, -41 when that cannot be told.
+// 1 when the path leads to something, 0 when it does not, QE_ERROR_IO (-41) when that cannot be
+// told.
 static int _follow(const char *path, struct stat *status)
 {
     int result = 0;

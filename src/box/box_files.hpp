@@ -27,15 +27,16 @@ bool _vesk_format_buffer_name(char (&path)[max_filename], const char *base, cons
 bool _vesk_parse_buffer_name(const char *path, const char *base, buffer_name *name,
                              const char *suffix = "");
 
-// All files of that form in the folder of `base`, by number. 0, -40 when there is no such folder,
-// -41 when it cannot be read, -22 without memory.
+// All files of that form in the folder of `base`, by number. 0, QE_ERROR_OPEN (-40) when there is
+// no such folder, QE_ERROR_IO (-41) when it cannot be read, QE_ERROR_NO_MEMORY (-22) without
+// memory.
 int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *names);
 
 // The length of the folder in `path`, the slash behind it included.
 std::size_t _vesk_folder_length(const char *path);
 
-// 1 when both paths lead to one file that is there, 0 when they do not, -41 when that cannot be
-// told. A path that may not be followed to its end leads to no file of a box.
+// 1 when both paths lead to one file that is there, 0 when they do not, QE_ERROR_IO (-41) when that
+// cannot be told. A path that may not be followed to its end leads to no file of a box.
 int _vesk_is_same_file(const char *path, const char *other);
 
 #endif

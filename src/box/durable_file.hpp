@@ -25,13 +25,15 @@ public:
 
     // Begins the replacement of `target`, which keeps its owner and its permissions; what is not
     // there yet gets the owner of `like` or, without that, of the folder. What an earlier
-    // replacement left behind is removed. 0, -40 when the file aside cannot be made, or is there
-    // and no regular file, -41 when it cannot be told what is there, -49 when the name is too long.
+    // replacement left behind is removed. 0, QE_ERROR_OPEN (-40) when the file aside cannot be
+    // made, or is there and no regular file, QE_ERROR_IO (-41) when it cannot be told what is
+    // there, QE_ERROR_LIMIT (-49) when the name is too long.
     int open(const char *target, const char *like = nullptr);
 
     FILE *file() const { return file_.get(); }
 
-    // Syncs the content, puts it in the place of the target and syncs the folder. 0 or -41.
+    // Syncs the content, puts it in the place of the target and syncs the folder. 0 or QE_ERROR_IO
+    // (-41).
     int commit();
 
 private:
@@ -40,10 +42,10 @@ private:
     owned_file file_;
 };
 
-// Whatever was written to the stream is on the medium. 0 or -41.
+// Whatever was written to the stream is on the medium. 0 or QE_ERROR_IO (-41).
 int _vesk_sync_file(FILE *file);
 
-// The names in the folder of `path` are on the medium. 0 or -41.
+// The names in the folder of `path` are on the medium. 0 or QE_ERROR_IO (-41).
 int _vesk_sync_folder(const char *path);
 
 #endif

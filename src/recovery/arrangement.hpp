@@ -74,7 +74,7 @@ private:
 };
 
 // Chooses, with `free_number` for a buffer that has to be made, and none of the names in `foreign`.
-// 0, or -22 without memory.
+// 0, or QE_ERROR_NO_MEMORY (-22) without memory.
 int _vesk_choose_arrangement(const box_file_list &files, const buffer_names &foreign,
                              const named_state &state, const named_state &copy,
                              uint32_t free_number, arrangement_choice *choice);

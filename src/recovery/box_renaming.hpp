@@ -13,7 +13,8 @@
 #include "recovery/recovery_steps.hpp"
 #include "recovery/survey.hpp"
 
-// All functions return 0, what the visitor returned, -41, -49 when no numbers are free, or -22.
+// All functions return 0, what the visitor returned, QE_ERROR_IO (-41), QE_ERROR_LIMIT (-49) when
+// no numbers are free, or QE_ERROR_NO_MEMORY (-22).
 class box_renaming
 {
 public:

@@ -70,9 +70,9 @@ struct buffer_contents {
 };
 
 // Goes through the file `filename` (which may be missing: then all of it is made), with its steps
-// going to `receiver`, and writes it to `output` unless that is null. 0, what the receiver
-// returned if that was not 0, -40 or -41 when the file cannot be read, -41 when the output cannot
-// be written, -22 without memory.
+// going to `receiver`, and writes it to `output` unless that is null. 0, what the receiver returned
+// if that was not 0, QE_ERROR_OPEN (-40) or QE_ERROR_IO (-41) when the file cannot be read,
+// QE_ERROR_IO (-41) when the output cannot be written, QE_ERROR_NO_MEMORY (-22) without memory.
 int _vesk_mend_buffer(const char *filename, const buffer_expectation &expected,
                       const step_receiver &receiver, mended_file *output,
                       buffer_contents *contents);

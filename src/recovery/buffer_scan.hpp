@@ -19,7 +19,8 @@ struct item_receiver {
     void *context;
 };
 
-// 0, what the receiver returned if that was not 0, -40, -41 or -22.
+// 0, what the receiver returned if that was not 0, QE_ERROR_OPEN (-40), QE_ERROR_IO (-41) or
+// QE_ERROR_NO_MEMORY (-22).
 int _vesk_scan_items(const char *filename, link_rule rule, std::size_t files_of_box,
                      const item_receiver &receiver);
 

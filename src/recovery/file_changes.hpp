@@ -14,11 +14,12 @@ inline constexpr char torn_suffix[] = ".torn";
 // The path of a file beside `path`. The longest base name leaves room for it.
 void _vesk_format_beside(char (&to)[max_filename], const char *path, const char *suffix);
 
-// Whether the files that a change of `path` writes beside it can be made: 0, -40 when something
-// stands in their way, -41 when that cannot be told.
+// Whether the files that a change of `path` writes beside it can be made: 0, QE_ERROR_OPEN (-40)
+// when something stands in their way, QE_ERROR_IO (-41) when that cannot be told.
 int _vesk_check_change(const char *path, bool with_torn, const trusted_owners &owners);
 
-// Takes everything from `offset` on out of the file. 0, -40, -41 or -22.
+// Takes everything from `offset` on out of the file. 0, QE_ERROR_OPEN (-40), QE_ERROR_IO (-41) or
+// QE_ERROR_NO_MEMORY (-22).
 int _vesk_cut_file(const char *path, uint64_t offset);
 
 // Writes the buffer as it should be; when it is not there yet, for the owner of `like`. 0 or a code

@@ -14,7 +14,7 @@
 #include "recovery/buffer_mender.hpp"
 #include "recovery/mended_content.hpp"
 
-// All functions that return an int return 0, or -22.
+// All functions that return an int return 0, or QE_ERROR_NO_MEMORY (-22).
 class governing_names
 {
 public:

@@ -17,7 +17,8 @@ public:
     {
     }
 
-    // Finds what the mended buffers of the box prove to hold. Before anything else. 0 or -22.
+    // Finds what the mended buffers of the box prove to hold. Before anything else. 0 or
+    // QE_ERROR_NO_MEMORY (-22).
     int judge(const arrangement &box);
 
     // The numbers of files that stay and must not be overwritten. False without memory.

@@ -14,7 +14,7 @@
 #include "io/fields.hpp"
 #include "io/memory_writer.hpp"
 
-// All functions return 0, or -22.
+// All functions return 0, or QE_ERROR_NO_MEMORY (-22).
 class mended_content
 {
 public:

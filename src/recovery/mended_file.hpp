@@ -18,13 +18,14 @@ struct mended_file {
     byte_list torn;         // what was taken out
 };
 
-// All functions return 0, -41 when the file cannot be read or the output not be written, or -22.
+// All functions return 0, QE_ERROR_IO (-41) when the file cannot be read or the output not be
+// written, or QE_ERROR_NO_MEMORY (-22).
 class mended_output
 {
 public:
     explicit mended_output(mended_file *output) : output_(output) {}
 
-    // Opens the file that is mended. 0 or -40.
+    // Opens the file that is mended. 0 or QE_ERROR_OPEN (-40).
     int open_source(const char *filename);
 
     int copy(uint64_t offset, uint64_t length);

@@ -18,7 +18,8 @@
 #include "recovery/mended_file.hpp"
 #include "recovery/step_runs.hpp"
 
-// All functions that return an int return 0, what the receiver of the steps returned, -41 or -22.
+// All functions that return an int return 0, what the receiver of the steps returned, QE_ERROR_IO
+// (-41) or QE_ERROR_NO_MEMORY (-22).
 class mended_stream
 {
 public:

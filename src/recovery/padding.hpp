@@ -20,7 +20,8 @@ struct padding {
     int64_t time;
 };
 
-// Writes `n` such records behind what `content` holds already. 0, -41 or -22.
+// Writes `n` such records behind what `content` holds already. 0, QE_ERROR_IO (-41) or
+// QE_ERROR_NO_MEMORY (-22).
 int _vesk_write_padding(const padding &form, uint32_t n, mended_content *content,
                         mended_output *output);
 

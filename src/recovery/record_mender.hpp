@@ -14,7 +14,8 @@
 #include "recovery/mended_stream.hpp"
 #include "recovery/records.hpp"
 
-// All functions that return an int return 0, what the receiver of the steps returned, or -22.
+// All functions that return an int return 0, what the receiver of the steps returned, or
+// QE_ERROR_NO_MEMORY (-22).
 class record_mender
 {
 public:

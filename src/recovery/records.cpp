@@ -15,7 +15,8 @@
 // --- the forms ---------------------------------------------------------------------------------
 //
 // Each function takes one form from the cursor, which tells whether it was there. With a record it
-// also puts there what it took; without one it only steps over it. The result is 0, or -22.
+// also puts there what it took; without one it only steps over it. The result is 0, or
+// QE_ERROR_NO_MEMORY (-22).
 
 // Time beyond the second is nothing that the library wrote, and nothing that it reads.
 static timestamp _take_timestamp(byte_cursor *at, scanned_record *record)

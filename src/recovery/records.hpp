@@ -46,7 +46,7 @@ bool _vesk_is_without_values(const vesk_hb_record_sensor_values &interval);
 // The same of any record; an event or names are never padding.
 bool _vesk_is_without_values(const scanned_record &record);
 
-// Makes the record that was measured to be `n` bytes long. 0, or -22.
+// Makes the record that was measured to be `n` bytes long. 0, or QE_ERROR_NO_MEMORY (-22).
 int _vesk_build_record(uint32_t buffer_kind, const unsigned char *bytes, std::size_t n,
                        scanned_record *record);
 

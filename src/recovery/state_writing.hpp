@@ -12,7 +12,7 @@
 #include "recovery/arrangement.hpp"
 #include "recovery/survey.hpp"
 
-// 0, -40, -41, -49 or -22.
+// 0, QE_ERROR_OPEN (-40), QE_ERROR_IO (-41), QE_ERROR_LIMIT (-49) or QE_ERROR_NO_MEMORY (-22).
 int _vesk_write_state(const box_survey &survey, const arrangement &names,
                       const recorder_sizes &sizes, uint32_t next_file_number);
 

@@ -48,7 +48,9 @@ uint64_t _vesk_search_budget(uint64_t size, uint64_t fixed_part);
 struct file_piece {
     uint64_t offset;
     uint64_t length;
-    int error;                // 0 for a stream, else why there is none: -41, -48 or -49
+    // 0 for a stream, else why there is none: QE_ERROR_IO (-41), QE_ERROR_TRUNCATED (-48) or
+    // QE_ERROR_LIMIT (-49).
+    int error;
     const byte_list *content; // of a stream, else null; until the next piece
 };
 

@@ -36,7 +36,7 @@ int box_survey::look_at_state()
     return scanned == QE_ERROR_OPEN || scanned == QE_ERROR_IO ? QE_ERROR_IO : 0;
 }
 
-// All of a short file. 0, -41, or -22 without memory.
+// All of a short file. 0, QE_ERROR_IO (-41), or QE_ERROR_NO_MEMORY (-22) without memory.
 static int _read_all(const char *path, byte_list *bytes)
 {
     constexpr std::size_t piece = 4096;
@@ -212,7 +212,8 @@ bool box_survey::list_numbers(number_list *numbers) const
 
 // --- what the state says of the buffers --------------------------------------------------------
 
-// 1 with the buffer that a state file means by `path`, 0 when that is none of this box, or -41.
+// 1 with the buffer that a state file means by `path`, 0 when that is none of this box, or
+// QE_ERROR_IO (-41).
 int box_survey::find_name(const char *path, buffer_name *name) const
 {
     const std::size_t folder = _vesk_folder_length(base_);

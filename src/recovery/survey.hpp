@@ -21,8 +21,9 @@ class box_survey
 public:
     explicit box_survey(const char *base) : base_(base), owners_(base) {}
 
-    // 0; -40 when there is no box of this name, -41 when its folder, its state file or one of its
-    // buffers cannot be read, -49 when the name is too long, -22 without memory.
+    // 0; QE_ERROR_OPEN (-40) when there is no box of this name, QE_ERROR_IO (-41) when its folder,
+    // its state file or one of its buffers cannot be read, QE_ERROR_LIMIT (-49) when the name is
+    // too long, QE_ERROR_NO_MEMORY (-22) without memory.
     int look();
 
     const char *base() const { return base_; }
@@ -44,8 +45,8 @@ public:
     const box_file_list &files() const { return files_; }
     // How many there are, those that were not looked into included.
     std::size_t count_files() const { return n_files_; }
-    // Reads the sensors of a buffer, which look() does not keep: there may be many files. 0, -41 or
-    // -22.
+    // Reads the sensors of a buffer, which look() does not keep: there may be many files. 0,
+    // QE_ERROR_IO (-41) or QE_ERROR_NO_MEMORY (-22).
     int read_names(box_file *file) const;
     // The buffer files that were not looked into.
     const buffer_names &foreign() const { return foreign_; }

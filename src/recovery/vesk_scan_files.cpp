@@ -42,8 +42,8 @@ bool goes_up(const char *folder)
 }
 
 // 1 when a name in a state file is that of a file in the folder of the box: spelt as the base name
-// is, or another way to the same folder that nowhere goes up. 0 when it is not, or -41. Nothing
-// else is looked at.
+// is, or another way to the same folder that nowhere goes up. 0 when it is not, or QE_ERROR_IO
+// (-41). Nothing else is looked at.
 int lies_in_box(const char *name, const char *base)
 {
     char folder[max_filename];
@@ -61,7 +61,7 @@ int lies_in_box(const char *name, const char *base)
                                                 folder_of_box[0] != 0 ? folder_of_box : ".");
 }
 
-// 1 when the state file names the file of the box, 0 when it does not, or -41.
+// 1 when the state file names the file of the box, 0 when it does not, or QE_ERROR_IO (-41).
 int is_named(const vesk_state_summary &summary, const char *base, const char *filename)
 {
     int found = 0;
