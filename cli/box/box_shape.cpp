@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include <vesk/vesk_limits.h>
+
 #include "process/failure.hpp"
 
 namespace cli
@@ -13,7 +15,7 @@ namespace
 {
 
 // The table behind one summary cannot be cleared more often than this.
-constexpr uint32_t most_intervals = 65534;
+constexpr uint32_t most_intervals = VESK_MAX_INTERVALS;
 // Where only the number of intervals is given.
 constexpr uint32_t samples_per_interval = 60;
 

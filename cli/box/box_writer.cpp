@@ -15,6 +15,7 @@
 #include <vesk/telemetry_matrix.h>
 #include <vesk/timestamp.h>
 #include <vesk/vesk_check.h>
+#include <vesk/vesk_limits.h>
 
 #include "box/box.hpp"
 #include "box/box_check.hpp"
@@ -23,12 +24,6 @@
 
 namespace cli
 {
-namespace
-{
-
-constexpr std::size_t most_sensors = 10000;
-
-} // namespace
 
 void box_writer::check_shape_for(const std::string &base, const box_shape &shape)
 {
@@ -93,7 +88,7 @@ bool box_writer::admit(const std::string &name)
     if (known_sensors_.count(name) == 1) {
         return true;
     }
-    if (known_sensors_.size() == most_sensors) {
+    if (known_sensors_.size() == VESK_MAX_COUNT) {
         return false;
     }
     known_sensors_.insert(name);

@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <string>
 
+#include <vesk/vesk_limits.h>
+
 namespace cli
 {
 
-constexpr uint32_t last_event_type = 5;
+constexpr uint32_t last_event_type = VESK_MAX_EVENT_TYPE;
 // The longest text that a box takes.
-constexpr std::size_t longest_event = 10000;
+constexpr std::size_t longest_event = VESK_MAX_COUNT;
 
 struct event {
     uint32_t type; // 1 to last_event_type

@@ -7,6 +7,7 @@
 
 #include <vesk/error.h>
 #include <vesk/vesk_check.h>
+#include <vesk/vesk_limits.h>
 
 #include "box/storage_failure.hpp"
 
@@ -17,7 +18,7 @@ namespace
 
 void require_recordable(const event &what)
 {
-    if (what.type < 1 || what.type > last_event_type) {
+    if (what.type < VESK_MIN_EVENT_TYPE || what.type > last_event_type) {
         throw unrecordable_event(fmt::format("its type is not from 1 to {}", last_event_type));
     }
     if (what.text.empty() || what.text.size() > longest_event) {

@@ -2,6 +2,7 @@
 // the wall gained over the boot clock was set.
 #include "machine/clock_watch.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 
@@ -65,11 +66,18 @@ std::optional<gap> clock_watch::was_set(const clock_reading &now) const
     return make_gap(last_.wall + passed, now.wall, jump, gap_reason::clock);
 }
 
-uint64_t late_count::taken(int64_t tick)
+uint64_t late_count::taken(int64_t tick, double monotonic)
 {
     uint64_t missed = 0;
     if (last_ && tick - *last_ > interval_) {
+        const double passed = (monotonic - last_monotonic_) / static_cast<double>(interval_);
         missed = static_cast<uint64_t>((tick - *last_) / interval_ - 1);
+        if (static_cast<double>(missed) > passed + 1) {
+            // The clock was set in between.
+            missed = static_cast<uint64_t>(std::max<int64_t>(std::llround(passed) - 1, 0));
+        }
+    }
+    if (missed > 0) {
         if (pending_.missed == 0) {
             pending_.from = *last_;
         }
@@ -77,6 +85,7 @@ uint64_t late_count::taken(int64_t tick)
         pending_.missed += missed;
     }
     last_ = tick;
+    last_monotonic_ = monotonic;
     return missed;
 }
 

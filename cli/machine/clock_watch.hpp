@@ -41,9 +41,10 @@ class late_count
 public:
     explicit late_count(int64_t interval) : interval_(interval) {}
 
-    // A sample is taken for the time @p tick. Returns how many there should have been since the
-    // last one.
-    uint64_t taken(int64_t tick);
+    // A sample is taken for the time @p tick of the clock on the wall, at @p monotonic of a clock
+    // that nobody sets. Returns how many there should have been since the last one. When the time
+    // that really passed has no place for so many, the clock was set, and that time counts.
+    uint64_t taken(int64_t tick, double monotonic);
     // The next sample may come at any time: the clock was set, or the machine slept.
     void forget() { last_.reset(); }
     // What is to be told at @p monotonic, if a minute has passed since it was told last. With
@@ -53,6 +54,7 @@ public:
 private:
     int64_t interval_;
     std::optional<int64_t> last_;
+    double last_monotonic_ = 0;
     gap pending_;
     std::optional<double> told_;
 };

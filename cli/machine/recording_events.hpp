@@ -52,8 +52,9 @@ public:
     // Why the kernel's messages are not there, once; empty otherwise.
     std::string take_kernel_problem();
 
-    // A sample is due for @p tick and is taken. Returns how many were missed before it.
-    uint64_t sample(int64_t tick) { return late_.taken(tick); }
+    // A sample is due for @p tick and is taken, at @p monotonic. Returns how many were missed
+    // before it.
+    uint64_t sample(int64_t tick, double monotonic) { return late_.taken(tick, monotonic); }
     // The buffers have taken turns.
     void buffer_began(const clock_reading &now);
 

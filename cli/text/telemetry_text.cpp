@@ -9,6 +9,8 @@
 #include <fmt/format.h>
 #include <unordered_set>
 
+#include <vesk/vesk_limits.h>
+
 #include "process/terminal.hpp"
 #include "text/value_text.hpp"
 
@@ -19,8 +21,8 @@ namespace
 
 constexpr std::size_t time_length = 17;
 // What a box can store: more cannot be written or could not be read back.
-constexpr std::size_t most_sensors = 10000;
-constexpr std::size_t longest_name = 10000;
+constexpr std::size_t most_sensors = VESK_MAX_COUNT;
+constexpr std::size_t longest_name = VESK_MAX_COUNT;
 
 // A header line is recognised by these words, or by a first name that begins with "::". They are
 // the fixed vocabulary of the format.

@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include <vesk/vesk_limits.h>
+
 #include "box/box_writer.hpp"
 #include "box/event_channel.hpp"
 #include "box/limited_events.hpp"
@@ -35,7 +37,8 @@ uint32_t parse_type(const std::string &text)
     uint32_t type = 0;
     const char *end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, type);
-    if (error != std::errc() || rest != end || type < 1 || type > last_event_type) {
+    if (error != std::errc() || rest != end || type < VESK_MIN_EVENT_TYPE ||
+        type > last_event_type) {
         throw failure(exit_usage, fmt::format("TYPE {}: must be a number from 1 to {}",
                                               printable(text), last_event_type));
     }

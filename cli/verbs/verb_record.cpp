@@ -108,7 +108,7 @@ private:
             if (!tick) {
                 break;
             }
-            note_late(own_.sample(*tick));
+            note_late(own_.sample(*tick, read_clocks().monotonic));
             snapshot now = machine_.take();
             take(readings_between(before, now));
             before = std::move(now);

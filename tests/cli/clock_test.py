@@ -79,7 +79,8 @@ def main():
         problems = []
         if code != 0:
             problems.append(f"exit code {code}")
-        if text.count("not recorded") != 1 or len(text.splitlines()) != 2:
+        # Beside these two lines it says that it begins and that it ends.
+        if text.count("not recorded") != 1 or len(text.splitlines()) != 4:
             problems.append("not said once")
         if missing is None or int(missing.group(1)) < 2:
             problems.append("the number of missing samples is wrong")

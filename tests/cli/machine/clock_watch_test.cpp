@@ -60,8 +60,8 @@ TEST(ClockWatch, TellsSleepAndASetClockApart)
 TEST(LateCount, IsNoneWhileSamplesComeInTime)
 {
     late_count late(10);
-    EXPECT_EQ(late.taken(1000), 0U);
-    EXPECT_EQ(late.taken(1010), 0U);
+    EXPECT_EQ(late.taken(1000, 1000), 0U);
+    EXPECT_EQ(late.taken(1010, 1010), 0U);
     EXPECT_FALSE(late.due(0));
     EXPECT_FALSE(late.due(0, true));
 }
@@ -73,7 +73,7 @@ TEST(LateCount, TellsOncePerMinute)
     int told = 0;
     uint64_t missed = 0;
     for (double now = 0; now < 300; now += 3, tick += 3) {
-        late.taken(tick);
+        late.taken(tick, now);
         if (const auto found = late.due(now)) {
             ++told;
             missed += found->missed;
@@ -91,19 +91,29 @@ TEST(LateCount, TellsOncePerMinute)
 TEST(LateCount, IsNoneAcrossSleep)
 {
     late_count late(1);
-    late.taken(10);
+    late.taken(10, 10);
     late.forget();
-    EXPECT_EQ(late.taken(5000), 0U);
-    EXPECT_EQ(late.taken(5002), 1U);
+    EXPECT_EQ(late.taken(5000, 5000), 0U);
+    EXPECT_EQ(late.taken(5002, 5002), 1U);
     ASSERT_TRUE(late.due(0));
+}
+
+TEST(LateCount, BelievesNoClockThatWasSetForward)
+{
+    late_count late(1);
+    late.taken(1000, 10);
+    EXPECT_EQ(late.taken(630721000, 11), 0U);
+    EXPECT_EQ(late.taken(630721001, 12), 0U);
+    EXPECT_EQ(late.taken(630721100, 15), 2U);
+    EXPECT_EQ(late.taken(630721102, 16.1), 1U) << "the one before came late";
 }
 
 TEST(LateCount, TakesAClockThatWasSetBackForNothing)
 {
     late_count late(1);
-    late.taken(5000);
-    EXPECT_EQ(late.taken(10), 0U);
-    EXPECT_EQ(late.taken(11), 0U);
+    late.taken(5000, 5000);
+    EXPECT_EQ(late.taken(10, 10), 0U);
+    EXPECT_EQ(late.taken(11, 11), 0U);
 }
 
 } // namespace

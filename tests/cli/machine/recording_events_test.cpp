@@ -138,10 +138,10 @@ TEST_F(RecordingEvents, TellThatTheMachineSlept)
 {
     recording_events &own = start();
     take();
-    own.sample(100001);
+    own.sample(100001, 1);
     own.look({100601, 501, 1101});
     EXPECT_THAT(texts(), ElementsAre("gap from=100000 to=100601 seconds=600 reason=suspend"));
-    own.sample(100602);
+    own.sample(100602, 502);
     own.end({100602, 502, 1102}, "count");
     EXPECT_THAT(texts(), ElementsAre(StartsWith("gap "), StartsWith("end ")));
 }
@@ -150,10 +150,10 @@ TEST_F(RecordingEvents, TellThatSamplesCameTooLate)
 {
     recording_events &own = start();
     take();
-    own.sample(100001);
-    EXPECT_EQ(own.sample(100005), 3U);
+    own.sample(100001, 1);
+    EXPECT_EQ(own.sample(100005, 5), 3U);
     own.look(at(5));
-    own.sample(100010);
+    own.sample(100010, 10);
     own.look(at(10));
     EXPECT_THAT(texts(), ElementsAre("gap from=100001 to=100005 seconds=3 reason=late missed=3"));
     own.end(at(11), "count");
