@@ -32,7 +32,7 @@
  * 3. Durability. A vector or an event is with the operating system when the call returns; nothing
  *    is synced to the disk, except by vesk_sync(). The state file is written when a recorder is
  *    created and whenever its files change, in place, and never by vesk_close().
- *    vesk_backup_state() keeps a copy of it, and vesk_recover() (vesk_recover.h) brings a box back
+ *    vesk_backup_state() keeps a copy of it, and vesk_recover() (vesk_recover.h) recovers a box
  *    after a crash.
  * 4. Failures. A vector that could not be written is not counted. When the call that failed had to
  *    move on to the next file first, the recorder should be closed and opened again: its state may
@@ -224,7 +224,7 @@ VESK_API int vesk_sync(const vesk *vesk);
 
 /**
  * Writes a copy of the state file beside it, under its name and ".bak", from which vesk_recover()
- * brings back a box whose state file was lost while it was written. The copy replaces the one
+ * recovers a box whose state file was lost while it was written. The copy replaces the one
  * before as a whole and is synced: whenever the process is killed or power is lost, one of the two
  * is there.
  *

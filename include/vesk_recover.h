@@ -1,15 +1,15 @@
 /**
  * @file
- * @brief Bringing a box back after a crash.
+ * @brief Recovering a box after a crash.
  *
  * A process that is killed, a disk that is full or a file that rots may leave a box that
- * vesk_open() does not open, or opens only to fail at the next rotation. vesk_recover() brings such
- * a box to a state in which a recorder goes on:
+ * vesk_open() does not open, or opens only to fail at the next rotation. vesk_recover() turns such
+ * a box into one on which a recorder goes on:
  *
  * - bytes in no complete stream (a torn tail, a damaged middle) are taken out of the buffer; the
  *   streams behind them stay;
  * - bare events get the type word that lets readers take them, and records that are whole but
- *   refused by the readers are mended;
+ *   refused by the readers are changed so that readers take them;
  * - a buffer that has to be full is padded: a current buffer with samples of NaN at its last time,
  *   which add nothing to any statistic, a history buffer with intervals of count 0;
  * - a state file that is missing, partial or behind its buffers is written anew, from the backup
@@ -75,7 +75,7 @@ typedef struct vesk_recover_step {
     const char *filename;       /**< to which file; lives until the visitor returns */
     uint64_t offset;            /**< where in the file the bytes or the stream in question begin */
     uint64_t length;            /**< how many bytes of the file; with 0 the whole file is meant */
-    uint32_t count; /**< records that are added, mended or set aside, else 0. What is done
+    uint32_t count; /**< records that are added, changed or set aside, else 0. What is done
                          to records of one stream, or of streams that follow each other,
                          is one step. What is done for the same reason more than 64 times
                          in a file is summed up: one more step counts the rest, places without

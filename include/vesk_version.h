@@ -17,7 +17,7 @@ extern "C" {
 /* The only place of the number: CMake reads its project version from the next three lines. */
 #define VESK_VERSION_MAJOR 1 /**< changes when a program linked before would break */
 #define VESK_VERSION_MINOR 0 /**< changes when something is added */
-#define VESK_VERSION_PATCH 0 /**< changes when something is mended */
+#define VESK_VERSION_PATCH 0 /**< changes when a fault is fixed */
 
 /** @cond */
 #define VESK_VERSION_QUOTE(number) #number

@@ -1,4 +1,6 @@
-// Telling, outside the box, what is in it.
+// Reports outside of the box which vectors are in it, so that a program that feeds an import knows
+// what it may forget. Each vector gives one line with its time, written only after the vector is in
+// the box.
 #ifndef VESK_CLI_BOX_ACKNOWLEDGEMENTS_HPP
 #define VESK_CLI_BOX_ACKNOWLEDGEMENTS_HPP
 

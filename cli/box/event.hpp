@@ -1,4 +1,5 @@
-// An event: something that happened at one moment, in words.
+// An event: something that happened at one moment, with a type and a text. This is the form in
+// which the command passes events around before they are checked and stored (see event_record.hpp).
 #ifndef VESK_CLI_BOX_EVENT_HPP
 #define VESK_CLI_BOX_EVENT_HPP
 

@@ -1,4 +1,6 @@
-// What is wrong with a box, what is done about it, and how that is said.
+// Plans what a recovery would change in a box, and puts its steps, its outcome and its failures
+// into words. Nothing here changes a file. The verbs check and repair share it, so that one
+// announces what the other does.
 #ifndef VESK_CLI_BOX_RECOVERY_HPP
 #define VESK_CLI_BOX_RECOVERY_HPP
 

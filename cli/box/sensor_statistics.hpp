@@ -1,4 +1,6 @@
-// All that can be told of one sensor over a span of time.
+// The statistics of one sensor over a span of time. Samples and intervals of history go in, in the
+// order of time; the count, the extremes, the moments, and the first and last value with their
+// times come out.
 #ifndef VESK_CLI_BOX_SENSOR_STATISTICS_HPP
 #define VESK_CLI_BOX_SENSOR_STATISTICS_HPP
 

@@ -1,4 +1,5 @@
-// Failures that a recording outlives: the next sample may be taken, though this one was not.
+// Failures that do not end a recording: the sample at hand is lost, but the next one may be taken.
+// Callers tell them from other failures by their type.
 #ifndef VESK_CLI_BOX_STORAGE_FAILURE_HPP
 #define VESK_CLI_BOX_STORAGE_FAILURE_HPP
 

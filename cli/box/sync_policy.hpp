@@ -1,4 +1,6 @@
-// When what was written is brought onto the medium.
+// The moments at which written data is synced to the medium, as the option --sync names them. A
+// sync costs time and wears out flash memory, so the user chooses how much a loss of power may
+// take.
 #ifndef VESK_CLI_BOX_SYNC_POLICY_HPP
 #define VESK_CLI_BOX_SYNC_POLICY_HPP
 

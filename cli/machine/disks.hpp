@@ -1,4 +1,5 @@
-// What the disks do: /proc/diskstats.
+// Measures the traffic of disks from /proc/diskstats. The text of that file goes in, counters for
+// each disk come out; their growth becomes a rate later.
 #ifndef VESK_CLI_MACHINE_DISKS_HPP
 #define VESK_CLI_MACHINE_DISKS_HPP
 

@@ -1,4 +1,6 @@
-// The space of file systems.
+// Measures how full file systems are. A file system may never answer, because its device has
+// failed, so the question is asked in a helper process and a sample waits for the answer only a
+// short time.
 #ifndef VESK_CLI_MACHINE_FILE_SYSTEMS_HPP
 #define VESK_CLI_MACHINE_FILE_SYSTEMS_HPP
 

@@ -1,4 +1,5 @@
-// The groups that sensors belong to, and which of them somebody wants.
+// The groups of sensors, such as "cpu" and "disk", and the choice of the sensors that a recording
+// takes. A source whose group is not wanted is not even read.
 #ifndef VESK_CLI_MACHINE_GROUPS_HPP
 #define VESK_CLI_MACHINE_GROUPS_HPP
 

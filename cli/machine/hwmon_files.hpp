@@ -1,4 +1,6 @@
-// The chips of /sys/class/hwmon, read as files.
+// Reads the chips of /sys/class/hwmon as files. This serves machines below another root, and builds
+// without libsensors. The names are those that libsensors gives, so that a box can be continued by
+// either build.
 #ifndef VESK_CLI_MACHINE_HWMON_FILES_HPP
 #define VESK_CLI_MACHINE_HWMON_FILES_HPP
 

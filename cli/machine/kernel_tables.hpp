@@ -1,4 +1,5 @@
-// Tables of the kernel that may be full: open files and connections that it follows.
+// Measures tables of the kernel that can become full: open files, and connections that the firewall
+// tracks. A full table makes programs fail in ways that are hard to explain afterwards.
 #ifndef VESK_CLI_MACHINE_KERNEL_TABLES_HPP
 #define VESK_CLI_MACHINE_KERNEL_TABLES_HPP
 

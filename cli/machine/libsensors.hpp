@@ -1,4 +1,5 @@
-// The calls of libsensors, all of which do nothing where the command was built without it.
+// Calls libsensors. Every function does nothing if the command was built without it, so callers
+// need no conditional compilation.
 #ifndef VESK_CLI_MACHINE_LIBSENSORS_HPP
 #define VESK_CLI_MACHINE_LIBSENSORS_HPP
 

@@ -1,4 +1,5 @@
-// What one look at the machine gives, before any arithmetic.
+// The raw result of one look at the machine: named gauges and counters. rates.hpp makes values from
+// two of them. The rules for names are stated and applied here, once for all sources.
 #ifndef VESK_CLI_MACHINE_MEASUREMENT_HPP
 #define VESK_CLI_MACHINE_MEASUREMENT_HPP
 

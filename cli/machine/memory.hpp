@@ -1,4 +1,5 @@
-// Memory, swap space and paging: /proc/meminfo and /proc/vmstat.
+// Measures memory, swap space and paging from /proc/meminfo and /proc/vmstat. The parsers take the
+// text of the file, so that they can be tested with texts of other machines.
 #ifndef VESK_CLI_MACHINE_MEMORY_HPP
 #define VESK_CLI_MACHINE_MEMORY_HPP
 

@@ -1,4 +1,5 @@
-// The file systems whose space is worth recording: /proc/self/mountinfo.
+// Chooses the file systems whose space is worth recording, from the text of /proc/self/mountinfo,
+// and gives each a name that stays the same from start to start.
 #ifndef VESK_CLI_MACHINE_MOUNTS_HPP
 #define VESK_CLI_MACHINE_MOUNTS_HPP
 

@@ -1,4 +1,6 @@
-// Interfaces of the network: /proc/net/dev, and the signal of wireless ones: /proc/net/wireless.
+// Measures the interfaces of the network from /proc/net/dev, and the signal of wireless ones from
+// /proc/net/wireless. The parsers take the text of the file, so that they can be tested with texts
+// of other machines.
 #ifndef VESK_CLI_MACHINE_NETWORK_HPP
 #define VESK_CLI_MACHINE_NETWORK_HPP
 

@@ -1,4 +1,5 @@
-// Batteries, mains, and what the processors take: /sys/class/power_supply and /sys/class/powercap.
+// Measures batteries and mains from /sys/class/power_supply, and the power of the processors from
+// /sys/class/powercap. The number of devices is bounded.
 #ifndef VESK_CLI_MACHINE_POWER_HPP
 #define VESK_CLI_MACHINE_POWER_HPP
 

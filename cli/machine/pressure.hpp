@@ -1,4 +1,5 @@
-// How long tasks waited for what is scarce: /proc/pressure, and the same files of cgroups.
+// Measures how long tasks waited for processors, memory, disks and interrupts, from /proc/pressure
+// and the files of the same form that cgroups have.
 #ifndef VESK_CLI_MACHINE_PRESSURE_HPP
 #define VESK_CLI_MACHINE_PRESSURE_HPP
 

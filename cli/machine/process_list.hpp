@@ -1,4 +1,6 @@
-// Which processes use the most: of the processors, of the memory, and of the disks.
+// Finds the processes that use the most processor time, memory and disk, so that an event can tell
+// who loaded the machine. Two passes over /proc give the use in between. Names of processes may
+// hold any bytes.
 #ifndef VESK_CLI_MACHINE_PROCESS_LIST_HPP
 #define VESK_CLI_MACHINE_PROCESS_LIST_HPP
 

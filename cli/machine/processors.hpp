@@ -1,4 +1,5 @@
-// What the processors do: /proc/stat, /proc/loadavg, /proc/uptime.
+// Measures processors, load and uptime from /proc/stat, /proc/loadavg and /proc/uptime. The parsers
+// take the text of the file, so that they can be tested with texts of other machines.
 #ifndef VESK_CLI_MACHINE_PROCESSORS_HPP
 #define VESK_CLI_MACHINE_PROCESSORS_HPP
 

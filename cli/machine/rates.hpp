@@ -1,4 +1,5 @@
-// The arithmetic between two looks at the machine.
+// Turns two snapshots of the machine into the values that are recorded: gauges as they are,
+// counters as rates, sums as means. There are no system calls here.
 #ifndef VESK_CLI_MACHINE_RATES_HPP
 #define VESK_CLI_MACHINE_RATES_HPP
 

@@ -1,4 +1,5 @@
-// One look at the machine: reads, and nothing else.
+// Takes one snapshot of the machine: reads all sources that are wanted and does no arithmetic with
+// what they give. It never waits long, so that samples stay on time.
 #ifndef VESK_CLI_MACHINE_SAMPLER_HPP
 #define VESK_CLI_MACHINE_SAMPLER_HPP
 

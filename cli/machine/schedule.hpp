@@ -1,4 +1,5 @@
-// When to look at the machine.
+// Computes when the next sample is due and how long to wait for it. Samples lie on whole multiples
+// of the interval, as clocks do, so that recordings of several machines have the same times.
 #ifndef VESK_CLI_MACHINE_SCHEDULE_HPP
 #define VESK_CLI_MACHINE_SCHEDULE_HPP
 

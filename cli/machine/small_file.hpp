@@ -1,4 +1,6 @@
-// Small files that the kernel or the system keeps, read in one go.
+// Reads small files of the kernel or the system in one go, bounded in size and without waiting. A
+// file that is missing reads as an empty text, because most of these files exist only on some
+// machines.
 #ifndef VESK_CLI_MACHINE_SMALL_FILE_HPP
 #define VESK_CLI_MACHINE_SMALL_FILE_HPP
 

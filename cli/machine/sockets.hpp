@@ -1,4 +1,5 @@
-// TCP, UDP and sockets: /proc/net/{snmp,snmp6,netstat,sockstat,sockstat6}.
+// Measures TCP, UDP and sockets from /proc/net/{snmp,snmp6,netstat,sockstat,sockstat6}. A table or
+// a column that the kernel does not have gives no sensor.
 #ifndef VESK_CLI_MACHINE_SOCKETS_HPP
 #define VESK_CLI_MACHINE_SOCKETS_HPP
 

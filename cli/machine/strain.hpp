@@ -1,4 +1,5 @@
-// How hard pressed the machine is: the marks at which a recording looks who is to blame.
+// Tells when the machine comes under strain: when memory pressure, swap use or load passes a mark.
+// A recording then lists the processes that use the most, at the moment when it matters.
 #ifndef VESK_CLI_MACHINE_STRAIN_HPP
 #define VESK_CLI_MACHINE_STRAIN_HPP
 

@@ -1,4 +1,5 @@
-// How fast the processors run, and how warm the machine is where no chip of hwmon tells.
+// Measures how fast the processors run, and temperatures where no chip of hwmon measures them. Some
+// kernels need 10 ms to measure one frequency, so only so many processors are asked.
 #ifndef VESK_CLI_MACHINE_TEMPERATURE_HPP
 #define VESK_CLI_MACHINE_TEMPERATURE_HPP
 

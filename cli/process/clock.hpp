@@ -1,4 +1,5 @@
-// Seconds of the two clocks.
+// Reads the two clocks of the system in seconds: a monotonic one to measure intervals with, and the
+// one on the wall, which somebody may set at any time.
 #ifndef VESK_CLI_PROCESS_CLOCK_HPP
 #define VESK_CLI_PROCESS_CLOCK_HPP
 

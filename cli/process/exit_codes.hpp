@@ -1,4 +1,5 @@
-// What the command tells its caller; the same numbers stand in --help and in docs/command.md.
+// The exit codes of the command. Scripts depend on them: the same numbers are stated in --help and
+// in docs/command.md, and do not change.
 #ifndef VESK_CLI_PROCESS_EXIT_CODES_HPP
 #define VESK_CLI_PROCESS_EXIT_CODES_HPP
 

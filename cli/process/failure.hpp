@@ -1,4 +1,5 @@
-// How a verb gives up: with a sentence for people and an exit code for programs.
+// The exceptions by which a verb gives up: a sentence for people and an exit code for programs.
+// main() prints those that no verb caught, and ends with their code.
 #ifndef VESK_CLI_PROCESS_FAILURE_HPP
 #define VESK_CLI_PROCESS_FAILURE_HPP
 

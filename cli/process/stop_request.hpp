@@ -1,4 +1,5 @@
-// SIGINT, SIGTERM and SIGHUP ask a verb to end cleanly.
+// Lets SIGINT, SIGTERM and SIGHUP ask a verb to end cleanly, instead of killing it in the middle of
+// a write. The verb asks or waits for the request at places where it can stop.
 #ifndef VESK_CLI_PROCESS_STOP_REQUEST_HPP
 #define VESK_CLI_PROCESS_STOP_REQUEST_HPP
 

@@ -1,4 +1,5 @@
-// What people see on standard error. Standard output belongs to data.
+// Prints what people read: messages, notes and a status line, all on standard error, because
+// standard output belongs to data. Texts of unknown origin are made printable first.
 #ifndef VESK_CLI_PROCESS_TERMINAL_HPP
 #define VESK_CLI_PROCESS_TERMINAL_HPP
 

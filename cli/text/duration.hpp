@@ -1,4 +1,5 @@
-// Durations, as people write them on the command line.
+// Durations as people write them on the command line, such as "1h30m", to seconds and back. They
+// are whole seconds, as all times in a box are.
 #ifndef VESK_CLI_TEXT_DURATION_HPP
 #define VESK_CLI_TEXT_DURATION_HPP
 

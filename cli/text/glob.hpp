@@ -1,4 +1,5 @@
-// Patterns of names, like those of a shell.
+// Matches names against patterns like those of a shell. The time is bounded by the product of the
+// two lengths, whatever the pattern is, so a hostile one cannot stall the command.
 #ifndef VESK_CLI_TEXT_GLOB_HPP
 #define VESK_CLI_TEXT_GLOB_HPP
 

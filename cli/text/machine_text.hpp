@@ -1,4 +1,5 @@
-// Text and numbers in the formats that machines read: CSV (RFC 4180), tab-separated values, JSON.
+// Formats text and numbers for programs: CSV (RFC 4180), tab-separated values and JSON. Texts may
+// hold any bytes; what comes out is always valid in its format.
 #ifndef VESK_CLI_TEXT_MACHINE_TEXT_HPP
 #define VESK_CLI_TEXT_MACHINE_TEXT_HPP
 

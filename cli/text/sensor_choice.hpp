@@ -1,4 +1,5 @@
-// Which sensors somebody means.
+// Finds out which sensors of a box the user means by the patterns of --sensor. A pattern that fits
+// none is a failure with a suggestion, so that a slip is noticed.
 #ifndef VESK_CLI_TEXT_SENSOR_CHOICE_HPP
 #define VESK_CLI_TEXT_SENSOR_CHOICE_HPP
 

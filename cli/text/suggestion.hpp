@@ -1,4 +1,5 @@
-// The word that somebody who has mistyped one may have meant.
+// Suggests the word that somebody meant who mistyped one, for messages such as "did you mean
+// 'stats'?". It returns an empty text if no word is close enough.
 #ifndef VESK_CLI_TEXT_SUGGESTION_HPP
 #define VESK_CLI_TEXT_SUGGESTION_HPP
 

@@ -1,4 +1,5 @@
-// Numbers and times as text, strict on the way in and exact on the way out.
+// Converts numbers and times to text and back: strict when it parses, exact when it formats, so
+// that a value survives the way through a text unchanged.
 #ifndef VESK_CLI_TEXT_VALUE_TEXT_HPP
 #define VESK_CLI_TEXT_VALUE_TEXT_HPP
 

@@ -1,4 +1,5 @@
-// Options that several verbs have.
+// Options that several verbs share, with their help. Each function adds one group of them to a verb
+// and says where the values go.
 #ifndef VESK_CLI_VERBS_COMMON_OPTIONS_HPP
 #define VESK_CLI_VERBS_COMMON_OPTIONS_HPP
 

@@ -1,4 +1,5 @@
-// The forms in which `vesk fetch` prints its rows.
+// Prints the rows of `vesk fetch`, for people or in a format for programs. The rows come one by one
+// and are printed at once; only the names of the sensors are kept.
 #ifndef VESK_CLI_VERBS_FETCH_OUTPUT_HPP
 #define VESK_CLI_VERBS_FETCH_OUTPUT_HPP
 

@@ -1,4 +1,5 @@
-// What a verb prints: a table for people, or one of the formats that programs read.
+// The format in which a verb prints: a table for people, or one of several formats for programs.
+// The option --format is parsed here, and lines of fields are put together.
 #ifndef VESK_CLI_VERBS_OUTPUT_FORMAT_HPP
 #define VESK_CLI_VERBS_OUTPUT_FORMAT_HPP
 

@@ -1,4 +1,5 @@
-// The options of `vesk record` that say which events it writes by itself.
+// The options of `vesk record` that say which events it writes by itself: processes, messages of
+// the kernel, the machine id, and how many bytes they may take.
 #ifndef VESK_CLI_VERBS_RECORD_EVENT_OPTIONS_HPP
 #define VESK_CLI_VERBS_RECORD_EVENT_OPTIONS_HPP
 

@@ -1,4 +1,5 @@
-// The options that say which sensors of which machine are wanted.
+// The options that say which sensors of which machine are wanted. `vesk record` and `vesk sensors`
+// share them, so that one lists exactly what the other records.
 #ifndef VESK_CLI_VERBS_SENSOR_OPTIONS_HPP
 #define VESK_CLI_VERBS_SENSOR_OPTIONS_HPP
 

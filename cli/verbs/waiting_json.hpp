@@ -1,4 +1,5 @@
-// The events that wait for a box, as `info` and `check` tell them to programs.
+// The JSON form of the report on events that wait for a box. `vesk info` and `vesk check` share it,
+// so that programs find the same keys in both.
 #ifndef VESK_CLI_VERBS_WAITING_JSON_HPP
 #define VESK_CLI_VERBS_WAITING_JSON_HPP
 

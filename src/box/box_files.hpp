@@ -1,4 +1,5 @@
-// The buffer files of a box, found by their names in its folder.
+// The names of buffer files: how they are formed and recognised, and which of them lie in the
+// folder of a box. No buffer is opened here.
 #ifndef VESK_BOX_BOX_FILES_HPP
 #define VESK_BOX_BOX_FILES_HPP
 

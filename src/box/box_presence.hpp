@@ -1,4 +1,5 @@
-// Whether there is anything of a box, before one is made there.
+// Finds out whether any file of a box exists, before a new box is made under its name. The caller
+// may make a box only if the answer is certain.
 #ifndef VESK_BOX_BOX_PRESENCE_HPP
 #define VESK_BOX_BOX_PRESENCE_HPP
 

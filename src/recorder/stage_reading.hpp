@@ -1,4 +1,6 @@
-// Reading a stage from a state file, with a choice of how its current buffer is read. Not exported.
+// Reads a stage from a state file, with a choice of how its current buffer is read. The exported
+// functions read it in pieces; vesk_start() reads it whole, so that a failing medium gives an error
+// code. Not exported.
 #ifndef VESK_RECORDER_STAGE_READING_HPP
 #define VESK_RECORDER_STAGE_READING_HPP
 

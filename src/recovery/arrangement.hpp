@@ -51,7 +51,7 @@ struct arrangement_choice {
 class box_coverage
 {
 public:
-    // Looks at the buffers of `box` as they are, or as they will be when they are mended. False
+    // Looks at the buffers of `box` as they are, or as they will be when they are recovered. False
     // without memory.
     bool gather(const box_file_list &files, const arrangement &box, bool when_mended);
 

@@ -31,7 +31,7 @@ struct box_file {
     bool blank = false;  // it is empty or has nothing but zero bytes: it holds nothing
     bool placed = false; // it belongs to the box
     buffer_contents contents;
-    buffer_contents mended; // as the box needs it, when it has to be mended for that
+    buffer_contents mended; // as the box needs it, when it has to be changed for that
 
     // What it holds in the end.
     const buffer_contents &final_contents() const { return mended.steps > 0 ? mended : contents; }

@@ -1,4 +1,4 @@
-// Mending one buffer: its header, its streams in file order, and the padding at its end. What is
+// Recovering one buffer: its header, its streams in file order, and the padding at its end. What is
 // done to a stream is in mended_stream.cpp, what is done to a record in record_mender.cpp.
 #include "recovery/buffer_mender.hpp"
 

@@ -1,9 +1,9 @@
-// Mending one buffer file.
+// Recovering one buffer file.
 //
 // In: the path of a buffer file, which may be missing, and what is known about it from elsewhere.
-// Out: what has to be done, step by step; the mended buffer, when there is a file for it; and what
-// is in it then. Nothing is assumed about the content of the file. Planning and doing are one code,
-// so a plan tells what is done.
+// Out: what has to be done, step by step; the recovered buffer, when there is a file for it; and
+// what is in it then. Nothing is assumed about the content of the file. Planning and doing are one
+// code, so a plan tells what is done.
 //
 // A stream in which nothing has to be changed is copied as it is. One in which something has to be
 // changed is compressed anew.
@@ -42,7 +42,7 @@ struct buffer_expectation {
     const vesk_cb_record_sensor_names *names_behind = nullptr;
 };
 
-// What is in a buffer once it is mended, and what was done to it.
+// What is in a buffer once it is recovered, and what was done to it.
 struct buffer_contents {
     uint32_t kind = 0;             // the kind that the header states, 0 without header
     uint32_t capacity = 0;         // the capacity that it states

@@ -1,4 +1,4 @@
-// The sensors of a buffer while it is mended: which names hold, which wait, and which take the
+// The sensors of a buffer while it is recovered: which names hold, which wait, and which take the
 // place of names that are lost.
 #include "recovery/governing_names.hpp"
 

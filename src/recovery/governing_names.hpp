@@ -1,4 +1,4 @@
-// The names that govern the records of a buffer while it is mended.
+// The names that govern the records of a buffer while it is recovered.
 //
 // In: the names records of the buffer, in order, and what is known about the sensors from
 // elsewhere. Out: their bytes, in the content of the stream at hand, and the first and the last

@@ -17,7 +17,7 @@ public:
     {
     }
 
-    // Finds what the mended buffers of the box prove to hold. Before anything else. 0 or
+    // Finds what the recovered buffers of the box prove to hold. Before anything else. 0 or
     // QE_ERROR_NO_MEMORY (-22).
     int judge(const arrangement &box);
 

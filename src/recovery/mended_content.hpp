@@ -1,4 +1,4 @@
-// The content of one stream of a mended buffer, while it is put together.
+// The content of one stream of a recovered buffer, while it is put together.
 //
 // In: records, as they were found or as they should be. Out: their bytes in the stored form, in
 // the order in which they came, and where they may be divided into streams: what is added to a

@@ -1,4 +1,4 @@
-// Writes a repaired buffer. Ranges of the old file are copied byte for byte, or are collected for
+// Writes a recovered buffer. Ranges of the old file are copied byte for byte, or are collected for
 // FILE.torn; new content is compressed into one or more streams. Without an output nothing is read
 // or written, so that planning a recovery runs the same code as carrying it out.
 #include "recovery/mended_file.hpp"

@@ -1,8 +1,9 @@
-// Where a mended buffer goes, with what is taken out of it.
+// Where a recovered buffer goes, with what is taken out of it.
 //
-// In: pieces of the file that is mended, and content that was put together. Out: the streams of the
-// mended buffer, and the bytes that were taken out. A piece is copied as it is; content becomes one
-// stream. Without an output all of this does nothing, which makes a plan of the same code.
+// In: pieces of the file that is recovered, and content that was put together. Out: the streams of
+// the recovered buffer, and the bytes that were taken out. A piece is copied as it is; content
+// becomes one stream. Without an output all of this does nothing, which makes a plan of the same
+// code.
 #ifndef VESK_RECOVERY_MENDED_FILE_HPP
 #define VESK_RECOVERY_MENDED_FILE_HPP
 
@@ -14,7 +15,7 @@
 
 // The parts that a mender writes.
 struct mended_file {
-    FILE *buffer = nullptr; // the mended buffer
+    FILE *buffer = nullptr; // the recovered buffer
     byte_list torn;         // what was taken out
 };
 
@@ -25,7 +26,7 @@ class mended_output
 public:
     explicit mended_output(mended_file *output) : output_(output) {}
 
-    // Opens the file that is mended. 0 or QE_ERROR_OPEN (-40).
+    // Opens the file that is recovered. 0 or QE_ERROR_OPEN (-40).
     int open_source(const char *filename);
 
     int copy(uint64_t offset, uint64_t length);

@@ -1,4 +1,4 @@
-// The records of a buffer that is mended, one by one.
+// The records of a buffer that is recovered, one by one.
 //
 // In: names, samples, intervals and events as the scanner shows them, in file order. Out: each of
 // them in the content of the stream at hand, as it was found or as readers take it, or taken out of

@@ -3,13 +3,13 @@
 //   look            reads everything once (survey)
 //   arrange         chooses the buffers of the box and its sizes (arrangement, size_choice)
 //   mend_buffers    makes each of them what the next rotation needs
-//   judge_others    finds what the mended buffers prove to hold (leftovers)
+//   judge_others    finds what the recovered buffers prove to hold (leftovers)
 //   number          finds the number of the next file, and new names where the numbers end
 //   put_state       writes the state file
 //   clear_up        deletes what nothing needs any more
 //
 // The state file comes behind all buffers that it names: whoever is killed before that leaves the
-// box as it was, with some buffers mended, and whoever is killed later leaves a whole box with
+// box as it was, with some buffers recovered, and whoever is killed later leaves a whole box with
 // files beside it that the next recovery deletes. Planning runs the same phases and changes
 // nothing.
 #include <new>
@@ -185,7 +185,7 @@ private:
         return kind == VESK_BUFFER_TYPE_HIST ? 2 * sizes_.intervals : sizes_.samples;
     }
 
-    // What the buffers behind are mended with.
+    // What the buffers behind are recovered with.
     void remember(const buffer_contents &contents)
     {
         if (contents.spans.size() > 0) {

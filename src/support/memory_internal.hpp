@@ -1,4 +1,5 @@
-// A hook for debugging that the environment sets. Not exported.
+// A hook for debugging: the memory level that the environment asks for. It is kept for callers that
+// read it; nothing in the library changes its behaviour by it. Not exported.
 #ifndef VESK_SUPPORT_MEMORY_INTERNAL_HPP
 #define VESK_SUPPORT_MEMORY_INTERNAL_HPP
 
