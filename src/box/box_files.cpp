@@ -85,7 +85,8 @@ int _vesk_list_buffer_names(const char *base, const char *suffix, buffer_names *
             return QE_ERROR_NO_MEMORY;
         }
     }
-    // Only this tells a folder that could not be read from its end.
+    // readdir() returns null both for an error and at the end of the folder; only errno tells them
+    // apart.
     if (errno != 0) {
         return QE_ERROR_IO;
     }

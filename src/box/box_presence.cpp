@@ -1,5 +1,5 @@
-// A file that may not be looked at is not a file that is not there: taking the one for the other
-// overwrites a box.
+// Looks for the state file, its copy and the buffers of a box. A file that cannot be looked at is
+// not treated as absent, because the caller would then make a new box over an existing one.
 
 #include "box/box_presence.hpp"
 

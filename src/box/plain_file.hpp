@@ -1,5 +1,5 @@
-// What stands under the names of a box: whether it is a regular file, and by somebody whose files
-// are taken for those of the box. Such files are opened by what io/plain_open.hpp has.
+// Finds out what lies under the names of a box: a regular file of a user whose files are trusted,
+// or something else. The functions in io/plain_open.hpp open such files.
 #ifndef VESK_BOX_PLAIN_FILE_HPP
 #define VESK_BOX_PLAIN_FILE_HPP
 
@@ -17,8 +17,8 @@ enum class file_presence {
     unknown  // it cannot be told
 };
 
-// Whose files are taken for those of a box: the owner of its folder, the user who runs this, and
-// root, whom nobody has to be protected from.
+// The users whose files are accepted as files of a box: the owner of its folder, the user of this
+// process, and root, who could change every file anyway.
 class trusted_owners
 {
 public:
@@ -36,7 +36,7 @@ private:
 };
 
 // Whether `error`, of a call that looked at a name, says that there is nothing of that name. Every
-// other error says that it could not be told: taking that for an answer would lose files.
+// other error leaves the question open; treating it as "absent" would lose files.
 bool _vesk_means_absent(int error);
 
 // Looks at the name itself, not at what it may lead to, as lstat() does; what a signal interrupts

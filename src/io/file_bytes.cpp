@@ -1,5 +1,5 @@
-// Files are read with read() itself: stdio does not tell how much it has taken when a signal or the
-// medium interrupts it.
+// Reads the rest of a file into memory with read(). It does not use stdio, which does not tell how
+// much it has read when a signal or the medium interrupts it.
 
 #include "io/file_bytes.hpp"
 

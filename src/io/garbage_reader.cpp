@@ -1,5 +1,5 @@
-// A reader that damages what it reads on purpose, for programs that try how they bear bad data. The
-// numbers come from rand(), drawn in the order of the calls.
+// A reader that damages what it reads on purpose, for programs that test how they handle bad data.
+// The numbers come from rand(), drawn in the order of the calls.
 #include <cstdlib>
 
 #include <vesk/error.h>
@@ -50,7 +50,7 @@ static int _garbage_reader_read_bytes(void *implementation, void *buffer, uint32
     }
     if (count == 0) {
         VESK_REQUIRE(reader_eof(r->reader), "reader_eof (reader->reader)");
-        // Damaged data goes on behind the end of the source, but not for ever.
+        // The reader invents data behind the end of the source, but ends at some point.
         if ((rand() & 63) == 0) {
             r->finished = 1;
         }

@@ -1,5 +1,6 @@
-// The end of the input is seen as stdio sees it: when a read finds fewer bytes than it wants, not
-// when the last byte is taken. Readers above tell a clean end from a torn one by that.
+// A reader of bytes in memory. It reports the end of the input as stdio does: when a read finds
+// fewer bytes than it asked for, not when it takes the last byte. Readers above this one
+// distinguish a clean end from a torn one by that.
 
 #include "io/memory_reader.hpp"
 

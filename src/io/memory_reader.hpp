@@ -1,5 +1,5 @@
-// A reader of bytes that are in memory. Reading them cannot fail: who must not meet a failing
-// medium in the middle of a record reads the whole file first (see file_bytes.hpp).
+// A reader of bytes that are in memory. Reading them cannot fail, so a caller that must not meet a
+// failing medium in the middle of a record reads the whole file first (see file_bytes.hpp).
 #ifndef VESK_IO_MEMORY_READER_HPP
 #define VESK_IO_MEMORY_READER_HPP
 

@@ -34,7 +34,7 @@ static constexpr mode_t usual_mode = 0666;
 owned_file _vesk_open_plain_file(const char *path, int flags, link_rule rule)
 {
     const int no_link = rule == link_rule::refuse ? O_NOFOLLOW : 0;
-    // A FIFO without a writer would be waited for, but for O_NONBLOCK; regular files know no wait.
+    // Without O_NONBLOCK, opening a FIFO would wait for its writer. Regular files ignore the flag.
     const int all_flags = flags | no_link | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     int descriptor = -1;
     do {
@@ -82,7 +82,7 @@ static owned_file _open_full_device(const char *path)
 
 owned_file _vesk_overwrite_plain_file(const char *path)
 {
-    // Emptied last, when nothing else can fail any more.
+    // The file is emptied last, so that it keeps its content if anything before fails.
     owned_file file = _vesk_open_plain_file(path, O_WRONLY | O_CREAT);
     if (!file) {
         return _open_full_device(path);

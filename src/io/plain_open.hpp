@@ -1,6 +1,7 @@
-// Opening regular files without being led elsewhere. Names in the folder of a box may be links,
-// FIFOs or devices that somebody put there: none of them is followed or waited for. Only a path
-// that a person gave may be a link. No descriptor stays open in a program that the process starts.
+// Opens regular files and never something else under their names. Names in the folder of a box may
+// be links, FIFOs or devices that somebody put there: none of them is followed or waited for. Only
+// a path that a person gave may be a link. No descriptor stays open in a program that the process
+// starts.
 #ifndef VESK_IO_PLAIN_OPEN_HPP
 #define VESK_IO_PLAIN_OPEN_HPP
 

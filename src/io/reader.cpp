@@ -31,7 +31,8 @@ void reader_destruct(reader *r)
     VESK_REQUIRE(r != nullptr, "reader != ((void *)0)");
     VESK_REQUIRE(r->version == 1, "reader->version == ((char) 1)");
     VESK_REQUIRE(r->fn_destruct != nullptr, "reader->fn_destruct != ((void *)0)");
-    // Dead before the implementation goes: it must not be used while it falls apart.
+    // The reader is marked dead before its implementation is destroyed, so that nobody uses it in
+    // between.
     _reader_destruct(r);
     r->fn_destruct(r->reader);
     free(r->reader);

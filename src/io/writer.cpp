@@ -33,7 +33,8 @@ void writer_destruct(writer *w)
     VESK_REQUIRE(w->version == 1, "writer->version == ((char) 1)");
     VESK_REQUIRE(w->fn_destruct != nullptr, "writer->fn_destruct != ((void *)0)");
     VESK_REQUIRE(w->writer != nullptr, "writer->writer != ((void *)0)");
-    // Dead before the implementation goes: it must not be used while it falls apart.
+    // The writer is marked dead before its implementation is destroyed, so that nobody uses it in
+    // between.
     _writer_destruct(w);
     w->fn_destruct(w->writer);
     free(w->writer);

@@ -52,7 +52,7 @@ static int _open_stream(struct zwriter *zwriter)
     const int result = deflateInit_(&zwriter->zstrm, Z_DEFAULT_COMPRESSION, zlib_interface_version,
                                     zlib_stream_size);
     if (result != Z_OK) {
-        // A dead writer cannot be destroyed: keep no more than there must be.
+        // A dead writer cannot be destroyed any more, so it must keep as little memory as possible.
         zlib_memory_release(&zwriter->memory);
         return _die(zwriter, result);
     }

@@ -292,7 +292,7 @@ double **matrix_enable_direct_access(matrix *m)
     return m->values;
 }
 
-// The old values stay as they are when there is no memory for the new ones.
+// If there is no memory for the new values, the old ones stay.
 static int _matrix_resize_regular(matrix *m, uint32_t nrows, uint32_t ncols)
 {
     VESK_REQUIRE(m->values != nullptr, "matrix->values != ((void *)0)");

@@ -144,7 +144,7 @@ void hist_value_list_clear(hist_value_list *list)
 {
     VESK_REQUIRE(list != nullptr, "list != ((void *)0)");
     list->seq = static_cast<int16_t>(list->seq + 1);
-    // Back at 0, nodes of the first generation would come to life again.
+    // If the counter returned to 0, nodes of the first generation would count as current again.
     VESK_REQUIRE(list->seq != 0, "list->seq != 0");
     list->nitems = 0;
 }

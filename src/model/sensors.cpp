@@ -32,7 +32,8 @@ struct registry {
 
 // Small sets of sensors cost no more than one small table. With more than so many names for each
 // bucket a table of twice the size takes its place, so that a look-up meets few of them; when most
-// of the names are gone, so is that table. Both numbers are choices.
+// of the names are gone, so is that table. Both numbers were chosen freely; results do not depend
+// on them.
 static constexpr uint32_t nbuckets = 32;
 static constexpr uint32_t most_names_per_bucket = 4;
 

@@ -170,7 +170,8 @@ vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples, uint32_t nu
     }
     vesk *recorder = _create(filename, num_cb_samples, num_hb_intervals, true);
     if (recorder == nullptr) {
-        // What is begun is in the way of another attempt, and nothing is in it.
+        // The files that were begun hold nothing and would block another attempt, so they are
+        // removed.
         (void)unlink(path);
         snprintf(path, sizeof path, "%s.state", filename);
         (void)unlink(path);
@@ -216,7 +217,8 @@ vesk *vesk_open(const char *filename)
         return nullptr;
     }
     if (nread < 0) {
-        // The recorder is returned as far as it was read; the cell is all that tells.
+        // The recorder is returned as far as it was read; only the last-error cell tells of the
+        // failure.
         qe_set_last_error(nread);
     }
     return recorder.release();

@@ -1,5 +1,6 @@
-// Moving from stage to stage. The order on the disk is what a crash relies on: first the new files,
-// then the state that names them, and only then do the old ones go.
+// Moves a recorder from stage to stage when its open buffer is full. The order on the disk makes
+// every crash harmless: first the new files are written, then the state file that names them, and
+// only then are the old files deleted.
 
 #include <stdio.h>
 #include <string.h>
@@ -29,8 +30,8 @@ static int _install_stage(vesk *recorder, uint32_t type, void *stage)
     return saved;
 }
 
-// Lets go of two files that the history has replaced. A recorder that promises more keeps them
-// until what replaced them is on the medium.
+// Deletes two files that the history has replaced. A recorder from vesk_start() keeps them until
+// the new history is on the medium.
 static void _release_files(const vesk *recorder, const char *first, const char *second)
 {
     recorder_safety *safety = safety_of(recorder);
@@ -44,9 +45,9 @@ static void _release_files(const vesk *recorder, const char *first, const char *
     }
 }
 
-// Closes the new history. Where more is promised it is brought onto the medium before the state
-// file can name it: a state file that is there without its history would make the recovery fill
-// that with nothing. Where that cannot be done, vesk_settle() tells.
+// Closes the new history. A recorder from vesk_start() syncs it before the state file names it: if
+// a loss of power left a state file without its history, the recovery would make an empty one. If
+// the sync fails, vesk_settle() reports it later.
 static void _finish_hbuf(const vesk *recorder, vesk_hist_buffer **hbuf)
 {
     if (recorder->safety != nullptr && fdatasync(fileno((*hbuf)->fp)) == 0) {
@@ -176,12 +177,12 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
     }
     result = _install_stage(recorder, VESK_ZCF_STATE_HCC, hcc);
     if (result < 0 && recorder->safety == nullptr) {
-        // The history buffer is closed already: this ends the process. A recorder whose first
-        // history nobody refers to does not go on.
+        // The history buffer is closed already, so this ends the process: a recorder cannot go on
+        // when no state file refers to its first history.
         vesk_hist_buffer_close(&hbuf);
         return result;
     }
-    // Only now does the state file on disk do without them.
+    // Only now does the state file on disk no longer name them.
     _release_files(recorder, cbuf0_filename, cbuf1_filename);
     return result;
 }
@@ -254,8 +255,8 @@ static int _rotate(vesk *recorder)
     return result;
 }
 
-// Brings the recorder back to where it was before a transition that failed on its way: another one
-// may be tried, and what this one left would only be in its way.
+// Restores the recorder to its state before a failed transition and removes the files that the
+// transition left, so that another one can be tried.
 static void _undo(vesk *recorder, uint32_t state, uint32_t next_file_number)
 {
     const uint32_t next = state == VESK_ZCF_STATE_HCC ? state : state + 1;
@@ -281,8 +282,8 @@ int _vesk_rotate(vesk *recorder)
     if (safety == nullptr) {
         return _rotate(recorder);
     }
-    // What the transition before has replaced goes first: the room on the disk is bounded, also
-    // where nothing can be synced.
+    // The files that the previous transition replaced are deleted first, so that the room on the
+    // disk stays bounded even if nothing can be synced.
     if (vesk_settle(recorder) < 0) {
         (void)_vesk_drop_consumed(recorder);
     }

@@ -1,5 +1,5 @@
-// Bringing a box onto the medium: syncing it, keeping a copy of its state, and letting go of what
-// the history has replaced once that is safe.
+// Makes a box survive a loss of power: syncs its files, keeps a copy of its state file, and then
+// deletes the files that the history has replaced.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -45,7 +45,8 @@ int vesk_sync(const vesk *recorder)
 {
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
-    // What the stage really is: after a failed transition its buffers are still those of the box.
+    // The stage may be older than the state says: after a failed transition its buffers are still
+    // those of the box.
     const uint32_t type = stage_type(recorder);
     const stage_buffers buffers = _vesk_stage_buffers(recorder, type);
     int result = _sync_full_buffers(buffers, num_full_places(type));
@@ -80,7 +81,7 @@ int vesk_backup_state(const vesk *recorder)
     if (opened < 0) {
         return opened;
     }
-    // The names of the stage are written without a result, so there must be room for all before.
+    // Writing the names of the stage reports no failure, so all memory is reserved before.
     constexpr std::size_t most_bytes = 65536;
     byte_list bytes;
     if (bytes.reserve(most_bytes) == nullptr) {

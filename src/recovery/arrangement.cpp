@@ -87,7 +87,8 @@ bool box_coverage::gather(const box_file_list &files, const arrangement &box, bo
     return true;
 }
 
-// A whole history has no holes. Of another one only what lies in one of its intervals is in it.
+// A complete history has no holes. An incomplete one holds only what lies within one of its
+// intervals.
 bool box_coverage::lies_in_history(const buffer_contents &contents) const
 {
     if (history_is_whole_ && _lies_within(contents, history_span_)) {
@@ -172,7 +173,8 @@ private:
 
     // --- what is written down
 
-    // The state file, unless it is behind its buffers and the copy is not, or is less so.
+    // Prefers the state file, unless it is behind its buffers and the copy is not, or is less far
+    // behind.
     const named_state *choose_named() const
     {
         for (const named_state *named : {&state_, &copy_}) {

@@ -1,4 +1,4 @@
-// Which of the files that were found make the box. Nothing here looks at the disk.
+// Chooses which of the files that were found make the box. Nothing here reads the disk.
 //
 // A state file or its copy that names buffers which are all there is believed, the one that is
 // further ahead when both are behind their buffers. It is left for the buffers themselves only when
@@ -47,7 +47,8 @@ struct arrangement_choice {
     vesk_recover_source source = VESK_RECOVER_FROM_STATE;
 };
 
-// What the box holds, so that what is elsewhere can be compared with it.
+// The spans of time and the files that the box holds, with which the content of other files is
+// compared.
 class box_coverage
 {
 public:
@@ -65,7 +66,7 @@ private:
 
     time_span box_span_ = {INT64_MAX, INT64_MIN};
     time_span history_span_ = {INT64_MAX, INT64_MIN};
-    // By their beginning; the end of each is that of the latest up to there.
+    // Sorted by their beginning; the end of each is the latest end among it and those before it.
     growing_list<time_span> intervals_;
     file_identity identities_[max_places];
     uint32_t history_number_ = 0;

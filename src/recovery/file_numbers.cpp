@@ -23,7 +23,8 @@ uint32_t _vesk_find_free_numbers(number_list *taken, uint64_t start, uint64_t ro
 
 uint32_t _vesk_find_next_number(number_list *taken, uint64_t start)
 {
-    // More rotations than a machine lives to see; and those of some weeks at one a second.
+    // The first range lasts for more rotations than a machine can make in its life, the second for
+    // some weeks at one rotation a second.
     constexpr uint64_t rooms[] = {uint64_t(1) << 28, uint64_t(1) << 21};
     for (const uint64_t room : rooms) {
         const uint32_t number = _vesk_find_free_numbers(taken, start, room);

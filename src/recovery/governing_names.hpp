@@ -34,7 +34,7 @@ public:
     // Names for `n` sensors, or for any number when that is 0, whose own names are lost: those of
     // another buffer, when they are as many, or made ones.
     int replace(uint32_t n, int64_t time);
-    // One sensor is enough where there is nothing to tell.
+    // Padding needs names too; one sensor is enough where nothing is known.
     int keep_one(int64_t time);
 
     // Whether names of the stream at hand wait that no interval has needed.

@@ -64,7 +64,7 @@ int leftovers::clear_file(const box_file &file)
     return remove(path);
 }
 
-// Removes what a recovery made, and tells what somebody else put in its place.
+// Removes a file that a recovery made. A foreign file in its place is reported and kept.
 int leftovers::clear_path(const char *path)
 {
     struct stat status = {};
@@ -93,8 +93,8 @@ int leftovers::clear_unfinished()
     return result == 0 ? clear_beside(replacement_suffix, nullptr) : result;
 }
 
-// The files with a suffix behind the name of a buffer. With `spared`, those of buffers that stay
-// are left alone, but for those that are somebody else's, which are told.
+// The files with a suffix behind the name of a buffer. With `spared`, the files of buffers that
+// stay are kept in silence; foreign ones among them are reported.
 int leftovers::clear_beside(const char *suffix, const arrangement *spared)
 {
     buffer_names names;

@@ -1,6 +1,6 @@
-// What becomes of the files that are not in the box, once its state file names others: those of
-// which all is in the box are deleted, others are told and stay. Beside them, what an earlier
-// recovery left unfinished goes, and what was taken out of a buffer goes with the buffer.
+// Decides about the files that do not belong to the recovered box. A buffer is deleted if the box
+// holds everything in it; any other buffer is reported and kept. Unfinished files of an earlier
+// recovery are deleted, and so is FILE.torn when its buffer is.
 #ifndef VESK_RECOVERY_LEFTOVERS_HPP
 #define VESK_RECOVERY_LEFTOVERS_HPP
 
@@ -17,14 +17,14 @@ public:
     {
     }
 
-    // Finds what the recovered buffers of the box prove to hold. Before anything else. 0 or
-    // QE_ERROR_NO_MEMORY (-22).
+    // Finds what the recovered buffers of the box prove to hold. To be called before the other
+    // functions. Returns 0 or QE_ERROR_NO_MEMORY (-22).
     int judge(const arrangement &box);
 
     // The numbers of files that stay and must not be overwritten. False without memory.
     bool list_kept_numbers(number_list *numbers) const;
 
-    // Does it. `now` is the box under the names that it has in the end.
+    // Deletes and reports the files. `now` is the box under its final names.
     int clear_up(const arrangement &now);
 
 private:

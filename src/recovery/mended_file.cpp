@@ -16,7 +16,7 @@ int mended_output::open_source(const char *filename)
     if (output_ == nullptr) {
         return 0;
     }
-    // Whatever stands there now must not be led to.
+    // The name may stand for something else by now: a link must not be followed.
     source_ = _vesk_open_plain_file(filename, O_RDONLY);
     return source_ ? 0 : QE_ERROR_OPEN;
 }
@@ -41,7 +41,7 @@ int mended_output::keep_torn(const unsigned char *bytes, std::size_t n)
     return output_->torn.append(bytes, n) ? 0 : QE_ERROR_NO_MEMORY;
 }
 
-// Gives a piece of the file on.
+// Reads a piece of the file and passes it to `to`.
 int mended_output::give(uint64_t offset, uint64_t length,
                         int (mended_output::*to)(const unsigned char *, std::size_t))
 {

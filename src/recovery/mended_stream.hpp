@@ -1,4 +1,4 @@
-// The stream at hand of a buffer that is recovered.
+// The current stream of a buffer that is recovered.
 //
 // In: where each stream of the file begins and how long it is, what is done to it, and the content
 // that it should have. Out: the steps, the counts of what is taken out, and the stream itself in

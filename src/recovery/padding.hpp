@@ -10,7 +10,8 @@
 
 #include "recovery/mended_file.hpp"
 
-// Sizes that no box has must not fill the disk: so many records at most, and values in them.
+// A damaged header may state an enormous size, which must not fill the disk: this limits the
+// records and the values in them.
 inline constexpr uint32_t most_padding = 10'000'000;
 inline constexpr uint64_t most_padded_values = most_padding;
 

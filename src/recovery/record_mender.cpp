@@ -16,7 +16,7 @@ static constexpr char textless[] = "(no text)";
 
 int record_mender::take_names(const vesk_scan_item &item)
 {
-    // Names that wait already are for nothing.
+    // No interval needed the names that were waiting, so they are taken out of their stream.
     int result = names_.wait() ? leave_stream() : 0;
     // History cannot be merged with a sensor that is there twice.
     const bool unique = !is_current();
@@ -47,7 +47,7 @@ int record_mender::leave_stream()
     return stream_->set_aside(QE_ERROR_MALFORMED);
 }
 
-// Puts the names that wait before the interval that is about to come.
+// Writes the names that wait, because the next record is an interval that needs them.
 int record_mender::use_waiting_names()
 {
     if (!names_.wait()) {
@@ -59,7 +59,7 @@ int record_mender::use_waiting_names()
     return names_.use_waiting();
 }
 
-// Sees to it that names for `n` sensors, or any, govern the record.
+// Makes sure that names for `n` sensors govern the record; with 0 any names do.
 int record_mender::require_names(uint32_t n, int64_t time)
 {
     if (names_.count() > 0 && (n == 0 || n == names_.count())) {

@@ -18,7 +18,7 @@
 // also puts there what it took; without one it only steps over it. The result is 0, or
 // QE_ERROR_NO_MEMORY (-22).
 
-// Time beyond the second is nothing that the library wrote, and nothing that it reads.
+// The library never writes microseconds other than 0, and its readers refuse them.
 static timestamp _take_timestamp(byte_cursor *at, scanned_record *record)
 {
     timestamp t;
@@ -49,7 +49,7 @@ static char *_create_text(const unsigned char *bytes, uint32_t length, scanned_r
     return text;
 }
 
-// The sensors go to `sensors` unless `record` is null.
+// Puts the sensors into `sensors` unless `record` is null.
 static int _take_sensors(byte_cursor *at, scanned_record *record, sensor_array *sensors)
 {
     at->version(1);

@@ -1,5 +1,5 @@
-// Where the phases of a recovery say what they find and do: to the visitor of the caller, and in
-// his report.
+// Reports what the phases of a recovery find and do: each step goes to the visitor of the caller,
+// and the sums go into the report.
 #ifndef VESK_RECOVERY_RECOVERY_STEPS_HPP
 #define VESK_RECOVERY_RECOVERY_STEPS_HPP
 
@@ -44,7 +44,7 @@ public:
         return tell(step);
     }
 
-    // For what tells its steps itself.
+    // For phases that report their steps themselves.
     step_receiver receiver()
     {
         return {[](const vesk_recover_step *step, void *self) {

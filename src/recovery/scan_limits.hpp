@@ -17,8 +17,8 @@
 inline constexpr uint64_t fixed_part_of_box = 65536;
 inline constexpr std::size_t usual_files_of_box = 8;
 
-// What one of `files` files gets. Whoever scans one file alone gets the part of a usual box, so
-// that it finds what a recovery of the box finds.
+// The part of one among `files` files. A file that is scanned alone gets the part that it would
+// have in a usual box, so that the scan finds what a recovery of the box finds.
 inline constexpr uint64_t fixed_part_of_file(std::size_t files)
 {
     return fixed_part_of_box / std::max(files, usual_files_of_box);

@@ -30,7 +30,7 @@ static uint32_t _first_capacity(const box_file_list &files, const arrangement &b
     return capacity;
 }
 
-// Whether one of the headers of a kind says so, or there is none.
+// Whether a header of that kind states this capacity, or no header of that kind states any.
 static bool _agrees_with_headers(const box_file_list &files, const arrangement &box, uint32_t kind,
                                  uint32_t capacity)
 {
@@ -77,7 +77,8 @@ bool _vesk_choose_sizes(const box_file_list &files, const arrangement &box,
             }
         }
     }
-    // The headers contradict all that is told. Two that say the same are more than one header.
+    // The headers contradict every source. If two sources agree, they are believed more than one
+    // header.
     for (const recorder_sizes &pair : {of_state, of_copy}) {
         if (pair.usable() && (pair == given || (pair == of_state && pair == of_copy))) {
             *sizes = pair;

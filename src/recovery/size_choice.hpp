@@ -1,5 +1,6 @@
-// The sizes of a box, from whoever knows them. State files have no checksum and the headers of the
-// buffers have one, so sizes count only when these agree.
+// Chooses the sizes of a box among those that the state file, its copy, the caller and the headers
+// of the buffers state. Headers have a checksum and state files have none, so sizes count only if
+// the headers agree.
 #ifndef VESK_RECOVERY_SIZE_CHOICE_HPP
 #define VESK_RECOVERY_SIZE_CHOICE_HPP
 
@@ -7,8 +8,9 @@
 #include "recovery/arrangement.hpp"
 #include "recovery/box_file.hpp"
 
-// The first that fit: of the state file, of its copy, those that the caller gave, those of the
-// headers; then what one of them has lost with what another one knows. False when none fit.
+// Takes the first pair of sizes that fits: that of the state file, of its copy, of the caller, of
+// the headers. If no pair fits, one size of one source is combined with the other size of another
+// source. Returns false when nothing fits.
 bool _vesk_choose_sizes(const box_file_list &files, const arrangement &box,
                         const recorder_sizes &of_state, const recorder_sizes &of_copy,
                         const recorder_sizes &given, recorder_sizes *sizes);

@@ -51,7 +51,7 @@ int step_runs::flush()
     return result;
 }
 
-// Null when there is no room for another kind, which is told each time then.
+// Null when there is no room for another kind; its steps are then reported one by one.
 step_runs::repetition *step_runs::find_repetition(const vesk_recover_step &step)
 {
     repetition *end = repetitions_ + n_repetitions_;
@@ -84,7 +84,7 @@ int step_runs::hand_over(const vesk_recover_step &step)
         rest->count = 0;
     }
     rest->length = std::max(rest->length, step.offset + step.length - rest->offset);
-    // A place without a record is one of what is not told, too.
+    // A place without a record counts as one of the steps that are not reported, too.
     rest->count += std::min(std::max(step.count, uint32_t{1}), UINT32_MAX - rest->count);
     return 0;
 }

@@ -98,7 +98,7 @@ bool stream_search::charge(uint64_t n)
     return budget_ > 0;
 }
 
-// What was decoded for nothing counts against the budget.
+// Bytes that were decoded without finding a stream are charged to the budget.
 void stream_search::charge_decoding()
 {
     (void)charge(uint64_t(decoder_.length()) + decoder_.content().size() + 1);

@@ -32,7 +32,7 @@ int box_survey::look_at_state()
     if (scanned == QE_ERROR_NO_MEMORY) {
         return scanned;
     }
-    // It was there a moment ago: no descriptor is left, or it must not be read.
+    // The file existed a moment ago, so the process has no descriptor left or no right to read it.
     return scanned == QE_ERROR_OPEN || scanned == QE_ERROR_IO ? QE_ERROR_IO : 0;
 }
 
@@ -60,8 +60,8 @@ static int _read_all(const char *path, byte_list *bytes)
 }
 
 // A copy that cannot be read is as good as none when the state file is whole, as the box may be
-// whole without it. Otherwise the copy may be all that tells what the box is made of: what is read
-// at the second attempt must not be given up at the first.
+// whole without it. Otherwise the copy may be the only file that tells which buffers make the box,
+// so a failed read must fail the recovery: a later attempt may succeed in reading it.
 int box_survey::look_at_copy()
 {
     struct stat status = {};

@@ -1,6 +1,6 @@
-// What is there: the state file, its copy and the buffer files under the name of a box, each of
-// them read once. Nothing is decided here and nothing is changed. What is no regular file, or
-// somebody else's, is listed apart and not looked into.
+// Finds out which files of a box exist: the state file, its copy and the buffer files, each of
+// which is read once. Nothing is decided or changed here. Files that are not regular, or belong to
+// an untrusted user, are listed apart and not opened.
 #ifndef VESK_RECOVERY_SURVEY_HPP
 #define VESK_RECOVERY_SURVEY_HPP
 
@@ -33,17 +33,18 @@ public:
 
     const state_summary &state() const { return state_; }
     const state_summary &copy() const { return copy_; }
-    // What they say of the buffers that were found.
+    // The buffers that the state file and its copy name, as far as they were found.
     const named_state &named_by_state() const { return named_by_state_; }
     const named_state &named_by_copy() const { return named_by_copy_; }
-    // Whether its checksum is wrong.
+    // Whether the checksum of the copy is wrong.
     bool copy_has_changed() const { return copy_checksum_ == copy_checksum::wrong; }
-    // Whether a recorder that reads the state file goes on beside it.
+    // Whether the paths in the state file lead to the state file itself, so that a recorder which
+    // opens it goes on with this box.
     bool state_leads_here() const { return state_leads_here_; }
 
     box_file_list &files() { return files_; }
     const box_file_list &files() const { return files_; }
-    // How many there are, those that were not looked into included.
+    // The number of buffer files, including those that were not opened.
     std::size_t count_files() const { return n_files_; }
     // Reads the sensors of a buffer, which look() does not keep: there may be many files. 0,
     // QE_ERROR_IO (-41) or QE_ERROR_NO_MEMORY (-22).

@@ -75,7 +75,7 @@ private:
         }
         report()->source = choice.source;
         box_ = choice.box;
-        // A copy that has changed since it was written is asked last.
+        // The copy comes last if its checksum shows that it has changed since it was written.
         const recorder_sizes of_state = survey_.state().told_sizes();
         const recorder_sizes of_copy = survey_.copy().told_sizes();
         const recorder_sizes believed = survey_.copy_has_changed() ? recorder_sizes() : of_copy;
@@ -128,8 +128,8 @@ private:
         return result;
     }
 
-    // A buffer that has lost its names takes them from another one of the box. In a box in which
-    // all is good nobody asks for them.
+    // A buffer that has lost its names takes them from another buffer of the box. They are read
+    // only when they are needed, which they are not in a sound box.
     int find_names()
     {
         bool all_good = true;
@@ -185,7 +185,7 @@ private:
         return kind == VESK_BUFFER_TYPE_HIST ? 2 * sizes_.intervals : sizes_.samples;
     }
 
-    // What the buffers behind are recovered with.
+    // What is known of this buffer helps to recover the buffers behind it.
     void remember(const buffer_contents &contents)
     {
         if (contents.spans.size() > 0) {
@@ -219,7 +219,7 @@ private:
     {
         int result = _vesk_mend_buffer(path, expected, steps_.receiver(), nullptr, contents);
         if (result != 0) {
-            // It was there when the box was looked at.
+            // The file existed when the box was surveyed.
             return result == QE_ERROR_OPEN && !steps_.stopped() ? QE_ERROR_IO : result;
         }
         steps_.count_contents(expected.kind, *contents);

@@ -108,7 +108,7 @@ private:
                     at += length;
                     continue;
                 }
-                // Neither this record is shown nor what follows it in the stream.
+                // This record and those behind it in the stream are not shown.
                 length = n - at;
                 error = QE_ERROR_LIMIT;
             } else {
@@ -229,7 +229,8 @@ private:
             if (records == rest) {
                 return length;
             }
-            // Many records that lead nowhere cost as much as their bytes, at each of them.
+            // A walk over whole records that ends in something else is charged for its bytes, each
+            // time that one begins.
             (void)streams_.charge(uint64_t(records) + 1);
         }
         return n;

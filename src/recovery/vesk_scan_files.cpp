@@ -42,8 +42,8 @@ bool goes_up(const char *folder)
 }
 
 // 1 when a name in a state file is that of a file in the folder of the box: spelt as the base name
-// is, or another way to the same folder that nowhere goes up. 0 when it is not, or QE_ERROR_IO
-// (-41). Nothing else is looked at.
+// is, or as another path to the same folder that has no ".." in it. 0 when it is not, or
+// QE_ERROR_IO (-41). Nothing else is looked at.
 int lies_in_box(const char *name, const char *base)
 {
     char folder[max_filename];

@@ -62,7 +62,7 @@ vesk *vesk_start(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_
     if (_vesk_add_safety(recorder.get()) < 0) {
         return nullptr;
     }
-    // The box may come from a process that never settled it.
+    // The process that wrote the box before may never have called vesk_settle().
     safety_of(recorder.get())->settle_due = true;
     filled->settled = vesk_settle(recorder.get());
     return recorder.release();

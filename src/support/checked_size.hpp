@@ -1,5 +1,5 @@
-// Products of sizes, which a 32-bit machine cannot always hold: asked for before memory is, so that
-// nobody gets less of it than he goes on to use.
+// Multiplies sizes and detects overflow, which is easily reached on a 32-bit machine. Callers
+// compute a size with this before they allocate, so that they never get less memory than they use.
 #ifndef VESK_SUPPORT_CHECKED_SIZE_HPP
 #define VESK_SUPPORT_CHECKED_SIZE_HPP
 

@@ -1,5 +1,5 @@
-// A list that grows as things come, for plain data: bytes, numbers, small structures. Running out
-// of memory is told, and leaves the list as it was.
+// A list that grows as things come, for plain data: bytes, numbers, small structures. When memory
+// runs out, functions report it and leave the list as it was.
 #ifndef VESK_SUPPORT_GROWING_LIST_HPP
 #define VESK_SUPPORT_GROWING_LIST_HPP
 
