@@ -34,7 +34,8 @@ std::string text_or_empty(const char *text)
     return text != nullptr ? text : "";
 }
 
-// False when there is nothing. Throws where that cannot be told now and may be told later.
+// False when nothing has this name. Throws a failure when the machine prevents an answer now but
+// may give one later.
 template <typename Call>
 bool get_status(Call call, const std::string &path, struct stat &status)
 {
@@ -58,7 +59,8 @@ uint32_t kind_by_name(const std::string &path)
     return path.ends_with(".hbuf.z") ? VESK_BUFFER_TYPE_HIST : VESK_BUFFER_TYPE_CURRENT;
 }
 
-// Holds the file open, or says why that cannot be. Throws what may go better later.
+// Holds the file open, or notes why it cannot be opened. Throws a failure when the reason is the
+// machine, because a later attempt may succeed.
 void open_stored(stored_file &file, stored_bytes::links policy = stored_bytes::links::refuse)
 {
     file.bytes = std::make_shared<stored_bytes>(file.path, policy);
@@ -120,7 +122,7 @@ std::vector<stored_file> named_files(const box_state &state, const std::string &
 }
 
 // All buffers beside the state file, in the order of their numbers. With a whole state file they
-// are not needed: then a folder that may not be listed has none.
+// are not needed, so a folder that may not be listed counts as empty then.
 std::vector<std::string> paths_beside(const std::string &base, bool needed)
 {
     std::vector<std::string> paths;
@@ -165,7 +167,8 @@ struct visit_context {
     std::exception_ptr thrown;
 };
 
-// Exceptions must not pass through the library: they are kept here and thrown on behind it.
+// Exceptions must not pass through the library: they are kept here and thrown again after its call
+// has returned.
 int visit_item(const vesk_scan_item *item, void *context)
 {
     auto *state = static_cast<visit_context *>(context);
@@ -202,7 +205,8 @@ bool is_torn_end(const vesk_scan_item &item, std::size_t size)
            item.error == QE_ERROR_TRUNCATED && item.offset + item.length == size;
 }
 
-// A recorder that holds no lock is known by what it writes.
+// A recorder of another program holds no lock of this command. It is recognised by the bytes that
+// it writes.
 bool is_being_written(const stored_file &file)
 {
     if (file.role == VESK_SCAN_OPEN && !file.is_live && !file.bytes->has_changed()) {
@@ -278,7 +282,7 @@ std::optional<pid_t> other_writer(const std::string &base)
     return holder != getpid() ? holder : std::nullopt;
 }
 
-// One look at the files, whatever happens to them meanwhile.
+// Looks at the files once, without regard to what happens to them meanwhile.
 box look_at(const std::string &base)
 {
     box result;
@@ -315,14 +319,15 @@ bool is_in_order(const box &what)
                        [](const stored_file &file) { return file.problem.empty(); });
 }
 
-// The files of one moment. What is not in order may only be on its way: a recorder writes its state
-// file in place, and its buffers take turns. It counts when it stays so for a while.
+// Finds the files as they were at one moment. A box may be out of order only because a recorder is
+// just writing its state file or rotating its buffers, so it is looked at again, and disorder
+// counts only if it lasts for a while.
 box look_patiently(const std::string &base)
 {
     constexpr auto short_while = std::chrono::milliseconds(15);
     constexpr auto long_while = std::chrono::milliseconds(500);
     constexpr auto limit = std::chrono::seconds(10);
-    // Ends also where the clock stands still.
+    // Ends the loop even if the clock stands still.
     constexpr int most_looks = 3000;
     const auto begin = clock::now();
     auto unchanged_since = begin;

@@ -17,8 +17,8 @@
 namespace cli
 {
 
-// A damaged file may have more to tell than anybody reads: of one kind in one file so much is
-// shown, and the rest as a number.
+// A damaged file may give more messages than anybody reads: so many of one kind are shown for each
+// file, and the rest as a number.
 constexpr std::size_t most_told_of_a_kind = 20;
 
 struct stored_file {

@@ -20,9 +20,10 @@ namespace cli
 namespace
 {
 
-// More than this a lock file never holds: the number of a process.
+// A lock file never holds more than the number of a process.
 constexpr off_t longest_lock_file = 32;
-// Whoever opens the file may find it removed by the one who let go of it just then.
+// The holder removes the file when it releases the lock, which may happen between opening and
+// locking it; then it is opened again.
 constexpr int most_openings = 100;
 
 std::string lock_file_of(const std::string &base)
@@ -41,8 +42,8 @@ pid_t number_in(int fd)
     return number;
 }
 
-// True when the name stands for what was opened, false when it stands for nothing or for another
-// file. Throws where that cannot be told.
+// True when the name still refers to the opened file, false when it refers to nothing or to another
+// file. Throws a failure when the name cannot be looked at.
 bool is_still_there(int fd, const std::string &path)
 {
     struct stat opened = {};
@@ -55,7 +56,7 @@ bool is_still_there(int fd, const std::string &path)
     return opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-// Only what a writer made is locked and written to, whatever else has the name.
+// Refuses a file that no writer of this command made: it must be neither locked nor written to.
 void require_lock_file(int fd, const std::string &path)
 {
     struct stat status = {};
@@ -74,7 +75,8 @@ bool lock(int fd)
         if ((errno != EWOULDBLOCK && errno != EINTR) || i == tries) {
             return false;
         }
-        // Whoever only looks whether there is a writer holds it for a moment.
+        // A process that only looks for a writer holds the lock for a moment, so locking is tried
+        // again.
         nanosleep(&between, nullptr);
     }
     return true;
@@ -86,9 +88,9 @@ bool lock(int fd)
                                 : fmt::format("{}: another process is writing to the box", base));
 }
 
-// Whoever has locked the file with this number, by the list of the kernel, whose lines are
-// "1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF". Devices are not compared: not every file
-// system has the same number in both places. False when there is no list.
+// Finds the process that has locked the file with this inode number, by the list of the kernel,
+// whose lines are "1: FLOCK  ADVISORY  WRITE 1234 08:01:5678 0 EOF". Devices are not compared: not
+// every file system has the same number in both places. False when there is no list.
 bool find_in_kernel_list(ino_t inode, std::optional<pid_t> &holder)
 {
     std::ifstream list("/proc/locks");
@@ -147,7 +149,8 @@ std::optional<pid_t> lock_holder(const std::string &base)
         find_in_kernel_list(named.st_ino, holder);
         return holder;
     }
-    // A shared lock that is let go of at once; a writer that begins in this moment tries again.
+    // This takes a shared lock and releases it at once; a writer that starts at this moment tries
+    // again.
     if (flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         holder = number_in(fd);
     }
@@ -167,7 +170,7 @@ box_lock::~box_lock()
             unlink(path_.c_str());
         }
     } catch (const failure &) {
-        // The file stays, which means nothing by itself.
+        // The file stays. It does no harm, because only a lock on it counts.
     }
     release();
 }
@@ -191,7 +194,8 @@ void box_lock::retake()
     take_or_release();
 }
 
-// A file that could not be locked is another process's, and must not be taken for one's own.
+// After a failure the file is closed: it belongs to another process, and is_held() must not take it
+// for this lock's own.
 void box_lock::take_or_release()
 {
     try {
@@ -206,7 +210,7 @@ void box_lock::take()
 {
     for (int i = 0; i < most_openings; ++i) {
         if (try_to_take()) {
-            // For people only: on a full disk the number may be missing.
+            // The number only serves messages for people, so it may be missing on a full disk.
             const std::string number = fmt::format("{}\n", getpid());
             if (ftruncate(fd_, 0) == 0) {
                 (void)!pwrite(fd_, number.data(), number.size(), 0);
@@ -218,7 +222,7 @@ void box_lock::take()
     throw failure(exit_failed, fmt::format("{}: {} does not stay", base_, path_));
 }
 
-// False when the file is gone again and another try may do.
+// False when the file was removed in between, so that another attempt may succeed.
 bool box_lock::try_to_take()
 {
     fd_ = open_lock_file(path_);

@@ -14,7 +14,7 @@ namespace cli
 namespace
 {
 
-// The table behind one summary cannot be cleared more often than this.
+// The library summarises a buffer into at most so many intervals.
 constexpr uint32_t most_intervals = VESK_MAX_INTERVALS;
 // Where only the number of intervals is given.
 constexpr uint32_t samples_per_interval = 60;

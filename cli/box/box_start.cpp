@@ -51,7 +51,7 @@ bool same_file(const std::string &one, const std::string &other)
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-// A link that leads nowhere is no buffer, but not free for one either.
+// A link that leads nowhere is no buffer, but its name cannot be used for a new one.
 void refuse_to_overwrite(const box_name &name)
 {
     const std::string path = name.path + ".1.cbuf.z";
@@ -61,8 +61,8 @@ void refuse_to_overwrite(const box_name &name)
     }
 }
 
-// A state file is written in place: through a link that would be another file, and a FIFO would be
-// waited for.
+// The library writes a state file in place: a link would make it write to another file, and a FIFO
+// would make it wait.
 void require_own_state(const box_name &name)
 {
     const std::string foreign = foreign_words(name.path + ".state");
@@ -72,7 +72,7 @@ void require_own_state(const box_name &name)
     }
 }
 
-// Why there is no recorder, as the exception that says so.
+// Makes the exception that says why the recorder could not be started.
 [[noreturn]] void refuse(const box_name &name, bool is_new, int result, int reason)
 {
     if (is_new) {
@@ -87,7 +87,7 @@ void require_own_state(const box_name &name)
     throw storage_failure::because(text, reason);
 }
 
-// What only deletes files that nobody needs is not worth a note.
+// Prints a note about a recovery, unless it only deleted files that nothing needs.
 void note_recovery(const box_name &name, const vesk_recover_report &report)
 {
     if (report.steps > report.files_deleted) {
@@ -118,7 +118,7 @@ bool is_there(const box_name &name)
     return result == 1;
 }
 
-// The name alone: where it leads is not followed.
+// Looks at the name itself and does not follow a link.
 bool exists(const std::string &path)
 {
     struct stat status = {};

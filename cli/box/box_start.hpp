@@ -1,5 +1,5 @@
-// What comes before a recorder has a box: is there one, what has to be mended, and then opening or
-// making it. Nothing that is there is ever overwritten.
+// Starts a recorder on a box: finds out whether the box exists, recovers and opens it, or makes a
+// new one. No existing file is ever overwritten.
 #ifndef VESK_CLI_BOX_BOX_START_HPP
 #define VESK_CLI_BOX_BOX_START_HPP
 
@@ -39,7 +39,7 @@ bool exists(const std::string &path);
 // copied. Those beside the state file are used.
 void note_other_place(const box_name &name);
 
-// Throws a storage_failure when the disk has no room to recover the box: mending writes a whole
+// Throws a storage_failure when the disk has no room to recover the box: a recovery writes a whole
 // buffer anew, which on a full disk can only fail.
 void require_room_to_recover(const box_name &name);
 

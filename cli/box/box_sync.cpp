@@ -50,7 +50,7 @@ void box_sync::sync(struct vesk &recorder)
     }
 }
 
-// Once: the medium is likely to go on refusing.
+// The note is printed only once, because the medium is likely to go on refusing.
 void box_sync::tell_failure(int error)
 {
     if (complained_) {

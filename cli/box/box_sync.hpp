@@ -1,5 +1,5 @@
-// Bringing what was written onto the medium, as often as the policy says. A medium that refuses is
-// told once and is no failure: what was written is with the kernel all the same.
+// Syncs what was written to the medium, as often as the policy says. A medium that refuses gives
+// one note and no failure, because the kernel still has what was written.
 #ifndef VESK_CLI_BOX_BOX_SYNC_HPP
 #define VESK_CLI_BOX_BOX_SYNC_HPP
 

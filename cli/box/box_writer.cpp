@@ -38,7 +38,7 @@ box_writer::box_writer(const std::string &base, const box_shape &shape, const sy
 {
     open_or_create(missing);
     require_shape(base, shape, {recorder_->num_cb_samples, recorder_->num_hb_intervals});
-    // From here on nobody has to guess, whatever happens to the files.
+    // The sizes are remembered, so that a later recovery has them whatever happens to the files.
     shape_ = {recorder_->num_cb_samples, recorder_->num_hb_intervals};
 }
 
@@ -66,7 +66,7 @@ std::optional<int64_t> box_writer::open()
     return content.last_time;
 }
 
-// What failed may have left a torn record.
+// Opens the box again after a failed write, which may have left a torn record.
 void box_writer::reopen()
 {
     try {
@@ -160,11 +160,12 @@ event_result box_writer::write(const event &what)
     return event_result::recorded;
 }
 
-// Writes, and once more after a failure: what went wrong may be in the files, not on the disk. What
-// failed and got into the box all the same is not written twice.
+// Writes, and tries once more after a failure, because a recovery of the files may remove its
+// cause. A storage_failure means that both attempts failed.
 int box_writer::attempt(const std::function<int()> &write_it)
 {
-    // Nothing was written when an event has to wait.
+    // QE_ERROR_UNKNOWN_KIND (-4) is no failure: it says that an event has to wait and was not
+    // written.
     const auto is_failure = [](int code) { return code < 0 && code != QE_ERROR_UNKNOWN_KIND; };
     make_ready();
     int result = try_once(write_it);
@@ -179,7 +180,8 @@ int box_writer::attempt(const std::function<int()> &write_it)
                                    last_errno_);
 }
 
-// A box that cannot be looked at now may be looked at later; only another writer ends this one.
+// Failures of reading the box become storage failures, which the caller may survive; only another
+// writer ends this one.
 void box_writer::make_ready()
 {
     try {
@@ -206,7 +208,8 @@ int box_writer::try_once(const std::function<int()> &write_it)
             last_errno_ = errno;
             recorder_.reset();
         } else if (!lock_.is_held()) {
-            // Another process may have opened the box before this came into it.
+            // Another process may have opened the box before the record was written, so the record
+            // may be lost.
             throw storage_failure(name_.base + ": the file of the lock was removed");
         }
         return result;
@@ -219,7 +222,8 @@ int box_writer::try_once(const std::function<int()> &write_it)
     }
 }
 
-// The file of the lock may have been removed, and another process may have come and gone since.
+// If somebody removed the lock file, another process may have written to the box since, so the box
+// is opened again.
 void box_writer::require_lock()
 {
     if (!lock_.is_held()) {
@@ -243,9 +247,9 @@ int box_writer::write_vector()
     return result;
 }
 
-// The vector is in the box whatever happens here. Files that the history has replaced stay where
-// the disk has no room for the last steps of a rotation, and take the room themselves: opening the
-// box anew deletes them.
+// The vector is in the box already, so no failure here is reported. If the disk has no room for the
+// last steps of a rotation, the files that the history has replaced remain and take room; opening
+// the box again deletes them.
 void box_writer::finish_vector()
 {
     if (sync_.after_vector(*recorder_)) {
@@ -259,8 +263,8 @@ void box_writer::finish_vector()
     }
 }
 
-// A rotation reads the older buffers, and some damage there ends the process. What a failed
-// rotation of another process left is deleted by a recovery.
+// A rotation reads the older buffers, and some damage in them would end the process, so they are
+// checked first. A recovery deletes the files that a failed rotation of another process left.
 void box_writer::prepare_rotation()
 {
     try {
@@ -273,7 +277,7 @@ void box_writer::prepare_rotation()
     }
 }
 
-// A rotation overwrites what has the names of its new buffers.
+// Refuses a rotation that would overwrite files: it does not look whether its new names are taken.
 void box_writer::require_free_names() const
 {
     for (uint32_t i = 0; i < 2; ++i) {

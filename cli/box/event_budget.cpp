@@ -29,7 +29,7 @@ struct waiting_bytes {
     uint64_t own = 0;
 };
 
-// What cannot be read is told by whoever writes there.
+// A file that cannot be read counts as empty here; the code that writes to it reports the failure.
 waiting_bytes bytes_that_wait(const box &found)
 {
     waiting_bytes bytes;

@@ -31,7 +31,8 @@ namespace
 constexpr std::string_view greeting = "vesk1 ";
 constexpr std::size_t longest_datagram = longest_event + 64;
 constexpr std::size_t longest_answer = 1024;
-// In one call of take(): whoever floods the socket must not keep the recorder from its samples.
+// The datagrams that one call of take() drops at most: a flood must not keep the recorder from its
+// samples.
 constexpr std::size_t most_dropped = 8;
 
 constexpr std::string_view word_recorded = "recorded";
@@ -107,7 +108,7 @@ std::optional<event> parse(std::string_view text)
     return what;
 }
 
-// Room is for one descriptor only; what has another size is none.
+// There is room for one descriptor only, so a control message of another size holds none.
 file_descriptor descriptor_in(msghdr &message)
 {
     const cmsghdr *header = CMSG_FIRSTHDR(&message);
@@ -152,7 +153,8 @@ event_reply reply_from(std::string_view text)
     return reply;
 }
 
-// Whoever waits is told so first; the last answer counts.
+// Waits for answers until the deadline. A recorder may first answer that the event waits, and later
+// that it is recorded: the last answer counts.
 event_reply wait_for_answer(int fd, double deadline)
 {
     event_reply last = {event_reply::outcome::no_answer, event_answer::refused, ""};
@@ -169,7 +171,8 @@ event_reply wait_for_answer(int fd, double deadline)
         std::array<char, longest_answer> text = {};
         const ssize_t length = recv(fd, text.data(), text.size(), 0);
         if (length <= 0 && last.answer == event_answer::waits) {
-            // It is on the medium: whoever has the box next takes it over.
+            // The event is on the medium, and the next process that writes to the box puts it
+            // there.
             return last;
         }
         if (length <= 0) {
@@ -182,7 +185,8 @@ event_reply wait_for_answer(int fd, double deadline)
     }
 }
 
-// A killed recorder leaves its socket behind. Anything else under the name belongs to somebody.
+// Removes the socket that a killed recorder left behind. Anything else under that name belongs to
+// somebody and is a failure.
 void remove_left_socket(const std::string &path, socket_address &address)
 {
     struct stat status = {};
@@ -230,7 +234,7 @@ void incoming_event::answer(event_answer result, const std::string &reason) cons
     if (!reason.empty()) {
         text.append(1, ' ').append(reason, 0, longest_answer - text.size());
     }
-    // A sender that does not wait any more is no concern of the recorder.
+    // A sender may have stopped waiting, so a failure to answer is ignored.
     (void)!send(reply_.get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 

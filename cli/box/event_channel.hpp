@@ -58,8 +58,8 @@ private:
 class event_inbox
 {
 public:
-    // Throws a failure when there can be none. What a killed recorder left behind is replaced, so
-    // the caller must have the lock of the box.
+    // Throws a failure when the socket cannot be made. A socket that a killed recorder left is
+    // replaced, so the caller must have the lock of the box.
     explicit event_inbox(const std::string &base);
     event_inbox(const event_inbox &) = delete;
     event_inbox &operator=(const event_inbox &) = delete;
@@ -76,7 +76,7 @@ private:
     file_descriptor socket_;
 };
 
-// What a sender hears.
+// The answer as the sender receives it.
 struct event_reply {
     enum class outcome {
         answered,

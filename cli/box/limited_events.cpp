@@ -27,7 +27,7 @@ event_limit_reached::event_limit_reached(uint64_t limit)
 {
 }
 
-// A disk without room is told by the samples that are missing.
+// A full disk is not reported here: the missing samples already tell of it.
 bool limited_events::try_to_write(event_source source, const event &what)
 {
     try {

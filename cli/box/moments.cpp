@@ -20,7 +20,7 @@ namespace
 
 constexpr double nothing = std::numeric_limits<double>::quiet_NaN();
 
-// A sum that has overflowed tells nothing.
+// A sum that has overflowed holds no information.
 double mean_of(float sum, double count)
 {
     return std::isfinite(sum) ? static_cast<double>(sum) / count : nothing;

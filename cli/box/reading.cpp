@@ -21,7 +21,7 @@ namespace cli
 namespace
 {
 
-// Without names that fit, nobody could tell what the values are.
+// Values without matching names are left out, because nobody could tell what they mean.
 bool has_names(const vesk_scan_item &item, uint32_t values)
 {
     return item.names != nullptr && item.names->sensors != nullptr &&
@@ -57,7 +57,7 @@ public:
         any_ = true;
         last_ = time;
     }
-    // The shorter one of two.
+    // Of two steps that are equally frequent, the shorter one is taken.
     int64_t usual() const
     {
         int64_t best = 0;
@@ -90,7 +90,7 @@ bool is_filler(const vesk_hb_record_sensor_values &interval)
                                       [](const hist_value &value) { return value.count == 0; });
 }
 
-// The first look.
+// The first pass: collects sensors, times and damage.
 class reading::survey
 {
 public:
@@ -195,7 +195,7 @@ private:
     bool too_many_ = false;
 };
 
-// The second look.
+// The second pass: hands out the rows.
 class reading::walk
 {
 public:
@@ -228,7 +228,7 @@ private:
         try {
             scan_file(file, [&](const vesk_scan_item &item) { go_over(item); });
         } catch (const read_failure &) {
-            // The first look has told it.
+            // The first pass has reported it.
             return;
         }
     }

@@ -67,7 +67,7 @@ void recording_log::take_gap(const parsed_event &event)
     }
 }
 
-// Where they cannot be read, whoever writes there tells.
+// A failure to read them is ignored here; the code that writes to the file reports it.
 void recording_log::take_waiting(const box &found)
 {
     try {

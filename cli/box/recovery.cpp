@@ -72,8 +72,9 @@ void add(std::string &text, uint64_t count, const std::string &words)
     }
 }
 
-// The recovery writes FILE.new and FILE.torn. Only files can be replaced and appended to. Nor does
-// it put something else in the place of what is no state file.
+// The recovery writes FILE.new and FILE.torn. Only regular files can be replaced and appended to,
+// so anything else under these names is an obstacle, and so is a state file that is no regular
+// file.
 std::string obstacle_to(const recovery_plan &plan, const std::string &base)
 {
     const std::string foreign_state = foreign_words(base + ".state");
@@ -95,7 +96,8 @@ std::string obstacle_to(const recovery_plan &plan, const std::string &base)
     return {};
 }
 
-// A file may need more steps than anybody reads. They come file by file.
+// Keeps a step, or counts it if enough like it are kept, because a file may need more steps than
+// anybody reads. The steps come file by file.
 int keep_step(const vesk_recover_step *step, void *context)
 {
     std::vector<recovery_step> &steps = static_cast<recovery_plan *>(context)->steps;
@@ -130,7 +132,7 @@ void plan_to_keep(recovery_plan &plan, const std::string &path)
     ++plan.report.files_kept;
 }
 
-// The library does not know this file.
+// Adds steps for BASE.events, which the library does not know.
 void plan_waiting_events(recovery_plan &plan, const std::string &base)
 {
     const std::string path = waiting_file_of(base);
@@ -316,7 +318,7 @@ std::string recovery_failure(const recovery_plan &plan)
     if (plan.result == 0 || !plan.obstacle.empty()) {
         return plan.obstacle;
     }
-    // What the system says tells more than that a file could not be had.
+    // The reason that the system gave tells more than that a file could not be opened or read.
     const bool had = plan.result != QE_ERROR_OPEN && plan.result != QE_ERROR_IO;
     return had || plan.system_error == 0 ? recovery_failure(plan.result)
                                          : std::generic_category().message(plan.system_error);

@@ -58,7 +58,7 @@ const char *action_name(vesk_recover_action action);
 std::string step_text(const recovery_step &step);
 // What was kept, added and set aside, in one line.
 std::string report_text(const vesk_recover_report &report);
-// Why a box cannot be brought back.
+// Why a box cannot be recovered, in words.
 std::string recovery_failure(int result);
 std::string recovery_failure(const recovery_plan &plan);
 // What that means for the process: it has failed where the machine did not do something that it may

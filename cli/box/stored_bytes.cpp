@@ -62,7 +62,8 @@ std::string foreign_words(const std::string &path)
 
 stored_bytes::stored_bytes(const std::string &path, links policy) : path_(path)
 {
-    // A device may do something when it is opened, so it is looked at before and behind that.
+    // Opening a device may have effects, so the name is checked before it is opened, and the opened
+    // file after it.
     if (const std::string foreign = policy == links::refuse ? foreign_words(path) : "";
         !foreign.empty()) {
         foreign_ = true;

@@ -54,7 +54,7 @@ std::size_t alike_at_end(const std::vector<identity> &events, const event &what)
     return std::min<std::size_t>(static_cast<std::size_t>(other - events.rbegin()), most_alike);
 }
 
-// A process that ended since has put it into the box.
+// Whether a process that was killed had put the event into the box already.
 bool is_in_box(const waiting_record &waiting, const std::vector<identity> &events)
 {
     std::size_t before = 0;
@@ -150,8 +150,8 @@ event_result waiting_events::write(const event &what)
                 return event_result::recorded;
             }
         } catch (const storage_failure &) {
-            // The file may have room where the box has none. But what failed may have come into the
-            // box all the same, and must not come there twice.
+            // The file may have room although the box has none. But the event may have come into
+            // the box in spite of the failure, and must not come there twice.
             if (alike_at_end(events_in(find_box(base_)), what) > 0) {
                 throw;
             }

@@ -33,8 +33,8 @@ std::string folder_of(const std::string &path)
     return folder.empty() ? "." : folder;
 }
 
-// Whoever may write into the folder can put a file there. Believed are this user and root, the
-// owner of the folder and the owner of the box.
+// Anybody who may write into the folder can put a file there, so only files of this user, root, the
+// owner of the folder and the owner of the box are trusted.
 bool is_trusted_owner(uid_t user, const std::string &base)
 {
     const auto owns = [&](const std::string &path) {
@@ -44,7 +44,8 @@ bool is_trusted_owner(uid_t user, const std::string &base)
     return user == geteuid() || user == 0 || owns(folder_of(base)) || owns(base + ".state");
 }
 
-// Never through a link, and never waiting for a pipe. Not open when there is none.
+// Opens the file without following a link or waiting for a pipe. The descriptor is not open when
+// there is no file.
 file_descriptor open_file(const std::string &base, const std::string &path, int flags,
                           mode_t mode = for_everybody)
 {
@@ -159,7 +160,7 @@ void write_new(const std::string &path, const std::string &replaced, std::string
     }
 }
 
-// A repair that was killed leaves one behind.
+// Removes the unfinished file that a killed repair left behind.
 void remove_left_file(const std::string &base, const std::string &path)
 {
     if (open_file(base, path, O_RDONLY).is_open()) {
@@ -214,8 +215,8 @@ void append_to_waiting_file(const std::string &base, const event &what, std::siz
     }
     if (!write_whole(file.get(), text) || fdatasync(file.get()) != 0) {
         const int error = errno;
-        // Half a record would be passed over; what is whole would come into the box though it is
-        // refused here.
+        // The failed record is cut off: if it is complete in the file, it would come into the box
+        // although this call reports a failure.
         (void)!ftruncate(file.get(), before.st_size);
         throw storage_failure::because(path, error);
     }
@@ -265,7 +266,8 @@ waiting_marks::waiting_marks(const std::string &base)
 {
 }
 
-// A box that goes on must not forget them: what it holds now will be summed up one day.
+// Syncs the marks, because they are compared with the events in the box, and those disappear when
+// their buffer is summarised.
 waiting_marks::~waiting_marks()
 {
     (void)!fdatasync(file_.get());

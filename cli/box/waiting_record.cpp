@@ -41,7 +41,7 @@ bool take_number(std::string_view &text, Number &number, char end)
     return true;
 }
 
-// One that no box can hold would keep back all that are behind it.
+// An event that no box can hold would block all events behind it, so it is passed over.
 bool is_recordable(const event &what)
 {
     try {

@@ -19,7 +19,8 @@ constexpr double missing = std::numeric_limits<double>::quiet_NaN();
 // A healthy disk answers in microseconds, a busy machine lets its processes wait for longer.
 constexpr std::chrono::milliseconds time_limit(200);
 
-// So many file systems may hold a process each. Beyond that none is asked.
+// At most so many file systems may keep a process waiting. When there are as many, no other file
+// system is asked.
 constexpr std::size_t most_late = 4;
 
 double percent(uint64_t part, uint64_t rest)
@@ -79,7 +80,7 @@ void file_system_source::measure(const machine_files &files, measurements &out)
     }
 }
 
-// Whoever has answered by now is asked again.
+// File systems that have answered by now may be asked again.
 void file_system_source::collect_late_answers()
 {
     std::erase_if(late_, [&](const open_question &question) {

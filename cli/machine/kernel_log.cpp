@@ -22,7 +22,8 @@ namespace
 constexpr std::size_t block_size = 16384;
 // Lines that never end are thrown away in pieces of this size.
 constexpr std::size_t longest_line = 65536;
-// In one call: a flood of messages that nobody wants must not keep the recording from its samples.
+// The records that one call reads at most: a flood of unwanted messages must not keep the recording
+// from its samples.
 constexpr int most_records_at_once = 500;
 
 constexpr double seconds_in_minute = 60;

@@ -29,7 +29,8 @@ public:
     std::string full_path(std::string_view path) const { return root_ + std::string(path); }
 
     // True when something was not opened because the process or the machine had no descriptors or
-    // no memory left, since this was asked last. What was read then is no picture of the machine.
+    // no memory left, since this was asked last. Values that were read meanwhile do not describe
+    // the machine.
     bool take_starved() const { return std::exchange(starved_, false); }
 
     // Nothing when there is none. What cannot be read is empty.

@@ -8,7 +8,7 @@ namespace cli
 namespace
 {
 
-// A longer one before those that it ends with.
+// Longer units stand before the shorter ones that they end with, because the first match counts.
 constexpr std::string_view units[] = {
     "bytes_per_s", "packets_per_s",
     "pages_per_s", "per_s",

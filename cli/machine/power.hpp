@@ -12,7 +12,7 @@ namespace cli
 constexpr std::size_t most_supplies = 16;
 constexpr std::size_t most_energy_zones = 32;
 
-// Without those of other devices, such as a mouse.
+// Batteries of attached devices, such as a mouse, are left out.
 void measure_supplies(const machine_files &files, measurements &out);
 
 // Power as the growth of energy (RAPL). Most kernels let the administrator only read it.

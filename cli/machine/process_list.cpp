@@ -22,7 +22,7 @@ namespace
 
 constexpr std::size_t longest_name = 63;
 constexpr std::size_t longest_arguments = 200;
-// The clock is looked at once for so many entries.
+// The clock is read once for this many entries, because reading it for each would cost time.
 constexpr std::size_t between_looks = 64;
 
 // The fields behind the name, from 0 on: state, ppid, ...
@@ -100,7 +100,7 @@ std::optional<uint64_t> parse_process_io(std::string_view text)
     return total;
 }
 
-// The few that are ahead of all others in one respect each.
+// Keeps the few processes that use most of one resource, for each resource.
 class process_list::leaders
 {
 public:
@@ -136,7 +136,8 @@ private:
     top_processes &top_;
 };
 
-// A process that was not there at the last look began since, unless not all were looked at.
+// A process that the previous pass did not see has started since, unless that pass did not see all
+// processes.
 process_list::growth process_list::growth_of(const usage &now) const
 {
     if (!looked_) {
@@ -202,7 +203,7 @@ top_processes process_list::look(std::size_t count, double monotonic)
     return top;
 }
 
-// A thread of the kernel has none, and a process that has ended has none any more.
+// Threads of the kernel and processes that have ended have no arguments.
 std::string process_list::arguments_of(uint32_t pid) const
 {
     std::string text =

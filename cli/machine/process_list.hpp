@@ -34,7 +34,7 @@ struct process_use {
     double figure = 0;
 };
 
-// The most first. Who used nothing is not there.
+// Sorted by use, the largest first. Processes that used nothing are not listed.
 struct top_processes {
     double seconds = 0;                 // since the look before
     std::vector<process_use> processor; // percent of one processor

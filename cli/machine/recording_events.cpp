@@ -16,14 +16,15 @@ namespace cli
 namespace
 {
 
-// Between two lists of processes: as a rule, and at least where a mark is passed.
+// The seconds between two lists of processes: usually, and at least when a mark is passed.
 constexpr double between_lists = 60;
 constexpr double between_urgent_lists = 10;
-// Marks are looked at so often where samples are taken less often.
+// The marks are checked at this interval when samples are taken less often.
 constexpr double between_looks = 10;
-// And not more often than this, whatever wakes the recording.
+// The marks are not checked more often than this, whatever wakes the recording.
 constexpr double between_strain_looks = 0.9;
-// Of the kernel's messages, between two looks at the clock: each event is synced.
+// The messages of the kernel that are taken before the clock is read again: each event is synced,
+// which takes time.
 constexpr int messages_at_once = 20;
 
 event_level level_of(unsigned priority)

@@ -95,7 +95,7 @@ void add(const entry &what, std::string_view number, double unit, measurements &
     }
 }
 
-// A kernel names each key once. A text that repeats them ends here.
+// A kernel names each key once. The limit bounds what a text takes that repeats them.
 constexpr std::size_t most_found = 2 * std::size(entries);
 
 } // namespace

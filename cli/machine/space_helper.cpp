@@ -21,7 +21,8 @@ namespace cli
 namespace
 {
 
-// A signal wakes whoever waits. More of them do not come while an answer is waited for.
+// A signal interrupts the wait for an answer. More signals than these are not expected during one
+// wait.
 constexpr int most_signals = 10;
 
 // What the process keeps open.
@@ -70,7 +71,8 @@ void keep_only(int socket)
     close_from(socket_of_process + 1);
 }
 
-// What a terminal or a service manager sends to all processes is for the parent to heed.
+// Ignores the signals that a terminal or a service manager sends to all processes: the parent
+// decides what they mean.
 void leave_signals_to_parent()
 {
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
@@ -149,7 +151,8 @@ space_helper::~space_helper()
     }
     close(socket_);
     kill(process_, SIGKILL);
-    // A process that is held dies when it is let go, if ever.
+    // A process that a file system blocks dies only when that file system answers, so nobody waits
+    // for it.
     waitpid(process_, nullptr, waits_ ? WNOHANG : 0);
 }
 

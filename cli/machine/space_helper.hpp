@@ -1,5 +1,5 @@
-// Asks for the space of file systems without waiting for one that does not answer: a dead disk or a
-// lost connection holds whoever asks, and nothing wakes him. So a process of its own asks.
+// Asks for the space of file systems without waiting for one that does not answer. A dead disk or a
+// lost connection blocks the asking process, and no signal wakes it, so a separate process asks.
 #ifndef VESK_CLI_MACHINE_SPACE_HELPER_HPP
 #define VESK_CLI_MACHINE_SPACE_HELPER_HPP
 
@@ -32,8 +32,8 @@ public:
     explicit space_helper(question answer);
     space_helper(const space_helper &) = delete;
     space_helper &operator=(const space_helper &) = delete;
-    // Ends the process. One that is held by a file system is left to the system, and holds nothing
-    // of ours.
+    // Ends the process. A process that a file system blocks is left behind; it keeps no file or
+    // lock of this one.
     ~space_helper();
 
     bool is_there() const { return socket_ >= 0; }

@@ -14,7 +14,8 @@ namespace cli
 namespace
 {
 
-// Two for each: one where a machine begins to suffer, one where it is about to stand still.
+// Each value has two marks: one where the machine becomes slow, and one where it hardly works any
+// more.
 constexpr double memory_marks[] = {10, 40};
 constexpr double swap_marks[] = {50, 90};
 constexpr double load_marks[] = {2, 8};

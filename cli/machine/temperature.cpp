@@ -41,7 +41,8 @@ std::vector<double> read_frequencies(const machine_files &files)
     return found;
 }
 
-// A processor counts for itself, and each one of a package the same for that package.
+// Each processor has its own count, and all processors of a package show the same count of that
+// package.
 struct throttle_counts {
     std::optional<uint64_t> of_cores;
     std::optional<uint64_t> of_package;

@@ -26,7 +26,7 @@ void secure_standard_streams()
         // direction, so that its use fails.
         const int found = open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         if (found != fd) {
-            // There is no stream to say it on.
+            // No stream is left on which the failure could be reported.
             std::_Exit(exit_failed);
         }
     }

@@ -23,7 +23,7 @@ std::size_t terminal_width()
     return size.ws_col;
 }
 
-// The line that stands there and would be written over.
+// The status line that is shown now; a message must clear it first.
 status_line *shown_line = nullptr;
 
 void make_room()

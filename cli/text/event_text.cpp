@@ -86,7 +86,7 @@ bool take_escaped(std::string_view &text, std::string &value)
     }
     const char c = static_cast<char>(digit_of(text[1]) * 16 + digit_of(text[2]));
     text.remove_prefix(3);
-    // One text for one value: what needs no escape has none.
+    // An escape where none is needed is refused, so that each value has exactly one text.
     if (is_printable_ascii(c)) {
         return false;
     }

@@ -33,7 +33,8 @@ bool line_source::fill()
     std::string problem;
     position_ = 0;
     filled_ = input_.read(buffer_, problem);
-    // What came before the problem is whole; the next call meets the problem again.
+    // The bytes before the problem are good and are returned first; the next call meets the problem
+    // again.
     if (filled_ == 0 && !problem.empty()) {
         fail(problem);
     }

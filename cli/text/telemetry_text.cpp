@@ -20,7 +20,7 @@ namespace
 {
 
 constexpr std::size_t time_length = 17;
-// What a box can store: more cannot be written or could not be read back.
+// The limits of a box: anything beyond them could not be written or not be read back.
 constexpr std::size_t most_sensors = VESK_MAX_COUNT;
 constexpr std::size_t longest_name = VESK_MAX_COUNT;
 

@@ -59,8 +59,8 @@ text_input::~text_input()
     close(fd_);
 }
 
-// Reads what has come, and waits while nothing has. A signal interrupts that, and only a request to
-// end ends it.
+// Reads the bytes that have arrived, and waits if there are none. A signal interrupts the wait, but
+// only a request to stop ends it.
 ssize_t text_input::wait_and_read()
 {
     for (;;) {
@@ -140,7 +140,7 @@ std::size_t text_input::unpack(std::span<char> target, std::string &problem)
     stream_.next_out = reinterpret_cast<unsigned char *>(target.data());
     stream_.avail_out = static_cast<unsigned>(target.size());
     while (stream_.avail_out == target.size()) {
-        // What zlib still holds comes without further bytes.
+        // zlib may still hold output that needs no further input.
         stream_.next_in = raw_.data() + begin_;
         stream_.avail_in = static_cast<unsigned>(end_ - begin_);
         const int result = inflate(&stream_, Z_SYNC_FLUSH);

@@ -268,7 +268,7 @@ std::optional<int64_t> read_epoch(std::string_view text)
     }
     int64_t seconds = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    // Beyond the year 9999 nothing is meant any more.
+    // A time beyond the year 9999 can only be a mistake.
     constexpr int64_t furthest = 253402300799;
     if (error != std::errc() || end != text.data() + text.size() || seconds > furthest ||
         seconds < -furthest) {
@@ -410,8 +410,8 @@ time_range range_of(const range_texts &texts, int64_t end)
         to = parse_moment(texts.to, "--to", twin::later);
         range.to = resolve(to);
     }
-    // One of them told by the clock and one from the end: they may lie in any order, and then
-    // nothing is between them.
+    // If one time is absolute and the other is counted from the end, they may lie in any order, and
+    // the range may be empty. That is no mistake of the user.
     if (has_from && has_to && from.from_end == to.from_end && range.from > range.to) {
         throw failure(exit_usage, "--from is later than --to");
     }

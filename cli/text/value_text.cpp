@@ -74,7 +74,8 @@ outcome read_value(std::string_view text, float &value)
         return outcome::not_a_number;
     }
     if (result.ec == std::errc::result_out_of_range) {
-        // The same answer for numbers too large and too small: strtof() tells them apart.
+        // from_chars() gives the same result for numbers that are too large and too small; strtof()
+        // distinguishes them.
         value = std::strtof(std::string(text).c_str(), nullptr);
     }
     if (std::isinf(value)) {
@@ -187,7 +188,8 @@ int64_t parse_time(std::string_view text)
         throw bad_text("the time " + quoted(text) +
                        " is second 0 of the epoch, which means no time");
     }
-    // mktime() moves an hour that the clock skips in spring; a leap second it may move.
+    // mktime() changes an hour that the clock skips in spring, which is refused. Only a leap second
+    // may be changed.
     if (two_digits(text, 15) != 60 && format_time(seconds) != text) {
         throw bad_text("the time " + quoted(text) +
                        " does not exist in the local time zone (for files in UTC: --utc)");

@@ -67,7 +67,8 @@ public:
     void texts(const char *name, const char *type, std::vector<std::string> &values,
                const std::string &help) override
     {
-        // One value behind each mention: the words behind it are others.
+        // Each mention of the option takes one value, so that the words behind it are not taken for
+        // further values.
         verb_.add_option(name, values, help)->type_name(type)->allow_extra_args(false);
     }
     void number(const char *name, const char *type, std::optional<uint32_t> &value,

@@ -13,7 +13,7 @@ namespace cli
 
 // The shape of a box that may have to be made.
 void add_shape(option_list &options, box_shape &shape);
-// The shape of a box that may not know its own any more.
+// The shape of a box whose files may not state it any more.
 void add_known_shape(option_list &options, box_shape &shape);
 // @p later tells when the policy of a time acts.
 void add_sync(option_list &options, std::string &when, const char *later);

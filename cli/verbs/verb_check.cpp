@@ -45,7 +45,7 @@ struct finding {
     std::string what;
 };
 
-// Of what kind a finding is, which says how the rest of a long list is called.
+// The kind of a finding, which names the rest of a long list.
 enum class finding_kind { damage, refused_record, bare_event };
 constexpr const char *kind_words[] = {"places without a record", "records that readers refuse",
                                       "events without a type word"};
@@ -126,7 +126,8 @@ checked_file check_file(const stored_file &file)
         found.add(finding_kind::damage, {0, 0, QE_ERROR_OPEN, file.problem});
         return found;
     }
-    // What cannot be read for other reasons than its content cannot be judged either.
+    // scan_file() throws when the machine prevents the reading: without the content there is no
+    // verdict.
     scan_file(file, [&](const vesk_scan_item &item) { check_item(item, found); });
     return found;
 }
@@ -150,8 +151,8 @@ diagnosis diagnose(const check_options &options)
     return result;
 }
 
-// The plan of a box that is being written to is made from files that change meanwhile: it counts
-// when it is the same box behind it as before. When that never comes, the files of one moment tell.
+// The files of a box that is being written to change while the plan is made, so the plan counts
+// only if the box has not moved on meanwhile. After too many attempts the last plan is taken.
 diagnosis diagnose_patiently(const check_options &options)
 {
     constexpr int looks = 20;
@@ -179,7 +180,7 @@ const char *verdict_of(const diagnosis &found)
     return found.is_repairable() ? "repairable" : "not repairable";
 }
 
-// "healthy", and what is worth knowing about that; or why there is no help.
+// "healthy" or "repairable", with a remark if the box was moved; or why the box cannot be repaired.
 std::string verdict_text(const diagnosis &found)
 {
     std::string verdict = verdict_of(found);
@@ -350,7 +351,7 @@ void print_json(const diagnosis &found)
     fmt::print("{}\n", result.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
 
-// A verdict is about the box. Where the machine did not let it be looked at there is none.
+// A verdict is about the box. When the machine prevented the reading there is none.
 void require_verdict(const diagnosis &found)
 {
     if (!found.is_healthy() && !found.is_repairable() && code_for(found.plan) == exit_failed) {

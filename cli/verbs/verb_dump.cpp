@@ -70,7 +70,7 @@ public:
         }
         const std::span<const float> values(item.values->values, item.values->n_sensors);
         const int64_t time = item.values->timestamp.tv.tv_sec;
-        // Without names that fit, nobody could tell what the values are.
+        // Values without matching names are left out, because nobody could tell what they mean.
         if (item.names == nullptr || item.names->sensors == nullptr ||
             sensor_array_get_size(item.names->sensors) != values.size()) {
             return;

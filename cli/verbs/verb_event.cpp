@@ -86,7 +86,7 @@ exit_code conclude(const event_options &options, const event_reply &reply)
     return exit_done;
 }
 
-// Nobody records: the event goes into the box from here.
+// No recording has the box, so the event is written from here.
 exit_code write_into_box(const event_options &options, const event &what)
 {
     box_writer box(options.base, {}, {}, box_writer::if_missing::refuse);
@@ -117,7 +117,8 @@ exit_code put_event(const event_options &options)
                 throw;
             }
         }
-        // A recording that begins has its lock before its socket, and one that ends after it.
+        // A recording takes its lock before it opens its socket, and keeps it after it has closed
+        // the socket, so both attempts may fail for a moment.
         nanosleep(&between_tries, nullptr);
     }
     return exit_failed;

@@ -114,7 +114,7 @@ public:
                 past_ += one.count;
             }
         }
-        // Their texts are gone.
+        // The history keeps the numbers of events and not their texts.
         if (!counts.empty() && text_.empty()) {
             print(row, counts);
         }
@@ -182,7 +182,7 @@ public:
 private:
     void print(const interval_row &row, const std::vector<type_count> &counts) override
     {
-        // History comes first; nothing that a file holds may break the object.
+        // History comes first in a box. A file in which it does not must not break the JSON object.
         if (in_events_) {
             return;
         }

@@ -42,10 +42,11 @@ struct record_options {
     record_event_options events;
 };
 
-// Each one holds a descriptor, and without any left no sample could be taken.
+// Each waiting sender holds a descriptor, and a process without free descriptors cannot take
+// samples.
 constexpr std::size_t most_waiting_senders = 64;
 
-// So many are taken between two looks at the clock.
+// So many events are taken before the clock is read again.
 constexpr std::size_t events_at_once = 50;
 // More than the kernel keeps in a socket.
 constexpr std::size_t events_at_end = 1000;
@@ -155,7 +156,8 @@ private:
         }
     }
 
-    // Not everybody may read it; who asked for it hears so.
+    // Many users may not read the log of the kernel. A note is printed only if the user asked for
+    // it.
     void note_kernel_problem()
     {
         const std::string problem = own_.take_kernel_problem();
@@ -203,8 +205,8 @@ private:
                                  format_time(now)));
     }
 
-    // What may pass is no reason to end: a full disk, a clock out of range, no descriptors left for
-    // /proc. What is recorded stays.
+    // A temporary failure does not end the recording: a full disk, a clock out of range, no
+    // descriptors left for /proc. What is recorded stays.
     bool write(int64_t time, const readings &found)
     {
         try {
@@ -231,7 +233,7 @@ private:
         return true;
     }
 
-    // A machine that never gave any has none; later something is in the way.
+    // A machine without any reading at the start will never give one. Later the cause is temporary.
     void require_readings(const readings &found) const
     {
         if (found.names.empty() && recorded_ == 0) {
@@ -268,13 +270,14 @@ private:
             incoming.answer(event_answer::waits);
             senders_.push_back(std::move(incoming));
         }
-        // Who is let go of knows that the event waits on the medium.
+        // The oldest sender is let go of; it has been told that its event waits on the medium.
         if (senders_.size() > most_waiting_senders) {
             senders_.pop_front();
         }
     }
 
-    // The latest of the events that wait are theirs.
+    // The senders are those of the latest waiting events, so the events of the first senders are in
+    // the box when fewer events wait than there are senders.
     void answer_senders()
     {
         while (senders_.size() > events_.count()) {

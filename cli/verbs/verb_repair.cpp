@@ -41,14 +41,14 @@ void show(const recovery_plan &plan)
     }
 }
 
-// What the machine did not do may go better later; a box of which nothing tells the sizes stays as
-// it is.
+// Throws a failure unless the recovery succeeded. Its exit code tells a failing machine, where a
+// later attempt may succeed, from a box that cannot be recovered.
 void require_success(const std::string &base, const recovery_plan &plan)
 {
     if (plan.result == 0 && plan.obstacle.empty()) {
         return;
     }
-    // A reader knows best what is no box at all.
+    // find_box() recognises a buffer file that was named instead of a box.
     if (plan.result == QE_ERROR_OPEN && find_box(base).is_file) {
         throw failure(exit_usage, base + ": is a file; repair takes the name of a box");
     }

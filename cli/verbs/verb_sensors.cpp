@@ -108,7 +108,7 @@ void print_text(const std::vector<listed_sensor> &sensors)
     }
 }
 
-// What is wanted and not there is told, so that nobody looks for it in the list.
+// Names the wanted groups that gave no sensor, so that nobody searches for them in the list.
 void tell_what_is_not_there(const std::vector<listed_sensor> &sensors, const sensor_choice &choice)
 {
     const auto counts = count_by_group(sensors);

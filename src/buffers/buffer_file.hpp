@@ -277,7 +277,7 @@ void take_working_set(Buffer *buffer, typename buffer_kind<Buffer>::record *rec)
     kind::detach_record(rec);
 }
 
-// As read_next_record(), and keeps the books: the working set and the count.
+// As read_next_record(), and also updates the working set and the count of the buffer.
 template <typename Buffer>
 int read_counted_record(Buffer *buffer, typename buffer_kind<Buffer>::record *rec)
 {

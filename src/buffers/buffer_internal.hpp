@@ -42,8 +42,8 @@ int _vesk_current_buffer_compress(vesk_current_buffer *cbuf, vesk_hist_buffer *h
                                   uint32_t samples_per_hb_interval);
 int _vesk_hist_buffer_compress(vesk_hist_buffer *hbuf_in, vesk_hist_buffer *hbuf_out);
 
-// Reads the next record without keeping the books of the buffer: 0, QE_ERROR_END_OF_RECORDS (-43)
-// at the end, or an error.
+// Reads the next record without updating the working set and the count of the buffer: 0,
+// QE_ERROR_END_OF_RECORDS (-43) at the end, or an error.
 int _vesk_hist_buffer_read_next(vesk_hist_buffer *hbuf, vesk_hb_record *rec);
 
 #endif

@@ -61,7 +61,8 @@ vesk_current_buffer *_vesk_current_buffer_open_plain(const char *filename, file_
     return take_buffer_of_kind<vesk_current_buffer>(_vesk_buffer_open_plain(filename, reading));
 }
 
-// Reads all records that are left, for the books they keep. Returns 0 or a negative error.
+// Reads all remaining records, so that the buffer knows its working set and its count. Returns 0 or
+// a negative error.
 static int _read_to_end(vesk_current_buffer *cbuf)
 {
     vesk_cb_record rec;

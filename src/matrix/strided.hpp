@@ -43,7 +43,7 @@ inline void _matrix_copy_elements(const matrix *m, double *to)
 }
 
 // Memory to turn or pack `rows` x `columns` elements in, on a boundary of cache lines. Null is no
-// failure: whoever asks does without. The last-error cell stays as it is.
+// failure: the caller works without that memory. The last-error cell stays as it is.
 inline double *_matrix_allocate_scratch(std::size_t rows, std::size_t columns = 1)
 {
     constexpr std::size_t line = 64;

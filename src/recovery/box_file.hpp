@@ -1,5 +1,5 @@
 // The buffer files that were found under the name of a box, by number, with what is in each of
-// them. They are plain data: whoever decides about them needs no disk.
+// them. They are plain data, so that the code which decides about them does not read the disk.
 #ifndef VESK_RECOVERY_BOX_FILE_HPP
 #define VESK_RECOVERY_BOX_FILE_HPP
 

@@ -3,8 +3,8 @@
 // Every budget of the scanner has a part for each byte of the file and a fixed part, which small
 // files need. The fixed part belongs to the whole box: its files share it evenly, so that a
 // thousand small files cost no more than one, and no file can use up what another one needs. How
-// much a file gets depends on nothing but the number of files, so whoever looks at it twice judges
-// it in the same way.
+// much a file gets depends on nothing but the number of files, so two scans of the same file give
+// the same result.
 #ifndef VESK_RECOVERY_SCAN_LIMITS_HPP
 #define VESK_RECOVERY_SCAN_LIMITS_HPP
 

@@ -1,5 +1,5 @@
-// The byte order of every stored number: most significant byte first. Whoever stores or reads a
-// number passes it through here once.
+// The byte order of every stored number: most significant byte first. Every function that stores or
+// reads a number converts it here, once.
 #ifndef VESK_SUPPORT_BIG_ENDIAN_HPP
 #define VESK_SUPPORT_BIG_ENDIAN_HPP
 

@@ -1,6 +1,6 @@
 // A hash of texts that come from files, for tables in which they are found again.
 //
-// Whoever writes such a file must not be able to choose names that all fall into one place of a
+// The author of such a file must not be able to choose names that all fall into one place of a
 // table, which would make each look-up a walk over all of them. So the hash begins with a number
 // that differs from process to process. It decides only where an entry lies in memory, never what
 // is found, shown or stored.
