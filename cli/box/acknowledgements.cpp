@@ -1,5 +1,5 @@
-// Acknowledgements may go into a pipe that nobody reads: whatever waits for it ends when the end of
-// the process is requested.
+// Writes one line for each vector that is in the box to a file, a pipe or a descriptor. Nobody may
+// be reading the pipe, so every wait for it ends when a signal asks the process to stop.
 #include "box/acknowledgements.hpp"
 
 #include <cerrno>

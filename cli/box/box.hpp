@@ -1,5 +1,5 @@
-// Looking at what is stored: which files make up a box, and what is in them. Nothing here needs
-// more than the right to read, and nothing that the files hold can end the process.
+// Finds the files that make up a box, and shows what is in them. The functions need only the right
+// to read, and no content of the files can end the process.
 #ifndef VESK_CLI_BOX_BOX_HPP
 #define VESK_CLI_BOX_BOX_HPP
 

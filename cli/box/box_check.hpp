@@ -1,5 +1,5 @@
-// Looking at a box before the recorder does: the recorder takes the content of its files for
-// granted, and what it does not expect there stops it for good or ends the process.
+// Checks a box before a recorder opens it. The recorder trusts the content of its files; what it
+// does not expect there makes every later write fail, or ends the process.
 #ifndef VESK_CLI_BOX_BOX_CHECK_HPP
 #define VESK_CLI_BOX_BOX_CHECK_HPP
 

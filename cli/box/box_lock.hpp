@@ -1,7 +1,7 @@
-// One process at a time writes to a box: it holds a lock on BASE.lock. The kernel lets go of the
-// lock with the process, however that ends; what stays behind after a kill is the file, which means
-// nothing by itself. Somebody may remove that file meanwhile, so the holder looks again at every
-// write whether the name still stands for what it has locked.
+// Lets only one process at a time write to a box, by a lock on BASE.lock. The kernel releases the
+// lock when the process ends in any way; the file may stay behind and means nothing without a lock
+// on it. Somebody may remove the file, so the holder checks at every write that the name still
+// refers to the file that it has locked.
 #ifndef VESK_CLI_BOX_BOX_LOCK_HPP
 #define VESK_CLI_BOX_BOX_LOCK_HPP
 

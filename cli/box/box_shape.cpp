@@ -1,5 +1,5 @@
-// The sizes of a new box as far as the user says them, and comparing them with those of a box that
-// is there.
+// Completes the sizes of a new box from those that the user gave, and compares them with the sizes
+// of an existing box. Sizes that no box can have are a usage failure.
 #include "box/box_shape.hpp"
 
 #include <algorithm>

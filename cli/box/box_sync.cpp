@@ -1,5 +1,4 @@
-// Bringing what was written onto the medium when the policy says so, and telling once that it
-// fails.
+// Syncs the files of the box when the policy says so, and prints one note if the medium refuses.
 #include "box/box_sync.hpp"
 
 #include <cerrno>

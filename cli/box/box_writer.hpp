@@ -60,7 +60,7 @@ public:
     // first vector of a box and behind the last one of a full buffer. waiting_events keeps it then.
     // Throws an unrecordable_event when no box can hold it.
     event_result write(const event &what);
-    // The last act: whatever the policy says is done once more.
+    // To be called last: syncs once more as the policy says.
     void finish();
 
     // The open buffer holds its last vector.

@@ -1,5 +1,5 @@
-// What lies beside the buffers of a box under the names that the command uses itself, and is
-// something else: BASE.lock, BASE.sock and the copy of the state file.
+// Finds foreign files under the names that the command uses beside the buffers of a box: BASE.lock,
+// BASE.sock and the copy of the state file.
 #ifndef VESK_CLI_BOX_COMPANIONS_HPP
 #define VESK_CLI_BOX_COMPANIONS_HPP
 

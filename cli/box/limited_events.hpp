@@ -1,5 +1,5 @@
-// Events on their way into a box, as many as it has room for. What has none is counted, and one
-// event tells of all that were left out in a minute.
+// Passes events into a box as long as it has room for them. Events without room are counted, and
+// one event tells how many were left out in a minute.
 #ifndef VESK_CLI_BOX_LIMITED_EVENTS_HPP
 #define VESK_CLI_BOX_LIMITED_EVENTS_HPP
 

@@ -1,5 +1,5 @@
-// What a verb that reads could not read: told on standard error as it is met, and counted for the
-// exit code.
+// Counts what a reading verb could not read, reports it on standard error when it is met, and gives
+// the exit code in the end.
 #ifndef VESK_CLI_BOX_LOSSES_HPP
 #define VESK_CLI_BOX_LOSSES_HPP
 

@@ -1,5 +1,5 @@
-// Opening and reading what lies under the names of a box. Only regular files count: a FIFO would
-// wait for ever, a device may have no end, and a link leads out of the folder.
+// Opens and reads the files under the names of a box. Only regular files count: a FIFO would wait
+// for ever, a device may have no end, and a link leads out of the folder.
 #ifndef VESK_CLI_BOX_STORED_BYTES_HPP
 #define VESK_CLI_BOX_STORED_BYTES_HPP
 

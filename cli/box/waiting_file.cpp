@@ -1,5 +1,5 @@
-// Access to the file of waiting events. It is read anew each time: it is seldom there, and small.
-// Nothing is followed out of the folder or waited for.
+// Reads and changes the file of waiting events. It is read anew each time, because it rarely exists
+// and is small. Links are not followed, and no pipe is waited for.
 #include "box/waiting_file.hpp"
 
 #include <cerrno>

@@ -1,5 +1,5 @@
-// What services use: the control groups of version 2, those of the first level and the services of
-// systemd.
+// Measures what services use: the control groups of version 2, those of the first level and the
+// services of systemd.
 #ifndef VESK_CLI_MACHINE_CGROUPS_HPP
 #define VESK_CLI_MACHINE_CGROUPS_HPP
 

@@ -1,5 +1,5 @@
-// Comparing clocks: what the boot clock gained over the monotonic one was sleep, what the clock on
-// the wall gained over the boot clock was set.
+// Compares three clocks. If the boot clock has gained on the monotonic one, the machine slept; if
+// the clock on the wall differs from the boot clock by more than before, somebody set it.
 #include "machine/clock_watch.hpp"
 
 #include <algorithm>

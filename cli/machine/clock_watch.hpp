@@ -1,5 +1,5 @@
-// Times in which nothing was recorded although the recording lived: the machine slept, the clock
-// was set, or samples came too late.
+// Finds times in which a running recording took no samples: the machine slept, the clock was set,
+// or samples came too late.
 #ifndef VESK_CLI_MACHINE_CLOCK_WATCH_HPP
 #define VESK_CLI_MACHINE_CLOCK_WATCH_HPP
 

@@ -1,5 +1,5 @@
-// Which file systems are asked, by whom, and what becomes of those that do not answer: the process
-// that waits for one is kept until it answers, and another one asks for the others.
+// Asks the file systems for their space through a helper process. If one does not answer in time,
+// its helper is kept until it does, and a new helper asks for the others.
 #include "machine/file_systems.hpp"
 
 #include <algorithm>

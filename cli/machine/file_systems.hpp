@@ -30,7 +30,7 @@ public:
     void measure(const machine_files &files, measurements &out);
 
 private:
-    // A question that is not answered yet.
+    // A question that its file system has not answered yet, with the helper that waits for it.
     struct open_question {
         std::string path;
         std::unique_ptr<space_helper> helper;

@@ -1,5 +1,5 @@
-// Which machine this is, and which of its lives: what a recording writes into a box so that whoever
-// opens it later knows where it is from.
+// Tells which machine this is and which boot of it. A recording writes this into a box, so that
+// people who open the box later know where it is from.
 #ifndef VESK_CLI_MACHINE_IDENTITY_HPP
 #define VESK_CLI_MACHINE_IDENTITY_HPP
 

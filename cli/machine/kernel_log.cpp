@@ -1,5 +1,5 @@
-// Reading /dev/kmsg without ever waiting for it. Everything in a record may be wrong: the file may
-// be something else in a test or a container.
+// Reads /dev/kmsg without ever waiting for it. Every part of a record is checked, because the file
+// may be something else in a test or a container.
 #include "machine/kernel_log.hpp"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Reads files of the kernel with as few system calls as there can be: a look at the machine opens
-// some hundred of them.
+// Reads files of the kernel with as few system calls as possible, because one look at the machine
+// opens some hundred files.
 #include "machine/machine_files.hpp"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// All numbers are whole and in millionths: microvolts, microwatts, microjoules. Each file holds
-// one.
+// Measures batteries, mains and the energy of the processors. Each file holds one whole number, in
+// millionths of a unit: microvolts, microwatts, microjoules.
 #include "machine/power.hpp"
 
 #include <fmt/format.h>

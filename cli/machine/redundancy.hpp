@@ -1,5 +1,5 @@
-// What still works although something broke: memory errors that were corrected, and arrays of
-// disks.
+// Measures damage that the machine still survives: memory errors that were corrected, and arrays of
+// disks that have lost a disk.
 #ifndef VESK_CLI_MACHINE_REDUNDANCY_HPP
 #define VESK_CLI_MACHINE_REDUNDANCY_HPP
 

@@ -1,5 +1,5 @@
-// What the kernel counts of TCP and UDP since it started, and how many sockets there are now. TCP
-// is counted for IPv4 and IPv6 together, UDP and the sockets of each apart.
+// Measures what the kernel has counted of TCP and UDP since it started, and how many sockets exist
+// now. TCP is counted for IPv4 and IPv6 together, UDP and the sockets for each of them.
 #include "machine/sockets.hpp"
 
 #include <optional>

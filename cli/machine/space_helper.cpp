@@ -1,5 +1,6 @@
-// The process and its parent are joined by a socket that keeps messages apart: a path one way, the
-// answer the other. The process ends when the other end of the socket is gone.
+// Runs the helper process that asks for the space of file systems. A socket that keeps messages
+// apart joins it with its parent: paths go one way, answers the other. The process ends when its
+// parent closes the socket.
 #include "machine/space_helper.hpp"
 
 #include <algorithm>

@@ -6,10 +6,10 @@
 namespace cli
 {
 
-// Since some moment: nobody sets this clock.
+// Seconds since some fixed moment, by a clock that nobody can set.
 double monotonic_seconds();
 
-// Since 1970, by the clock on the wall.
+// Seconds since 1970, by the clock on the wall.
 double clock_seconds();
 
 } // namespace cli

@@ -9,16 +9,16 @@
 namespace cli
 {
 
-// The first act of the process. Descriptors 0 to 2 that are closed are taken, so that no file of a
-// box ever becomes one of them: what is printed would end in the box. Using such a stream fails as
-// it does with a closed one. A stream whose reader has gone is a failed write like any other, and
-// so is a file that grows beyond what is allowed.
+// To be called first in the process. If descriptors 0 to 2 are closed, they are opened, so that no
+// file of a box ever gets one of these numbers and receives what is printed. Using such a stream
+// fails as it does with a closed one. A stream whose reader has gone is a failed write like any
+// other, and so is a file that grows beyond what is allowed.
 void secure_standard_streams();
 
 // Prints on standard output. Throws a failure when it is refused.
 void put(std::string_view text);
 
-// What was printed has come to where it should, or the verb gives up.
+// Flushes standard output. Throws a failure when it is refused.
 void flush_output();
 
 } // namespace cli

@@ -13,7 +13,7 @@ namespace cli
 // Colour needs a terminal that can show it and a user who has not set NO_COLOR.
 bool colour_wanted(bool is_terminal, const char *no_color, const char *term);
 
-// As it is. What standard error does not take is lost: that is no reason to end anything.
+// Prints the text as it is. If standard error refuses it, the text is lost, which ends nothing.
 void say(std::string_view text);
 
 // "vesk: text", with the name in red where colour is wanted. The text is made printable.

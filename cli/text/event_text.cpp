@@ -1,5 +1,5 @@
-// Reading and writing the texts of a recording's own events. What is read comes out of a box that
-// anybody may have made, so nothing is taken that is not written exactly so.
+// Parses and writes the texts of a recording's own events. A text may come from a box that anybody
+// has made, so only what event_text would write itself is accepted.
 #include "text/event_text.hpp"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Only the latest '*' is ever tried again: if the rest cannot follow it, giving an earlier one more
-// text does not help either. That keeps the time bounded.
+// Matches a pattern against a name. After a mismatch only the latest '*' is extended: if the rest
+// cannot follow it, extending an earlier '*' does not help either. That keeps the time bounded.
 #include "text/glob.hpp"
 
 namespace cli

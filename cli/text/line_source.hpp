@@ -1,6 +1,6 @@
 // The lines of a text file, of a gzip file (recognised by its content) or of standard input. A line
-// is handed out as soon as all of it has come, compressed or not: whoever feeds a pipe may wait for
-// what becomes of a line before he sends the next one.
+// is handed out as soon as all of it has come, compressed or not: a program that feeds a pipe may
+// wait for the result of a line before it sends the next one.
 #ifndef VESK_CLI_TEXT_LINE_SOURCE_HPP
 #define VESK_CLI_TEXT_LINE_SOURCE_HPP
 

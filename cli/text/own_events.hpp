@@ -1,5 +1,5 @@
-// What the events of a recording are about, in both directions: as values, and as the text of an
-// event.
+// Machine identities and gaps, which the events of a recording tell of: converts them from values
+// to the text of an event and back.
 #ifndef VESK_CLI_TEXT_OWN_EVENTS_HPP
 #define VESK_CLI_TEXT_OWN_EVENTS_HPP
 

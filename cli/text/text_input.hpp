@@ -1,5 +1,5 @@
-// The bytes of a text, unpacked where they are gzip, as soon as they come. The file functions of
-// zlib would wait for a buffer full of them.
+// Reads the bytes of a text as soon as they arrive, and unpacks them if they are gzip. The file
+// functions of zlib would wait until a buffer is full.
 #ifndef VESK_CLI_TEXT_TEXT_INPUT_HPP
 #define VESK_CLI_TEXT_TEXT_INPUT_HPP
 

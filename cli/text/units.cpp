@@ -1,5 +1,5 @@
-// Amounts of memory are counted in powers of 1024 and rates in powers of 1000, as people are used
-// to.
+// Formats values with their units for people. Amounts of memory use powers of 1024 and rates use
+// powers of 1000, as people expect.
 #include "text/units.hpp"
 
 #include <algorithm>

@@ -20,7 +20,7 @@ struct reading_options {
     bool local = false;
     std::string time_zone;
 
-    // Refuses what is wrong and sets the time zone. The first act of the verb.
+    // Refuses what is wrong and sets the time zone. To be called first in a verb.
     void settle() const;
     zone where() const { return local || !time_zone.empty() ? zone::local : zone::utc; }
 };

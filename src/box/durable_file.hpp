@@ -1,5 +1,6 @@
-// Files that change as a whole: the new content is written aside, synced and renamed, so at any
-// moment, killed or without power, either the old file is there or the new one.
+// Replaces files as a whole: the new content is written to another file, synced and renamed, so
+// that at any moment, even after a kill or a loss of power, either the old file exists or the new
+// one.
 #ifndef VESK_BOX_DURABLE_FILE_HPP
 #define VESK_BOX_DURABLE_FILE_HPP
 
@@ -20,7 +21,7 @@ public:
     replacement_file() = default;
     replacement_file(const replacement_file &) = delete;
     replacement_file &operator=(const replacement_file &) = delete;
-    // What was not put in place is removed.
+    // Removes the new file unless it was put in place.
     ~replacement_file();
 
     // Begins the replacement of `target`, which keeps its owner and its permissions; what is not

@@ -1,5 +1,5 @@
-// Reading a file whole: the scanner looks at the same bytes more than once, and a recorder may be
-// appending to the file meanwhile.
+// Reads a whole file into memory, because the scanner looks at the same bytes more than once while
+// a recorder may append to the file.
 #include "box/loaded_file.hpp"
 
 #include <errno.h>

@@ -78,7 +78,7 @@ void _vesk_take_owner(FILE *file, const struct stat &status, mode_t mode)
         return;
     }
     const bool same = own.st_uid == status.st_uid && own.st_gid == status.st_gid;
-    // Only root gives files away; the group alone may be one of ours.
+    // Only root may give files away. Other users may at least set a group that they belong to.
     if (!same && fchown(descriptor, status.st_uid, status.st_gid) != 0) {
         (void)!fchown(descriptor, static_cast<uid_t>(-1), status.st_gid);
     }

@@ -250,8 +250,8 @@ int read_buffer_header(Buffer *buffer, reader *source)
 
 // ---- Reading ----------------------------------------------------------------------------------
 
-// Reads the next record and leaves the buffer's books alone: 0, QE_ERROR_END_OF_RECORDS (-43) at
-// the end, or an error.
+// Reads the next record without updating the working set and the count of the buffer: 0,
+// QE_ERROR_END_OF_RECORDS (-43) at the end, or an error.
 template <typename Buffer>
 int read_next_record(Buffer *buffer, typename buffer_kind<Buffer>::record *rec)
 {

@@ -1,5 +1,5 @@
-// What the stored forms take and give back, told before a byte is written: times, texts, lists of
-// sensors and events that come back from a file as they went into it.
+// Checks before a byte is written whether a time, a text, a list of sensors or an event can be
+// stored and read back unchanged.
 #ifndef VESK_BUFFERS_STORABLE_HPP
 #define VESK_BUFFERS_STORABLE_HPP
 

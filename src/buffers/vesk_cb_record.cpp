@@ -112,7 +112,7 @@ int binary_serializer_read_vesk_cb_record(vesk_cb_record *rec, reader *source)
     if (nread <= 0) {
         return nread;
     }
-    // An unknown record leaves what `rec` holds alone, so the type is judged first.
+    // An unknown record must leave the content of `rec` as it was, so the type is checked first.
     if (type < VESK_CB_RECORD_SENSOR_NAMES || type > VESK_CB_RECORD_EVENT) {
         return QE_ERROR_MALFORMED;
     }

@@ -26,7 +26,8 @@ namespace
 {
 
 // The values of a record as single-precision floats, wherever they come from. The row of a vector
-// with direct access is read in place; matrix_get() judges the vectors that have none.
+// with direct access is read in place; vectors without it are read through matrix_get(), which
+// checks them.
 class sample
 {
 public:

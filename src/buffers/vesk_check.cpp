@@ -1,4 +1,4 @@
-// Whether a vector or an event can be stored and read back, asked before anything is written. A
+// Checks whether a vector or an event can be stored and read back, before anything is written. A
 // vector is judged as a whole: its type and shape, its time, and each of its sensors.
 #include <vesk/error.h>
 #include <vesk/sensor_array.h>

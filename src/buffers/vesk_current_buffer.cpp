@@ -69,7 +69,7 @@ static int _read_to_end(vesk_current_buffer *cbuf)
     vesk_cb_record_init_null(&rec);
     int result = 0;
     while (result == 0) {
-        // One record too many is read before it is refused.
+        // A file with too many records is refused when the first of them has been read.
         if (cbuf->num_data_records > cbuf->max_data_records) {
             result = QE_ERROR_MALFORMED;
             break;
@@ -91,7 +91,8 @@ static vesk_current_buffer *_prepare_to_append(vesk_current_buffer *cbuf)
     if (cbuf == nullptr) {
         return nullptr;
     }
-    // Having met the end of the file, the stream may be written to without being repositioned.
+    // A stream whose last read met the end of the file may be written to without being
+    // repositioned.
     const int result = _read_to_end(cbuf);
     if (result < 0) {
         vesk_current_buffer_close(&cbuf);
@@ -149,7 +150,7 @@ int vesk_current_buffer_write_event(vesk_current_buffer *cbuf, const vesk_cb_rec
     VESK_REQUIRE(cbuf->writer != nullptr, "cbuf->writer != ((void *)0)");
     VESK_REQUIRE(event != nullptr, "event != ((void *)0)");
     drop_reader(cbuf);
-    // The bare body, without a record type, is what the format has here.
+    // The format stores the bare body here, without a record type.
     const int written = binary_serializer_write_vesk_cb_record_event(event, cbuf->writer);
     const int flushed = writer_flush(cbuf->writer);
     if (flushed < 0) {
@@ -169,7 +170,8 @@ int vesk_current_buffer_write_tagged_event(vesk_current_buffer *cbuf,
     if (storable < 0) {
         return storable == QE_ERROR_LIMIT ? storable : QE_ERROR_MALFORMED;
     }
-    // Only a vector that was acknowledged proves that the names before it are in the file.
+    // The names before a vector are known to be in the file only when the vector was written
+    // successfully.
     if (cbuf->num_data_records == 0) {
         return QE_ERROR_UNKNOWN_KIND;
     }

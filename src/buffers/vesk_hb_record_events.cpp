@@ -103,7 +103,8 @@ int binary_serializer_write_vesk_hb_record_events(const vesk_hb_record_events *r
     return fields.result();
 }
 
-// The one counter whose absence is a broken promise of the reader instead of a truncated record.
+// If the data ends before this counter, that counts as a broken precondition of the reader and not
+// as a truncated record.
 static int _read_second_counter(uint32_t *counter, reader *source)
 {
     uint32_t stored = 0;

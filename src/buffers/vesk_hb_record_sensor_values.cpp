@@ -184,7 +184,7 @@ vesk_hb_record_sensor_values *vesk_hb_record_sensor_values_copy(vesk_hb_record_s
         return nullptr;
     }
     if (dst == nullptr) {
-        // Only here do the events get a content: a copy leaves those of `dst` to the caller.
+        // The events are filled only here: a copy leaves the events of `dst` to the caller.
         dst = vesk_hb_record_sensor_values_create_null();
         if (dst == nullptr) {
             return nullptr;

@@ -1,5 +1,5 @@
-// A writer that keeps what it is given. Forms are put together in memory with it where they must
-// be looked at, or be complete, before they go anywhere.
+// A writer that keeps the bytes in memory. Forms are put together with it when they must be checked
+// or be complete before they are written to a file.
 #ifndef VESK_IO_MEMORY_WRITER_HPP
 #define VESK_IO_MEMORY_WRITER_HPP
 

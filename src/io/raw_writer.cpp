@@ -1,5 +1,6 @@
 // A writer over a stdio stream. Every write is flushed to the operating system at once, so that a
-// program that dies loses no record, and what a full disk refuses is told by the write itself.
+// program that dies loses no record, and so that the write itself reports when a full disk refuses
+// it.
 #include <vesk/error.h>
 #include <vesk/raw_writer.h>
 

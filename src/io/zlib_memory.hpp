@@ -15,7 +15,7 @@ struct zlib_block {
     bool in_use;
 };
 
-// Starts zeroed. deflate takes five blocks and inflate two; what finds no place is not kept.
+// Starts zeroed. deflate takes five blocks and inflate two; blocks beyond the places are not kept.
 struct zlib_memory {
     zlib_block blocks[8];
 };

@@ -1,5 +1,5 @@
-// Recovering one buffer: its header, its streams in file order, and the padding at its end. What is
-// done to a stream is in mended_stream.cpp, what is done to a record in record_mender.cpp.
+// Recovers one buffer: first its header, then its streams in file order, then the padding at its
+// end. Streams are handled by mended_stream.cpp and records by record_mender.cpp.
 #include "recovery/buffer_mender.hpp"
 
 #include <errno.h>

@@ -40,8 +40,8 @@ int _vesk_check_change(const char *path, bool with_torn, const trusted_owners &o
     return 0;
 }
 
-// Opens FILE.torn behind its end, or makes it anew. Only its owner reads it: what is in it was
-// perhaps not meant for everybody.
+// Opens FILE.torn behind its end, or makes it anew. Only its owner may read it, because the buffer
+// may not have been readable for everybody.
 static owned_file _open_torn(const char *torn_path, const char *path, std::size_t n, bool *is_new)
 {
     struct stat status = {};

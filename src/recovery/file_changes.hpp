@@ -1,5 +1,5 @@
-// Changing the files of a box: cutting a tail off, and writing a buffer anew. What is taken out is
-// on the medium, in FILE.torn, before it is gone from the buffer.
+// Changes the files of a box: cuts off a tail, or writes a buffer anew. Bytes that are taken out
+// are synced to FILE.torn before they disappear from the buffer.
 #ifndef VESK_RECOVERY_FILE_CHANGES_HPP
 #define VESK_RECOVERY_FILE_CHANGES_HPP
 

@@ -1,5 +1,5 @@
-// The sensors of a buffer while it is recovered: which names are in force, which wait for an
-// interval that needs them, and which replace lost names.
+// Keeps track of the sensors of a buffer while it is recovered: which names are in force, which
+// wait for an interval that needs them, and which replace lost names.
 #include "recovery/governing_names.hpp"
 
 #include <algorithm>

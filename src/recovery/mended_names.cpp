@@ -1,5 +1,5 @@
-// Making names: for sensors without one, for sensors whose name another one has, and for sensors
-// of which nothing is known.
+// Makes names for sensors whose stored name is empty, is used by another sensor or is lost. No name
+// that is made equals one that a sensor of the record has.
 #include "recovery/mended_names.hpp"
 
 #include <algorithm>

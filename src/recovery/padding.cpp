@@ -1,4 +1,4 @@
-// Filling a buffer up. The records are written in streams of some size, because one stream for each
+// Makes the records that fill up a buffer. Many of them share a stream, because one stream for each
 // would take many times the space.
 #include "recovery/padding.hpp"
 

@@ -1,5 +1,5 @@
-// What is done to each record of a buffer, see record_mender.hpp. A record that readers take stays
-// byte for byte; one that they refuse is made anew from what was read of it, or taken out.
+// Decides what is done to each record of a buffer that is recovered. A record that readers take
+// stays byte for byte; one that they refuse is made anew from what was read of it, or taken out.
 #include "recovery/record_mender.hpp"
 
 #include <vesk/error.h>

@@ -1,5 +1,5 @@
-// Summing up steps: a run goes on as long as its records are in the stream of the last one, or in
-// the one behind it.
+// Sums up equal steps to records into one step. A run continues as long as the next record is in
+// the same stream as the last one, or in the stream behind it.
 #include "recovery/step_runs.hpp"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Decoding streams and searching for them. The search tries every place where a stream may begin,
-// so its budget is what keeps it from decoding the rest of the file at each of them.
+// Decodes streams and searches for them. The search tries every place where a stream may begin;
+// only its budget keeps it from decoding the rest of the file at each of these places.
 #include "recovery/stream_decoder.hpp"
 
 #include <algorithm>

@@ -94,7 +94,7 @@ int show_file(const char *filename, const buffer_name &name, vesk_scan_role role
     return visit(&file, context);
 }
 
-// What a file is to the box, by its place among the names of the state file.
+// The role of a file in the box, by its place among the names of the state file.
 vesk_scan_role role_of(const vesk_state_summary &summary, uint32_t i)
 {
     if (i + 1 == places_of_stage(summary.state).n) {

@@ -1,5 +1,6 @@
-// The state file of a box, read without trust, see state_scan.hpp. Nothing is assumed about the
-// content, and no file that it names is looked at.
+// Reads a state file whose content may be anything. The fields come out up to the first that is
+// missing or that no recorder writes, with the code of the reason. No file that it names is looked
+// at.
 #include <stdio.h>
 #include <string.h>
 

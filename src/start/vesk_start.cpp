@@ -1,5 +1,6 @@
-// The start of a recorder in one call: recovering comes before opening, and making a box only where
-// there certainly is none. It stands above both the recorder and the recovery.
+// Starts a recorder in one call: a box that exists is recovered and opened, and a new one is made
+// only if certainly none exists. This folder stands above the recorder and the recovery, because it
+// needs both.
 
 #include <string.h>
 

@@ -1,5 +1,5 @@
-// Keys and their values from a text file, a line each. Every failed allocation leaves its code in
-// the last-error cell, whoever reports it.
+// Reads keys and their values from a text file, one line for each key. Every failed allocation
+// leaves its code in the last-error cell.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
