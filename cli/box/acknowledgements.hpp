@@ -13,7 +13,7 @@
 namespace cli
 {
 
-// A line with its time for each vector that is in the box.
+// Writes a line with its time for each vector that is in the box.
 class acknowledgements
 {
 public:

@@ -275,7 +275,7 @@ std::vector<const stored_file *> likely_history(const std::vector<const stored_f
     throw failure(exit_unreadable, name + ": there is no such box and no such file");
 }
 
-// Who writes to the box, this process aside.
+// The process that writes to the box, unless it is this one.
 std::optional<pid_t> other_writer(const std::string &base)
 {
     const std::optional<pid_t> holder = lock_holder(base);

@@ -108,7 +108,7 @@ bool find_in_kernel_list(ino_t inode, std::optional<pid_t> &holder)
     return list.eof();
 }
 
-// The file of another user that this process may not open: removed when nobody has locked it.
+// Removes a lock file of another user that this process may not open, if no process has locked it.
 // Throws otherwise.
 void remove_foreign(const std::string &base, const std::string &path)
 {

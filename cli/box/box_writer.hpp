@@ -63,7 +63,7 @@ public:
     // To be called last: syncs once more as the policy says.
     void finish();
 
-    // The open buffer holds its last vector.
+    // True when the open buffer has no room for another vector.
     bool is_full() const;
     // How often this writer has begun a new buffer because the one before was full.
     uint64_t buffers_begun() const { return buffers_begun_; }

@@ -22,7 +22,7 @@ struct event {
     std::string text;
 };
 
-// What becomes of an event.
+// The result of writing an event.
 enum class event_result {
     recorded,
     waits // for the next vector

@@ -44,7 +44,7 @@ public:
     // A vector was written, and what waits follows it. @p is_new: it is the first one of a buffer.
     void vector_written(bool is_new);
 
-    // So many bytes of events a buffer holds when one from @p source is refused.
+    // The bytes of events in a buffer at which an event from @p source is refused.
     uint64_t limit_for(event_source source) const;
 
 private:
@@ -54,7 +54,7 @@ private:
     uint64_t own_waiting_;
 };
 
-// Of all events in the open buffer of a box.
+// The bytes of all events in the open buffer of a box.
 uint64_t event_bytes_in_open_buffer(const box &found);
 // What is left of @p bytes in the open buffer of a box. Throws a failure when its buffers cannot
 // be read.

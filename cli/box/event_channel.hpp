@@ -1,7 +1,7 @@
 // How events come into a box while a recorder has it open: through the socket BASE.sock.
 //
 // An event is one datagram, "vesk1 TYPE SECONDS\n" and the text. With it comes the end of a socket
-// pair, on which the recorder answers: so the sender hears of a recorder that dies, and no third
+// pair, on which the recorder answers: so the sender notices when the recorder dies, and no third
 // process can answer in its place.
 #ifndef VESK_CLI_BOX_EVENT_CHANNEL_HPP
 #define VESK_CLI_BOX_EVENT_CHANNEL_HPP
@@ -38,7 +38,7 @@ enum class event_answer {
     refused   // it will not be
 };
 
-// An event that has come, and the way back to who sent it.
+// An event that has arrived, and the socket on which its sender waits for the answer.
 class incoming_event
 {
 public:

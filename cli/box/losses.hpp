@@ -15,7 +15,7 @@ class losses
 public:
     // Where the item is damage. At most most_told_of_a_kind of one file are told one by one.
     void add(const std::string &path, const vesk_scan_item &item);
-    // After the last item of a file.
+    // To be called after the last item of a file.
     void end_file(const std::string &path);
     // Missing, or something else than a file.
     void add_missing(const stored_file &file);

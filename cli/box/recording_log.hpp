@@ -38,7 +38,7 @@ public:
     void take_waiting(const box &found);
 
     state last_state() const { return state_; }
-    // From whom the newest samples are, where that is told.
+    // The machine that the newest samples are from, if an event tells it.
     const std::optional<machine_identity> &identity() const { return identity_; }
     const std::string &version() const { return version_; }       // of what recorded them
     std::optional<int64_t> interval() const { return interval_; } // between samples

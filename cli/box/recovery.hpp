@@ -30,7 +30,7 @@ struct recovery_step {
     int error;
     uint64_t more = 0; // of the same action on the same file, which are not listed
 
-    // False for files that nobody needs.
+    // False for steps that only delete or keep files which nothing needs.
     bool is_needed() const { return action != VESK_RECOVER_DELETE && action != VESK_RECOVER_KEEP; }
     // Something else has the name of a file of the box, and it is left alone.
     bool is_foreign() const;

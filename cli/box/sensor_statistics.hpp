@@ -12,7 +12,7 @@
 namespace cli
 {
 
-// When something was: of a sample that is gone only its interval is known.
+// The time of a value: of a sample that is only in the history, just the interval is known.
 struct occasion {
     int64_t start = 0;
     int64_t end = 0;

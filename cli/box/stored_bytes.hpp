@@ -45,11 +45,11 @@ public:
     // Why it is not open: "is missing", "is a folder, not a file", "Permission denied".
     const std::string &problem() const { return problem_; }
 
-    // Of an open file, now. Throws a read_failure that names the path.
+    // The current size of an open file. Throws a read_failure that names the path.
     uint64_t size() const;
     // True when it has been written to since it was opened or read.
     bool has_changed() const;
-    // All of it. Throws a read_failure that names the path.
+    // All bytes of the file. Throws a read_failure that names the path.
     std::vector<unsigned char> read() const;
 
 private:

@@ -90,7 +90,7 @@ std::string read_all(const file_descriptor &file, const std::string &path)
     return bytes;
 }
 
-// Nothing when there is no file.
+// The content of the file, or nothing when there is no file.
 std::optional<std::string> bytes_of(const std::string &base)
 {
     const std::string path = waiting_file_of(base);

@@ -22,7 +22,7 @@ namespace cli
 constexpr std::string_view waiting_mark_waits = "wait";
 constexpr std::string_view waiting_mark_done = "done";
 
-// As it stands in the file.
+// The mark as it stands in the file.
 struct waiting_record {
     std::size_t offset;
     std::size_t size;

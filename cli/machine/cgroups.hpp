@@ -13,7 +13,7 @@
 namespace cli
 {
 
-// So many control groups are told, the first level first.
+// At most so many control groups are measured, the first level first.
 constexpr std::size_t most_cgroups = 48;
 
 // The value behind a key of a file of "KEY VALUE" lines, as a counter. Nothing when it is not
@@ -21,8 +21,8 @@ constexpr std::size_t most_cgroups = 48;
 void parse_flat_key(std::string_view key, const std::string &name, double unit,
                     std::string_view text, measurements &out);
 
-// Below the root of the hierarchy: "system.slice", "system.slice/ssh.service". Those of single
-// sessions and commands are left out: their names never come again.
+// Below the root of the hierarchy: "system.slice", "system.slice/ssh.service". Groups of single
+// sessions and commands are left out: each has a new name, and a box can hold only so many names.
 std::vector<std::string> list_cgroups(const machine_files &files, const std::string &root);
 
 void measure_cgroups(const machine_files &files, measurements &out);

@@ -27,7 +27,7 @@ struct disk_line {
     disk_counts counts;
 };
 
-// So many disks that were ever used are told.
+// At most so many disks are measured.
 constexpr std::size_t most_disks = 256;
 
 // Disks and partitions that were ever used: unused loop devices are listed by the dozen.

@@ -12,7 +12,7 @@
 namespace cli
 {
 
-// So many chips are told, and so many values of each.
+// At most so many chips are measured, and so many values of each.
 constexpr std::size_t most_chips = 128;
 constexpr std::size_t most_features = 256;
 

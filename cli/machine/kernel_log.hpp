@@ -84,7 +84,7 @@ private:
     uint64_t lost_ = 0;
 };
 
-// So many in a minute, the others are counted.
+// Lets so many messages through in a minute and counts the others.
 class minute_quota
 {
 public:

@@ -19,7 +19,7 @@ class machine_files
 public:
     // The longest texts, of /proc/stat on machines with a thousand processors, have some 100 KB.
     static constexpr std::size_t most_bytes = std::size_t{4} << 20;
-    // So many entries of a folder are looked at.
+    // At most so many entries of a folder are read.
     static constexpr std::size_t most_entries = 65536;
 
     // @p root stands before every path: "" for the machine itself.
@@ -33,9 +33,9 @@ public:
     // the machine.
     bool take_starved() const { return std::exchange(starved_, false); }
 
-    // Nothing when there is none. What cannot be read is empty.
+    // The text of a file; nothing when there is none, and an empty text when it cannot be read.
     std::optional<std::string> read(std::string_view path) const;
-    // Its first line, of a file of a few bytes; empty when there is none.
+    // The first line of a small file; empty when there is none.
     std::string read_word(std::string_view path) const;
     // Nothing when there is no such file, NaN when it holds no number or cannot be read.
     std::optional<double> read_number(std::string_view path) const;

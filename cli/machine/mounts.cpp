@@ -69,7 +69,7 @@ bool is_worth_recording(const mount_line &line)
            (line.type == "overlay" && line.point == "/");
 }
 
-// No path that a call takes is longer, and no device number either.
+// System calls take no longer paths, and device numbers are shorter, too.
 bool fits(std::string_view device, std::string_view point)
 {
     return point.starts_with('/') && point.size() < PATH_MAX && device.size() <= 21 &&

@@ -18,7 +18,7 @@ struct mounted {
     bool whole;         // and not only a folder of it
 };
 
-// So many file systems are told.
+// At most so many file systems are measured.
 constexpr std::size_t most_file_systems = 64;
 
 // What has a medium, each device once: where the whole of it is mounted, else at its shortest mount

@@ -61,7 +61,8 @@ void parse_network(std::string_view text, measurements &out)
     std::size_t interfaces = 0;
     while (!text.empty() && interfaces < most_interfaces) {
         const auto line = split(cut(text, '\n'));
-        // The ends of containers come and go under names that never come again.
+        // The interfaces of containers have a new name each time, which would use up the names that
+        // a box can hold.
         if (!line || line->name.starts_with("veth")) {
             continue;
         }

@@ -12,7 +12,7 @@
 namespace cli
 {
 
-// So many interfaces are told.
+// At most so many interfaces are measured.
 constexpr std::size_t most_interfaces = 256;
 
 // Interfaces that never carried anything are left out, and so are those of containers (veth).

@@ -18,7 +18,7 @@ struct processor_ticks {
     uint64_t user, nice, system, idle, iowait, irq, softirq, steal;
 };
 
-// Of a larger machine only the total and the first ones are told.
+// On a machine with more processors, only the total and the first ones are measured.
 constexpr std::size_t most_processors = 1024;
 
 void measure_processor(const std::string &name, const processor_ticks &ticks, measurements &out);

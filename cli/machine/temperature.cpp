@@ -18,7 +18,8 @@ namespace cli
 namespace
 {
 
-// Kernels before 5.18 may sleep for each processor that was not asked for a second.
+// Kernels before 5.18 may sleep for each processor whose frequency was not read within the last
+// second.
 constexpr std::chrono::milliseconds time_limit(100);
 
 constexpr const char *processors = "/sys/devices/system/cpu";

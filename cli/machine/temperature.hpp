@@ -9,7 +9,7 @@
 namespace cli
 {
 
-// So many processors are asked for their frequency: some kernels measure it for 10 ms each.
+// The frequency of at most so many processors is read: some kernels measure it for 10 ms each.
 constexpr std::size_t most_frequencies = 64;
 constexpr std::size_t most_thermal_zones = 64;
 

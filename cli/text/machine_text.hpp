@@ -9,11 +9,14 @@
 namespace cli
 {
 
-// Quoted where CSV needs it. What is not printable() becomes '?', line ends included.
+// A field of CSV, quoted where CSV needs it. Characters that are not printable() become '?', line
+// ends included.
 std::string csv_field(std::string_view text);
-// A tab would be a new field, and is not printable() anyway.
+// A field of tab-separated values. A tab would begin a new field; it becomes '?', like all that is
+// not printable().
 std::string tsv_field(std::string_view text);
-// With its quotation marks; all that is not ASCII is escaped, bytes that are no UTF-8 are replaced.
+// A string of JSON with its quotation marks. Everything that is not ASCII is escaped, and bytes
+// that are no UTF-8 are replaced.
 std::string json_string(std::string_view text);
 
 // The shortest decimal that reads back as the same number. Nothing for NaN: no value; infinities

@@ -245,7 +245,7 @@ bool read_iso(std::string_view whole, read_moment &found)
     return text.skip_any("Tt ") && read_clock(text, found.time) && read_offset(text, found.offset);
 }
 
-// As text telemetry has it.
+// The form of text telemetry, "20240131:23:59:59".
 bool read_plain(std::string_view whole, civil_time &time)
 {
     if (!has_time_shape(whole)) {
@@ -262,7 +262,8 @@ std::optional<int64_t> read_epoch(std::string_view text)
 {
     const bool is_marked = text.starts_with('@');
     text.remove_prefix(is_marked ? 1 : 0);
-    // Without the mark a sign would mean a distance from the end.
+    // Only behind "@" may a number of seconds have a sign; otherwise the sign means a distance from
+    // the end.
     if (text.empty() || (!is_marked && (text.front() < '0' || text.front() > '9'))) {
         return std::nullopt;
     }

@@ -15,8 +15,8 @@ enum class zone { utc, local };
 // "2024-01-01T00:00:00Z", or "2024-01-01T01:00:00+01:00" in the time zone of the process.
 std::string iso_time(int64_t seconds, zone where);
 
-// From here on the time zone of the process is @p name of the time zone database, such as
-// "Europe/Zurich". Throws a failure when there is no such zone.
+// Sets the time zone of the process to @p name of the time zone database, such as "Europe/Zurich".
+// Throws a failure when there is no such zone.
 void use_time_zone(const std::string &name);
 
 // A moment on the clock, or one that is told by its distance from the end of a box: the clock of a

@@ -1,5 +1,5 @@
-// Values as people read them, with the unit that the name of a sensor ends with. For people only:
-// machine formats hold plain numbers.
+// Formats values for people, with the unit that the name of a sensor ends with. Formats for
+// programs hold plain numbers instead.
 #ifndef VESK_CLI_TEXT_UNITS_HPP
 #define VESK_CLI_TEXT_UNITS_HPP
 

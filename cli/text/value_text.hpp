@@ -34,7 +34,7 @@ bool has_time_shape(std::string_view text);
 int64_t parse_time(std::string_view text);
 std::string format_time(int64_t seconds);
 
-// From here on times are read and written in universal time.
+// After this call the process reads and writes times in universal time.
 void use_utc();
 
 } // namespace cli

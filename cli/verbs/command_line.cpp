@@ -85,7 +85,7 @@ private:
     CLI::App &verb_;
 };
 
-// A verb, and what it does if it is the one that is asked for.
+// A verb with its parser, and the action that runs if the user chose it.
 struct prepared_verb {
     const CLI::App *parser;
     action run;

@@ -1,5 +1,4 @@
-// The command line: which verb is asked for, with which options, and the help that teaches how to
-// ask.
+// Parses the command line and runs the verb that it names, or prints the help.
 #ifndef VESK_CLI_VERBS_COMMAND_LINE_HPP
 #define VESK_CLI_VERBS_COMMAND_LINE_HPP
 

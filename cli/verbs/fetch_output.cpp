@@ -64,7 +64,7 @@ protected:
     const std::vector<statistic> &statistics() const { return statistics_; }
     std::string heading() const
     {
-        // As wide as the times.
+        // The heading of the first column is as wide as the times below it.
         return fmt::format("{:<{}} {:>6}", "time", iso_time(0, where_).size(), "length");
     }
 

@@ -16,7 +16,7 @@ namespace
 using nlohmann::ordered_json;
 using state = recording_log::state;
 
-// Of the gaps, so many are shown to people, the latest.
+// At most so many gaps are shown to people, the latest ones.
 constexpr std::size_t most_shown = 20;
 
 void print_line(const char *title, const std::string &text)

@@ -1,5 +1,5 @@
-// What `info` shows of the recordings in a box: the machine, who writes now, how the last recording
-// ended, and the gaps. Nothing of it is there in a box that was imported.
+// Prints what `info` shows of the recordings in a box: the machine, who writes now, how the last
+// recording ended, and the gaps. A box that was imported has none of this.
 #ifndef VESK_CLI_VERBS_RECORDING_REPORT_HPP
 #define VESK_CLI_VERBS_RECORDING_REPORT_HPP
 

@@ -19,7 +19,7 @@ namespace cli
 namespace
 {
 
-// In the order of the enumeration.
+// The names stand in the order of the enumeration.
 constexpr std::array<std::string_view, 9> names = {"count",    "min",      "mean",  "max", "stddev",
                                                    "skewness", "kurtosis", "first", "last"};
 

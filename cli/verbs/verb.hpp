@@ -15,7 +15,7 @@
 namespace cli
 {
 
-// Where a verb names its options. The values must live until the verb has run; what they hold
+// Receives the options of a verb. The values must live until the verb has run; what they hold
 // before is the default, which the help shows.
 class option_list
 {

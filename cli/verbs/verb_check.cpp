@@ -236,7 +236,7 @@ void print_step(const recovery_step &step)
     }
 }
 
-// Not the buffers and the waiting events, which are told as such.
+// Prints the other foreign files; buffers and waiting events have their own lines.
 void print_foreign(const diagnosis &found)
 {
     for (const recovery_step &step : found.plan.steps) {

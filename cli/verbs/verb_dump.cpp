@@ -164,7 +164,7 @@ private:
     std::vector<std::string> names_;
 };
 
-// As CSV, too.
+// Prints events, also as CSV.
 class event_dump
 {
 public:

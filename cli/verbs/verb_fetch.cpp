@@ -79,7 +79,7 @@ public:
         }
     }
 
-    // Behind the last row.
+    // To be called behind the last row.
     void finish() { begin_row(std::nullopt); }
     bool any() const { return any_; }
 

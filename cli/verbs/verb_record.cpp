@@ -48,7 +48,7 @@ constexpr std::size_t most_waiting_senders = 64;
 
 // So many events are taken before the clock is read again.
 constexpr std::size_t events_at_once = 50;
-// More than the kernel keeps in a socket.
+// The events that are taken when the recording ends: more than the kernel keeps in a socket.
 constexpr std::size_t events_at_end = 1000;
 
 class recording
@@ -138,7 +138,7 @@ private:
         return std::nullopt;
     }
 
-    // For the journal of the system; a terminal has the status line.
+    // Prints a line for the journal of the system. On a terminal the status line takes its place.
     void log(const std::string &text) const
     {
         if (!status_.visible()) {

@@ -75,7 +75,7 @@ int replacement_file::open(const char *target, const char *like)
     constexpr mode_t usual_mode = 0666;
     const bool there = _vesk_look_at_name(target_, &status);
     if (!there && !_vesk_means_absent(errno)) {
-        // Without its permissions the file might become readable for everybody.
+        // If its permissions are unknown, the new file might become readable for everybody.
         return QE_ERROR_IO;
     }
     const bool known = there && S_ISREG(status.st_mode);

@@ -22,7 +22,7 @@ enum class file_presence {
 class trusted_owners
 {
 public:
-    // Of the folder of `base`.
+    // The trusted owners of files in the folder of `base`.
     explicit trusted_owners(const char *base);
 
     // Whether it could be told whose the folder is. If not, files of its owner are not trusted.

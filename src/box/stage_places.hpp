@@ -25,7 +25,7 @@ inline constexpr bool is_stage(uint32_t stage)
     return stage >= VESK_ZCF_STATE_C00 && stage <= VESK_ZCF_STATE_HCC;
 }
 
-// No places for what is no stage.
+// Returns no places for a number that is no stage.
 inline constexpr stage_places places_of_stage(uint32_t stage)
 {
     constexpr stage_place full = {VESK_BUFFER_TYPE_CURRENT, false};

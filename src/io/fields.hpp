@@ -82,8 +82,8 @@ public:
 
 private:
     // Numbers of the width of `Word` go to the library's own streams in blocks, which put the same
-    // bytes on disk however they are cut: one call a number would cost more than the number. Who
-    // brings a writer gets them one by one.
+    // bytes on disk however they are cut: one call for each number would cost more than the number
+    // itself. A caller's own writer gets the numbers one by one.
     template <typename Word, typename Bits>
     field_writer &numbers(uint32_t count, Bits bits)
     {
@@ -225,7 +225,7 @@ private:
         for (uint32_t done = 0; done < count && ok();) {
             const uint32_t n = std::min(count - done, most);
             uint32_t came = 0;
-            // What the garbage reader makes of bytes that did not come begins with zeros.
+            // Bytes that did not come must be zero before the garbage reader changes them.
             block[0] = 0;
             add([&] { return read_block(block, n * sizeof(Word), &came); });
             for (uint32_t i = 0; i < came / sizeof(Word); ++i) {

@@ -123,9 +123,9 @@ vesk *vesk_create(const char *filename, uint32_t num_cb_samples, uint32_t num_hb
     return _create(filename, num_cb_samples, num_hb_intervals, false);
 }
 
-// Makes an empty file of the name that vesk_create() will use first, so that of two who want to
-// make the box only one does. 0, QE_ERROR_EXISTS (-51) when there is something of this name,
-// otherwise QE_ERROR_OPEN (-40).
+// Makes an empty file of the name that vesk_create() will use first, so that only one of two
+// processes that try to make the box succeeds. 0, QE_ERROR_EXISTS (-51) when there is something of
+// this name, otherwise QE_ERROR_OPEN (-40).
 static int _claim_first_buffer(const char *filename, char (&path)[filename_size])
 {
     snprintf(path, sizeof path, "%s.1.cbuf.z", filename);

@@ -1,4 +1,4 @@
-// The items of a buffer file, in order.
+// Scans a buffer file and shows its items in order.
 //
 // In: the path of a buffer file, and how many files its box has, which share the fixed part of what
 // a scan may cost (see scan_limits.hpp). Out: each header, record and damaged place of it once, in

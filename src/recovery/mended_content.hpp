@@ -68,7 +68,8 @@ private:
 
     int end_record()
     {
-        // Far below what a scan believes, and more than any stream of a recorder has.
+        // The length at which a stream is divided: far below what a scan accepts, and more than any
+        // stream of a recorder has.
         constexpr std::size_t part_size = 1U << 20U;
         const std::size_t n = part_ends_.size();
         const std::size_t begin = n > 0 ? part_ends_[n - 1] : 0;

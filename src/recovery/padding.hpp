@@ -1,4 +1,4 @@
-// Records without values, which fill a buffer up to its capacity.
+// Makes records without values, which fill a buffer up to its capacity.
 //
 // In: the kind of the buffer, for how many sensors, and the time that the records get. Out: as many
 // records as are asked for, in streams of some size. They add nothing to any statistic: samples of

@@ -1,4 +1,4 @@
-// Records as they lie in memory, read without trust.
+// Measures and builds records from bytes in memory, which may hold anything.
 //
 // In: bytes, and the kind of the buffer that they are from. Out: how long the record is that they
 // begin with, and the record itself. A record is measured before anything is made of it, and

@@ -26,7 +26,7 @@ public:
     const vesk_state_summary *operator->() const { return &summary_; }
     const vesk_state_summary &operator*() const { return summary_; }
 
-    // Nothing is known of a file that is not looked into.
+    // For a file that is missing or must not be opened: nothing is known of it.
     void set_missing() { summary_.error = QE_ERROR_OPEN; }
 
     // The bytes of the form that was read.

@@ -1,4 +1,4 @@
-// Steps of a mender, summed up.
+// Sums up the steps that a mender reports.
 //
 // In: what is done to records, one by one, and other steps. Out: the steps for the receiver. The
 // same thing done to records of one stream, or of streams that follow each other without a gap, is
@@ -13,7 +13,7 @@
 
 #include <vesk/vesk_recover.h>
 
-// Where the steps of a mender go.
+// Receives the steps of a mender.
 struct step_receiver {
     int (*take)(const vesk_recover_step *step, void *context);
     void *context;
@@ -55,7 +55,7 @@ private:
     int hand_over(const vesk_recover_step &step);
     int tell(const vesk_recover_step &step);
 
-    // More than there are kinds of steps for records, with their errors.
+    // This is more than there are kinds of steps for records, combined with their errors.
     static constexpr uint32_t most_runs = 16;
 
     const char *filename_;

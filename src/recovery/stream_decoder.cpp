@@ -83,9 +83,9 @@ static bool _may_begin_stream(const unsigned char *bytes, std::size_t n)
     return (bytes[0] & 0x8fU) == 0x08 && header % 31 == 0 && (bytes[1] & 0x20U) == 0;
 }
 
-// A damaged stream of a recorder is decoded once for nothing, and then each place in it where a
-// stream might begin, which is one byte in a thousand. So 64 is a choice that leaves much room;
-// where a file of 64 MB is one damaged place, searching it takes as long as decoding 4 GB.
+// A damaged stream of a recorder is decoded once in vain, and then again from each place in it
+// where a stream might begin, which is one byte in a thousand. So 64 is a choice that leaves much
+// room; where a file of 64 MB is one damaged place, searching it takes as long as decoding 4 GB.
 uint64_t _vesk_search_budget(uint64_t size, uint64_t fixed_part)
 {
     constexpr uint64_t for_each_byte = 64;

@@ -3,8 +3,8 @@
 // In: all bytes of a file, which must outlive the object. Out: the file in pieces, in order and
 // without a gap: complete streams with their content, and between them what is none. Nothing is
 // assumed about the bytes. Behind a torn or damaged stream the next complete one is searched for
-// that begins with a record; what is decoded for nothing in that search is charged to a budget of
-// so much for each byte of the file, and where it is spent the rest of the file is one piece.
+// that begins with a record; what is decoded in vain in that search is charged to a budget of so
+// much for each byte of the file, and where it is spent the rest of the file is one piece.
 #ifndef VESK_RECOVERY_STREAM_DECODER_HPP
 #define VESK_RECOVERY_STREAM_DECODER_HPP
 
@@ -40,8 +40,8 @@ private:
     std::size_t length_ = 0;
 };
 
-// How many bytes may be decoded for nothing while the streams of a file of `size` bytes are
-// searched for. 64 bits wide, whatever a size_t is.
+// How many bytes may be decoded in vain while the streams of a file of `size` bytes are searched
+// for. 64 bits wide, whatever a size_t is.
 uint64_t _vesk_search_budget(uint64_t size, uint64_t fixed_part);
 
 // A piece of a file: a complete stream, or bytes in none.
@@ -66,7 +66,7 @@ public:
     bool next(file_piece *piece);
     bool failed() const { return failed_; }
 
-    // Takes something else that was done for nothing out of the budget. False when it is spent.
+    // Charges other work that was done in vain to the budget. False when the budget is spent.
     bool charge(uint64_t n);
     bool is_spent() const { return budget_ == 0; }
 

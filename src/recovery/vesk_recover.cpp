@@ -8,8 +8,8 @@
 //   put_state       writes the state file
 //   clear_up        deletes what nothing needs any more
 //
-// The state file comes behind all buffers that it names: whoever is killed before that leaves the
-// box as it was, with some buffers recovered, and whoever is killed later leaves a whole box with
+// The state file is written after all buffers that it names. A recovery that is killed before that
+// leaves the old box with some buffers recovered; one that is killed later leaves the new box with
 // files beside it that the next recovery deletes. Planning runs the same phases and changes
 // nothing.
 #include <new>

@@ -6,9 +6,9 @@
 // header begin with, until a stream is complete and begins with a record (stream_decoder.cpp).
 //
 // Three budgets keep the work in proportion to the size of the file: the search is charged for what
-// it decodes for nothing (stream_decoder.hpp), as is looking for records in the remains of one; the
-// records that are made are charged by number and length (record_budget.hpp); and no stream may be
-// longer than scan_limits.hpp allows. What they refuse is shown as damage.
+// it decodes in vain (stream_decoder.hpp), and so is the search for records in the remains of a
+// stream; the records that are made are charged by number and length (record_budget.hpp); and no
+// stream may be longer than scan_limits.hpp allows. What they refuse is shown as damage.
 #include <algorithm>
 #include <string.h>
 

@@ -1,5 +1,5 @@
-// Matrices printed to standard output, for somebody who looks for a fault: the values alone, or
-// telemetry with its sensors and times.
+// Prints matrices to standard output to help find faults: either the values alone, or telemetry
+// with its sensors and times.
 #include <cstdint>
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-// Memory for callers, from the allocator of the system: what these functions return, free() takes.
+// Allocates memory for callers from the allocator of the system, so that free() may release it.
 // They leave the last-error cell alone.
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,5 @@
-// Preconditions: a bad call ends the process in every build type, with a text that is part of the
-// interface and therefore written out, never generated from the condition.
+// Checks preconditions: a bad call ends the process in every build type. The text that is printed
+// is part of the interface, so it is written out and never generated from the condition.
 #ifndef VESK_SUPPORT_PRECONDITION_HPP
 #define VESK_SUPPORT_PRECONDITION_HPP
 
