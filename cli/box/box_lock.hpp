@@ -22,7 +22,7 @@ public:
 };
 
 // Who has the lock of the box on @p base; the number is 0 when it cannot be told. Nothing when it
-// is free. Needs no right on the lock file: without one the kernel's list of locks tells.
+// is free. Needs no right on the lock file: without it the list of locks of the kernel is read.
 std::optional<pid_t> lock_holder(const std::string &base);
 
 // Holds the lock until it is destroyed.

@@ -43,10 +43,10 @@ public:
     void vector_written(bool is_new) { budget_.vector_written(is_new); }
 
     // Tells of what was left out when a minute has passed since the first, or with @p all at once.
-    // @p monotonic and @p wall are the time by both clocks. What there is no room to tell is kept
-    // for the next time.
+    // @p monotonic and @p wall are the time by both clocks. If there is no room for that event, the
+    // counts are kept for the next time.
     void tell(double monotonic, int64_t wall, bool all = false);
-    // How many were left out and not told.
+    // The number of events that were left out and not yet reported.
     uint64_t untold() const;
 
 private:

@@ -13,7 +13,8 @@ namespace cli
 class losses
 {
 public:
-    // Where the item is damage. At most most_told_of_a_kind of one file are told one by one.
+    // Counts and reports the item if it is damage. At most most_told_of_a_kind items of one file
+    // are reported one by one.
     void add(const std::string &path, const vesk_scan_item &item);
     // To be called after the last item of a file.
     void end_file(const std::string &path);

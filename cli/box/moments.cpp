@@ -121,15 +121,15 @@ double moments::possible_mean(double mean) const
     return low <= high ? std::clamp(mean, low, high) : std::clamp(mean, least_, greatest_);
 }
 
-// The least is there when all but the extremes lie in the middle of them.
+// The deviation is least when all samples but the extremes lie in the middle between these.
 double moments::least_m2() const
 {
     const double width = greatest_ - least_;
     return width * width / 2;
 }
 
-// The most is there when every sample is one of the extremes (Bhatia and Davis, "A Better Bound on
-// the Variance", 2000).
+// The deviation is largest when every sample is one of the extremes (Bhatia and Davis, "A Better
+// Bound on the Variance", 2000).
 double moments::greatest_m2(double mean) const
 {
     return static_cast<double>(count_) * (greatest_ - mean) * (mean - least_);
@@ -143,7 +143,7 @@ double moments::possible_m2(double m2) const
 
 double moments::largest_m2_error() const
 {
-    // Of the means that are possible, the one next to the middle allows most.
+    // Among the possible means, the one nearest to the middle allows the largest deviation.
     const double middle = least_ + (greatest_ - least_) / 2;
     const double mean = possible_mean(std::clamp(middle, mean_ - mean_error_, mean_ + mean_error_));
     return greatest_m2(mean) - std::min(least_m2(), greatest_m2(mean));
@@ -195,7 +195,7 @@ double moments::mean() const
 
 estimate moments::deviation() const
 {
-    // Of the variance; the deviation is off by half of it.
+    // The relative error of the variance; that of the deviation is half of it.
     constexpr double most_error = 0.1;
     if (count_ == 0 || std::isnan(m2_)) {
         return {nothing, false};
@@ -218,7 +218,7 @@ double moments::skewness() const
     }
     const double cube = n * spread.value * spread.value * spread.value;
     const double value = m3_ / cube;
-    // No distribution of so many samples goes beyond.
+    // No distribution of so many samples has a larger value.
     const double limit = (n - 2) / std::sqrt(n - 1) + most_error;
     return m3_error_ <= most_error * cube && std::fabs(value) <= limit ? value : nothing;
 }

@@ -11,7 +11,7 @@
 namespace cli
 {
 
-// How the sums of intervals came about, which decides how much of them is exact.
+// The way in which the sums of intervals were made, which decides how exact they are.
 struct summing {
     uint32_t samples = 0;   // in a buffer; 0 if unknown
     uint32_t intervals = 0; // that a buffer is summed up into
@@ -31,7 +31,7 @@ class moments
 public:
     // A missing reading (NaN) changes nothing.
     void add(float value);
-    // What is not possible changes nothing, either.
+    // An interval that is not possible changes nothing, either.
     void add(const hist_value &interval, const summing &how);
     void merge(const moments &other);
 
@@ -45,14 +45,14 @@ public:
     double greatest() const { return greatest_; }
     double mean() const;
     estimate deviation() const;
-    // NaN also where nothing varies, where the sums have overflowed, and where they tell too
-    // little.
+    // NaN also when nothing varies, when the sums have overflowed, and when too little is left in
+    // them.
     double skewness() const;
     // 3 for a normal distribution.
     double kurtosis() const;
 
 private:
-    // What the extremes allow.
+    // The bounds that the extremes set.
     double possible_mean(double mean) const;
     double possible_m2(double m2) const;
     double least_m2() const;

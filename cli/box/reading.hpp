@@ -35,7 +35,7 @@ struct sample_row {
 struct interval_row {
     int64_t start; // of its first sample
     int64_t end;   // of its last one
-    // Of the chosen sensors; null where one is not in the interval.
+    // The summaries of the chosen sensors; null for a sensor that is not in the interval.
     std::span<const hist_value *const> values;
     const vesk_hb_record_events *events; // how many of each type
 };
@@ -53,7 +53,7 @@ struct gap_row {
     int64_t next; // behind it
 };
 
-// Takes the rows. What a row lends lives until the call returns.
+// Takes the rows. What a row points to lives until the call returns.
 class row_visitor
 {
 public:
@@ -76,13 +76,14 @@ public:
     explicit reading(const std::string &name);
 
     const box &source() const { return box_; }
-    // In the order in which the raw samples name them; behind those the ones of history alone.
+    // The sensors in the order in which the raw samples name them, followed by those that only the
+    // history has.
     const std::vector<std::string> &sensors() const { return sensors_; }
     // The time of the first and the latest record of samples; nothing in an empty box. The latest
     // is the one that was written last, also where the clock was set back before.
     std::optional<int64_t> begin() const { return begin_; }
     std::optional<int64_t> end() const { return end_; }
-    // Between most of the raw samples, in seconds; 0 where there are no two of them.
+    // The usual distance of raw samples in seconds; 0 with fewer than two samples.
     int64_t usual_step() const { return usual_step_; }
     uint64_t samples() const { return samples_; }
     uint64_t intervals() const { return intervals_; }
@@ -93,8 +94,8 @@ public:
     void read(const time_range &range, const std::vector<std::size_t> &chosen,
               row_visitor &visitor);
 
-    // As the reading verbs have it: 0, or 1 or 3 where something could not be read, or 4 where
-    // nothing could.
+    // The exit code of a reading verb: 0, 1 or 3 when something could not be read, 4 when nothing
+    // could.
     exit_code code() const;
 
 private:
@@ -108,8 +109,8 @@ private:
     std::vector<std::string> sensors_;
     std::optional<int64_t> begin_;
     std::optional<int64_t> end_;
-    // Where the state file does not tell which files have been summed up: the first raw sample.
-    // Intervals from there on tell of samples that are still there.
+    // The time of the first raw sample, if no state file tells which files have been summarised.
+    // Intervals from there on repeat samples that still exist, so they are left out.
     std::optional<int64_t> history_ends_before_;
     int64_t usual_step_ = 0;
     uint64_t samples_ = 0;

@@ -21,7 +21,7 @@ struct occasion {
 class sensor_statistics
 {
 public:
-    // In the order of time. Missing readings and impossible intervals change nothing.
+    // To be called in the order of time. Missing readings and impossible intervals change nothing.
     void add(float value, int64_t time)
     {
         if (!std::isnan(value)) {
@@ -39,12 +39,12 @@ public:
     }
 
     const moments &numbers() const { return numbers_; }
-    // The rest means something when numbers().count() is not 0.
+    // The following values are meaningful only when numbers().count() is not 0.
     float least() const { return least_; }
     float greatest() const { return greatest_; }
     float first() const { return first_; }
     float last() const { return last_; }
-    // Of the first occurrence.
+    // The times of the first occurrence of each extreme.
     const occasion &when_least() const { return when_least_; }
     const occasion &when_greatest() const { return when_greatest_; }
     const occasion &when_first() const { return when_first_; }

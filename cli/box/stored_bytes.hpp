@@ -30,7 +30,7 @@ class stored_bytes
 public:
     enum class links { refuse, follow };
 
-    // Never waits, whatever lies there. What went wrong is told by the members below.
+    // Never waits, whatever the path names. The members below tell what went wrong.
     explicit stored_bytes(const std::string &path, links policy = links::refuse);
     stored_bytes(const stored_bytes &) = delete;
     stored_bytes &operator=(const stored_bytes &) = delete;

@@ -16,7 +16,7 @@ namespace cli
 namespace
 {
 
-// Version 2 alone, or beside version 1.
+// The folders of version 2, alone or beside version 1.
 constexpr const char *roots[] = {"/sys/fs/cgroup", "/sys/fs/cgroup/unified"};
 
 bool is_folder(const machine_files &files, const std::string &path)
@@ -47,7 +47,8 @@ void append_folders(const machine_files &files, const std::string &root, const s
 void measure_cgroup(const machine_files &files, const std::string &folder,
                     const std::string &prefix, measurements &out)
 {
-    // Microseconds in a second: of one processor, so that two busy ones are 200 percent.
+    // Microseconds in each second, as percent of one processor: two busy processors are 200
+    // percent.
     files.parse_file(
         folder + "/cpu.stat",
         [&](std::string_view text, measurements &found) {

@@ -35,7 +35,7 @@ private:
     clock_reading last_;
 };
 
-// Counts the samples that were due and not taken. One gap tells of all in a minute.
+// Counts the samples that were due and not taken. One gap reports all that were missed in a minute.
 class late_count
 {
 public:
@@ -47,8 +47,8 @@ public:
     uint64_t taken(int64_t tick, double monotonic);
     // The next sample may come at any time: the clock was set, or the machine slept.
     void forget() { last_.reset(); }
-    // What is to be told at @p monotonic, if a minute has passed since it was told last. With
-    // @p all at once.
+    // The gap to report at @p monotonic, if a minute has passed since the last report. With @p all
+    // it is due at once.
     std::optional<gap> due(double monotonic, bool all = false);
 
 private:

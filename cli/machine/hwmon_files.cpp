@@ -26,7 +26,8 @@ struct reading_kind {
     double factor;
 };
 
-// Where a chip measures power both ways, the present one counts: the repeated name is dropped.
+// If a chip measures the present and the average power, the present one counts: the second use of
+// the name is dropped.
 constexpr reading_kind reading_kinds[] = {
     {"temp", "_input", "C", 1e-3},
     {"fan", "_input", "RPM", 1},

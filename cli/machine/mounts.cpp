@@ -16,7 +16,7 @@ namespace cli
 namespace
 {
 
-// As it stands in the table: most lines are not worth a copy.
+// A line whose fields point into the table, because most lines are not worth a copy.
 struct mount_line {
     uint64_t id;
     std::string_view device, root, point, type;
@@ -49,10 +49,10 @@ std::string unescaped(std::string_view text)
     return result;
 }
 
-// Has a medium or a place of its own, on this machine, that can fill up.
+// Whether the file system has a medium or a space of its own on this machine that can fill up.
 bool is_worth_recording(const mount_line &line)
 {
-    // Always full, or shared with other machines that may keep a lock for ever.
+    // These are always full, or shared with other machines that may keep a lock for ever.
     static constexpr std::string_view left_out[] = {"squashfs", "iso9660", "erofs", "cramfs",
                                                     "romfs",    "gfs2",    "ocfs2"};
     // These have no number of a block device.

@@ -32,7 +32,8 @@ void add(const disk_array &array, measurements &out)
     if (array.missing_disks) {
         out.push_back({prefix + "missing_disks_count", gauge{*array.missing_disks}});
     }
-    // There without a value while nothing is copied, so that the sensors stay the same.
+    // The sensor exists without a value while nothing is copied, so that the set of sensors stays
+    // the same.
     out.push_back({prefix + "synced_percent",
                    gauge{array.synced_percent.value_or(std::numeric_limits<double>::quiet_NaN())}});
 }

@@ -148,7 +148,7 @@ void hist_value_merge_with(hist_value *hv1, const hist_value *hv2)
         hv1->max_value = hv2->max_value;
         hv1->first_value = hv2->first_value;
     } else {
-        // Of equal extremes the later one is taken, which shows in the sign of a zero.
+        // Among equal extremes the later one is stored; the sign of a zero shows which one it was.
         hv1->min_value = hv1->min_value < hv2->min_value ? hv1->min_value : hv2->min_value;
         hv1->max_value = hv1->max_value > hv2->max_value ? hv1->max_value : hv2->max_value;
     }

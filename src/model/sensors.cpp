@@ -80,7 +80,7 @@ static void _move_names(registry_node **larger, uint32_t size)
     }
 }
 
-// Without memory for a larger table the names stay where they are, which costs time only.
+// If there is no memory for a larger table, the names stay where they are, which only costs time.
 static void _fit_table()
 {
     const uint32_t size = _sensors.larger != nullptr ? _sensors.nlarger : nbuckets;

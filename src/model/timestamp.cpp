@@ -117,7 +117,7 @@ int timestamp_init_from_string(timestamp *t, const char *str)
     if (result < 0) {
         return result;
     }
-    // An unknown zone makes the first look at it set errno, which is no fault of the text.
+    // The first use of an unknown time zone sets errno, which is no fault of the text.
     tzset();
     errno = 0;
     const time_t seconds = mktime(&fields);

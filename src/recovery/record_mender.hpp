@@ -27,7 +27,7 @@ public:
     {
     }
 
-    // How many samples or intervals there may be; 0 as long as nothing tells.
+    // The number of samples or intervals that there may be; 0 as long as it is unknown.
     uint32_t capacity() const { return capacity_; }
     void set_capacity(uint32_t capacity) { capacity_ = capacity; }
 

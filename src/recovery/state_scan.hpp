@@ -32,7 +32,8 @@ public:
     // The bytes of the form that was read.
     std::size_t form_size() const;
 
-    // The sizes that it tells, as far as it got; none when the quotient behind them is another.
+    // The sizes in the file, as far as they could be read; none when the quotient behind them does
+    // not match.
     recorder_sizes told_sizes() const;
 
 private:

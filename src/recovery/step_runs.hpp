@@ -37,11 +37,11 @@ public:
     // Behind the last step: hands over what is not complete yet, and what was summed up.
     int finish();
 
-    // How often the same is told in one file: a screenful.
+    // The steps of the same kind that are reported for one file: about as many as fit on a screen.
     static constexpr uint32_t most_told = 64;
 
 private:
-    // What is done for the same reason, and how often it was told.
+    // Steps with the same action and error, and how often they were reported.
     struct repetition {
         vesk_recover_action action;
         int error;

@@ -6,7 +6,7 @@
 #include <bit>
 #include <cstdint>
 
-// Between host order and stored order, either way.
+// Converts between host order and stored order, in either direction.
 constexpr uint32_t big_endian(uint32_t value)
 {
     return std::endian::native == std::endian::big ? value : __builtin_bswap32(value);

@@ -50,10 +50,10 @@ public:
         return end();
     }
 
-    // Counts items that were put where reserve() said.
+    // Counts items that were written to the room that reserve() gave.
     void add(std::size_t n) { size_ += n; }
 
-    // False without memory.
+    // Appends items. False without memory.
     bool append(const T *items, std::size_t n)
     {
         if (n == 0) {

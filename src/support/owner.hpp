@@ -26,7 +26,7 @@ public:
     T &operator*() const { return *object_; }
     explicit operator bool() const { return object_ != nullptr; }
 
-    // Gives the object away.
+    // Releases the object to the caller.
     T *release()
     {
         T *object = object_;
@@ -68,11 +68,11 @@ inline void close_owned(FILE *file)
 template <typename T, void (*Destroy)(T **)>
 using owned = owner<T, destroy_owned<T, Destroy>>;
 
-// Memory from malloc().
+// Owns memory from malloc().
 template <typename T>
 using owned_memory = owner<T, free_owned<T>>;
 
-// An open stdio stream.
+// Owns an open stdio stream.
 using owned_file = owner<FILE, close_owned>;
 
 #endif

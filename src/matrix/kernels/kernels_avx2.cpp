@@ -51,7 +51,7 @@ struct simd {
     static vector magnitude(vector v) { return _mm256_andnot_pd(_mm256_set1_pd(-0.0), v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return _mm256_max_pd(v, kept); }
-    // Of a vector without NaN.
+    // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v) { return _largest_of_four(v); }
     static vector choose(mask m, vector a, vector b)
     {

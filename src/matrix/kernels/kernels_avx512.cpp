@@ -63,7 +63,7 @@ struct simd {
     static vector magnitude(vector v) { return _mm512_abs_pd(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return _mm512_mask_max_pd(kept, 0xff, v, kept); }
-    // Of a vector without NaN.
+    // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v)
     {
         return _largest_of_four(_mm256_max_pd(_mm512_maskz_extractf64x4_pd(0xf, v, 0),

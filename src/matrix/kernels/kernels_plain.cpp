@@ -36,7 +36,7 @@ struct simd {
     static vector magnitude(vector v) { return __builtin_fabs(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return v > kept ? v : kept; }
-    // Of a vector without NaN.
+    // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v) { return v; }
     static vector choose(mask m, vector a, vector b) { return m ? a : b; }
     static mask first_lanes(std::size_t n) { return n > 0; }

@@ -12,7 +12,7 @@
 namespace
 {
 
-// The next element of each column comes to the mean and to the squares around it.
+// Adds the next element of each column to its mean and to its sum of squares.
 inline void _add_to_moments(simd::vector x, simd::vector count, simd::vector *mean,
                             simd::vector *m2)
 {
@@ -21,7 +21,7 @@ inline void _add_to_moments(simd::vector x, simd::vector count, simd::vector *me
     *m2 = simd::fused(difference, simd::subtract(x, *mean), *m2);
 }
 
-// Rows outside: each of them lies in one piece.
+// Walks over the rows in the outer loop, because each row lies in one piece.
 void _moments_across(const double *base, size_t stride, size_t m, size_t n, double *mean,
                      double *m2)
 {
@@ -46,7 +46,8 @@ void _moments_across(const double *base, size_t stride, size_t m, size_t n, doub
 // turned round take at most 16 KB.
 constexpr size_t moment_rows = 64;
 
-// Columns outside: each of them lies in one piece, and waits for its last mean.
+// Walks over the columns in the outer loop, because each column lies in one piece. Several columns
+// go side by side, because each step of one waits for its last mean.
 template <size_t Vectors>
 void _moments_along(const double *base, size_t stride, size_t m, size_t n, double *mean, double *m2)
 {

@@ -67,7 +67,7 @@ void _tile(const tile_operands &t, simd::mask last)
     };
     size_t k = 0;
     if (t.next != nullptr) {
-        // One line at a time: asked for all at once, they would keep the operands waiting.
+        // One line is fetched in each step: fetching all at once would delay the operands.
         constexpr size_t line = 8;
         constexpr size_t lines = (Vectors * width + line - 1) / line + 1;
         for (; k < smaller(Rows * lines, t.depth); ++k) {
@@ -92,7 +92,7 @@ void _tile(const tile_operands &t, simd::mask last)
     }
 }
 
-// Every shape of tile that the edges of a matrix ask for.
+// The functions for every shape of tile that occurs at the edges of a matrix.
 struct tile_table {
     using function = void (*)(const tile_operands &, simd::mask);
     function at[simd::tile_rows][simd::tile_vectors][2] = {};

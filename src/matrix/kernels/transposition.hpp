@@ -87,7 +87,7 @@ inline void _transpose_corner(const double *from, size_t from_stride, double *to
     }
 }
 
-// Of a small block, from left to right in the rows.
+// Transposes a small block, from left to right in its rows.
 void _transpose_block(const double *from, size_t from_stride, double *to, size_t to_stride,
                       size_t m, size_t n)
 {
@@ -100,7 +100,8 @@ void _transpose_block(const double *from, size_t from_stride, double *to, size_t
     }
 }
 
-// In panels of rows of `from` and, within, of elements that fill a line of the cache.
+// Transposes in panels of rows of `from` and, within them, in groups of elements that fill a line
+// of the cache.
 template <arrival What>
 void _transpose_panels(const double *from, size_t from_stride, double *to, size_t to_stride,
                        size_t m, size_t n)

@@ -80,7 +80,7 @@ void _invert_lower_rows(const double *triangle, size_t stride, double *panel, si
     }
 }
 
-// As many rows at a time as there are, from row i to row n - 1.
+// Inverts the rows from i to n - 1, `Rows` at a time as long as so many remain, then fewer.
 template <size_t Rows, size_t Vectors>
 void _invert_lower_group(const double *triangle, size_t stride, size_t n, double *panel,
                          size_t panel_stride, size_t i)
