@@ -1,4 +1,6 @@
 // Syncs the files of the box when the policy says so, and prints one note if the medium refuses.
+// After a rotation it also syncs the new files and deletes those that they replace, whatever the
+// policy says.
 #include "box/box_sync.hpp"
 
 #include <cerrno>

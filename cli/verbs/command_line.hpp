@@ -1,4 +1,5 @@
-// Parses the command line and runs the verb that it names, or prints the help.
+// Parses the command line and runs the verb that it names, or prints the help. Words that make no
+// sense are a usage failure, with a suggestion if one is near.
 #ifndef VESK_CLI_VERBS_COMMAND_LINE_HPP
 #define VESK_CLI_VERBS_COMMAND_LINE_HPP
 
