@@ -193,6 +193,9 @@ private:
             put("too little is known to tell what was unusual\n");
         } else if (unusual() + perhaps() == 0) {
             put("nothing unusual\n");
+        } else if (unusual() == 0) {
+            put(fmt::format("nothing clearly unusual, {} of {} perhaps\n", perhaps(),
+                            counted(found_.findings.size(), "sensor")));
         } else {
             put(fmt::format("{} of {} unusual, {} perhaps\n", unusual(),
                             counted(found_.findings.size(), "sensor"), perhaps()));
