@@ -62,6 +62,11 @@ value_track::value_track(const cell_plan &plan)
       // The oldest cell may be a short one.
       in_cell_(plan.unit - plan.first)
 {
+    // And so may the oldest interval, so that the last one before the newest cells is whole.
+    if (plan.cells > plan.newest) {
+        const std::size_t rest = (plan.cells - plan.newest) % cell_plan::cells_in_interval;
+        in_interval_ = rest == 0 ? 0 : cell_plan::cells_in_interval - rest;
+    }
 }
 
 void value_track::add_interval(const value_span &interval)

@@ -329,6 +329,20 @@ TEST_F(Score, OfHistoryWithoutRawSamplesIsNone)
     EXPECT_EQ(track.judge(true).kind, verdict::not_judged);
 }
 
+TEST_F(Score, CutsThePastSoThatItsNewestIntervalIsWhole)
+{
+    plan = plan_of(83, 60, 0, 1);
+    value_track track(plan);
+    for (int i = 0; i < 83; ++i) {
+        track.add_sample(static_cast<float>(i));
+    }
+    track.finish();
+    ASSERT_EQ(track.past().size(), 3U);
+    EXPECT_EQ(track.past()[0].count, 3U);
+    EXPECT_EQ(track.past()[2].count, 10U);
+    EXPECT_FLOAT_EQ(track.past()[2].greatest, 22);
+}
+
 TEST_F(Score, KeepsABoundedPast)
 {
     plan = plan_of(200, 60, 0, 1'000'000);
