@@ -6,13 +6,13 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <dirent.h>
 #include <fmt/format.h>
 #include <memory>
 #include <unistd.h>
 
 #include "machine/small_file.hpp"
+#include "machine/text_fields.hpp"
 #include "process/clock.hpp"
 
 namespace cli
@@ -30,26 +30,6 @@ constexpr std::size_t user_ticks = 11;
 constexpr std::size_t system_ticks = 12;
 constexpr std::size_t start_ticks = 19;
 constexpr std::size_t resident = 21;
-
-std::optional<uint64_t> parse_count(std::string_view text)
-{
-    uint64_t value = 0;
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, value);
-    if (result.ec != std::errc() || result.ptr != end) {
-        return std::nullopt;
-    }
-    return value;
-}
-
-// Cuts the first part off @p text, up to @p separator or the end.
-std::string_view cut(std::string_view &text, char separator)
-{
-    const auto at = text.find(separator);
-    const std::string_view part = text.substr(0, at);
-    text.remove_prefix(at == std::string_view::npos ? text.size() : at + 1);
-    return part;
-}
 
 struct folder_closer {
     void operator()(DIR *folder) const { closedir(folder); }
