@@ -2,12 +2,11 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <memory>
-#include <numeric>
 #include <optional>
 
-#include "analysis/unusual_score.hpp"
 #include "analysis/unusual_text.hpp"
 #include "box/reading.hpp"
+#include "box/unusual_sensors.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
@@ -30,110 +29,10 @@ struct suspects_options {
     bool all = false;
 };
 
-// Counts what a span of time holds: the newest samples must be known before the first one comes.
-class sample_count : public row_visitor
-{
-public:
-    void on_sample(const sample_row & /*row*/) override { ++samples_; }
-    uint64_t samples() const { return samples_; }
-
-private:
-    uint64_t samples_ = 0;
-};
-
-class track_list : public row_visitor
-{
-public:
-    track_list(const cell_plan &plan, std::size_t sensors, const time_range &range) : range_(range)
-    {
-        tracks_.reserve(sensors);
-        for (std::size_t i = 0; i < sensors; ++i) {
-            tracks_.emplace_back(plan);
-        }
-    }
-
-    void on_interval(const interval_row &row) override
-    {
-        // An interval that goes beyond the range mixes what was before with what came after.
-        if (row.end > range_.to) {
-            return;
-        }
-        ++intervals_;
-        extend(row.start, row.end);
-        for (std::size_t i = 0; i < tracks_.size(); ++i) {
-            if (const hist_value *value = row.values[i]; value != nullptr) {
-                tracks_[i].add_interval({value->first_value, value->last_value, value->min_value,
-                                         value->max_value, value->count},
-                                        row.start, row.end);
-            }
-        }
-    }
-    void on_sample(const sample_row &row) override
-    {
-        ++samples_;
-        extend(row.time, row.time);
-        for (std::size_t i = 0; i < tracks_.size(); ++i) {
-            tracks_[i].add_sample(row.values[i], row.time);
-        }
-    }
-
-    std::vector<finding> judge()
-    {
-        bool has_past = false;
-        for (sensor_track &track : tracks_) {
-            track.finish();
-            has_past = has_past || track.has_past();
-        }
-        std::vector<finding> findings;
-        findings.reserve(tracks_.size());
-        for (sensor_track &track : tracks_) {
-            findings.push_back(track.judge(has_past));
-        }
-        return findings;
-    }
-
-    uint64_t samples() const { return samples_; }
-    uint64_t intervals() const { return intervals_; }
-    std::optional<int64_t> begin() const { return begin_; }
-    std::optional<int64_t> end() const { return end_; }
-
-private:
-    void extend(int64_t start, int64_t end)
-    {
-        begin_ = begin_ ? begin_ : start;
-        end_ = end;
-    }
-
-    time_range range_;
-    std::vector<sensor_track> tracks_;
-    uint64_t samples_ = 0;
-    uint64_t intervals_ = 0;
-    std::optional<int64_t> begin_;
-    std::optional<int64_t> end_;
-};
-
-// All that is printed: the findings in the order of their rank.
-struct ranking {
-    std::vector<finding> findings;
-    std::vector<std::size_t> order;
-    std::vector<std::string> names;
-    uint64_t newest; // samples that were compared with the past
-
-    std::size_t count_if(bool (*is)(const finding &)) const
-    {
-        return static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), is));
-    }
-};
-
-bool is_worth_a_look(const finding &found)
-{
-    return found.has_score() && found.score >= perhaps_from;
-}
-
 class suspects_output
 {
 public:
-    suspects_output(const ranking &found, const track_list &seen, zone where)
+    suspects_output(const unusual_ranking &found, const unusual_tracks &seen, zone where)
         : found_(found), seen_(seen), where_(where)
     {
     }
@@ -147,7 +46,7 @@ public:
         put(fmt::format("{} to {}: {}, {} before them\n", time(seen_.begin()), time(seen_.end()),
                         counted(seen_.samples(), "raw sample"),
                         counted(seen_.intervals(), "interval")));
-        print_verdict();
+        put(found_.summary() + "\n");
         const std::size_t worth = found_.count_if(is_worth_a_look);
         const std::size_t shown = all ? found_.order.size() : std::min(worth, most_shown);
         if (shown > 0) {
@@ -167,7 +66,8 @@ public:
                         "\"intervals\": {}, \"compared_samples\": {}, \"unusual\": {}, "
                         "\"perhaps\": {}, \"sensors\": [",
                         json_string(box), json_time(seen_.begin()), json_time(seen_.end()),
-                        seen_.samples(), seen_.intervals(), found_.newest, unusual(), perhaps()));
+                        seen_.samples(), seen_.intervals(), found_.newest, found_.unusual(),
+                        found_.perhaps()));
         for (std::size_t rank = 0; rank < found_.order.size(); ++rank) {
             put(rank == 0 ? "\n" : ",\n");
             put(json_text(rank));
@@ -178,36 +78,12 @@ public:
 private:
     static constexpr std::size_t most_shown = 20;
 
-    std::size_t unusual() const
-    {
-        return found_.count_if(
-            [](const finding &one) { return one.has_score() && one.score > unusual_from; });
-    }
-    std::size_t perhaps() const { return found_.count_if(is_worth_a_look) - unusual(); }
-
-    void print_verdict() const
-    {
-        const std::size_t judged =
-            found_.count_if([](const finding &one) { return one.kind != verdict::not_judged; });
-        if (judged == 0) {
-            put("too little is known to tell what was unusual\n");
-        } else if (unusual() + perhaps() == 0) {
-            put("nothing unusual\n");
-        } else if (unusual() == 0) {
-            put(fmt::format("nothing clearly unusual, {} of {} perhaps\n", perhaps(),
-                            counted(found_.findings.size(), "sensor")));
-        } else {
-            put(fmt::format("{} of {} unusual, {} perhaps\n", unusual(),
-                            counted(found_.findings.size(), "sensor"), perhaps()));
-        }
-    }
-
     void print_line(std::size_t rank) const
     {
         const finding &one = found_.findings[found_.order[rank]];
         put(fmt::format("{:>4}  {:>6}  {}\n", rank + 1,
                         one.has_score() ? fmt::format("{:.2f}", one.score) : "-",
-                        printable(sentence(rank))));
+                        printable(found_.sentence(rank))));
     }
 
     std::string json_text(std::size_t rank) const
@@ -218,7 +94,7 @@ private:
                         "\"sentence\": {}, \"few_intervals\": {}, \"is_rate\": {}",
                         rank + 1, json_string(found_.names[found_.order[rank]]),
                         one.has_score() ? json_number(one.score) : "null", level_of(one),
-                        json_string(sentence(rank)), one.few_intervals, one.is_rate);
+                        json_string(found_.sentence(rank)), one.few_intervals, one.is_rate);
         if (one.kind == verdict::judged || (one.kind == verdict::stuck && one.within > 0)) {
             text += fmt::format(", \"from\": {}, \"to\": {}, \"within\": {}, \"usual_swing\": {}, "
                                 "\"reached\": {}",
@@ -231,32 +107,16 @@ private:
         return text + "}";
     }
 
-    std::string sentence(std::size_t rank) const
-    {
-        const std::size_t number = found_.order[rank];
-        return sentence_of(found_.findings[number], found_.names[number], found_.newest);
-    }
     std::string time(std::optional<int64_t> when) const { return iso_time(*when, where_); }
     std::string json_time(std::optional<int64_t> when) const
     {
         return when ? fmt::format("\"{}\"", time(when)) : "null";
     }
 
-    const ranking &found_;
-    const track_list &seen_;
+    const unusual_ranking &found_;
+    const unusual_tracks &seen_;
     zone where_;
 };
-
-ranking rank(track_list &seen, std::vector<std::string> names, uint64_t newest)
-{
-    ranking found = {seen.judge(), {}, std::move(names), newest};
-    found.order.resize(found.findings.size());
-    std::iota(found.order.begin(), found.order.end(), std::size_t{0});
-    std::stable_sort(found.order.begin(), found.order.end(), [&](std::size_t a, std::size_t b) {
-        return is_more_unusual(found.findings[a], found.findings[b]);
-    });
-    return found;
-}
 
 time_range range_before(const std::optional<moment> &before, const reading &source)
 {
@@ -278,17 +138,12 @@ exit_code suspects(const suspects_options &options)
     reading source(options.source.name);
     const auto chosen = choose_sensors(source.sensors(), options.source.sensors);
     const time_range range = range_before(before, source);
-    uint64_t samples = source.samples();
-    if (range.is_limited()) {
-        sample_count counting;
-        source.read(range, {}, counting);
-        samples = counting.samples();
-    }
+    const uint64_t samples = samples_in(source, range);
     const cell_plan plan = plan_of(samples, source.usual_step(), last, chosen.size());
-    track_list seen(plan, chosen.size(), range);
+    unusual_tracks seen(plan, chosen.size(), range);
     source.read(range, chosen, seen);
     const uint64_t newest = std::min<uint64_t>(samples, plan.newest * plan.unit);
-    const ranking found = rank(seen, names_of(source.sensors(), chosen), newest);
+    const unusual_ranking found = rank_sensors(seen, names_of(source.sensors(), chosen), newest);
     const suspects_output output(found, seen, options.source.where());
     if (options.json) {
         output.print_json(options.source.name);

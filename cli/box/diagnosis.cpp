@@ -1,0 +1,194 @@
+// Scans the files of a box and plans its recovery. The files of a box that is being written to are
+// looked at up to twenty times, because a record that is on its way into a file looks torn.
+#include "box/diagnosis.hpp"
+
+#include <ctime>
+#include <fmt/format.h>
+
+#include <vesk/error.h>
+
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+
+namespace cli
+{
+namespace
+{
+
+constexpr finding_kind all_kinds[] = {finding_kind::damage, finding_kind::refused_record,
+                                      finding_kind::bare_event};
+
+void check_item(const vesk_scan_item &item, checked_file &found)
+{
+    found.samples += item.kind == VESK_SCAN_SENSOR_VALUES ? 1 : 0;
+    found.intervals += item.kind == VESK_SCAN_INTERVAL ? 1 : 0;
+    const bool bare = item.kind == VESK_SCAN_BARE_EVENT;
+    found.events += bare || item.kind == VESK_SCAN_EVENT ? 1 : 0;
+    if (bare) {
+        found.add(finding_kind::bare_event,
+                  {item.offset, item.length, item.error,
+                   fmt::format("the event at {} lacks its type word", item.offset)});
+    } else if (is_damage(item)) {
+        found.add(item.kind == VESK_SCAN_DAMAGE ? finding_kind::damage
+                                                : finding_kind::refused_record,
+                  {item.offset, item.length, item.error, damage_text(item)});
+    }
+}
+
+checked_file check_file(const stored_file &file)
+{
+    checked_file found = {};
+    found.file = &file;
+    if (file.missing) {
+        found.add(finding_kind::damage, {0, 0, QE_ERROR_OPEN, file.problem});
+        return found;
+    }
+    // scan_file() throws when the machine prevents the reading: without the content there is no
+    // verdict.
+    scan_file(file, [&](const vesk_scan_item &item) { check_item(item, found); });
+    return found;
+}
+
+diagnosis diagnose(const std::string &base, const told_sizes &sizes)
+{
+    diagnosis result;
+    result.what = find_box(base);
+    if (result.what.is_file) {
+        throw failure(exit_usage, base + ": is a file; check takes the name of a box");
+    }
+    result.moved = is_moved(result.what);
+    for (const auto *files : {&result.what.files, &result.what.others}) {
+        for (const stored_file &file : *files) {
+            result.files.push_back(check_file(file));
+        }
+    }
+    result.waiting = report_waiting_events(result.what);
+    result.plan = plan_recovery(result.what.name, sizes);
+    return result;
+}
+
+} // namespace
+
+const char *words_of(finding_kind kind)
+{
+    switch (kind) {
+    case finding_kind::damage:
+        return "places without a record";
+    case finding_kind::refused_record:
+        return "records that readers refuse";
+    case finding_kind::bare_event:
+        break;
+    }
+    return "events without a type word";
+}
+
+void checked_file::add(finding_kind kind, const file_finding &what)
+{
+    if (++found[static_cast<std::size_t>(kind)] <= most_told_of_a_kind) {
+        findings.push_back(what);
+    }
+}
+
+uint64_t checked_file::unlisted(finding_kind kind) const
+{
+    const uint64_t count = found[static_cast<std::size_t>(kind)];
+    return count - std::min<uint64_t>(count, most_told_of_a_kind);
+}
+
+std::string checked_file::contents_text() const
+{
+    if (file->missing) {
+        return file->problem;
+    }
+    const std::string records =
+        file->is_history() ? counted(intervals, "interval") : counted(samples, "sample");
+    const std::string and_events = events > 0 ? ", " + counted(events, "event") : "";
+    return fmt::format("{}{}, {}", records, and_events, counted(file->size, "byte"));
+}
+
+std::vector<std::string> checked_file::lines() const
+{
+    std::vector<std::string> result;
+    if (file->missing) {
+        return result;
+    }
+    for (const file_finding &what : findings) {
+        result.push_back(what.what);
+    }
+    for (const finding_kind kind : all_kinds) {
+        if (unlisted(kind) > 0) {
+            result.push_back(fmt::format("and {} more {}", unlisted(kind), words_of(kind)));
+        }
+    }
+    return result;
+}
+
+// A box that was moved is healthy where it is, whatever its state file calls the files.
+bool diagnosis::is_anything_wrong() const
+{
+    return std::any_of(plan.steps.begin(), plan.steps.end(), [&](const recovery_step &step) {
+        const bool home = moved && step.action == VESK_RECOVER_WRITE_STATE && step.error == 0;
+        return step.is_needed() && !home;
+    });
+}
+
+bool diagnosis::has_findings() const
+{
+    return what.state.error != 0 || waiting.is_damaged() ||
+           std::any_of(files.begin(), files.begin() + static_cast<long>(what.files.size()),
+                       [](const checked_file &file) { return !file.findings.empty(); });
+}
+
+bool diagnosis::is_other(const checked_file &file) const
+{
+    return std::any_of(what.others.begin(), what.others.end(),
+                       [&](const stored_file &other) { return &other == file.file; });
+}
+
+bool diagnosis::has_verdict() const
+{
+    return is_healthy() || is_repairable() || code_for(plan) != exit_failed;
+}
+
+const char *diagnosis::verdict() const
+{
+    if (is_healthy()) {
+        return "healthy";
+    }
+    return is_repairable() ? "repairable" : "not repairable";
+}
+
+std::string diagnosis::verdict_text() const
+{
+    if (!is_healthy() && !is_repairable()) {
+        return fmt::format("{}: {}", verdict(), recovery_failure(plan));
+    }
+    if (moved) {
+        return fmt::format("{}, moved: it was made as {}; a repair makes it at home here",
+                           verdict(), what.state.filename);
+    }
+    return verdict();
+}
+
+// The files of a box that is being written to change while the plan is made, so the plan counts
+// only if the box has not moved on meanwhile. After too many attempts the last plan is taken.
+diagnosis diagnose_box(const std::string &base, const told_sizes &sizes)
+{
+    constexpr int looks = 20;
+    constexpr timespec between = {0, 25'000'000};
+    for (int i = 1;; ++i) {
+        diagnosis result = diagnose(base, sizes);
+        const bool moved_on = has_moved_on(result.what);
+        if (result.is_healthy() && !moved_on) {
+            return result;
+        }
+        const bool written_to = result.what.writer || moved_on;
+        if (!written_to || i == looks) {
+            result.live = written_to && !result.has_findings();
+            return result;
+        }
+        nanosleep(&between, nullptr);
+    }
+}
+
+} // namespace cli
