@@ -5,9 +5,10 @@
  * A name enters the registry with the first reference to it and leaves it with the last. Most
  * callers use sensor_create() and sensor_destroy() instead of these functions.
  *
- * Names live in 32 buckets, chosen by the low 5 bits of the plain sum of their bytes. Names that
- * are anagrams of each other therefore share a hash code and a bucket, but they are different
- * sensors.
+ * Names live in 32 buckets, in more of them where there are many names. The bucket is chosen by a
+ * hash that differs from process to process, so that no file can bring names that all meet in one.
+ * It is not the hash code of a sensor, which is the plain sum of the bytes of its name: names that
+ * are anagrams of each other share that code, but they are different sensors.
  */
 #ifndef VESK_SENSORS_H
 #define VESK_SENSORS_H
