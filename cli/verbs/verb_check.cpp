@@ -61,10 +61,25 @@ void print_foreign(const diagnosis &found)
     }
 }
 
+// A state file that can be read may still name files that are missing or something else. The names
+// of a moved box lead to its old place, which the verdict tells.
+std::string words_for_state(const diagnosis &found)
+{
+    const box_state &state = found.what.state;
+    if (state.error != 0) {
+        return state_words(state);
+    }
+    const bool fits = std::none_of(
+        found.plan.steps.begin(), found.plan.steps.end(), [](const recovery_step &step) {
+            return step.action == VESK_RECOVER_WRITE_STATE && step.error == 0;
+        });
+    return fits || found.moved ? "whole" : "whole, but not the state of these files";
+}
+
 void print_text(const diagnosis &found)
 {
     const box_state &state = found.what.state;
-    fmt::print("{}: {}\n", printable(state.path), state.error == 0 ? "whole" : state_words(state));
+    fmt::print("{}: {}\n", printable(state.path), words_for_state(found));
     for (const checked_file &file : found.files) {
         print_file(found, file);
     }
