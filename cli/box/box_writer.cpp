@@ -292,11 +292,16 @@ void box_writer::require_free_names() const
     }
 }
 
-void box_writer::finish()
+void box_writer::sync_now()
 {
     if (recorder_) {
         sync_.now(*recorder_);
     }
+}
+
+void box_writer::finish()
+{
+    sync_now();
     recorder_.reset();
 }
 

@@ -60,6 +60,8 @@ public:
     // first vector of a box and behind the last one of a full buffer. waiting_events keeps it then.
     // Throws an unrecordable_event when no box can hold it.
     event_result write(const event &what);
+    // Brings what was written onto the medium, unless nothing is ever synced.
+    void sync_now();
     // To be called last: syncs once more as the policy says.
     void finish();
 

@@ -23,6 +23,17 @@ std::size_t terminal_width()
     return size.ws_col;
 }
 
+message_listener listener_of_messages = nullptr;
+
+// False when nobody listens, so that the message goes to standard error.
+bool tell_listener(std::string_view text)
+{
+    if (listener_of_messages != nullptr) {
+        listener_of_messages(printable(text));
+    }
+    return listener_of_messages != nullptr;
+}
+
 // The status line that is shown now; a message must clear it first.
 status_line *shown_line = nullptr;
 
@@ -113,8 +124,16 @@ void say(std::string_view text)
     (void)std::fflush(stderr);
 }
 
+void listen_to_messages(message_listener listener)
+{
+    listener_of_messages = listener;
+}
+
 void complain(std::string_view text)
 {
+    if (tell_listener(text)) {
+        return;
+    }
     make_room();
     const bool colour = colour_on_stderr();
     say(fmt::format("{}vesk:{} {}\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "",
@@ -123,6 +142,9 @@ void complain(std::string_view text)
 
 void note(std::string_view text)
 {
+    if (tell_listener(text)) {
+        return;
+    }
     make_room();
     say(fmt::format("vesk: note: {}\n", printable(text)));
 }

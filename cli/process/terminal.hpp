@@ -16,6 +16,11 @@ bool colour_wanted(bool is_terminal, const char *no_color, const char *term);
 // Prints the text as it is. If standard error refuses it, the text is lost, which ends nothing.
 void say(std::string_view text);
 
+// Takes messages and notes in the place of standard error, for a program that is no command. The
+// text is printable. Null gives them back to standard error.
+using message_listener = void (*)(std::string_view text);
+void listen_to_messages(message_listener listener);
+
 // "vesk: text", with the name in red where colour is wanted. The text is made printable.
 void complain(std::string_view text);
 

@@ -13,10 +13,7 @@
 #include <vesk/error.h>
 #include <vesk/vesk_buffer.h>
 
-#include "box/box.hpp"
-#include "box/companions.hpp"
-#include "box/recording_log.hpp"
-#include "box/waiting_events.hpp"
+#include "box/box_report.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
@@ -39,134 +36,6 @@ struct info_options {
 
 using nlohmann::ordered_json;
 
-struct time_span {
-    bool any = false;
-    int64_t from = 0;
-    int64_t to = 0;
-
-    void add(int64_t first, int64_t last)
-    {
-        from = any ? std::min(from, first) : first;
-        to = any ? std::max(to, last) : last;
-        any = true;
-    }
-    void add(const time_span &other)
-    {
-        if (other.any) {
-            add(other.from, other.to);
-        }
-    }
-};
-
-// By type, from 1 to 5.
-using event_counts = std::array<uint64_t, last_event_type>;
-
-void add_events(const vesk_hb_record_events &events, event_counts &counts)
-{
-    const event_counts more = {events.n_type1_events, events.n_type2_events, events.n_type3_events,
-                               events.n_type4_events, events.n_type5_events};
-    std::transform(counts.begin(), counts.end(), more.begin(), counts.begin(), std::plus<>());
-}
-
-uint64_t total_of(const event_counts &counts)
-{
-    return std::accumulate(counts.begin(), counts.end(), uint64_t{0});
-}
-
-// What one buffer file holds.
-struct contents {
-    const stored_file *file = nullptr;
-    uint32_t capacity = 0;
-    uint64_t samples = 0;
-    uint64_t intervals = 0;
-    uint64_t events = 0;      // as records
-    uint64_t bare_events = 0; // without type word
-    event_counts counted_events = {};
-    uint64_t sensor_changes = 0;
-    std::vector<std::string> sensors; // the latest
-    time_span span;
-    bool readable = false;
-    std::vector<std::string> damage; // at most most_told_of_a_kind
-    uint64_t more_damage = 0;        // that is not listed
-    std::string unread;              // why the file cannot be read although it is there
-    bool failed = false;             // and that the machine is the reason
-};
-
-void count_item(const vesk_scan_item &item, contents &found)
-{
-    if (is_damage(item)) {
-        if (found.damage.size() < most_told_of_a_kind) {
-            found.damage.push_back(damage_text(item));
-        } else {
-            ++found.more_damage;
-        }
-    }
-    if (item.kind != VESK_SCAN_DAMAGE) {
-        found.readable = true;
-        found.capacity = item.capacity;
-    }
-    switch (item.kind) {
-    case VESK_SCAN_SENSOR_NAMES:
-        ++found.sensor_changes;
-        found.sensors = sensor_names(*item.names);
-        break;
-    case VESK_SCAN_SENSOR_VALUES:
-        ++found.samples;
-        found.span.add(item.values->timestamp.tv.tv_sec, item.values->timestamp.tv.tv_sec);
-        break;
-    case VESK_SCAN_INTERVAL:
-        ++found.intervals;
-        add_events(item.interval->events, found.counted_events);
-        found.span.add(item.interval->start.tv.tv_sec, item.interval->end.tv.tv_sec);
-        break;
-    case VESK_SCAN_EVENT:
-        ++found.events;
-        break;
-    case VESK_SCAN_BARE_EVENT:
-        ++found.bare_events;
-        break;
-    case VESK_SCAN_HEADER:
-    case VESK_SCAN_DAMAGE:
-        break;
-    }
-}
-
-contents read_contents(const stored_file &file, recording_log &log)
-{
-    contents found;
-    found.file = &file;
-    if (file.missing) {
-        found.damage.push_back(file.problem);
-        return found;
-    }
-    try {
-        scan_file(file, [&](const vesk_scan_item &item) {
-            count_item(item, found);
-            log.take(item);
-        });
-    } catch (const read_failure &reason) {
-        found.unread = reason.what();
-        found.failed = reason.code() == exit_failed;
-    }
-    return found;
-}
-
-const char *stage_name(uint32_t stage)
-{
-    switch (stage) {
-    case VESK_ZCF_STATE_C00:
-        return "c00";
-    case VESK_ZCF_STATE_CC0:
-        return "cc0";
-    case VESK_ZCF_STATE_CCC:
-        return "ccc";
-    case VESK_ZCF_STATE_HCC:
-        return "hcc";
-    default:
-        return "unknown";
-    }
-}
-
 const char *stage_words(uint32_t stage)
 {
     switch (stage) {
@@ -183,73 +52,9 @@ const char *stage_words(uint32_t stage)
     }
 }
 
-const char *role_name(const stored_file &file, bool lone)
+uint64_t total_of(const event_counts &counts)
 {
-    if (lone) {
-        return file.is_history() ? "history" : "current";
-    }
-    switch (file.role) {
-    case VESK_SCAN_HISTORY:
-        return "history";
-    case VESK_SCAN_FULL:
-        return "full";
-    case VESK_SCAN_OPEN:
-        return "open";
-    case VESK_SCAN_ORPHAN:
-        break;
-    }
-    return "other";
-}
-
-// The whole of what was found, for both forms of output.
-struct report {
-    box what;
-    std::vector<contents> files;
-    contents all;
-    time_span history;
-    time_span raw;
-    waiting_report waiting;
-    std::vector<foreign_companion> foreign;
-    recording_log log;
-    uint64_t bytes = 0;
-    bool damaged = false;
-    bool incomplete = false; // there are files that could not be read
-};
-
-report make_report(const std::string &name)
-{
-    report result;
-    result.what = find_box(name);
-    const box &what = result.what;
-    result.bytes = what.is_file ? 0 : what.state.size;
-    result.waiting = report_waiting_events(what);
-    if (!what.is_file) {
-        result.foreign = foreign_companions(what.name);
-    }
-    result.damaged = (!what.is_file && what.state.error != 0) || result.waiting.is_damaged();
-    for (const stored_file &file : what.files) {
-        contents found = read_contents(file, result.log);
-        result.bytes += file.size;
-        result.all.samples += found.samples;
-        result.all.intervals += found.intervals;
-        result.all.events += found.events;
-        result.all.bare_events += found.bare_events;
-        std::transform(found.counted_events.begin(), found.counted_events.end(),
-                       result.all.counted_events.begin(), result.all.counted_events.begin(),
-                       std::plus<>());
-        const bool empty = !file.missing && found.unread.empty() && file.size == 0;
-        result.all.readable = result.all.readable || found.readable || empty;
-        if (!found.sensors.empty()) {
-            result.all.sensors = found.sensors;
-        }
-        (file.is_history() ? result.history : result.raw).add(found.span);
-        result.damaged = result.damaged || !found.damage.empty();
-        result.incomplete = result.incomplete || !found.unread.empty();
-        result.all.failed = result.all.failed || found.failed;
-        result.files.push_back(std::move(found));
-    }
-    result.log.take_waiting(what);
-    return result;
+    return std::accumulate(counts.begin(), counts.end(), uint64_t{0});
 }
 
 std::string span_text(const time_span &span)
@@ -275,7 +80,7 @@ void print_state(const box &what)
          state.samples, state.intervals, state.samples / state.intervals);
 }
 
-void print_file(const contents &found, bool lone)
+void print_file(const file_contents &found, bool lone)
 {
     const stored_file &file = *found.file;
     if (file.missing) {
@@ -288,7 +93,7 @@ void print_file(const contents &found, bool lone)
                span_text(found.span));
 }
 
-void print_text(const report &found)
+void print_text(const box_report &found)
 {
     const box &what = found.what;
     line(what.is_file ? "file" : "box", "{}", printable(what.name));
@@ -306,7 +111,7 @@ void print_text(const report &found)
     print_recordings(found.log, what.writer);
     line("bytes", "{}", found.bytes);
     fmt::print("files\n");
-    for (const contents &file : found.files) {
+    for (const file_contents &file : found.files) {
         print_file(file, what.is_file);
     }
     for (const stored_file &file : what.others) {
@@ -317,7 +122,7 @@ void print_text(const report &found)
             fmt::print("  {:<8} {}: {}\n", "other", printable(file.path), file.problem);
         }
     }
-    for (const contents &file : found.files) {
+    for (const file_contents &file : found.files) {
         for (const std::string &text : file.damage) {
             line("damage", "{}: {}", printable(file.file->path), text);
         }
@@ -342,7 +147,7 @@ ordered_json span_json(const time_span &span)
     return {{"from", span.from}, {"to", span.to}};
 }
 
-ordered_json file_json(const contents &found, bool lone)
+ordered_json file_json(const file_contents &found, bool lone)
 {
     const stored_file &file = *found.file;
     ordered_json result = {{"path", file.path},
@@ -380,7 +185,7 @@ ordered_json state_json(const box_state &state)
     return result;
 }
 
-void print_json(const report &found)
+void print_json(const box_report &found)
 {
     const box &what = found.what;
     ordered_json result = {{what.is_file ? "file" : "box", what.name}};
@@ -404,7 +209,7 @@ void print_json(const report &found)
     add_recordings(found.log, what.writer, result);
     result["bytes"] = found.bytes;
     result["files"] = ordered_json::array();
-    for (const contents &file : found.files) {
+    for (const file_contents &file : found.files) {
         result["files"].push_back(file_json(file, what.is_file));
     }
     result["other_files"] = ordered_json::array();
@@ -425,7 +230,7 @@ exit_code info(const info_options &options)
     if (options.utc) {
         use_utc();
     }
-    const report found = make_report(options.name);
+    const box_report found = make_report(options.name);
     if (found.what.is_file && !found.all.readable) {
         throw failure(exit_unreadable,
                       options.name + ": is no buffer file, or nothing in it can be read");
