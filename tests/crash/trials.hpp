@@ -22,7 +22,7 @@ void count_trial(std::size_t index, uint64_t n = 1);
 
 // Runs trial(0) to trial(n - 1). A trial returns a complaint, or nothing. One that ends the
 // process, or takes more than so many seconds of the processor, has failed; gives up when too many
-// have.
+// have. With VESK_CRASH_EVERY=K in the environment only one of K trials is made.
 trial_results run_trials(std::size_t n, const std::function<std::string(std::size_t)> &trial,
                          unsigned seconds = 20);
 
