@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "text/civil_time.hpp"
+
 namespace cli
 {
 
@@ -25,9 +27,6 @@ struct moment {
     bool from_end = false;
     int64_t seconds = 0; // since the epoch, or behind the end of the box, so mostly below 0
 };
-
-// In autumn an hour is shown twice by the clock: which of the two a local time means.
-enum class twin { earlier, later };
 
 // Understands
 //   2024-01-31T23:59:59Z, ...+01:00, ...+0100, ...+01       with its zone
