@@ -174,6 +174,11 @@ private:
     {
         found_.begin_ = found_.begin_ ? found_.begin_ : first;
         found_.end_ = last;
+        if (!found_.extent_) {
+            found_.extent_ = {first, last};
+        }
+        found_.extent_->from = std::min({found_.extent_->from, first, last});
+        found_.extent_->to = std::max({found_.extent_->to, first, last});
     }
 
     void add_names(const vesk_cb_record_sensor_names &names)

@@ -83,6 +83,9 @@ public:
     // is the one that was written last, also where the clock was set back before.
     std::optional<int64_t> begin() const { return begin_; }
     std::optional<int64_t> end() const { return end_; }
+    // The least and the greatest time of all samples and intervals, whatever their order; nothing
+    // in an empty box.
+    const std::optional<time_range> &extent() const { return extent_; }
     // The usual distance of raw samples in seconds; 0 with fewer than two samples.
     int64_t usual_step() const { return usual_step_; }
     uint64_t samples() const { return samples_; }
@@ -109,6 +112,7 @@ private:
     std::vector<std::string> sensors_;
     std::optional<int64_t> begin_;
     std::optional<int64_t> end_;
+    std::optional<time_range> extent_;
     // The time of the first raw sample, if no state file tells which files have been summarised.
     // Intervals from there on repeat samples that still exist, so they are left out.
     std::optional<int64_t> history_ends_before_;

@@ -6,7 +6,6 @@
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
-#include <span>
 
 namespace cli
 {
@@ -70,24 +69,33 @@ std::string digits(double value)
     return fmt::format("{:.4g}", value);
 }
 
-std::string with_prefix(double value, std::string_view symbol, double step,
-                        std::span<const std::string_view> prefixes)
+constexpr std::array<std::string_view, 7> binary_prefixes = {"",   "Ki", "Mi", "Gi",
+                                                             "Ti", "Pi", "Ei"};
+constexpr std::array<std::string_view, 7> decimal_prefixes = {"", "k", "M", "G", "T", "P", "E"};
+
+// The unit of numbers up to @p size, with the prefix that keeps them short.
+axis_unit with_prefix(double size, const unit &one)
 {
+    if (one.steps == scale::none || std::isinf(size)) {
+        return {1, std::string(one.symbol), false};
+    }
+    const bool is_binary = one.steps == scale::binary;
+    const auto &prefixes = is_binary ? binary_prefixes : decimal_prefixes;
+    const double step = is_binary ? 1024 : 1000;
     std::size_t prefix = 0;
+    double divisor = 1;
     // What would be rounded up to the step gets the next prefix, too.
-    while (std::fabs(value) >= step - 0.5 && prefix + 1 < prefixes.size()) {
-        value /= step;
+    while (size / divisor >= step - 0.5 && prefix + 1 < prefixes.size()) {
+        divisor *= step;
         ++prefix;
     }
-    return fmt::format("{} {}{}", digits(value), prefixes[prefix], symbol);
+    return {divisor, fmt::format("{}{}", prefixes[prefix], one.symbol), is_binary};
 }
 
 } // namespace
 
 std::string with_unit(double value, std::string_view sensor)
 {
-    constexpr std::array<std::string_view, 7> binary = {"", "Ki", "Mi", "Gi", "Ti", "Pi", "Ei"};
-    constexpr std::array<std::string_view, 7> decimal = {"", "k", "M", "G", "T", "P", "E"};
     if (std::isnan(value)) {
         return "-";
     }
@@ -95,11 +103,14 @@ std::string with_unit(double value, std::string_view sensor)
     if (one == nullptr) {
         return digits(value);
     }
-    if (std::isinf(value) || one->steps == scale::none) {
-        return fmt::format("{} {}", digits(value), one->symbol);
-    }
-    return one->steps == scale::binary ? with_prefix(value, one->symbol, 1024, binary)
-                                       : with_prefix(value, one->symbol, 1000, decimal);
+    const axis_unit shown = with_prefix(std::fabs(value), *one);
+    return fmt::format("{} {}", digits(value / shown.divisor), shown.symbol);
+}
+
+axis_unit axis_unit_of(double size, std::string_view sensor)
+{
+    const unit *one = find_unit(sensor);
+    return one == nullptr ? axis_unit() : with_prefix(size, *one);
 }
 
 } // namespace cli

@@ -13,6 +13,16 @@ namespace cli
 // as they are. Four significant digits. A value that is NaN is "-".
 std::string with_unit(double value, std::string_view sensor);
 
+// How an axis shows the values of a sensor: as numbers that are divided by something, with the unit
+// once beside them.
+struct axis_unit {
+    double divisor = 1;
+    std::string symbol;     // "GiB", "%", or nothing
+    bool is_binary = false; // the divisor is a power of 1024
+};
+// @p size is the largest distance from 0 on the axis.
+axis_unit axis_unit_of(double size, std::string_view sensor);
+
 } // namespace cli
 
 #endif

@@ -59,6 +59,10 @@ public:
     {
         verb_.add_option(name, value, help);
     }
+    void words(const char *name, std::vector<std::string> &values, const std::string &help) override
+    {
+        verb_.add_option(name, values, help);
+    }
     void text(const char *name, const char *type, std::string &value,
               const std::string &help) override
     {

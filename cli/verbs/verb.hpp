@@ -28,6 +28,9 @@ public:
     // Words in the order in which they are added.
     virtual void required_word(const char *name, std::string &value, const std::string &help) = 0;
     virtual void word(const char *name, std::string &value, const std::string &help) = 0;
+    // All words that are left, so added last.
+    virtual void words(const char *name, std::vector<std::string> &values,
+                       const std::string &help) = 0;
     // "--for TIME": @p type stands for the value in the help.
     virtual void text(const char *name, const char *type, std::string &value,
                       const std::string &help) = 0;

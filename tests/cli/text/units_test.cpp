@@ -54,6 +54,19 @@ TEST(Units, WhatIsNoNumberHasNoUnit)
     EXPECT_EQ(with_unit(-infinity, "x"), "-inf");
 }
 
+TEST(Units, OfAnAxisFitItsLargestNumber)
+{
+    EXPECT_EQ(axis_unit_of(1024, "x_bytes").divisor, 1024);
+    EXPECT_EQ(axis_unit_of(1024, "x_bytes").symbol, "KiB");
+    EXPECT_TRUE(axis_unit_of(1024, "x_bytes").is_binary);
+    EXPECT_EQ(axis_unit_of(2.5e6, "x_bytes_per_s").symbol, "MB/s");
+    EXPECT_FALSE(axis_unit_of(2.5e6, "x_bytes_per_s").is_binary);
+    EXPECT_EQ(axis_unit_of(1e300, "x_bytes").symbol, "EiB");
+    EXPECT_EQ(axis_unit_of(infinity, "x_bytes").divisor, 1);
+    EXPECT_EQ(axis_unit_of(1e6, "busy_percent").symbol, "%");
+    EXPECT_EQ(axis_unit_of(1e6, "load").symbol, "");
+}
+
 TEST(MachineText, CsvIsQuotedWhereItNeedsIt)
 {
     EXPECT_EQ(csv_field("plain"), "plain");
