@@ -1,4 +1,6 @@
-// The verbs fetch, stats and events on boxes that no text telemetry can make, and on damaged ones.
+// The verbs fetch, stats, events and export on boxes that no text telemetry can make, and on
+// damaged ones.
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -84,11 +86,19 @@ const std::vector<std::vector<std::string>> all_forms = {
     {"stats", "--json"},
     {"stats", "--format", "csv"},
     {"events"},
-    {"events", "--json"}};
+    {"events", "--json"},
+    {"export", "--format", "csv"},
+    {"export", "--table", "intervals", "--format", "csv"},
+    {"export", "--format", "jsonl"},
+    {"export", "--format", "openmetrics"},
+    {"export", "--format", "influx"},
+    {"export", "--format", "victoria"},
+    {"export", "--format", "sqlite", "--force", "-o", "OUTPUT"}};
 
 std::vector<std::string> on(const std::vector<std::string> &form, const std::string &name)
 {
     std::vector<std::string> words = form;
+    std::replace(words.begin(), words.end(), std::string("OUTPUT"), name + ".out");
     words.push_back(name);
     return words;
 }
