@@ -47,13 +47,15 @@ void recording_log::take_event(int64_t time, const std::string &text)
 
 void recording_log::take_identity(const parsed_event &event)
 {
+    if (const std::optional<int64_t> interval = event.number("interval")) {
+        interval_ = interval;
+    }
     machine_identity who = identity_in(event);
     if (who.host.empty() && who.machine_id.empty() && who.boot_id.empty() && who.kernel.empty()) {
         return;
     }
     identity_ = std::move(who);
     version_ = event.value("version");
-    interval_ = event.number("interval");
 }
 
 void recording_log::take_gap(const parsed_event &event)

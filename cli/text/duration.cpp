@@ -96,4 +96,16 @@ std::string format_duration(int64_t seconds)
     return text.empty() ? "0s" : text;
 }
 
+std::string format_rough_duration(int64_t seconds)
+{
+    int64_t finest = 1;
+    for (const auto &[from, unit] : {std::pair{86400, 3600}, std::pair{3600, 60}}) {
+        if (seconds >= from) {
+            finest = unit;
+            break;
+        }
+    }
+    return format_duration(seconds / finest * finest);
+}
+
 } // namespace cli

@@ -18,6 +18,9 @@ int64_t parse_duration(std::string_view text, std::string_view option);
 // "45s", "1h30m", "2d": what parse_duration() reads back. Nothing is "0s".
 std::string format_duration(int64_t seconds);
 
+// The same cut to its two largest units: "9d6h" for nine days, six hours and some minutes.
+std::string format_rough_duration(int64_t seconds);
+
 } // namespace cli
 
 #endif

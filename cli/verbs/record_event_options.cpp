@@ -27,16 +27,23 @@ recording_event_options record_event_options::for_recording(const std::string &r
         throw failure(exit_usage,
                       fmt::format("--top {}: is more than {}", *top, recording_events::most_top));
     }
-    if (bytes() < least_event_bytes) {
-        throw failure(exit_usage,
-                      fmt::format("--event-bytes {}: is less than {}", bytes(), least_event_bytes));
-    }
+    require_event_bytes(event_bytes);
     return result;
 }
 
-uint64_t record_event_options::bytes() const
+void require_event_bytes(const std::optional<uint32_t> &event_bytes)
 {
-    return event_bytes.value_or(default_event_bytes);
+    if (event_bytes && *event_bytes < least_event_bytes) {
+        throw failure(exit_usage, fmt::format("--event-bytes {}: is less than {}", *event_bytes,
+                                              least_event_bytes));
+    }
+}
+
+void add_event_bytes(option_list &options, std::optional<uint32_t> &event_bytes)
+{
+    options.number("--event-bytes", "N", event_bytes,
+                   fmt::format("Bytes that the events of one buffer may take (default {})",
+                               default_event_bytes));
 }
 
 void add_record_event_options(option_list &options, record_event_options &events)
@@ -52,9 +59,7 @@ void add_record_event_options(option_list &options, record_event_options &events
     options.flag("--no-kernel-log", events.no_kernel_log, "Do not record the kernel's messages");
     options.flag("--no-machine-id", events.no_machine_id,
                  "Leave /etc/machine-id out of the box, which tells this machine from all others");
-    options.number("--event-bytes", "N", events.event_bytes,
-                   fmt::format("Bytes that the events of one buffer may take (default {})",
-                               default_event_bytes));
+    add_event_bytes(options, events.event_bytes);
 }
 
 } // namespace cli

@@ -23,8 +23,11 @@ struct record_event_options {
 
     // Throws a failure (usage) where the options make no sense.
     recording_event_options for_recording(const std::string &root, int64_t interval) const;
-    uint64_t bytes() const;
 };
+
+// --event-bytes alone, and the refusal of a number that is too small.
+void add_event_bytes(option_list &options, std::optional<uint32_t> &event_bytes);
+void require_event_bytes(const std::optional<uint32_t> &event_bytes);
 
 void add_record_event_options(option_list &options, record_event_options &events);
 

@@ -14,12 +14,14 @@
 #include <vesk/vesk_buffer.h>
 
 #include "box/box_report.hpp"
+#include "box/event_budget.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
 #include "verbs/recording_report.hpp"
+#include "verbs/size_options.hpp"
 #include "verbs/verb.hpp"
 #include "verbs/waiting_json.hpp"
 
@@ -93,6 +95,41 @@ void print_file(const file_contents &found, bool lone)
                span_text(found.span));
 }
 
+// Where a recording has told its interval. The default bound of events is counted in.
+struct size_of_recording {
+    whole_shape shape;
+    int64_t interval;
+    record_bytes largest;
+};
+
+std::optional<size_of_recording> recorded_size(const box_report &found)
+{
+    const box_state &state = found.what.state;
+    const std::optional<int64_t> interval = found.log.interval();
+    constexpr int64_t longest = int64_t{100} * 366 * 86400;
+    if (found.what.is_file || state.error != 0 || state.intervals == 0 || !interval ||
+        *interval < 1 || *interval > longest) {
+        return std::nullopt;
+    }
+    return size_of_recording{
+        {state.samples, state.intervals}, *interval, largest_records(found.all.sensors)};
+}
+
+ordered_json size_json(const box_report &found)
+{
+    const auto size = recorded_size(found);
+    if (!size) {
+        return nullptr;
+    }
+    const auto seconds = [&](const reach &what) -> ordered_json {
+        const auto interval = static_cast<uint64_t>(size->interval);
+        return {{"least", what.least * interval}, {"most", what.most * interval}};
+    };
+    return {{"raw_seconds", seconds(raw_reach(size->shape))},
+            {"horizon_seconds", seconds(history_reach(size->shape))},
+            {"most_bytes", most_bytes(size->shape, size->largest, default_event_bytes)}};
+}
+
 void print_text(const box_report &found)
 {
     const box &what = found.what;
@@ -109,6 +146,10 @@ void print_text(const box_report &found)
         line("waiting", "{}: {}", printable(found.waiting.path), found.waiting.text());
     }
     print_recordings(found.log, what.writer);
+    if (const auto size = recorded_size(found)) {
+        line("reach", "{}",
+             size_words(size->shape, size->interval, size->largest, default_event_bytes));
+    }
     line("bytes", "{}", found.bytes);
     fmt::print("files\n");
     for (const file_contents &file : found.files) {
@@ -207,6 +248,7 @@ void print_json(const box_report &found)
         result["waiting_events"] = waiting_json(found.waiting);
     }
     add_recordings(found.log, what.writer, result);
+    result["reach"] = size_json(found);
     result["bytes"] = found.bytes;
     result["files"] = ordered_json::array();
     for (const file_contents &file : found.files) {

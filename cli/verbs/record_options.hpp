@@ -1,0 +1,47 @@
+// The options of `vesk record`, as they are on the command line.
+#ifndef VESK_CLI_VERBS_RECORD_OPTIONS_HPP
+#define VESK_CLI_VERBS_RECORD_OPTIONS_HPP
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "box/sync_policy.hpp"
+#include "verbs/record_event_options.hpp"
+#include "verbs/sensor_options.hpp"
+#include "verbs/size_options.hpp"
+#include "verbs/verb.hpp"
+
+namespace cli
+{
+
+struct record_options {
+    std::string base;
+    std::string interval = "1s";
+    std::string duration; // empty: until a signal ends it
+    std::string sync = "10s";
+    sensor_options sensors;
+    size_options sizes;
+    record_event_options events;
+
+    uint64_t event_bytes() const { return sizes.event_bytes(events.event_bytes); }
+};
+
+// All but the name of the box.
+void add_record_options(option_list &options, record_options &record);
+
+// What the options mean.
+struct record_settings {
+    int64_t interval;
+    std::optional<uint64_t> samples; // nothing: until a signal ends it
+    sensor_choice sensors;
+    recording_event_options events;
+    sync_policy sync;
+};
+
+// Throws a usage failure where the options make no sense or contradict each other.
+record_settings settings_of(const record_options &options);
+
+} // namespace cli
+
+#endif

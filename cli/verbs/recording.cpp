@@ -1,0 +1,183 @@
+// Samples the machine at a fixed interval into a box. Between samples it takes events from the
+// socket and writes its own. A full disk or a missing sensor never ends a recording: the next
+// sample is tried again.
+#include "verbs/recording.hpp"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "machine/rates.hpp"
+#include "machine/schedule.hpp"
+#include "process/clock.hpp"
+#include "process/failure.hpp"
+#include "text/duration.hpp"
+#include "text/value_text.hpp"
+#include "verbs/size_plan.hpp"
+
+namespace cli
+{
+namespace
+{
+
+// So many events are taken before the clock is read again.
+constexpr std::size_t events_at_once = 50;
+// The events that are taken when the recording ends: more than the kernel keeps in a socket.
+constexpr std::size_t events_at_end = 1000;
+
+} // namespace
+
+recording::recording(const record_options &options, const record_settings &settings,
+                     const box_shape &shape)
+    : base_(options.base), options_(options), settings_(settings),
+      box_(options.base, shape, settings.sync), past_(read_recording_log(find_box(options.base))),
+      limited_([this](const event &what) { return events_.write(what); },
+               budget_of(find_box(options.base), options.event_bytes())),
+      events_(box_, options.base), own_(limited_, settings.events),
+      machine_(options.sensors.root, settings.sensors), intake_(options.base, limited_, events_),
+      samples_(box_, options.base)
+{
+}
+
+void recording::run()
+{
+    begin();
+    try {
+        take_samples();
+    } catch (const box_in_use &) {
+        throw;
+    } catch (const failure &reason) {
+        own_.end(read_clocks(), "error", reason.what());
+        throw;
+    }
+    finish();
+}
+
+void recording::begin()
+{
+    before_ = machine_.take();
+    const bool is_resumed = box_.last_time_before() || past_.last_time();
+    const std::optional<gap> before = own_.begin(is_resumed ? &past_ : nullptr, read_clocks());
+    const std::string what = before ? fmt::format("the recording goes on after {}: {}",
+                                                  gap_length(*before), gap_words(before->reason))
+                                    : fmt::format("a recording begins, with a sample every {}",
+                                                  format_duration(settings_.interval));
+    log(fmt::format("{}; {}", what, words_about_size()));
+}
+
+// How far back the box reaches, and where that is not what the user wants: an existing box keeps
+// its shape.
+std::string recording::words_about_size() const
+{
+    const box_state state = read_state(base_);
+    const whole_shape shape = {state.samples, state.intervals};
+    const record_bytes largest = largest_records(names_in(before_));
+    note_other_size(base_, shape, largest, options_.sizes, settings_.interval,
+                    options_.event_bytes());
+    return size_words(shape, settings_.interval, largest, options_.event_bytes());
+}
+
+void recording::take_samples()
+{
+    // Rates need two looks; the first must not lie too close to the second.
+    double least = static_cast<double>(settings_.interval) / 2;
+    for (uint64_t taken = 0; !settings_.samples || taken < *settings_.samples; ++taken) {
+        const std::optional<int64_t> tick =
+            wait_for(next_tick(clock_seconds(), settings_.interval, least));
+        least = 0;
+        if (!tick) {
+            break;
+        }
+        note_late(own_.sample(*tick, read_clocks().monotonic));
+        snapshot now = machine_.take();
+        take(readings_between(before_, now));
+        before_ = std::move(now);
+    }
+}
+
+// Waits until the clock shows @p tick, or a later tick when the clock is set back meanwhile, and
+// returns that. Nothing when the end was requested.
+std::optional<int64_t> recording::wait_for(int64_t tick)
+{
+    while (!stop_.requested()) {
+        intake_.take(events_at_once);
+        own_.look(read_clocks());
+        note_kernel_problem();
+        const double now = clock_seconds();
+        const double rest = seconds_until(tick, now, settings_.interval);
+        if (rest < 0) {
+            tick = next_tick(now, settings_.interval);
+        } else if (rest == 0) {
+            return tick;
+        } else {
+            stop_.wait(std::min(rest, own_.seconds_to_look()), intake_.fd(), own_.kernel_fd());
+        }
+    }
+    return std::nullopt;
+}
+
+void recording::take(readings found)
+{
+    const auto now = static_cast<int64_t>(clock_seconds());
+    const uint64_t buffers = box_.buffers_begun();
+    if (samples_.write(now, std::move(found))) {
+        limited_.vector_written(box_.buffers_begun() != buffers);
+        events_.take_over();
+        intake_.answer_senders();
+    }
+    if (box_.buffers_begun() != buffers) {
+        own_.buffer_began(read_clocks());
+    }
+    status_.show(fmt::format("recording {}: {}, {}, {} (Ctrl-C ends)", base_,
+                             counted(samples_.recorded(), "sample"),
+                             counted(samples_.number_of_sensors(), "sensor"), format_time(now)));
+}
+
+void recording::finish()
+{
+    intake_.take(events_at_end);
+    events_.take_over();
+    intake_.answer_senders();
+    const std::string reason = stop_.requested() ? stop_.signal_name() : "count";
+    own_.end(read_clocks(), reason);
+    box_.finish();
+    status_.clear();
+    log(fmt::format("the recording ends ({}), {} recorded", reason,
+                    samples_are(samples_.recorded())));
+    if (limited_.untold() > 0) {
+        note(fmt::format("{}: {} had no room in the box", base_,
+                         counted(limited_.untold(), "event")));
+    }
+    if (samples_.missing() > 0) {
+        throw failure(exit_failed, fmt::format("{}: the last {} not recorded", base_,
+                                               samples_are(samples_.missing())));
+    }
+}
+
+// Prints a line for the journal of the system. On a terminal the status line takes its place.
+void recording::log(const std::string &text) const
+{
+    if (!status_.visible()) {
+        note(fmt::format("{}: {}", base_, text));
+    }
+}
+
+void recording::note_late(uint64_t missed)
+{
+    if (missed > 0 && !noted_late_) {
+        note(fmt::format("{}: samples come too late, {} missing; this is said once, and the "
+                         "events of the box count them",
+                         base_, samples_are(missed)));
+        noted_late_ = true;
+    }
+}
+
+// Many users may not read the log of the kernel. A note is printed only if the user asked for it.
+void recording::note_kernel_problem()
+{
+    const std::string problem = own_.take_kernel_problem();
+    if (!problem.empty() && options_.events.kernel_log) {
+        note(fmt::format("{}; messages of the kernel are not recorded", problem));
+    }
+}
+
+} // namespace cli

@@ -1,0 +1,65 @@
+// A recording of this machine into a box: samples on time, events between them, until a signal or
+// a limit ends it.
+#ifndef VESK_CLI_VERBS_RECORDING_HPP
+#define VESK_CLI_VERBS_RECORDING_HPP
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "box/box_writer.hpp"
+#include "box/event_intake.hpp"
+#include "box/limited_events.hpp"
+#include "box/recording_log.hpp"
+#include "box/waiting_events.hpp"
+#include "machine/recording_events.hpp"
+#include "machine/sample_writer.hpp"
+#include "machine/sampler.hpp"
+#include "process/stop_request.hpp"
+#include "process/terminal.hpp"
+#include "verbs/record_options.hpp"
+
+namespace cli
+{
+
+class recording
+{
+public:
+    // Opens the box, or makes it with @p shape.
+    recording(const record_options &options, const record_settings &settings,
+              const box_shape &shape);
+
+    void run();
+
+private:
+    void begin();
+    void take_samples();
+    std::optional<int64_t> wait_for(int64_t tick);
+    void take(readings found);
+    void finish();
+
+    std::string words_about_size() const;
+    void log(const std::string &text) const;
+    void note_late(uint64_t missed);
+    void note_kernel_problem();
+
+    std::string base_;
+    record_options options_;
+    record_settings settings_;
+    stop_request stop_;
+    box_writer box_;
+    recording_log past_;
+    limited_events limited_;
+    waiting_events events_;
+    recording_events own_;
+    sampler machine_;
+    event_intake intake_;
+    sample_writer samples_;
+    snapshot before_;
+    status_line status_;
+    bool noted_late_ = false;
+};
+
+} // namespace cli
+
+#endif

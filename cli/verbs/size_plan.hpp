@@ -1,0 +1,43 @@
+// Chooses the shape of a box from what the user wants of it and from the sensors of this machine.
+#ifndef VESK_CLI_VERBS_SIZE_PLAN_HPP
+#define VESK_CLI_VERBS_SIZE_PLAN_HPP
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "box/trial_box.hpp"
+#include "machine/sampler.hpp"
+#include "verbs/size_options.hpp"
+
+namespace cli
+{
+
+// Samples of the machine, all with values for the same sensors.
+struct machine_samples {
+    std::vector<std::string> names;
+    std::vector<std::vector<float>> values;
+};
+
+// Takes @p count samples, with @p seconds before each of them, because rates need two looks. Throws
+// a failure when the machine gives none.
+machine_samples sample_machine(sampler &machine, unsigned count, double seconds);
+
+// The names of the sensors in a snapshot.
+std::vector<std::string> names_in(const snapshot &what);
+
+struct box_plan {
+    whole_shape shape;
+    uint64_t event_bytes = 0;
+    record_bytes largest;
+    trial_result measured;
+};
+
+// @p event_bytes are those that the user wants, if any. Throws a usage failure where no box is as
+// it is wanted.
+box_plan plan_box(const size_options &sizes, int64_t interval, std::optional<uint32_t> event_bytes,
+                  const machine_samples &samples);
+
+} // namespace cli
+
+#endif
