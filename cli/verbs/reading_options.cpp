@@ -16,13 +16,18 @@ void reading_options::settle() const
     check_range(range);
 }
 
-void add_reading(option_list &options, reading_options &chosen)
+void add_range(option_list &options, reading_options &chosen)
 {
     options.required_word("BASE|FILE", chosen.name, "Name of a box, or one of its buffer files");
     options.text("--from", "TIME", chosen.range.from, "Only what is not before this time");
     options.text("--to", "TIME", chosen.range.to, "Only what is not after this time");
     options.text("--last", "LENGTH", chosen.range.last,
                  "Only so much before the end of the box, such as 10m");
+}
+
+void add_reading(option_list &options, reading_options &chosen)
+{
+    add_range(options, chosen);
     options.flag("--local", chosen.local, "Print times in the local time zone, not in UTC");
     options.text("--tz", "ZONE", chosen.time_zone,
                  "Read and print times in this zone, such as Europe/Zurich");

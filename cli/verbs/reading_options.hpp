@@ -25,19 +25,23 @@ struct reading_options {
     zone where() const { return local || !time_zone.empty() ? zone::local : zone::utc; }
 };
 
-// BASE|FILE, --from, --to, --last, --local and --tz; and --sensor for verbs that show sensors.
+// BASE|FILE, --from, --to and --last.
+void add_range(option_list &options, reading_options &chosen);
+// These with --local and --tz; and --sensor for verbs that show sensors.
 void add_reading(option_list &options, reading_options &chosen);
 void add_sensor_choice(option_list &options, reading_options &chosen);
 
-// What the help of each such verb says about its options. A macro, so that it becomes one literal
+// What the help of each such verb says about its options. Macros, so that they become one literal
 // with the rest: registrations must not fail before main() begins.
-#define VESK_CLI_READING_HELP                                                                      \
+#define VESK_CLI_TIME_HELP                                                                         \
     "TIME is 2024-01-31T23:59:59Z, with another zone (+01:00), without one in local time, like\n"  \
     "'2024-01-31 23:59' or 20240131:23:59:59, in seconds since the epoch, or told from the end "   \
     "of\n"                                                                                         \
     "the box: -10m is ten minutes before its latest sample. Lengths of time are 90s, 10m, "        \
     "1h30m,\n"                                                                                     \
-    "2d, 1w. Times are printed in UTC unless --local or --tz is given.\n"
+    "2d, 1w."
+#define VESK_CLI_READING_HELP                                                                      \
+    VESK_CLI_TIME_HELP " Times are printed in UTC unless --local or --tz is given.\n"
 
 // The range of @p options in the box.
 time_range range_in(const reading_options &options, const reading &source);

@@ -15,7 +15,7 @@ from pathlib import Path
 # Each rung may include from the rungs before it; folders on one rung know nothing of each other.
 LIBRARY = [["support"], ["io"], ["model"], ["matrix"], ["buffers", "text"], ["box"],
            ["recorder", "recovery"], ["start"]]
-COMMAND = [["process"], ["text"], ["analysis", "draw"], ["box"], ["machine", "export"],
+COMMAND = [["process"], ["text"], ["analysis", "draw"], ["box"], ["machine", "export"], ["page"],
            ["verbs"]]
 
 # Forms of matrices are written by the serializer, and matrices are printed for debugging.

@@ -93,7 +93,8 @@ const std::vector<std::vector<std::string>> all_forms = {
     {"export", "--format", "openmetrics"},
     {"export", "--format", "influx"},
     {"export", "--format", "victoria"},
-    {"export", "--format", "sqlite", "--force", "-o", "OUTPUT"}};
+    {"export", "--format", "sqlite", "--force", "-o", "OUTPUT"},
+    {"report"}};
 
 std::vector<std::string> on(const std::vector<std::string> &form, const std::string &name)
 {

@@ -1,0 +1,74 @@
+// The line of events and gaps over the span that the charts show. A click moves all charts there;
+// the list below it does the same from the keyboard.
+
+const timeLine = { canvas: null, events: [], gaps: [] };
+
+function readHappenings() {
+  for (const row of document.querySelectorAll('table.events tr[data-time]')) {
+    const time = Number(row.dataset.time);
+    if (row.dataset.end) {
+      timeLine.gaps.push({ from: time, to: Number(row.dataset.end) });
+    } else {
+      timeLine.events.push({ time, type: Math.min(Number(row.dataset.type), 5) });
+    }
+  }
+  timeLine.events.sort((a, b) => a.type - b.type);
+}
+
+function drawTimeLine() {
+  if (timeLine.canvas.parentElement.hidden) {
+    return;
+  }
+  const { context, width, height } = fittedContext(timeLine.canvas);
+  const x = (time) => ((time - shown.from) / (shown.to - shown.from)) * width;
+  const floor = height - 18;
+  context.fillStyle = colours.hole;
+  for (const gap of timeLine.gaps) {
+    const left = Math.max(x(gap.from), 0);
+    context.fillRect(left, 0, Math.max(Math.min(x(gap.to), width) - left, 1), floor);
+  }
+  context.fillStyle = colours.grid;
+  context.fillRect(0, floor, width, 1);
+  for (const event of timeLine.events) {
+    const tall = (floor * (1 + event.type)) / 6;
+    context.fillStyle = colours[`type${event.type}`];
+    context.fillRect(x(event.time) - 1, floor - tall, 2, tall);
+  }
+  context.fillStyle = colours.muted;
+  context.font = '11px system-ui, sans-serif';
+  context.textAlign = 'center';
+  for (const tick of timeTicks(shown.from, shown.to, Math.max(Math.floor(width / 90), 1))) {
+    context.fillRect(x(tick.time), floor, 1, 4);
+    context.fillText(tick.label, Math.min(Math.max(x(tick.time), 30), width - 30), height - 4);
+  }
+  if (shown.cursor !== null) {
+    context.fillStyle = colours.ink;
+    context.fillRect(x(shown.cursor), 0, 1, floor);
+  }
+}
+
+function startTimeLine() {
+  readHappenings();
+  const place = document.getElementById('time-line');
+  place.hidden = timeLine.events.length + timeLine.gaps.length === 0;
+  timeLine.canvas = element('canvas');
+  timeLine.canvas.setAttribute('role', 'img');
+  timeLine.canvas.setAttribute('aria-label',
+    `${timeLine.events.length} events and ${timeLine.gaps.length} gaps; the list holds them`);
+  place.append(timeLine.canvas);
+  const timeOf = (event) => {
+    const frame = timeLine.canvas.getBoundingClientRect();
+    return shown.from + ((event.clientX - frame.left) / frame.width) * (shown.to - shown.from);
+  };
+  timeLine.canvas.addEventListener('click', (event) => showMoment(timeOf(event)));
+  timeLine.canvas.addEventListener('pointermove', (event) => setCursor(timeOf(event)));
+  timeLine.canvas.addEventListener('pointerleave', () => setCursor(null));
+  document.getElementById('happened').addEventListener('click', (event) => {
+    const button = event.target.closest('button.at');
+    if (button) {
+      showMoment(Number(button.dataset.time));
+    }
+  });
+  listeners.window.push(drawTimeLine);
+  listeners.cursor.push(drawTimeLine);
+}
