@@ -1,5 +1,13 @@
 // Reads across a sequence of complete zlib streams (see zlib_writer.cpp) as if it were one, and
 // remembers where the last complete one ended. A damaged stream kills the reader.
+//
+// Records are read field by field, a few bytes a call, and a call of inflate() costs as much as a
+// hundred bytes. So small reads are served from a block that is inflated in one call, from input
+// that is there already. What zlib says behind the block waits until the caller has taken its last
+// byte: savepoints, errors and the end, and what the source is asked, come in the same read as if
+// zlib had been asked for those bytes alone.
+#include <algorithm>
+#include <string.h>
 #include <zlib.h>
 
 #include <vesk/error.h>
@@ -11,6 +19,10 @@
 #include "support/object.hpp"
 #include "support/precondition.hpp"
 
+// From here on a read goes straight into the caller's buffer: 200 bytes take zlib longer to inflate
+// than its call costs.
+static constexpr uint32_t direct_read = 256;
+
 struct zreader {
     char version;
     uint8_t in[zlib_block_size];
@@ -19,7 +31,12 @@ struct zreader {
     uint32_t consumed;       // compressed bytes that inflate took
     uint32_t last_savepoint; // `consumed` at the end of the last complete stream
     int err;                 // the zlib error that killed the stream
-    z_stream zstrm;          // its avail_out tells between reads whether the last one was filled
+    z_stream zstrm;          // its avail_out tells whether the last call filled its output
+    uint8_t block[zlib_block_size];
+    uint32_t block_next; // what the caller has not taken yet: from here ...
+    uint32_t block_end;  // ... to here
+    int block_result;    // what zlib said behind the block and nobody has seen yet; else Z_OK
+    int filled;          // the last read filled the buffer of the caller
     zlib_memory memory;
 };
 
@@ -74,14 +91,22 @@ static int _fetch_input(struct zreader *zreader)
     return nread;
 }
 
-// One step of zlib into `out`. Returns the bytes produced or a negative code.
-static int _inflate(struct zreader *zreader, uint8_t *out, uint32_t size)
+// One step of zlib into `out`. Returns what zlib said; *produced is the number of bytes that came.
+static int _inflate(struct zreader *zreader, uint8_t *out, uint32_t size, uint32_t *produced)
 {
     z_stream *zstrm = &zreader->zstrm;
     const uInt available = zstrm->avail_in;
     zstrm->next_out = out;
     zstrm->avail_out = size;
     const int result = inflate(zstrm, Z_NO_FLUSH);
+    zreader->consumed += available - zstrm->avail_in;
+    *produced = size - zstrm->avail_out;
+    return result;
+}
+
+// Draws the conclusions from what zlib said. Returns 0 or a negative code.
+static int _settle(struct zreader *zreader, int result)
+{
     switch (result) {
     case Z_DATA_ERROR:
     case Z_MEM_ERROR:
@@ -90,15 +115,95 @@ static int _inflate(struct zreader *zreader, uint8_t *out, uint32_t size)
         return _die(zreader, result);
     case Z_STREAM_ERROR:
         return _die(zreader, result);
-    default:
-        break;
-    }
-    zreader->consumed += available - zstrm->avail_in;
-    if (result == Z_STREAM_END) {
+    case Z_STREAM_END:
         _close_stream(zreader);
         zreader->last_savepoint = zreader->consumed;
+        return 0;
+    default:
+        return 0;
     }
-    return static_cast<int>(size - zstrm->avail_out);
+}
+
+static uint32_t _held(const struct zreader *zreader)
+{
+    return zreader->block_end - zreader->block_next;
+}
+
+// True if what zlib said behind the block shows in the read that takes the last byte of the block.
+// Only a match that begins before the content is seen no earlier than its first byte is wanted.
+static bool _shows_with_last_byte(const struct zreader *zreader)
+{
+    const char *message = zreader->zstrm.msg;
+    return zreader->block_result != Z_DATA_ERROR || message == nullptr ||
+           strcmp(message, "invalid distance too far back") != 0;
+}
+
+static int _settle_block(struct zreader *zreader)
+{
+    const int result = zreader->block_result;
+    zreader->block_result = Z_OK;
+    return _settle(zreader, result);
+}
+
+// Inflates the next block. Nothing of it is kept when zlib has no memory: that would have failed
+// the first byte, too.
+static int _inflate_block(struct zreader *zreader)
+{
+    uint32_t produced = 0;
+    const int result = _inflate(zreader, zreader->block, sizeof zreader->block, &produced);
+    zreader->block_next = 0;
+    zreader->block_end = produced;
+    if (produced > 0 && (result == Z_STREAM_END || result == Z_DATA_ERROR)) {
+        zreader->block_result = result;
+        return 0;
+    }
+    const int settled = _settle(zreader, result);
+    if (settled < 0) {
+        zreader->block_end = 0;
+    }
+    return settled;
+}
+
+static int _inflate_directly(struct zreader *zreader, uint8_t *out, uint32_t size, uint32_t *total)
+{
+    uint32_t produced = 0;
+    const int result = _inflate(zreader, out, size, &produced);
+    *total += produced;
+    zreader->filled = produced == size ? 1 : 0;
+    return _settle(zreader, result);
+}
+
+// Hands out of the block what is wanted of it, and returns how much.
+static uint32_t _take_held(struct zreader *zreader, uint8_t *out, uint32_t size)
+{
+    const uint32_t n = std::min(size, _held(zreader));
+    memcpy(out, zreader->block + zreader->block_next, n);
+    zreader->block_next += n;
+    return n;
+}
+
+// Reads on where nothing is held: at most `size` bytes to `out`, or a block. *total grows by what
+// came to `out`. Returns what the source returned or a negative code; 0 at the end of the source.
+static int _read_on(struct zreader *zreader, uint8_t *out, uint32_t size, uint32_t *total)
+{
+    if (zreader->block_result != Z_OK) {
+        zreader->filled = 0;
+        const int result = _settle_block(zreader);
+        if (result < 0) {
+            return result;
+        }
+    }
+    if (zreader->initialised == 0 && _open_stream(zreader) < 0) {
+        return QE_ERROR_IO;
+    }
+    zreader->filled = 0;
+    const int fetched = _fetch_input(zreader);
+    if (fetched <= 0) {
+        return fetched;
+    }
+    const int result = size >= direct_read ? _inflate_directly(zreader, out, size, total)
+                                           : _inflate_block(zreader);
+    return result < 0 ? result : fetched;
 }
 
 int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
@@ -107,24 +212,26 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
     VESK_REQUIRE(zreader->err == 0, "zreader->err == 0");
     VESK_REQUIRE(buffer != nullptr, "buffer != ((void *)0)");
     auto *bytes = static_cast<uint8_t *>(buffer);
-    uint32_t total = 0;
+    uint32_t total = _take_held(zreader, bytes, n);
     while (total < n) {
-        if (zreader->initialised == 0 && _open_stream(zreader) < 0) {
-            return QE_ERROR_IO;
+        const int result = _read_on(zreader, bytes + total, n - total, &total);
+        if (result < 0) {
+            return result;
         }
-        const int fetched = _fetch_input(zreader);
-        if (fetched < 0) {
-            return fetched;
-        }
-        if (fetched == 0) {
+        if (result == 0) {
             VESK_REQUIRE(reader_eof(zreader->reader), "reader_eof (zreader->reader)");
-            break;
+            return static_cast<int>(total);
         }
-        const int produced = _inflate(zreader, bytes + total, n - total);
-        if (produced < 0) {
-            return produced;
+        total += _take_held(zreader, bytes + total, n - total);
+    }
+    if (n > 0) {
+        zreader->filled = 1;
+    }
+    if (_held(zreader) == 0 && _shows_with_last_byte(zreader)) {
+        const int result = _settle_block(zreader);
+        if (result < 0) {
+            return result;
         }
-        total += static_cast<uint32_t>(produced);
     }
     return static_cast<int>(total);
 }
@@ -132,7 +239,7 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
 static int _zlib_reader_eof(void *implementation)
 {
     struct zreader *zreader = _live(implementation);
-    if (zreader->zstrm.avail_in > 0 || zreader->zstrm.avail_out == 0) {
+    if (zreader->zstrm.avail_in > 0 || zreader->filled != 0) {
         return 0;
     }
     return reader_eof(zreader->reader);
