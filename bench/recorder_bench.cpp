@@ -4,183 +4,21 @@
 // divides one by the other. All are run interleaved, so that the noise of the machine meets them
 // alike.
 #include <benchmark/benchmark.h>
-#include <cmath>
-#include <memory>
-#include <random>
 #include <stdio.h>
-#include <string.h>
 #include <string>
 #include <vector>
 #include <zlib.h>
 
-#include <vesk/matrix.h>
-#include <vesk/sensor_array.h>
-#include <vesk/telemetry_matrix.h>
-#include <vesk/timestamp.h>
 #include <vesk/vesk.h>
 #include <vesk/vesk_cb_record.h>
 #include <vesk/vesk_current_buffer.h>
 #include <vesk/vesk_hist_buffer.h>
 
-#include "common/memory_streams.hpp"
 #include "common/temporary_directory.hpp"
+#include "recorder_work.hpp"
 
 namespace
 {
-
-constexpr int block = 2048;
-
-struct destroy_matrix {
-    void operator()(matrix *m) const { matrix_destroy(&m); }
-};
-using vector_ptr = std::unique_ptr<matrix, destroy_matrix>;
-
-// Telemetry as machines give it: every sensor walks, and one in four stands still.
-std::vector<vector_ptr> make_vectors(uint32_t n_sensors, uint32_t count)
-{
-    std::vector<std::string> names;
-    std::vector<const char *> pointers;
-    for (uint32_t i = 0; i < n_sensors; ++i) {
-        names.push_back("::machine.sensor" + std::to_string(i));
-    }
-    for (const auto &name : names) {
-        pointers.push_back(name.c_str());
-    }
-    sensor_array *sensors = sensor_array_create_from_names(pointers.data(), n_sensors);
-    std::mt19937 random(1);
-    std::normal_distribution<double> step(0.0, 0.25);
-    std::vector<double> values(n_sensors, 50.0);
-    std::vector<vector_ptr> vectors;
-    for (uint32_t t = 0; t < count; ++t) {
-        matrix *row = matrix_create(1, n_sensors);
-        for (uint32_t i = 0; i < n_sensors; ++i) {
-            if (i % 4 != 0) {
-                values[i] += std::round(step(random) * 100.0) / 100.0;
-            }
-            matrix_set(row, 0, i, values[i]);
-        }
-        const timeval time = {1700000000 + static_cast<time_t>(t), 0};
-        timestamp stamp;
-        timestamp_init_from_timeval(&stamp, &time);
-        vectors.emplace_back(
-            telemetry_matrix_create_vector(row, sensor_array_copy(sensors), &stamp));
-    }
-    sensor_array_destroy(&sensors);
-    return vectors;
-}
-
-// What the library hands to zlib for one sample.
-std::string serialized(const matrix *vector)
-{
-    vesk_cb_record_sensor_values values;
-    vesk_cb_record_sensor_values_init(&values, vector);
-    vesk_cb_record record;
-    vesk_cb_record_init_sensor_values(&record, &values);
-    memory_writer out;
-    binary_serializer_write_vesk_cb_record(&record, out.get());
-    vesk_cb_record_sensor_values_destruct(&values);
-    return out.bytes();
-}
-
-// Compresses `content` to the end of the open stream, in blocks, each written and flushed.
-void finish_stream(z_stream &stream, FILE *file, const std::string &content)
-{
-    Bytef out[block];
-    std::size_t position = 0;
-    while (position < content.size()) {
-        const std::size_t n = std::min<std::size_t>(block, content.size() - position);
-        stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(content.data() + position));
-        stream.avail_in = static_cast<uInt>(n);
-        position += n;
-        const int flush = position == content.size() ? Z_FINISH : Z_NO_FLUSH;
-        do {
-            stream.next_out = out;
-            stream.avail_out = sizeof out;
-            deflate(&stream, flush);
-            if (stream.avail_out < sizeof out) {
-                fwrite(out, 1, sizeof out - stream.avail_out, file);
-                fflush(file);
-            }
-        } while (stream.avail_out == 0);
-    }
-}
-
-// One complete zlib stream of `content`.
-void write_stream(FILE *file, const std::string &content)
-{
-    z_stream stream = {};
-    deflateInit(&stream, Z_DEFAULT_COMPRESSION);
-    finish_stream(stream, file, content);
-    deflateEnd(&stream);
-}
-
-// The content of every zlib stream of a file, one string a stream.
-std::vector<std::string> read_streams(const std::string &path)
-{
-    std::vector<std::string> streams;
-    FILE *file = fopen(path.c_str(), "r");
-    Bytef in[block];
-    Bytef out[block];
-    z_stream stream = {};
-    bool open = false;
-    for (;;) {
-        if (stream.avail_in == 0) {
-            stream.next_in = in;
-            stream.avail_in = static_cast<uInt>(fread(in, 1, sizeof in, file));
-            if (stream.avail_in == 0) {
-                break;
-            }
-        }
-        if (!open) {
-            inflateInit(&stream);
-            open = true;
-            streams.emplace_back();
-        }
-        stream.next_out = out;
-        stream.avail_out = sizeof out;
-        const int result = inflate(&stream, Z_NO_FLUSH);
-        streams.back().append(reinterpret_cast<char *>(out), sizeof out - stream.avail_out);
-        if (result == Z_STREAM_END) {
-            inflateEnd(&stream);
-            open = false;
-        }
-    }
-    fclose(file);
-    return streams;
-}
-
-// Inflates every stream of a file and drops the content.
-void inflate_file(const std::string &path)
-{
-    FILE *file = fopen(path.c_str(), "r");
-    Bytef in[block];
-    Bytef out[block];
-    z_stream stream = {};
-    bool open = false;
-    for (;;) {
-        if (stream.avail_in == 0) {
-            stream.next_in = in;
-            stream.avail_in = static_cast<uInt>(fread(in, 1, sizeof in, file));
-            if (stream.avail_in == 0) {
-                break;
-            }
-        }
-        if (!open) {
-            inflateInit(&stream);
-            open = true;
-        }
-        stream.next_out = out;
-        stream.avail_out = sizeof out;
-        if (inflate(&stream, Z_NO_FLUSH) == Z_STREAM_END) {
-            inflateEnd(&stream);
-            open = false;
-        }
-        benchmark::DoNotOptimize(out);
-    }
-    fclose(file);
-}
-
-constexpr uint32_t n_vectors = 64;
 
 void write_vector(benchmark::State &state)
 {

@@ -54,6 +54,12 @@ public:
     {
         return numbers<uint32_t>(count, bits);
     }
+    // `count` words; word(i) gives number i.
+    template <typename Get>
+    field_writer &u32s(uint32_t count, Get word)
+    {
+        return numbers<uint32_t>(count, word);
+    }
     // `count` doubles.
     template <typename Bits>
     field_writer &f64s(uint32_t count, Bits bits)
@@ -169,9 +175,23 @@ public:
         return *this;
     }
     // `count` floats.
-    field_reader &f32s(float *values, uint32_t count) { return numbers<uint32_t>(values, count); }
+    field_reader &f32s(float *values, uint32_t count)
+    {
+        return numbers<uint32_t>(count,
+                                 [=](uint32_t i, uint32_t bits) { set_bits(values + i, bits); });
+    }
+    // `count` words; set(i, word) takes number i.
+    template <typename Set>
+    field_reader &u32s(uint32_t count, Set set)
+    {
+        return numbers<uint32_t>(count, set);
+    }
     // `count` doubles.
-    field_reader &f64s(double *values, uint32_t count) { return numbers<uint64_t>(values, count); }
+    field_reader &f64s(double *values, uint32_t count)
+    {
+        return numbers<uint64_t>(count,
+                                 [=](uint32_t i, uint64_t bits) { set_bits(values + i, bits); });
+    }
     // A nested form, by its own read function, into an object that is already initialised.
     template <typename T, typename Read>
     field_reader &form(Read read, T *object)
@@ -216,8 +236,8 @@ private:
     // Numbers of the width of `Word`: in blocks from the library's own streams, which give the same
     // bytes as for one number at a time, else one by one (the garbage reader draws its errors by
     // the call). Where the data end among them, those before the end are kept.
-    template <typename Word, typename Number>
-    field_reader &numbers(Number *values, uint32_t count)
+    template <typename Word, typename Set>
+    field_reader &numbers(uint32_t count, Set set)
     {
         constexpr uint32_t size = field_block_size / sizeof(Word);
         Word block[size];
@@ -229,7 +249,7 @@ private:
             block[0] = 0;
             add([&] { return read_block(block, n * sizeof(Word), &came); });
             for (uint32_t i = 0; i < came / sizeof(Word); ++i) {
-                set_bits(values + done + i, big_endian(block[i]));
+                set(done + i, big_endian(block[i]));
             }
             done += n;
         }

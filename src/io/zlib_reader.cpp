@@ -213,6 +213,9 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
     VESK_REQUIRE(buffer != nullptr, "buffer != ((void *)0)");
     auto *bytes = static_cast<uint8_t *>(buffer);
     uint32_t total = _take_held(zreader, bytes, n);
+    if (_held(zreader) > 0) {
+        return static_cast<int>(total);
+    }
     while (total < n) {
         const int result = _read_on(zreader, bytes + total, n - total, &total);
         if (result < 0) {

@@ -14,6 +14,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 
 #include <vesk/hist_value.h>
 #include <vesk/sensor_value.h>
@@ -29,6 +30,9 @@ static constexpr float hist_value::*statistics[] = {
     &hist_value::sum,         &hist_value::sum_squares,
     &hist_value::sum_cubes,   &hist_value::sum_fourth_powers,
 };
+
+// The count and the floats.
+static constexpr uint32_t stored_words = 1 + std::size(statistics);
 
 int hist_value_init(hist_value *hv)
 {
@@ -165,12 +169,13 @@ int binary_serializer_write_hist_value(const hist_value *hv, writer *w)
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
     VESK_REQUIRE(hv->version == 1, "hv->version == ((char) 1)");
     VESK_REQUIRE(w != nullptr, "writer != ((void *)0)");
-    field_writer fields(w);
-    fields.byte(static_cast<uint8_t>(hv->version)).u32(hv->count);
-    for (const auto statistic : statistics) {
-        fields.f32(hv->*statistic);
-    }
-    return fields.result();
+    const auto word = [hv](uint32_t i) {
+        return i == 0 ? hv->count : bits_of(hv->*statistics[i - 1]);
+    };
+    return field_writer(w)
+        .byte(static_cast<uint8_t>(hv->version))
+        .u32s(stored_words, word)
+        .result();
 }
 
 int binary_serializer_read_hist_value(hist_value *hv, reader *r)
@@ -178,10 +183,12 @@ int binary_serializer_read_hist_value(hist_value *hv, reader *r)
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
     VESK_REQUIRE(hv->version == 1, "hv->version == ((char) 1)");
     VESK_REQUIRE(r != nullptr, "reader != ((void *)0)");
-    field_reader fields(r);
-    fields.version(1).u32(&hv->count);
-    for (const auto statistic : statistics) {
-        fields.f32(&(hv->*statistic));
-    }
-    return fields.result();
+    const auto set = [hv](uint32_t i, uint32_t word) {
+        if (i == 0) {
+            hv->count = word;
+        } else {
+            set_bits(&(hv->*statistics[i - 1]), word);
+        }
+    };
+    return field_reader(r).version(1).u32s(stored_words, set).result();
 }
