@@ -73,6 +73,11 @@ recording::recording(const std::string &base, const cli::box_shape &shape, const
 
 recording::~recording()
 {
+    leave_to_owner();
+}
+
+void recording::leave_to_owner()
+{
     if (process_ != getpid()) {
         // Closing would take away the lock of the process that has the box.
         (void)box_.release();
@@ -81,11 +86,11 @@ recording::~recording()
 
 void recording::require_usable() const
 {
-    if (!box_) {
-        throw bad_value("the recorder is closed");
-    }
     if (process_ != getpid()) {
         throw bad_value(fmt::format("the recorder belongs to process {}", process_));
+    }
+    if (!box_) {
+        throw bad_value("the recorder is closed");
     }
 }
 
@@ -138,7 +143,8 @@ void recording::sync()
 
 void recording::close()
 {
-    if (box_ && process_ == getpid()) {
+    leave_to_owner();
+    if (box_) {
         // Whatever the disk says, the box is closed afterwards.
         const std::unique_ptr<open_box> box = std::move(box_);
         box->writer.finish();

@@ -51,6 +51,7 @@ public:
 
 private:
     void require_usable() const;
+    void leave_to_owner();
 
     struct open_box {
         open_box(const std::string &base, const cli::box_shape &shape, const cli::sync_policy &sync,

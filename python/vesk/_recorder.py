@@ -141,6 +141,8 @@ class Recorder:
         :attr:`written` counts them.
         """
         moments = np.asarray(times)
+        if moments.ndim != 1:
+            raise ValueError("times: not a row of times")
         if moments.dtype.kind == "M":
             if np.isnat(moments).any():
                 raise ValueError("time NaT: is no moment")
@@ -148,7 +150,7 @@ class Recorder:
         elif moments.dtype.kind in "iu" and not (moments > np.iinfo(np.int64).max).any():
             whole = moments.astype(np.int64)
         else:
-            whole = np.array([seconds(each) for each in moments.ravel()], dtype=np.int64)
+            whole = np.array([seconds(each) for each in moments], dtype=np.int64)
         self._tell(self._recording.write_many(np.ascontiguousarray(whole), _row(values)))
 
     def event(self, type: int, text: str, time: Time = None) -> bool:

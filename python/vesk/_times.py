@@ -97,5 +97,7 @@ def bound(value: Time, is_start: bool) -> Tuple[int, bool]:
             raise ValueError(f"time {value}: a distance from the end of a box is negative")
         return _of_number(value.total_seconds(), is_start), True
     if isinstance(value, str) and value.strip().startswith("-"):
-        return _of_number(_vesk.seconds_from_end(value.strip()), False), True
+        # Not every text of Python has a form in UTF-8.
+        text = value.strip().encode("utf-8", "backslashreplace").decode("utf-8")
+        return _of_number(_vesk.seconds_from_end(text), False), True
     return seconds(value, upwards=is_start), False
