@@ -89,6 +89,17 @@ py::dict recording_of(const cli::recording_log &log)
                     "gaps"_a = log.number_of_gaps());
 }
 
+// Of the machine that the newest samples are from, if the box tells it.
+py::object machine_of(const cli::recording_log &log)
+{
+    if (!log.identity()) {
+        return py::none();
+    }
+    const cli::machine_identity &who = *log.identity();
+    return py::dict("host"_a = python_text(who.host), "machine_id"_a = python_text(who.machine_id),
+                    "boot_id"_a = python_text(who.boot_id), "kernel"_a = python_text(who.kernel));
+}
+
 py::dict finding_of(const cli::file_finding &found)
 {
     return py::dict("offset"_a = found.offset, "bytes"_a = found.length, "error"_a = found.error,
@@ -197,8 +208,8 @@ py::tuple info_of(const std::string &name)
         "counted_events"_a = py::cast(std::vector<uint64_t>(found.all.counted_events.begin(),
                                                             found.all.counted_events.end())),
         "waiting_events"_a = found.waiting.events, "bytes"_a = found.bytes,
-        "recording"_a = recording_of(found.log), "sensors"_a = python_texts(found.all.sensors),
-        "files"_a = files, "other_files"_a = others);
+        "machine"_a = machine_of(found.log), "recording"_a = recording_of(found.log),
+        "sensors"_a = python_texts(found.all.sensors), "files"_a = files, "other_files"_a = others);
     return with_messages(facts, told);
 }
 

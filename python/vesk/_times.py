@@ -26,7 +26,7 @@ _EPOCH = datetime.datetime(1970, 1, 1, tzinfo=datetime.timezone.utc)
 def _of_number(value: Any, upwards: bool) -> int:
     if not math.isfinite(value):
         raise ValueError(f"time {value}: is no moment")
-    seconds = math.ceil(value) if upwards else math.floor(value)
+    seconds = int(math.ceil(value) if upwards else math.floor(value))
     if abs(seconds) > _FARTHEST:
         raise ValueError(f"time {value}: is too far from today")
     return seconds
