@@ -1,5 +1,5 @@
 // Makes names for other programs. One rule holds for all formats, so that a sensor has the same
-// name in each of them.
+// name in each of them; only line protocol cannot hold every name.
 #include "export/export_names.hpp"
 
 #include <algorithm>
@@ -81,14 +81,15 @@ std::string label_text(std::string_view text)
     return result;
 }
 
-std::vector<std::string> export_names(std::span<const std::string> sensors)
+std::vector<std::string> export_names(std::span<const std::string> sensors, bool as_tags)
 {
     std::vector<std::string> names;
     names.reserve(sensors.size());
     // A name that stays as it is has precedence over one that is changed.
     std::unordered_set<std::string> taken(sensors.begin(), sensors.end());
     for (const std::string &sensor : sensors) {
-        const std::string plain = label_text(sensor.empty() ? "?" : sensor);
+        const std::string whole = sensor.empty() ? "?" : sensor;
+        const std::string plain = as_tags ? label_text(whole) : printable(whole);
         std::string name = plain;
         for (unsigned i = 2; name != sensor && !taken.insert(name).second; ++i) {
             name = fmt::format("{}_{}", plain, i);

@@ -24,8 +24,9 @@ struct label {
 // protocol cannot hold. '?' stands in for what has to go.
 std::string label_text(std::string_view text);
 
-// The label_text() of each name. Where two would become the same, "_2" and so on tells them apart.
-std::vector<std::string> export_names(std::span<const std::string> sensors);
+// The names as they can be shown, with '?' for what cannot be; or, @p as_tags, the label_text() of
+// each. Where two would become the same, "_2" and so on tells them apart.
+std::vector<std::string> export_names(std::span<const std::string> sensors, bool as_tags = false);
 
 // The name of a metric: "vesk_", then the sensor without the "::" that names begin with, with '_'
 // for all but the letters of ASCII and digits. Two sensors may get the same one: a label with the

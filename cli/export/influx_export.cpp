@@ -5,7 +5,7 @@
 //   vesk_sample,box=b,host=h,sensor=::cpu value=12.5 1704067200000000000
 //
 // Blanks, commas and equals signs of tags have a backslash before them. A backslash stands for
-// itself, so none may end a tag: label_text() sees to that.
+// itself, so none may end a tag: names made as tags and labels do not.
 #include <array>
 #include <cmath>
 #include <fmt/format.h>

@@ -12,6 +12,7 @@
 #include <vesk/vesk_limits.h>
 
 #include "process/terminal.hpp"
+#include "text/time_text.hpp"
 #include "text/value_text.hpp"
 
 namespace cli
@@ -20,9 +21,6 @@ namespace
 {
 
 constexpr std::size_t time_length = 17;
-// The limits of a box: anything beyond them could not be written or not be read back.
-constexpr std::size_t most_sensors = VESK_MAX_COUNT;
-constexpr std::size_t longest_name = VESK_MAX_COUNT;
 
 // A header line is recognised by these words, or by a first name that begins with "::". They are
 // the fixed vocabulary of the format.
@@ -45,10 +43,13 @@ void for_each_field(std::string_view text, Visit visit)
     }
 }
 
-std::string shortened(std::string_view name)
+// The rule that tells headers needs a time of the usual form before the names, whatever the line
+// has.
+bool is_header(std::string_view line, std::string_view time, std::string_view rest)
 {
-    constexpr std::size_t enough = 60;
-    return printable(name.size() > enough ? std::string(name.substr(0, enough)) + "..." : name);
+    return time.size() == time_length && has_time_shape(time)
+               ? is_header_line(line)
+               : is_header_line(fmt::format("{:0>{}},{}", "", time_length, rest));
 }
 
 } // namespace
@@ -70,7 +71,7 @@ bool is_header_line(std::string_view line)
     return has_word || (at >= 2 && line.substr(at - 2, 2) == "::");
 }
 
-telemetry_parser::line_kind telemetry_parser::parse(std::string_view line)
+sample_parser::line_kind telemetry_parser::parse(std::string_view line)
 {
     if (line.empty()) {
         return line_kind::blank;
@@ -80,22 +81,22 @@ telemetry_parser::line_kind telemetry_parser::parse(std::string_view line)
     }
     const std::string_view time = line.substr(0, line.find(','));
     if (!has_time_shape(time)) {
-        parse_time(time); // knows the reason best
+        (void)parse_sample_time(time); // knows the reason best
     }
     if (time.size() == line.size()) {
         throw bad_text("nothing follows the time");
     }
-    const std::string_view rest = line.substr(time_length + 1);
+    const std::string_view rest = line.substr(time.size() + 1);
     // A line of values with a word in the wrong place is not a header, whatever the word is.
-    if (is_header_line(line) && !is_value(rest.substr(0, rest.find(',')))) {
+    if (is_header(line, time, rest) && !is_value(rest.substr(0, rest.find(',')))) {
         parse_header(rest);
         return line_kind::header;
     }
-    if (sensors_.empty()) {
+    if (sensors().empty()) {
         throw bad_text("values come before any header line (a header line holds names, and its "
                        "first name begins with '::')");
     }
-    time_ = parse_time(time);
+    set_time(parse_sample_time(time));
     parse_values(rest);
     return line_kind::values;
 }
@@ -104,41 +105,28 @@ void telemetry_parser::parse_header(std::string_view names)
 {
     std::vector<std::string> sensors;
     for_each_field(names, [&](std::string_view name) {
-        if (name.empty()) {
-            throw bad_text(fmt::format("the name of sensor {} is empty", sensors.size() + 1));
+        // One more than a box holds is enough to be refused.
+        if (sensors.size() <= VESK_MAX_COUNT) {
+            sensors.emplace_back(name);
         }
-        if (name.size() > longest_name) {
-            throw bad_text(fmt::format("the name of sensor {} has {} bytes; {} are the most",
-                                       sensors.size() + 1, name.size(), longest_name));
-        }
-        if (sensors.size() == most_sensors) {
-            throw bad_text(fmt::format("more than {} sensors", most_sensors));
-        }
-        sensors.emplace_back(name);
     });
-    std::unordered_set<std::string_view> seen;
-    for (const std::string &name : sensors) {
-        if (!seen.insert(name).second) {
-            throw bad_text("two sensors are named '" + shortened(name) + "'");
-        }
-    }
-    sensors_ = std::move(sensors);
+    set_sensors(std::move(sensors));
 }
 
-void telemetry_parser::parse_values(std::string_view values)
+void telemetry_parser::parse_values(std::string_view fields)
 {
-    const auto count = static_cast<std::size_t>(std::count(values.begin(), values.end(), ',')) + 1;
-    if (count != sensors_.size()) {
-        throw bad_text(fmt::format("{} {} for {} {}", count, count == 1 ? "value" : "values",
-                                   sensors_.size(), sensors_.size() == 1 ? "sensor" : "sensors"));
+    const auto count = static_cast<std::size_t>(std::count(fields.begin(), fields.end(), ',')) + 1;
+    if (count != sensors().size()) {
+        throw bad_text(
+            fmt::format("{} for {}", counted(count, "value"), counted(sensors().size(), "sensor")));
     }
-    values_.clear();
-    for_each_field(values, [&](std::string_view field) {
+    begin_values();
+    for_each_field(fields, [&](std::string_view field) {
         try {
-            values_.push_back(parse_value(field));
+            add_value(parse_value(field));
         } catch (const bad_text &reason) {
-            throw bad_text(fmt::format("value {} ({}): {}", values_.size() + 1,
-                                       shortened(sensors_[values_.size()]), reason.what()));
+            throw bad_text(fmt::format("value {} ({}): {}", values().size() + 1,
+                                       shortened_name(sensors()[values().size()]), reason.what()));
         }
     });
 }

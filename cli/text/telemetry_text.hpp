@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "text/sample_parser.hpp"
+
 namespace cli
 {
 
@@ -16,27 +18,14 @@ namespace cli
 // 17 characters of a time and a comma.
 bool is_header_line(std::string_view line);
 
-class telemetry_parser
+class telemetry_parser : public sample_parser
 {
 public:
-    enum class line_kind { blank, header, values };
-
-    // Throws bad_text with the reason when the line is refused; what was read before stays.
-    line_kind parse(std::string_view line);
-
-    // The names of the latest header.
-    const std::vector<std::string> &sensors() const { return sensors_; }
-    // The latest line of values, one for each sensor.
-    int64_t time() const { return time_; }
-    std::span<const float> values() const { return values_; }
+    line_kind parse(std::string_view line) override;
 
 private:
     void parse_header(std::string_view names);
     void parse_values(std::string_view values);
-
-    std::vector<std::string> sensors_;
-    std::vector<float> values_;
-    int64_t time_ = 0;
 };
 
 // Both end with a line end. Names that a line cannot hold are changed: see representable_names().

@@ -183,6 +183,53 @@ std::optional<int64_t> read_epoch(std::string_view text)
     return seconds;
 }
 
+constexpr const char *not_a_time =
+    "not a time such as 2024-01-31T23:59:59Z, '2024-01-31 23:59', 1706745599 or -10m (before the "
+    "end of the box)";
+
+// Nothing, and why, for what is not an absolute time.
+std::optional<int64_t> read_absolute(std::string_view text, twin which, const char *&problem)
+{
+    if (const std::optional<int64_t> seconds = read_epoch(text)) {
+        return seconds;
+    }
+    read_moment found;
+    if (!read_iso(text, found)) {
+        found = {};
+        if (!read_plain(text, found.time)) {
+            problem = not_a_time;
+            return std::nullopt;
+        }
+    }
+    if (!is_in_calendar(found.time)) {
+        problem = "the calendar has no such time";
+        return std::nullopt;
+    }
+    if (found.offset) {
+        return as_if_utc(found.time) - *found.offset;
+    }
+    const bool is_leap_second = found.time.second == 60;
+    found.time.second = is_leap_second ? 59 : found.time.second;
+    const std::optional<int64_t> seconds = local_moment(found.time, which);
+    if (!seconds) {
+        problem = "does not exist in the local time zone, whose clock skips that hour";
+        return std::nullopt;
+    }
+    return *seconds + (is_leap_second ? 1 : 0);
+}
+
+// Digits other than 0 behind a point or comma.
+bool has_fraction(std::string_view text)
+{
+    const std::size_t point = text.find_first_of(".,");
+    if (point == std::string_view::npos) {
+        return false;
+    }
+    const std::string_view fraction = text.substr(point + 1);
+    return fraction.substr(0, fraction.find_first_not_of("0123456789")).find_first_not_of('0') !=
+           std::string_view::npos;
+}
+
 [[noreturn]] void refuse(std::string_view text, std::string_view option, std::string_view why)
 {
     constexpr std::size_t enough = 60;
@@ -259,31 +306,50 @@ moment parse_moment(std::string_view text, std::string_view option, twin which)
     if (text.starts_with('-')) {
         return {true, -parse_duration(text.substr(1), option)};
     }
-    if (const std::optional<int64_t> seconds = read_epoch(text)) {
-        return {false, *seconds};
-    }
-    read_moment found;
-    if (!read_iso(text, found)) {
-        found = {};
-        if (!read_plain(text, found.time)) {
-            refuse(text, option,
-                   "not a time such as 2024-01-31T23:59:59Z, '2024-01-31 23:59', 1706745599 or "
-                   "-10m (before the end of the box)");
-        }
-    }
-    if (!is_in_calendar(found.time)) {
-        refuse(text, option, "the calendar has no such time");
-    }
-    if (found.offset) {
-        return {false, as_if_utc(found.time) - *found.offset};
-    }
-    const bool is_leap_second = found.time.second == 60;
-    found.time.second = is_leap_second ? 59 : found.time.second;
-    const std::optional<int64_t> seconds = local_moment(found.time, which);
+    const char *problem = nullptr;
+    const std::optional<int64_t> seconds = read_absolute(text, which, problem);
     if (!seconds) {
-        refuse(text, option, "does not exist in the local time zone, whose clock skips that hour");
+        refuse(text, option, problem);
     }
-    return {false, *seconds + (is_leap_second ? 1 : 0)};
+    return {false, *seconds};
+}
+
+int64_t parse_sample_time(std::string_view text)
+{
+    constexpr std::size_t plain_length = 17;
+    if (has_time_shape(text.substr(0, plain_length))) {
+        return parse_time(text);
+    }
+    const auto quoted = [text] {
+        constexpr std::size_t enough = 60;
+        return fmt::format("'{}{}'", text.substr(0, enough), text.size() > enough ? "..." : "");
+    };
+    if (has_fraction(text)) {
+        throw bad_text("the time " + quoted() + " has a fraction; times are whole seconds");
+    }
+    const std::size_t digits = text.find_first_not_of("0123456789");
+    if (!text.empty() && digits == std::string_view::npos &&
+        (text.size() < 9 || text.size() > 10)) {
+        throw bad_text(quoted() +
+                       " may be a date or a number of seconds: write 2024-01-31T23:59:59 "
+                       "or, for seconds since 1970, @1706745599");
+    }
+    const char *problem = nullptr;
+    const std::optional<int64_t> seconds =
+        text.starts_with('-') ? std::nullopt : read_absolute(text, twin::earlier, problem);
+    if (!seconds) {
+        const bool is_time = problem != nullptr && problem != not_a_time;
+        throw bad_text(is_time ? fmt::format("the time {} is wrong: {}", quoted(), problem)
+                               : quoted() + " is not a time such as 20240131:23:59:59, "
+                                            "2024-01-31T23:59:59Z or 1706745599");
+    }
+    if (*seconds == 0) {
+        throw bad_text("the time " + quoted() + " is second 0 of the epoch, which means no time");
+    }
+    if (*seconds < INT32_MIN || *seconds > INT32_MAX) {
+        throw bad_text("the time " + quoted() + " is out of range (1901 to 2038)");
+    }
+    return *seconds;
 }
 
 void check_range(const range_texts &texts)

@@ -38,6 +38,11 @@ struct moment {
 // that a clock skips included, is a usage failure that names @p option.
 moment parse_moment(std::string_view text, std::string_view option, twin which);
 
+// The time of a sample that is read from a text: one of the forms above that can mean one thing
+// only. Not the distance from the end of a box, no number that is as well a date (8 digits), no
+// fraction of a second. Throws bad_text, as it does for times that no box can hold.
+int64_t parse_sample_time(std::string_view text);
+
 // The span between two moments, both of which belong to it.
 struct time_range {
     int64_t from = INT64_MIN;

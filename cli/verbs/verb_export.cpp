@@ -141,14 +141,15 @@ exit_code export_box(const export_options &options)
     event_survey events;
     source.read({}, {}, events);
     export_progress progress;
-    const export_job job = {source,
-                            range_in(options.source, source),
-                            chosen,
-                            export_names(names_of(source.sensors(), chosen)),
-                            labels_of(options.source.name, events.who(), options.labels),
-                            events.who(),
-                            options.source.where(),
-                            progress};
+    const export_job job = {
+        source,
+        range_in(options.source, source),
+        chosen,
+        export_names(names_of(source.sensors(), chosen), format == export_format::influx),
+        labels_of(options.source.name, events.who(), options.labels),
+        events.who(),
+        options.source.where(),
+        progress};
     if (format == export_format::sqlite) {
         export_sqlite(job, options.output, options.force);
     } else {

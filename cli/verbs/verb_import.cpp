@@ -1,7 +1,9 @@
-// vesk import BASE [FILE|-]: reads text telemetry line by line and writes it into a box. A wrong
-// line ends the import with its number, and all lines before it are in the box. Times that are not
-// newer than the content of the box are written all the same, counted and reported. A file that is
-// refused before its first value leaves no empty box.
+// vesk import BASE [FILE|-]: reads text telemetry or CSV line by line and writes it into a box. A
+// wrong line ends the import with its number, and all lines before it are in the box. Times that
+// are not newer than the content of the box are written all the same, counted and reported. A file
+// that is refused before its first value leaves no empty box.
+#include <algorithm>
+#include <array>
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
@@ -12,7 +14,9 @@
 #include "process/failure.hpp"
 #include "process/stop_request.hpp"
 #include "process/terminal.hpp"
+#include "text/csv_text.hpp"
 #include "text/line_source.hpp"
+#include "text/suggestion.hpp"
 #include "text/telemetry_text.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
@@ -26,18 +30,42 @@ namespace
 struct import_options {
     std::string base;
     std::string file = "-";
+    std::string format = "text";
     bool utc = false;
     box_shape shape;
     std::string sync = "end";
     std::string acknowledge; // a file or the number of a descriptor; empty: nowhere
 };
 
+constexpr std::array<std::string_view, 2> format_names = {"text", "csv"};
+
+void check_format(const std::string &format)
+{
+    if (std::find(format_names.begin(), format_names.end(), format) != format_names.end()) {
+        return;
+    }
+    const std::string_view meant = nearest_word(format.substr(0, 20), format_names);
+    throw failure(exit_usage,
+                  fmt::format("--format {}: there is {}{}", format.substr(0, 20),
+                              fmt::join(format_names, ", "),
+                              meant.empty() ? "" : fmt::format("; did you mean '{}'?", meant)));
+}
+
+std::unique_ptr<sample_parser> make_parser(const std::string &format)
+{
+    if (format == "csv") {
+        return std::make_unique<csv_parser>();
+    }
+    return std::make_unique<telemetry_parser>();
+}
+
 class importer
 {
 public:
     explicit importer(const import_options &options)
         : options_(options), sync_(parse_sync_policy(options.sync)),
-          acknowledgements_(options.acknowledge, stop_), lines_(options.file, &stop_)
+          acknowledgements_(options.acknowledge, stop_), lines_(options.file, &stop_),
+          parser_(make_parser(options.format))
     {
     }
 
@@ -105,17 +133,26 @@ private:
 
     void take(std::string_view line)
     {
-        telemetry_parser::line_kind kind = telemetry_parser::line_kind::blank;
+        sample_parser::line_kind kind = sample_parser::line_kind::blank;
         try {
-            kind = parser_.parse(line);
+            kind = parser_->parse(line);
         } catch (const bad_text &reason) {
-            throw bad_input(lines_.name(), lines_.line_number(), reason.what());
+            throw bad_input(lines_.name(), lines_.line_number(), reason.what() + hint_for(line));
         }
-        if (kind == telemetry_parser::line_kind::header) {
+        if (kind == sample_parser::line_kind::header) {
             header_is_new_ = true;
-        } else if (kind == telemetry_parser::line_kind::values) {
+        } else if (kind == sample_parser::line_kind::values) {
             write();
         }
+    }
+
+    // Where somebody forgot to say that the file is CSV.
+    std::string hint_for(std::string_view line) const
+    {
+        const bool is_like_csv = options_.format == "text" && lines_.line_number() == 1 &&
+                                 line.find(',') != std::string_view::npos && !line.empty() &&
+                                 (line.front() < '0' || line.front() > '9');
+        return is_like_csv ? " (if this is CSV: --format csv)" : "";
     }
 
     void write()
@@ -127,26 +164,26 @@ private:
         }
         if (header_is_new_) {
             admit_sensors();
-            box_->set_sensors(parser_.sensors());
+            box_->set_sensors(parser_->sensors());
             header_is_new_ = false;
         }
         try {
-            box_->write(parser_.time(), parser_.values());
+            box_->write(parser_->time(), parser_->values());
         } catch (const passing_failure &reason) {
             throw bad_input(lines_.name(), lines_.line_number(), reason.what());
         }
-        acknowledgements_.add(parser_.time());
+        acknowledgements_.add(parser_->time());
         events_->take_over();
-        backwards_ += vectors_ > 0 && parser_.time() < latest_ ? 1 : 0;
-        latest_ = parser_.time();
+        backwards_ += vectors_ > 0 && parser_->time() < latest_ ? 1 : 0;
+        latest_ = parser_->time();
         const std::optional<int64_t> before = box_->last_time_before();
-        old_ += before && parser_.time() <= *before ? 1 : 0;
+        old_ += before && parser_->time() <= *before ? 1 : 0;
         ++vectors_;
     }
 
     void admit_sensors()
     {
-        for (const std::string &name : parser_.sensors()) {
+        for (const std::string &name : parser_->sensors()) {
             if (!box_->admit(name)) {
                 throw bad_input(lines_.name(), lines_.line_number(),
                                 "the box has no room for '" + printable(name.substr(0, 60)) +
@@ -173,7 +210,7 @@ private:
     acknowledgements acknowledgements_;
     status_line status_;
     line_source lines_;
-    telemetry_parser parser_;
+    std::unique_ptr<sample_parser> parser_;
     std::optional<box_writer> box_;
     std::optional<waiting_events> events_;
     uint64_t vectors_ = 0;
@@ -185,6 +222,7 @@ private:
 
 exit_code import_text(const import_options &options)
 {
+    check_format(options.format);
     box_writer::check_shape_for(options.base, options.shape);
     if (options.utc) {
         use_utc();
@@ -210,7 +248,9 @@ action prepare(option_list &options)
     const auto chosen = std::make_shared<import_options>();
     options.required_word("BASE", chosen->base, "Name of the box");
     options.word("FILE", chosen->file,
-                 "Text telemetry, also with gzip; - or nothing is standard input");
+                 "Text telemetry or CSV, also with gzip; - or nothing is standard input");
+    options.text("--format", "text|csv", chosen->format,
+                 "Text telemetry, or CSV with a header: the time, then the sensors");
     add_shape(options, chosen->shape);
     options.flag("--utc", chosen->utc, "Times are in UTC, not in the local time zone");
     add_sync(options, chosen->sync, "at the next vector after TIME");
@@ -225,15 +265,20 @@ constexpr const char *more =
     "A line is a time and one field for each sensor: names in a header line, then values.\n"
     "  20240101:00:00:00,::cpu,::temp\n"
     "  20240101:00:00:00,12.5,nan\n"
+    "The time may also be 2024-01-01T00:00:00Z, with another zone or none, or 1704067200.\n"
+    "With --format csv the first line names the columns: the time, then the sensors. An empty\n"
+    "field is a missing value. What vesk export and fetch print as csv is read back.\n"
     "A line that is wrong is refused as FILE:LINE: reason; the lines before it are in the box. So "
     "are those before the one that a full disk did not take.\n"
     "\n"
     "Examples:\n"
     "  vesk import box telemetry.kelt.gz\n"
     "  vesk dump old | vesk import new\n"
+    "  vesk export box --format csv --last 1h | vesk import end --format csv\n"
     "  vesk import box --samples 86400 --intervals 1440 < day.kelt\n";
 
-const registration registered({20, "import", "Read text telemetry into a box", more, prepare});
+const registration registered({20, "import", "Read text telemetry or CSV into a box", more,
+                               prepare});
 
 } // namespace
 } // namespace cli

@@ -127,8 +127,11 @@ def make_box(vesk, kinds, rows=60, seed=1):
 
 
 def called(name):
-    """What an export calls a sensor: a backslash cannot stand at the end of a tag."""
-    name = name.decode() if isinstance(name, bytes) else name
+    return name.decode() if isinstance(name, bytes) else name
+
+
+def as_tag(name):
+    """A backslash cannot stand at the end of a tag."""
     return name[:-1] + "?" if name.endswith("\\") else name
 
 
@@ -501,8 +504,10 @@ def check_influx(vesk):
         for what in STATISTICS:
             if row[what] is not None:
                 intervals.setdefault((row["sensor"], what), {})[row["time"]] = single(row[what])
-    require_same("influx", without_infinities(samples_in(vesk)), samples)
-    require_same("influx, intervals", without_infinities(intervals_in(vesk)), intervals)
+    require_same("influx", {as_tag(name): points for name, points in
+                            without_infinities(samples_in(vesk)).items()}, samples)
+    require_same("influx, intervals", {(as_tag(name), what): points for (name, what), points in
+                                       without_infinities(intervals_in(vesk)).items()}, intervals)
     require([row["text"] for row in events] == ['a "text", with=all \\ of it'], f"{events}")
 
 

@@ -24,9 +24,10 @@ TEST(ExportNames, NamesThatCannotBeShownStayApart)
               (names{"a?_2", "a?_3", "a?_4", "a?", "?"}));
 }
 
-TEST(ExportNames, NoNameEndsWithABackslash)
+TEST(ExportNames, NoTagEndsWithABackslash)
 {
-    EXPECT_EQ(export_names(names{"a\\", "a?"}), (names{"a?_2", "a?"}));
+    EXPECT_EQ(export_names(names{"a\\", "a?"}, true), (names{"a?_2", "a?"}));
+    EXPECT_EQ(export_names(names{"a\\", "a?"}), (names{"a\\", "a?"}));
 }
 
 TEST(ExportNames, AMetricIsNamedByLettersAndDigits)

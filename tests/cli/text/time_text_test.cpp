@@ -255,4 +255,54 @@ TEST_F(MomentText, ARangeThatContradictsItselfIsRefused)
     EXPECT_NO_THROW(check_range({"-5m", "2024-01-01", ""}));
 }
 
+class SampleTime : public MomentText
+{
+protected:
+    static std::string sample_refusal(const std::string &text)
+    {
+        try {
+            (void)parse_sample_time(text);
+        } catch (const bad_text &reason) {
+            return reason.what();
+        }
+        return "(accepted)";
+    }
+};
+
+TEST_F(SampleTime, AllFormsThatMeanOneThingAreRead)
+{
+    for (const char *text :
+         {"20240101:00:00:00", "2024-01-01T00:00:00Z", "2024-01-01T01:00:00+01:00", "2024-01-01",
+          "2024-01-01 00:00", "2024-01-01T00:00:00", "2024-01-01T00:00:00.000Z", "1704067200",
+          "@1704067200"}) {
+        EXPECT_EQ(parse_sample_time(text), new_year) << text;
+    }
+    EXPECT_EQ(parse_sample_time("@5"), 5);
+}
+
+TEST_F(SampleTime, WhatMayMeanTwoThingsIsRefused)
+{
+    EXPECT_THAT(sample_refusal("20240101"), HasSubstr("may be a date or a number of seconds"));
+    EXPECT_THAT(sample_refusal("1704067200000"), HasSubstr("may be a date"));
+    EXPECT_THAT(sample_refusal("5"), HasSubstr("write 2024-01-31T23:59:59"));
+}
+
+TEST_F(SampleTime, WhatABoxCannotHoldIsRefused)
+{
+    EXPECT_THAT(sample_refusal("2024-01-01T00:00:00.5Z"), HasSubstr("has a fraction"));
+    EXPECT_THAT(sample_refusal("1704067200.25"), HasSubstr("has a fraction"));
+    EXPECT_THAT(sample_refusal("2038-01-20T00:00:00Z"), HasSubstr("out of range (1901 to 2038)"));
+    EXPECT_THAT(sample_refusal("1900-01-01T00:00:00Z"), HasSubstr("out of range"));
+    EXPECT_THAT(sample_refusal("1970-01-01T00:00:00Z"), HasSubstr("second 0 of the epoch"));
+    EXPECT_THAT(sample_refusal("@0"), HasSubstr("second 0 of the epoch"));
+    EXPECT_THAT(sample_refusal("2024-02-30"), HasSubstr("the calendar has no such time"));
+}
+
+TEST_F(SampleTime, ADistanceFromTheEndOfABoxIsNoTime)
+{
+    EXPECT_THAT(sample_refusal("-10m"), HasSubstr("is not a time such as"));
+    EXPECT_THAT(sample_refusal(""), HasSubstr("is not a time such as"));
+    EXPECT_THAT(sample_refusal("now"), HasSubstr("'now' is not a time such as"));
+}
+
 } // namespace
