@@ -3,7 +3,6 @@
 import datetime
 import gc
 import os
-import resource
 import signal
 import subprocess
 import sys
@@ -15,6 +14,11 @@ import warnings
 import numpy
 
 import vesk
+
+try:
+    import pandas
+except ImportError:
+    pandas = None
 from boxes import BEGIN, COMMAND, BoxTest, command, fill
 
 
@@ -63,6 +67,24 @@ class Writing(BoxTest):
             recorder.write_many([datetime.datetime.fromtimestamp(BEGIN + 4, datetime.timezone.utc)],
                                 [[5, 6]])
         self.assertEqual(len(self.stored()), 5)
+
+    @unittest.skipIf(pandas is None, "pandas is not installed")
+    def test_of_a_frame_gives_the_frame_back(self):
+        fill(self.base)
+        frame = vesk.Box(self.base).samples()
+        other = self.folder + "/other"
+        with vesk.Recorder(other) as recorder:
+            recorder.write_many(frame.index, frame)
+            recorder.write(pandas.Series({"zeta": 1, "alpha": None}), time=BEGIN + 99)
+        found = vesk.Box(other).samples()
+        pandas.testing.assert_frame_equal(found.iloc[:-1], frame)
+        self.assertEqual(found.iloc[-1].dropna().to_dict(), {"zeta": 1})
+
+    def test_takes_masked_values_as_missing(self):
+        with vesk.Recorder(self.base) as recorder:
+            recorder.sensors = ["a", "b"]
+            recorder.write(numpy.ma.array([1, 2], mask=[True, False]), time=BEGIN)
+        self.assertEqual(str(self.stored()), "[[nan, 2.0]]")
 
     def test_of_nothing_writes_nothing(self):
         with vesk.Recorder(self.base) as recorder:

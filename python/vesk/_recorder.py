@@ -22,6 +22,8 @@ Values = Union[Mapping[str, Optional[float]], Sequence[Optional[float]], npt.NDA
 
 def _row(values: Any) -> npt.NDArray[np.float32]:
     """One value for each sensor in single precision; None is NaN."""
+    if isinstance(values, np.ma.MaskedArray):
+        values = values.astype(np.float64).filled(np.nan)
     given = np.asarray(values)
     if given.dtype.kind == "O":
         for value in given.flat:
@@ -137,7 +139,8 @@ class Recorder:
     def write_many(self, times: Any, values: Any) -> None:
         """Writes many samples: ``values`` has a row for each of ``times``, a column for each sensor.
 
-        It ends with the first sample that is refused; those before it are in the box, and
+        The columns of a DataFrame become the :attr:`sensors`, so ``write_many(frame.index, frame)``
+        writes what :meth:`Box.samples` has read. It ends with the first sample that is refused; those before it are in the box, and
         :attr:`written` counts them.
         """
         moments = np.asarray(times)
@@ -151,6 +154,9 @@ class Recorder:
             whole = moments.astype(np.int64)
         else:
             whole = np.array([seconds(each) for each in moments], dtype=np.int64)
+        columns = getattr(values, "columns", None)
+        if columns is not None and list(columns) != self._sensors:
+            self.sensors = columns
         self._tell(self._recording.write_many(np.ascontiguousarray(whole), _row(values)))
 
     def event(self, type: int, text: str, time: Time = None) -> bool:

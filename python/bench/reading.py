@@ -1,0 +1,87 @@
+#!/usr/bin/env python3
+"""Measures how fast boxes become DataFrames, beside `vesk dump | pandas.read_csv`.
+
+  PYTHONPATH=build/release/python python/bench/reading.py [--vesk COMMAND] [BOX...]
+
+Without boxes it makes some: of the recorded telemetry in the folder that VESK_TEST_DATA names, and
+random walks of 300 sensors, whose digits hardly compress. Times are those of processors; the best
+of five runs counts, because others may be at work on the machine.
+"""
+
+import argparse
+import glob
+import io
+import os
+import resource
+import subprocess
+import tempfile
+
+import numpy as np
+import pandas as pd
+
+import vesk
+
+ROWS = 3 * 3600
+RUNS = 5
+
+
+def make_box(base, sensors):
+    chance = np.random.default_rng(sensors)
+    moves = chance.random((ROWS, sensors)) < 0.2
+    steps = np.where(moves, chance.integers(-9, 10, (ROWS, sensors)), 0)
+    with vesk.Recorder(base) as recorder:
+        recorder.sensors = [f"sensor.{number}" for number in range(sensors)]
+        recorder.write_many(1700000000 + np.arange(ROWS), 50 + np.cumsum(steps, axis=0) / 8)
+
+
+def make_boxes(folder, command):
+    for text in sorted(glob.glob(os.path.join(os.environ.get("VESK_TEST_DATA", ""), "smd-*.kelt.gz"))):
+        base = os.path.join(folder, os.path.basename(text).split(".")[0])
+        subprocess.run([command, "import", base, text, "--samples", "36000"], check=True)
+        yield base
+    make_box(os.path.join(folder, "walks"), 300)
+    yield os.path.join(folder, "walks")
+
+
+def used():
+    mine = resource.getrusage(resource.RUSAGE_SELF)
+    children = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return mine.ru_utime + mine.ru_stime + children.ru_utime + children.ru_stime
+
+
+def best(work):
+    times = []
+    for _ in range(RUNS):
+        begin = used()
+        result = work()
+        times.append(used() - begin)
+    return min(times), result
+
+
+def by_text(command, box):
+    text = subprocess.run([command, "dump", box], check=True, stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL).stdout
+    return pd.read_csv(io.BytesIO(text), index_col=0, dtype={0: str})
+
+
+def measure(command, box):
+    direct, frame = best(lambda: vesk.Box(box).samples())
+    through_text, other = best(lambda: by_text(command, box))
+    if not np.array_equal(frame.to_numpy(), other.to_numpy(dtype=np.float32), equal_nan=True):
+        raise SystemExit(f"{box}: both ways do not give the same values")
+    print(f"{os.path.basename(box):>20}, {frame.shape[1]:5} sensors, {frame.size:9} values: {frame.size / direct / 1e6:6.1f} "
+          f"million values a second, {through_text / direct:5.1f} times `dump | read_csv`")
+
+
+def main():
+    words = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    words.add_argument("--vesk", default="build/release/cli/vesk", help="the command")
+    words.add_argument("boxes", nargs="*", help="boxes of one set of sensors each")
+    given = words.parse_args()
+    with tempfile.TemporaryDirectory() as folder:
+        for box in given.boxes or make_boxes(folder, given.vesk):
+            measure(given.vesk, box)
+
+
+if __name__ == "__main__":
+    main()
