@@ -53,9 +53,11 @@ private:
 void write_box(const page_sink &put, const char *kind, double left, double right,
                const std::string &title)
 {
+    constexpr double least_width = 0.2; // percent: a moment is seen, too
     put(fmt::format("<rect class=\"{}\" x=\"{:.2f}%\" y=\"6\" width=\"{:.2f}%\" height=\"22\">"
                     "<title>{}</title></rect>\n",
-                    kind, left, std::max(right - left, 0.15), html_text(title)));
+                    kind, std::min(left, 100 - least_width), std::max(right - left, least_width),
+                    html_text(title)));
 }
 
 const char *class_of(column_kind kind, bool is_odd)
@@ -115,22 +117,15 @@ void write_events(const page_content &content, const bar_axis &axis, const page_
 
 void write_ticks(const bar_axis &axis, const page_sink &put)
 {
-    constexpr std::array<std::pair<double, const char *>, 16> ages = {{{10, "10 s"},
-                                                                       {60, "1 min"},
-                                                                       {300, "5 min"},
-                                                                       {1800, "30 min"},
-                                                                       {3600, "1 h"},
-                                                                       {10800, "3 h"},
-                                                                       {43200, "12 h"},
-                                                                       {86400, "1 day"},
-                                                                       {259200, "3 days"},
-                                                                       {604800, "1 week"},
-                                                                       {1209600, "2 weeks"},
-                                                                       {2592000, "1 month"},
-                                                                       {7776000, "3 months"},
-                                                                       {15552000, "6 months"},
-                                                                       {31536000, "1 year"},
-                                                                       {94608000, "3 years"}}};
+    constexpr std::array<std::pair<double, const char *>, 24> ages = {
+        {{10, "10 s"},         {30, "30 s"},          {60, "1 min"},
+         {120, "2 min"},       {300, "5 min"},        {600, "10 min"},
+         {1200, "20 min"},     {1800, "30 min"},      {3600, "1 h"},
+         {7200, "2 h"},        {10800, "3 h"},        {21600, "6 h"},
+         {43200, "12 h"},      {86400, "1 day"},      {172800, "2 days"},
+         {259200, "3 days"},   {604800, "1 week"},    {1209600, "2 weeks"},
+         {2592000, "1 month"}, {7776000, "3 months"}, {15552000, "6 months"},
+         {31536000, "1 year"}, {94608000, "3 years"}, {315360000, "10 years"}}};
     constexpr double room = 13; // percent, for a label on a narrow screen
     double last = 0;
     for (const auto &[age, label] : ages) {

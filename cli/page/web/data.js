@@ -113,3 +113,10 @@ function element(kind, className, text) {
   }
   return made;
 }
+
+// Changes a text only where it is another one: each change makes the browser lay out the page anew.
+function setText(place, text) {
+  if (place.textContent !== text) {
+    place.textContent = text;
+  }
+}

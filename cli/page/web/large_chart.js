@@ -163,12 +163,12 @@ function updateLargeTexts() {
   if (!large.sensor) {
     return;
   }
-  large.rangeText.textContent = rangeText(large.sensor) || '-';
+  setText(large.rangeText, rangeText(large.sensor) || '-');
   const column = shown.cursor === null ? columnCount - 1 : nearestColumn(shown.cursor);
   const time = column < 0 ? '' : formatTime(columnStarts[column]);
   const wide = column >= 0 && columnIsWide[column]
     ? ` (mean of ${formatLength(columnEnds[column] - columnStarts[column])})` : '';
-  large.cursorText.textContent = `${valueText(large.sensor)}${wide}, ${time}`;
+  setText(large.cursorText, `${valueText(large.sensor)}${wide}, ${time}`);
 }
 
 function updateLarge() {

@@ -90,31 +90,46 @@ function makeCards() {
 
 function drawCard(sensor) {
   drawSmall(sensor.canvas, sensor);
-  sensor.rangeElement.textContent = rangeText(sensor);
-  updateCardCursor(sensor);
+  moveCardCursor(sensor);
 }
 
-function updateCardCursor(sensor) {
-  sensor.valueElement.textContent = valueText(sensor);
+function writeCard(sensor) {
+  setText(sensor.valueElement, valueText(sensor));
+  setText(sensor.rangeElement, rangeText(sensor));
+}
+
+function moveCardCursor(sensor) {
   const isIn = shown.cursor !== null && shown.cursor >= shown.from && shown.cursor <= shown.to;
-  sensor.cursorElement.hidden = !isIn;
-  if (isIn) {
-    const place = (shown.cursor - shown.from) / (shown.to - shown.from);
-    sensor.cursorElement.style.left = `${100 * place}%`;
-  }
+  const place = (shown.cursor - shown.from) / (shown.to - shown.from);
+  const left = isIn ? place * sizeOf(sensor.canvas).width : -9;
+  sensor.cursorElement.style.transform = `translateX(${left}px)`;
+}
+
+// All drawing comes before all texts, so that the page is laid out once.
+function drawAll() {
+  cards.inView.forEach(drawCard);
+  cards.inView.forEach(writeCard);
+}
+
+function updateCursors() {
+  cards.inView.forEach(moveCardCursor);
+  cards.inView.forEach((sensor) => setText(sensor.valueElement, valueText(sensor)));
 }
 
 function observeCards() {
   const observer = new IntersectionObserver((entries) => {
+    const come = [];
     for (const entry of entries) {
       const { sensor } = entry.target;
       if (entry.isIntersecting) {
         cards.inView.add(sensor);
         drawCard(sensor);
+        come.push(sensor);
       } else {
         cards.inView.delete(sensor);
       }
     }
+    come.forEach(writeCard);
   }, { rootMargin: '150px' });
   box.sensors.forEach((sensor) => observer.observe(sensor.card));
 }
@@ -296,10 +311,6 @@ function connectTools() {
   });
 }
 
-function drawAll() {
-  cards.inView.forEach(drawCard);
-}
-
 function redrawInOtherColours() {
   readColours();
   drawAll();
@@ -314,12 +325,18 @@ function connectPrinting() {
   const most = 400;
   window.addEventListener('beforeprint', () => {
     document.documentElement.classList.add('printing');
+    forgetSizes();
     readColours();
-    box.sensors.filter((sensor) => !sensor.card.hidden).slice(0, most).forEach(drawCard);
+    box.sensors.filter((sensor) => !sensor.card.hidden).slice(0, most)
+      .forEach((sensor) => {
+        drawCard(sensor);
+        writeCard(sensor);
+      });
     drawTimeLine();
   });
   window.addEventListener('afterprint', () => {
     document.documentElement.classList.remove('printing');
+    forgetSizes();
     redrawInOtherColours();
   });
 }
@@ -342,10 +359,13 @@ function start() {
   connectPrinting();
   filter();
   listeners.window.push(drawAll, updateTools);
-  listeners.cursor.push(() => cards.inView.forEach(updateCardCursor));
+  listeners.cursor.push(updateCursors);
   observeCards();
   showWindow(boxBegin, boxEnd);
-  window.addEventListener('resize', () => tell('window'));
+  window.addEventListener('resize', () => {
+    forgetSizes();
+    tell('window');
+  });
   matchMedia('(prefers-color-scheme: dark)').addEventListener('change', redrawInOtherColours);
 }
 

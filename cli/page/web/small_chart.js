@@ -12,10 +12,24 @@ function readColours() {
   }
 }
 
+// To ask for a size makes a browser lay out the page, which is too slow for each chart of each frame:
+// sizes are asked for once, until the window has another one.
+let sizes = new Map();
+
+function forgetSizes() {
+  sizes = new Map();
+}
+
+function sizeOf(canvas) {
+  if (!sizes.has(canvas)) {
+    sizes.set(canvas, { width: canvas.clientWidth, height: canvas.clientHeight });
+  }
+  return sizes.get(canvas);
+}
+
 // Fits a canvas to its place and returns its context, which counts in CSS pixels.
 function fittedContext(canvas) {
-  const width = canvas.clientWidth;
-  const height = canvas.clientHeight;
+  const { width, height } = sizeOf(canvas);
   const ratio = window.devicePixelRatio || 1;
   const pixels = [Math.round(width * ratio), Math.round(height * ratio)];
   if (canvas.width !== pixels[0] || canvas.height !== pixels[1]) {

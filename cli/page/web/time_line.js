@@ -9,7 +9,9 @@ function readHappenings() {
     if (row.dataset.end) {
       timeLine.gaps.push({ from: time, to: Number(row.dataset.end) });
     } else {
-      timeLine.events.push({ time, type: Math.min(Number(row.dataset.type), 5) });
+      // Events may lie before the first sample and behind the last one: they stand at the edge.
+      const place = Math.min(Math.max(time, boxBegin), boxEnd);
+      timeLine.events.push({ time: place, type: Math.min(Number(row.dataset.type), 5) });
     }
   }
   timeLine.events.sort((a, b) => a.type - b.type);
