@@ -1,4 +1,4 @@
-// The verbs fetch, stats, events and export on boxes that no text telemetry can make, and on
+// The verbs fetch, stats, events, tail and export on boxes that no text telemetry can make, and on
 // damaged ones.
 #include <algorithm>
 #include <cstdlib>
@@ -87,6 +87,9 @@ const std::vector<std::vector<std::string>> all_forms = {
     {"stats", "--format", "csv"},
     {"events"},
     {"events", "--json"},
+    {"tail"},
+    {"tail", "-n", "3", "--format", "csv"},
+    {"tail", "--format", "jsonl"},
     {"export", "--format", "csv"},
     {"export", "--table", "intervals", "--format", "csv"},
     {"export", "--format", "jsonl"},
