@@ -204,7 +204,7 @@ constexpr const char *more =
     "  vesk export box --format openmetrics -o box.om --label site=north\n"
     "  vesk export box --format victoria | curl --data-binary @- http://HOST:8428/api/v1/import\n";
 
-const registration registered({57, "export", "Write a box in a format of other programs", more,
+const registration registered({45, "export", "Write a box in a format of other programs", more,
                                prepare});
 
 } // namespace

@@ -1,5 +1,5 @@
-// The verbs fetch, stats, events, tail and export on boxes that no text telemetry can make, and on
-// damaged ones.
+// The verbs fetch, stats, events, tail, diff and export on boxes that no text telemetry can make,
+// and on damaged ones.
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
@@ -87,6 +87,8 @@ const std::vector<std::vector<std::string>> all_forms = {
     {"stats", "--format", "csv"},
     {"events"},
     {"events", "--json"},
+    {"diff", "--all", "--b", "/"},
+    {"diff", "--b", "-3s/", "--json"},
     {"tail"},
     {"tail", "-n", "3", "--format", "csv"},
     {"tail", "--format", "jsonl"},
