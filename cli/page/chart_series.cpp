@@ -73,7 +73,7 @@ void chart_series::on_interval(const interval_row &row)
         }
     }
     extend(row.start, row.end, column_kind::interval);
-    if (rows_in_column_ == plan_.intervals_in_column) {
+    if (column_->rows == plan_.intervals_in_column) {
         end_column();
     }
 }
@@ -97,7 +97,7 @@ void chart_series::on_sample(const sample_row &row)
             open_[i].add(row.values[i]);
         }
         extend(row.time, row.time, column_kind::group);
-        if (rows_in_column_ == plan_.samples_in_column) {
+        if (column_->rows == plan_.samples_in_column) {
             end_column();
         }
         return;
@@ -106,7 +106,7 @@ void chart_series::on_sample(const sample_row &row)
     if (columns_.size() == most_columns) {
         return;
     }
-    add_column({row.time, row.time, column_kind::sample, after_gap_});
+    add_column({row.time, row.time, column_kind::sample, 1, after_gap_});
     for (std::size_t i = 0; i < samples_.size(); ++i) {
         samples_[i].push_back(row.values[i]);
     }
@@ -129,12 +129,12 @@ column_values chart_series::at(std::size_t sensor, std::size_t column) const
 void chart_series::extend(int64_t start, int64_t end, column_kind kind)
 {
     if (!column_) {
-        column_ = time_column{start, end, kind, after_gap_};
+        column_ = time_column{start, end, kind, 0, after_gap_};
         after_gap_ = false;
     }
     column_->start = std::min(column_->start, start);
     column_->end = std::max(column_->end, end);
-    ++rows_in_column_;
+    ++column_->rows;
 }
 
 void chart_series::end_column()
@@ -154,7 +154,6 @@ void chart_series::end_column()
     ++wide_;
     add_column(*column_);
     column_.reset();
-    rows_in_column_ = 0;
 }
 
 void chart_series::add_column(time_column column)

@@ -32,6 +32,7 @@ struct time_column {
     int64_t start = 0;
     int64_t end = 0;
     column_kind kind = column_kind::sample;
+    uint64_t rows = 1;        // intervals or samples in it
     bool follows_gap = false; // no line leads here from the column before
 };
 
@@ -81,7 +82,6 @@ private:
     std::vector<std::vector<float>> samples_;             // by sensor
     std::vector<moments> open_;                           // by sensor, of the column that is open
     std::optional<time_column> column_;
-    uint64_t rows_in_column_ = 0;
     uint64_t samples_seen_ = 0;
     std::size_t ended_groups_ = 0;
     bool after_gap_ = false;

@@ -54,12 +54,27 @@ struct sensor_end {
     bool is_past(std::size_t column) const { return columns()[column].end < compared; }
 };
 
+// The time from which there are so many samples, or all that there are.
+int64_t start_of_newest(const std::vector<time_column> &columns, uint64_t samples)
+{
+    auto column = columns.rbegin();
+    for (uint64_t seen = 0; std::next(column) != columns.rend(); ++column) {
+        seen += column->rows;
+        if (seen >= samples || std::next(column)->kind == column_kind::interval) {
+            break;
+        }
+    }
+    return column->start;
+}
+
+// Half as much as was compared stands before it. Samples are counted, not seconds, because the
+// newest ones may lie on both sides of a gap.
 sensor_end end_of(const page_content &content, std::size_t sensor)
 {
-    const auto newest = static_cast<int64_t>(content.unusual.newest);
-    const int64_t length = std::max<int64_t>(newest * std::max<int64_t>(content.step, 1), 1);
-    const int64_t compared = content.end() - length;
-    return {content, sensor, std::max(content.begin(), compared - length / 2), compared};
+    const uint64_t newest = content.unusual.newest;
+    const auto &columns = content.charts.columns();
+    return {content, sensor, start_of_newest(columns, newest + newest / 2),
+            start_of_newest(columns, newest)};
 }
 
 // The value below which so much of all values lies.

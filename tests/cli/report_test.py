@@ -73,6 +73,9 @@ class ReportPage(unittest.TestCase):
         vesk("import", cls.base, "-", "--samples", "60", "--intervals", "6",
              input=telemetry().encode())
         vesk("event", cls.base, "4", HOSTILE_EVENT)
+        # At least two of them in one second.
+        for number in range(5):
+            vesk("event", cls.base, "1", f"event {number}")
         vesk("report", cls.base, "-o", str(cls.file))
         cls.browser = browser.Browser()
 
@@ -219,6 +222,11 @@ class ReportPage(unittest.TestCase):
         self.assertLess(shown[1] - shown[0], 1000)
         self.assertTrue(shown[0] < BEGIN + 2490 < shown[1], shown)
 
+    def test_events_stand_newest_first_also_within_a_second(self):
+        texts = self.run_script("return [...document.querySelectorAll('table.events tbody tr')]"
+                                ".map(row => row.lastElementChild.textContent)")
+        self.assertEqual([text.split(" (")[0] for text in texts[:5]], [f"event {number}" for number in (4, 3, 2, 1, 0)])
+
     def test_the_table_is_sorted_by_a_click(self):
         self.run_script("document.querySelectorAll('table.numbers button.sort')[4].click()")
         self.assertEqual(self.run_script("return document.querySelector("
@@ -246,6 +254,18 @@ class ReportPage(unittest.TestCase):
             self.assertNotEqual(self.run_script(colour), light)
         finally:
             self.browser.command("Emulation.setEmulatedMedia", features=[])
+
+    def test_it_is_printed_on_light_paper(self):
+        self.browser.command("Emulation.setEmulatedMedia", media="print",
+                             features=[{"name": "prefers-color-scheme", "value": "dark"}])
+        try:
+            self.run_script("window.dispatchEvent(new Event('beforeprint'))")
+            self.assertEqual(self.run_script(
+                "return [getComputedStyle(document.body).color, colours.line]"),
+                ["rgb(22, 25, 29)", "#0b62a8"])
+        finally:
+            self.run_script("window.dispatchEvent(new Event('afterprint'))")
+            self.browser.command("Emulation.setEmulatedMedia", media="", features=[])
 
     def test_it_can_be_printed(self):
         printed = self.browser.command("Page.printToPDF", printBackground=True)["data"]

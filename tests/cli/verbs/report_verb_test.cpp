@@ -121,6 +121,24 @@ TEST_F(ReportVerb, TheNumbersOfThePageAreJson)
               ((columns + 2 * wide) * 4 + 2) / 3 * 4);
 }
 
+// The newest samples that are compared with the past are counted, also across an hour without any.
+TEST_F(ReportVerb, ThePictureOfTheEndReachesAcrossAGap)
+{
+    const std::string other = folder.file("gap");
+    {
+        box_writer writer(other, {600, 2});
+        writer.set_sensors(std::vector<std::string>{"::a"});
+        for (int i = 0; i < 400; ++i) {
+            const float value = i < 380 ? static_cast<float>(i % 7) : 100;
+            writer.write(1704067200 + i + (i < 390 ? 0 : 3600), std::vector<float>{value});
+        }
+    }
+    std::string printed;
+    run({"report", other, "-o", "-"}, &printed);
+    EXPECT_THAT(printed, HasSubstr("<span class=\"to\">01-01 01:06:39</span>"));
+    EXPECT_THAT(printed, ::testing::ContainsRegex("<span class=\"from\">01-01 00:0[0-6]:"));
+}
+
 TEST_F(ReportVerb, AFileThatIsThereStaysUnlessForced)
 {
     std::ofstream(page()) << "mine";
