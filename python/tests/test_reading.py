@@ -6,6 +6,7 @@ import io
 import json
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import threading
@@ -418,6 +419,30 @@ class Threads(BoxTest):
         for thread in threads:
             thread.join()
         self.assertEqual(failures, [])
+
+    def test_that_read_do_not_stop_a_process_that_is_forked_off(self):
+        fill(self.base)
+        box = vesk.Box(self.base)
+        end = threading.Event()
+
+        def read():
+            while not end.is_set():
+                box.samples_arrays()
+
+        readers = [threading.Thread(target=read) for _ in range(2)]
+        for reader in readers:
+            reader.start()
+        try:
+            for _ in range(20):
+                child = os.fork()
+                if child == 0:
+                    signal.alarm(60)  # ends a child that waits for ever
+                    os._exit(0 if len(vesk.Box(self.base).samples_arrays().times) == 16 else 1)
+                self.assertEqual(os.waitpid(child, 0)[1], 0)
+        finally:
+            end.set()
+            for reader in readers:
+                reader.join()
 
     def test_go_on_while_another_one_reads(self):
         with vesk.Recorder(self.base, samples=40000, intervals=2) as recorder:
