@@ -7,38 +7,21 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <optional>
 
+#include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "text/suggestion.hpp"
+#include "verbs/command_help.hpp"
+#include "verbs/completion.hpp"
+#include "verbs/manual_page.hpp"
 #include "verbs/verb.hpp"
 
 namespace cli
 {
 namespace
 {
-
-constexpr const char *exit_codes_text = "Exit codes:\n"
-                                        "  0  done\n"
-                                        "  1  failed\n"
-                                        "  2  wrong usage\n"
-                                        "  3  damaged, but readable or repairable\n"
-                                        "  4  unreadable or not repairable\n";
-
-constexpr const char *examples_text =
-    "Examples:\n"
-    "  vesk record box              record this machine until Ctrl-C\n"
-    "  vesk info box                what is in it\n"
-    "  vesk stats box --last 10m    what each sensor did before the end\n"
-    "  vesk fetch box --last 1m     the values of that time as a table\n"
-    "  vesk events box              what happened\n"
-    "  vesk dump box                the raw samples as text\n"
-    "  vesk dump --history box      the summaries of what is older\n"
-    "  vesk import box data.kelt    text telemetry into a box\n"
-    "  vesk event box 1 'hello'     an event into a box\n"
-    "  vesk check box               is it healthy?\n"
-    "\n"
-    "'vesk VERB --help' tells more about a verb.\n";
 
 // CLI11 indents nothing and wraps nothing in a footer, so it is written as it is to be shown.
 std::string footer(const std::string &text)
@@ -144,6 +127,22 @@ void translate_help(std::vector<std::string> &words)
     }
 }
 
+// "vesk help --man [VERB]" and "vesk help --completion SHELL": what packages lay down beside the
+// command.
+std::optional<std::string> generated_help(const std::vector<std::string> &words,
+                                          const std::string &version)
+{
+    if (words.size() < 2 || words[0] != "help" ||
+        (words[1] != "--man" && words[1] != "--completion")) {
+        return std::nullopt;
+    }
+    const std::string subject = words.size() > 2 ? words[2] : std::string();
+    if (words.size() > 3) {
+        throw failure(exit_usage, words[1] + " takes one word");
+    }
+    return words[1] == "--man" ? manual_page(subject, version) : completion_script(subject);
+}
+
 // The option of @p parser that was most likely meant by one of the words that it does not know.
 std::string meant_option(const CLI::App &parser)
 {
@@ -185,14 +184,15 @@ exit_code show(const std::string &text)
 
 exit_code run_command_line(std::vector<std::string> words, const std::string &version)
 {
-    CLI::App app(
-        "The black box of a computer: records telemetry in bounded space and reads it back.",
-        "vesk");
+    CLI::App app(command_purpose, "vesk");
     set_up(app, version);
     const std::vector<prepared_verb> verbs = add_verbs(app);
     if (words.empty()) {
         say(app.help());
         return exit_usage;
+    }
+    if (const std::optional<std::string> page = generated_help(words, version)) {
+        return show(*page);
     }
     translate_help(words);
     if (words.front()[0] != '-' && refuse_unknown_verb(words.front())) {

@@ -218,7 +218,8 @@ void raise(const char *type, const std::string &text)
     PyErr_SetObject(errors.attr(type).ptr(), words.ptr());
 }
 
-void translate(std::exception_ptr thrown)
+// pybind11 prescribes the parameter.
+void translate(std::exception_ptr thrown) // NOLINT(performance-unnecessary-value-param)
 {
     try {
         if (thrown) {
