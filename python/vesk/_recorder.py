@@ -23,7 +23,8 @@ Values = Union[Mapping[str, Optional[float]], Sequence[Optional[float]], npt.NDA
 def _row(values: Any) -> npt.NDArray[np.float32]:
     """One value for each sensor in single precision; None is NaN."""
     if isinstance(values, np.ma.MaskedArray):
-        values = np.ma.filled(values.astype(np.float64), np.nan)
+        masked: Any = values
+        values = masked.astype(np.float64).filled(np.nan)
     given = np.asarray(values)
     if given.dtype.kind == "O":
         for value in given.flat:
