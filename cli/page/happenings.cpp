@@ -48,8 +48,9 @@ void happenings::on_interval(const interval_row &row)
 void happenings::on_event(const event_row &row)
 {
     std::deque<shown_event> &queue = row.type < level_warning ? notes_ : worse_;
-    events_left_out_ += push(
-        queue, {row.time, row.type, shortened(row.text, longest_text), row.waits}, most_events);
+    events_left_out_ +=
+        push(queue, {row.time, row.type, shortened(row.text, longest_text), row.waits, events_++},
+             most_events);
 }
 
 void happenings::on_gap(const gap_row &row)
@@ -61,8 +62,8 @@ std::vector<shown_event> happenings::events() const
 {
     std::vector<shown_event> all(notes_.begin(), notes_.end());
     all.insert(all.end(), worse_.begin(), worse_.end());
-    std::stable_sort(all.begin(), all.end(),
-                     [](const shown_event &a, const shown_event &b) { return a.time < b.time; });
+    std::sort(all.begin(), all.end(),
+              [](const shown_event &a, const shown_event &b) { return a.number < b.number; });
     return all;
 }
 

@@ -20,6 +20,7 @@ struct shown_event {
     uint32_t type = 0;
     std::string text; // printable
     bool waits = false;
+    uint64_t number = 0; // in the order of the box
 };
 
 // Events of an interval of history, of which only the numbers are kept.
@@ -41,7 +42,7 @@ public:
     void on_event(const event_row &row) override;
     void on_gap(const gap_row &row) override;
 
-    // Oldest first.
+    // In the order of the box, oldest first.
     std::vector<shown_event> events() const;
     const std::deque<past_events> &past() const { return past_; }
     const std::deque<gap_row> &gaps() const { return gaps_; }
@@ -54,6 +55,7 @@ private:
     std::deque<shown_event> worse_;
     std::deque<past_events> past_;
     std::deque<gap_row> gaps_;
+    uint64_t events_ = 0;
     uint64_t events_left_out_ = 0;
     uint64_t gaps_left_out_ = 0;
 };

@@ -117,7 +117,8 @@ std::vector<happening> all_happenings(const page_content &content)
         all.push_back({event.time, event_html(event)});
     }
     std::stable_sort(all.begin(), all.end(),
-                     [](const happening &a, const happening &b) { return a.time > b.time; });
+                     [](const happening &a, const happening &b) { return a.time < b.time; });
+    std::reverse(all.begin(), all.end());
     return all;
 }
 

@@ -24,6 +24,20 @@ TEST(Happenings, NotesDoNotPushOutAnError)
     EXPECT_EQ(all.events_left_out(), 4000U);
 }
 
+TEST(Happenings, EventsOfOneSecondKeepTheirOrderWhateverTheirTypes)
+{
+    happenings all;
+    const uint32_t types[] = {1, 5, 2, 3, 1};
+    for (const uint32_t type : types) {
+        all.on_event({7, type, "x", false});
+    }
+    const auto events = all.events();
+    ASSERT_EQ(events.size(), 5U);
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        EXPECT_EQ(events[i].type, types[i]);
+    }
+}
+
 TEST(Happenings, LongTextsAreCutAndUnprintableOnesAreShownSo)
 {
     happenings all;
