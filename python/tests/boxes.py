@@ -12,7 +12,7 @@ try:
     import numpy
 except ImportError:
     print("skipped: numpy is not installed")
-    sys.exit(0)
+    sys.exit(77)
 
 import vesk
 
