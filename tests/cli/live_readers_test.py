@@ -108,6 +108,19 @@ def look_at_fetch(output):
             raise Failure(f"fetch: a row from {row[3]} follows one to {before[4]}")
 
 
+def look_at_export(output):
+    """The same, in the lines of an export."""
+    spans = []
+    for row in map(json.loads, output.splitlines()):
+        if row["kind"] == "interval":
+            spans.append((row["values"]["::number"]["first"], row["values"]["::number"]["last"]))
+        elif row["kind"] == "sample":
+            spans.append((row["values"]["::number"],) * 2)
+    for before, span in zip(spans, spans[1:]):
+        if span[0] != before[1] + 1:
+            raise Failure(f"export: {span} follows {before}")
+
+
 def look_at_stats(output):
     sensor = json.loads(output)["sensors"][0]
     if sensor["count"] != sensor["last"] - sensor["first"] + 1:
@@ -124,6 +137,7 @@ READINGS = (
      look_at_fetch),
     (["stats", "--sensor", "number", "--json", "box"], look_at_stats),
     (["events", "--json", "box"], json.loads),
+    (["export", "--format", "jsonl", "box"], look_at_export),
 )
 
 
