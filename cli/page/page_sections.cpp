@@ -259,11 +259,12 @@ void write_facts(const page_content &content, const page_sink &put)
     if (!columns.empty()) {
         write_fact(put, "Covers", span_words(content.begin(), content.end()));
     }
-    write_fact(
-        put, "Holds",
-        fmt::format("{}, {}{}", counted(content.samples, "raw sample"),
-                    counted(content.intervals, "history interval"),
-                    content.step > 0 ? ", one sample each " + format_duration(content.step) : ""));
+    const std::string history =
+        content.intervals > 0 ? counted(content.intervals, "history interval") : "no history";
+    const std::string each =
+        content.step > 0 ? ", one sample each " + format_duration(content.step) : "";
+    write_fact(put, "Holds",
+               fmt::format("{}, {}{}", counted(content.samples, "raw sample"), history, each));
     write_fact(put, "Sensors",
                content.sensors_left_out == 0
                    ? std::to_string(content.names.size())

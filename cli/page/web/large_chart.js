@@ -89,7 +89,12 @@ function graphOptions(sensor) {
     xRangePad: 4,
     yRangePad: 6,
     axes: {
-      y: { axisLabelFormatter: (value) => formatValue(value, sensor), axisLabelWidth: 76 },
+      // Amounts of memory have round numbers in powers of two.
+      y: {
+        axisLabelFormatter: (value) => formatValue(value, sensor),
+        axisLabelWidth: 76,
+        labelsKMG2: sensor.unit[1] === 1024,
+      },
       x: { pixelsPerLabel: 90 },
     },
     highlightCallback: (event, milliseconds) => setCursor(milliseconds / 1000),
