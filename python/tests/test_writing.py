@@ -375,6 +375,45 @@ class Locking(BoxTest):
         vesk.Recorder(self.base).close()
 
 
+class Extremes(BoxTest):
+    """What a box takes, past several rotations, though it is unusual."""
+
+    def written(self, rows, samples=4, intervals=2):
+        with vesk.Recorder(self.base, samples=samples, intervals=intervals) as recorder:
+            for moment, values in rows:
+                recorder.write(values, time=moment)
+        box = vesk.Box(self.base)
+        self.assertEqual(box.check()["verdict"], "healthy")
+        box.suspects()
+        return box
+
+    def test_of_size_are_taken(self):
+        box = self.written([(1, {"a": 1})], samples=2**32 - 2, intervals=2)
+        self.assertEqual(box.info()["state"]["samples"], 2**32 - 2)
+
+    def test_of_names_are_taken(self):
+        names = {chr(97 + number % 26) * 9990 + str(number): number for number in range(100)}
+        box = self.written([(row, names) for row in range(1, 20)])
+        self.assertEqual(box.samples_arrays().sensors, list(names))
+        self.assertEqual(box.history_arrays().sensors, list(names))
+
+    def test_of_time_are_taken(self):
+        times = [2**31 - 1 - row for row in range(20)] + [-(2**31) + row for row in range(20)]
+        box = self.written([(moment, {"a": 1}) for moment in times])
+        kept = box.samples_arrays().times.astype(numpy.int64).tolist()
+        self.assertEqual(kept, times[-len(kept):])
+
+    def test_of_value_are_taken(self):
+        values = {"a": float("inf"), "b": -float("inf"), "c": 3e38, "d": 1e-45, "e": None}
+        box = self.written([(row, values) for row in range(1, 20)])
+        found = box.history_arrays().values
+        summed = 19 - len(box.samples_arrays().times)
+        self.assertEqual(found["count"].sum(axis=0).tolist(), [summed] * 4 + [0])
+        wanted = numpy.array([numpy.inf, -numpy.inf, 3e38, 1e-45], dtype=numpy.float32)
+        for statistic in ("min", "mean", "max", "first", "last"):
+            self.assertEqual(found[statistic][0, :4].tolist(), wanted.tolist(), statistic)
+
+
 class Disks(BoxTest):
     def test_that_are_full_raise_and_keep_what_was_written(self):
         script = (
