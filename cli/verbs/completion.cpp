@@ -147,6 +147,7 @@ std::string bash_branch(const verb_description &found)
 std::vector<std::string> verb_names(const std::vector<verb_description> &verbs)
 {
     std::vector<std::string> names;
+    names.reserve(verbs.size());
     for (const verb_description &found : verbs) {
         names.emplace_back(found.what->name);
     }
