@@ -16,7 +16,8 @@ namespace cli
 class ending_watch
 {
 public:
-    // In the order in which the box holds them, and the events that wait behind them.
+    // In the order in which the box holds them, and the events that wait behind them. Of an
+    // interval of history, the latest sample counts.
     void take_sample(int64_t time);
     void take_event(int64_t time, const std::string &text);
 

@@ -152,20 +152,4 @@ std::vector<chart_point> points_in(const chart_column &column)
     return points;
 }
 
-std::vector<chart_point> points_of(std::span<const chart_column> columns)
-{
-    std::vector<chart_point> points;
-    for (const chart_column &column : columns) {
-        if (!column.has_samples) {
-            continue;
-        }
-        if (!points.empty() && !column.joins) {
-            points.push_back({points.back().time + 1, chart_point().value});
-        }
-        const std::vector<chart_point> own = points_in(column);
-        points.insert(points.end(), own.begin(), own.end());
-    }
-    return points;
-}
-
 } // namespace cli

@@ -98,10 +98,6 @@ std::optional<std::pair<double, double>> extremes_of(std::span<const chart_colum
 // missing between them.
 std::vector<chart_point> points_in(const chart_column &column);
 
-// The samples that show the same line as all of them: the first, least, greatest and last one of
-// each column in the order of time, and a hole where a line must not go on.
-std::vector<chart_point> points_of(std::span<const chart_column> columns);
-
 } // namespace cli
 
 #endif

@@ -19,8 +19,8 @@ namespace
 constexpr double left_margin = 76; // for the labels of values
 constexpr double right_margin = 14;
 constexpr double title_height = 30;
-constexpr double axis_height = 12; // below a chart: events and what is missing
-constexpr double times_height = 22;
+constexpr double axis_height = 12;    // below a chart: events and what is missing
+constexpr double times_height = 40;   // the times, and the whole span
 constexpr double character_width = 7; // of labels
 
 // The line and the band are told apart by their lightness, too. Variables (var()) would be shorter,
@@ -51,14 +51,12 @@ constexpr const char *style_rules =
     ".vesk-event-3{fill:#f59e0b}"
     ".vesk-event-4,.vesk-event-5{fill:#ff6b6b}}";
 
-std::string opening(std::size_t width, double height, std::string_view title, svg_colours colours)
+std::string opening(std::size_t width, double height, std::string_view title)
 {
-    return fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" class=\"vesk-chart\" "
-                       "viewBox=\"0 0 {0} {1}\" width=\"{0}\" height=\"{1}\" role=\"img\">\n"
-                       "<title>{2}</title>\n{3}",
-                       width, svg_number(height), xml_text(title),
-                       colours == svg_colours::own ? fmt::format("<style>{}</style>\n", style_rules)
-                                                   : "");
+    return fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {0} {1}\" "
+                       "width=\"{0}\" height=\"{1}\" role=\"img\">\n"
+                       "<title>{2}</title>\n<style>{3}</style>\n",
+                       width, svg_number(height), xml_text(title), style_rules);
 }
 
 std::string path(std::string_view name, std::string_view data)
@@ -94,16 +92,14 @@ public:
     {
         const auto count = static_cast<double>(what_.sensors.size());
         const double height = count * static_cast<double>(look_.height) + times_height;
-        out_ = opening(look_.width, height, title(), look_.colours);
+        out_ = opening(look_.width, height, title());
         out_ += box("vesk-ground", 0, 0, static_cast<double>(look_.width), height);
         double top = 0;
         for (const charted_sensor &sensor : what_.sensors) {
             draw_chart(sensor, {left_margin, top + title_height, width_, chart_height()});
             top += static_cast<double>(look_.height);
         }
-        if (look_.has_legend) {
-            draw_legend();
-        }
+        draw_legend();
         draw_times(top);
         return out_ + "</svg>\n";
     }
@@ -121,8 +117,14 @@ private:
             names += names.empty() ? "" : ", ";
             names += sensor.name;
         }
-        return fmt::format("{}, {} to {}", names, iso_time(what_.grid.range().from, look_.where),
-                           iso_time(what_.grid.range().to, look_.where));
+        return fmt::format("{}, {}", names, span_text());
+    }
+
+    std::string span_text() const
+    {
+        const time_range &range = what_.grid.range();
+        return fmt::format("{} to {}", iso_time(range.from, look_.where),
+                           iso_time(range.to, look_.where));
     }
 
     void draw_chart(const charted_sensor &sensor, const svg_area &area)
@@ -218,11 +220,10 @@ private:
             const double x = left_margin + what_.grid.place_of(tick.time) * width_;
             const double half = static_cast<double>(tick.label.size()) * character_width / 2;
             if (x - half >= 0 && x + half <= static_cast<double>(look_.width)) {
-                out_ += text(x, top + times_height - 8, "vesk-label", "middle", tick.label);
+                out_ += text(x, top + 14, "vesk-label", "middle", tick.label);
             }
         }
-        out_ += text(4, top + times_height - 8, "vesk-label", "start",
-                     look_.where == zone::utc ? "UTC" : "local");
+        out_ += text(left_margin, top + 32, "vesk-label", "start", span_text());
     }
 
     // Right of the first title, if there is room.
@@ -263,28 +264,6 @@ std::size_t columns_of(const svg_look &look)
 std::string svg_charts(const charted_span &what, const svg_look &look)
 {
     return picture(what, look).draw();
-}
-
-std::string svg_sparkline(std::span<const chart_column> columns, const time_grid &grid,
-                          std::size_t width, std::size_t height, svg_colours colours)
-{
-    constexpr double edge = 2;
-    std::string out = opening(width, static_cast<double>(height), "course of the values", colours);
-    if (const auto extremes = extremes_of(columns)) {
-        value_axis axis;
-        axis.from = extremes->first;
-        axis.to = extremes->second > extremes->first ? extremes->second : extremes->first + 1;
-        const svg_area area = {edge, edge, static_cast<double>(width) - 2 * edge,
-                               static_cast<double>(height) - 2 * edge};
-        out += path("vesk-band", band_path(columns, axis, area));
-        out += path("vesk-line", line_path(columns, grid, axis, area));
-    }
-    return out + "</svg>\n";
-}
-
-std::string svg_style()
-{
-    return style_rules;
 }
 
 std::string xml_text(std::string_view raw)

@@ -18,6 +18,8 @@ inline constexpr const char *exit_codes_text = "Exit codes:\n"
 inline constexpr const char *examples_text =
     "Examples:\n"
     "  vesk record box              record this machine until Ctrl-C\n"
+    "  vesk show box                what happened, on one page\n"
+    "  vesk plot box load.1min      a sensor over time\n"
     "  vesk info box                what is in it\n"
     "  vesk stats box --last 10m    what each sensor did before the end\n"
     "  vesk fetch box --last 1m     the values of that time as a table\n"

@@ -3,7 +3,10 @@
 // is only what the options are called.
 #include "verbs/reading_options.hpp"
 
+#include <fmt/format.h>
+
 #include "process/failure.hpp"
+#include "process/terminal.hpp"
 
 namespace cli
 {
@@ -42,6 +45,16 @@ void add_sensor_choice(option_list &options, reading_options &chosen)
 time_range range_in(const reading_options &options, const reading &source)
 {
     return range_of(options.range, source.end().value_or(0));
+}
+
+void tell_nothing(const reading &source, zone where)
+{
+    if (source.begin() && source.end()) {
+        note(fmt::format("nothing in that span of time; the box has {} to {}",
+                         iso_time(*source.begin(), where), iso_time(*source.end(), where)));
+    } else {
+        note("the box holds no samples");
+    }
 }
 
 } // namespace cli

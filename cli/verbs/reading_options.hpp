@@ -46,6 +46,9 @@ void add_sensor_choice(option_list &options, reading_options &chosen);
 // The range of @p options in the box.
 time_range range_in(const reading_options &options, const reading &source);
 
+// Notes that nothing lies in the range, and what the box has instead.
+void tell_nothing(const reading &source, zone where);
+
 } // namespace cli
 
 #endif

@@ -107,16 +107,6 @@ private:
     bool any_ = false;
 };
 
-void tell_nothing(const reading &source, zone where)
-{
-    if (source.begin() && source.end()) {
-        note(fmt::format("nothing in that span of time; the box has {} to {}",
-                         iso_time(*source.begin(), where), iso_time(*source.end(), where)));
-    } else {
-        note("the box holds no samples");
-    }
-}
-
 exit_code fetch(const fetch_options &options)
 {
     constexpr std::array<std::string_view, 4> formats = {"table", "csv", "tsv", "jsonl"};

@@ -2,7 +2,9 @@
 """Runs a command with its standard error on a terminal of 80 columns and prints what it wrote there,
 escape sequences spelt out and every rewritten line on a line of its own.
 
-  on_terminal.py [NAME=VALUE ...] COMMAND [ARGUMENT ...]
+  on_terminal.py [--stdout] [NAME=VALUE ...] COMMAND [ARGUMENT ...]
+
+With --stdout its standard output is on the terminal, too.
 """
 
 import fcntl
@@ -16,13 +18,16 @@ import termios
 
 def main():
     words = sys.argv[1:]
+    both = words[0] == "--stdout"
+    words = words[both:]
     environment = dict(os.environ, TERM="xterm")
     while "=" in words[0]:
         name, value = words.pop(0).split("=", 1)
         environment[name] = value
     leader, follower = pty.openpty()
     fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
-    process = subprocess.Popen(words, stderr=follower, env=environment)
+    process = subprocess.Popen(words, stdout=follower if both else None, stderr=follower,
+                               env=environment)
     os.close(follower)
     written = b""
     try:

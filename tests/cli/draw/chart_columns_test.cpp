@@ -67,14 +67,16 @@ TEST(ChartColumns, KeepEveryLeastAndGreatestValue)
         EXPECT_EQ(columns[i].greatest.value, greatest[i]);
         EXPECT_EQ(columns[i].joins, i > 0);
     }
-    const std::vector<chart_point> points = points_of(columns);
-    EXPECT_LE(points.size(), 4 * grid.columns());
-    EXPECT_EQ(points.front().time, 0);
-    EXPECT_EQ(points.back().time, 99999);
-    for (std::size_t i = 1; i < points.size(); ++i) {
-        EXPECT_LT(points[i - 1].time, points[i].time);
-        EXPECT_FALSE(std::isnan(points[i].value));
+    int64_t latest = -1;
+    for (const chart_column &column : columns) {
+        EXPECT_LE(points_in(column).size(), 4U);
+        for (const chart_point &point : points_in(column)) {
+            EXPECT_GT(point.time, latest);
+            EXPECT_FALSE(std::isnan(point.value));
+            latest = point.time;
+        }
     }
+    EXPECT_EQ(latest, 99999);
 }
 
 TEST(ChartColumns, AValueThatIsMissingInterruptsTheLine)
@@ -86,10 +88,6 @@ TEST(ChartColumns, AValueThatIsMissingInterruptsTheLine)
     EXPECT_FALSE(columns[4].has_values());
     EXPECT_EQ(missing_columns(columns),
               (std::vector<bool>{false, false, true, false, true, false}));
-    const auto points = points_of(columns);
-    ASSERT_EQ(points.size(), 6U);
-    EXPECT_TRUE(std::isnan(points[2].value));
-    EXPECT_TRUE(std::isnan(points[4].value));
 }
 
 TEST(ChartColumns, AHoleWithinAColumnIsKept)
@@ -104,8 +102,8 @@ TEST(ChartColumns, AHoleWithinAColumnIsKept)
     EXPECT_FALSE(columns[1].has_hole);
     EXPECT_TRUE(columns[1].joins);
     EXPECT_EQ(missing_columns(columns), (std::vector<bool>{true, false}));
-    const auto points = points_of(columns);
-    ASSERT_EQ(points.size(), 5U);
+    const auto points = points_in(columns[0]);
+    ASSERT_EQ(points.size(), 3U);
     EXPECT_EQ(points[1].time, 20);
     EXPECT_TRUE(std::isnan(points[1].value));
 }
@@ -190,7 +188,7 @@ TEST(ChartColumns, WhatLiesOutsideOfTheGridChangesNothing)
         EXPECT_FALSE(column.has_hole);
     }
     EXPECT_FALSE(extremes_of({}));
-    EXPECT_TRUE(points_of({}).empty());
+    EXPECT_TRUE(points_in({}).empty());
 }
 
 } // namespace

@@ -102,15 +102,6 @@ TEST(SvgChart, ShowsUnitTimesEventsAndWhatIsMissing)
     EXPECT_THAT(svg_charts(span_of({1, 2}, look), look), Not(HasSubstr("class=\"vesk-missing\"")));
 }
 
-TEST(SvgChart, InAPageTheColoursAreThoseOfThePage)
-{
-    svg_look look;
-    look.colours = svg_colours::of_page;
-    const std::string picture = svg_charts(span_of({1, 2}, look), look);
-    EXPECT_THAT(picture, Not(HasSubstr("<style")));
-    EXPECT_THAT(picture, Not(HasSubstr("style=")));
-}
-
 TEST(SvgChart, WithoutValuesSaysSo)
 {
     const svg_look look;
@@ -139,16 +130,6 @@ TEST(SvgChart, IsBoundedHoweverManyValuesThereAre)
         values[i] = static_cast<float>(i * 2654435761U % 1000);
     }
     EXPECT_LT(svg_charts(span_of(values, look), look).size(), 100000U);
-}
-
-TEST(SvgSparkline, HasNoAxes)
-{
-    const svg_look look;
-    const charted_span what = span_of({1, 2, 3}, look);
-    const std::string line =
-        svg_sparkline(what.sensors.front().columns, what.grid, 120, 24, svg_colours::of_page);
-    EXPECT_THAT(line, HasSubstr("vesk-line"));
-    EXPECT_THAT(line, Not(HasSubstr("<text")));
 }
 
 } // namespace
