@@ -24,6 +24,13 @@ class Browser:
         self.driver = subprocess.Popen(
             ["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
             text=True)
+        try:
+            self._begin()
+        except BaseException:
+            self._end_driver()
+            raise
+
+    def _begin(self):
         self.address = f"http://127.0.0.1:{self._port()}"
         options = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
                    "--window-size=1280,900", f"--user-data-dir={self.profile.name}"]
@@ -40,10 +47,13 @@ class Browser:
         try:
             self._ask("DELETE", self.session)
         finally:
-            self.driver.terminate()
-            self.driver.wait(PATIENCE)
-            self.driver.stdout.close()
-            self.profile.cleanup()
+            self._end_driver()
+
+    def _end_driver(self):
+        self.driver.terminate()
+        self.driver.wait(PATIENCE)
+        self.driver.stdout.close()
+        self.profile.cleanup()
 
     def _port(self):
         # "ChromeDriver was started successfully on port 34567."
