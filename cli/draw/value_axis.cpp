@@ -139,7 +139,9 @@ value_axis value_axis_for(double least, double greatest, std::size_t most, std::
     value_axis axis;
     axis.unit = unit.symbol;
     axis.divisor = unit.divisor;
-    for (double count = first(); count <= last(); ++count) {
+    const auto ticks = static_cast<std::size_t>(last() - first()) + 1;
+    for (std::size_t i = 0; i < ticks; ++i) {
+        const double count = first() + static_cast<double>(i);
         // Not -0, which would be shown.
         axis.ticks.push_back({count == 0 ? 0 : distance.times(count) * unit.divisor, ""});
     }
