@@ -32,7 +32,7 @@ std::size_t bytes_of(std::string_view text, std::size_t count)
 
 std::string shown_text(std::string_view text, charset set)
 {
-    const std::string shown = printable(text);
+    std::string shown = printable(text);
     if (set == charset::utf8) {
         return shown;
     }
@@ -53,7 +53,7 @@ std::size_t width_of(std::string_view text)
 std::string fitted(std::string_view text, std::size_t width, charset set)
 {
     constexpr std::string_view mark = "...";
-    const std::string shown = shown_text(text, set);
+    std::string shown = shown_text(text, set);
     if (width_of(shown) <= width) {
         return shown;
     }
