@@ -41,7 +41,7 @@ std::string shell_word(const std::string &text)
 {
     constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
                                        "0123456789_./:@%+,-";
-    const std::string safe = text.starts_with('-') ? "./" + text : text;
+    std::string safe = text.starts_with('-') ? "./" + text : text;
     if (!safe.empty() && safe.find_first_not_of(plain) == std::string::npos) {
         return safe;
     }
