@@ -38,6 +38,7 @@ public:
     {
     }
 
+    void set_bytes(uint64_t bytes) { bytes_ = bytes; }
     bool has_room_for(event_source source, const event &what) const;
     // What became of an event that there was room for.
     void take(event_source source, const event &what, event_result result);

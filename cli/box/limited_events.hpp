@@ -39,6 +39,8 @@ public:
     // Events that were lost before they came here.
     void count_lost(event_source source, uint64_t count);
 
+    // Another bound for the buffers from now on.
+    void set_bytes(uint64_t bytes) { budget_.set_bytes(bytes); }
     // After each vector; @p is_new: it is the first one of a buffer.
     void vector_written(bool is_new) { budget_.vector_written(is_new); }
 

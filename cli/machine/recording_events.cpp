@@ -43,7 +43,7 @@ recording_events::recording_events(limited_events &out, const recording_event_op
     : out_(out), options_(options), identity_(read_identity(options.root, options.machine_id)),
       processors_(static_cast<unsigned>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L))),
       clocks_(read_clocks()), late_(options.interval),
-      processes_(options.root, options.top_arguments)
+      processes_(std::in_place, options.root, options.top_arguments)
 {
 }
 
@@ -52,7 +52,7 @@ std::optional<gap> recording_events::begin(const recording_log *past, const cloc
     clocks_.looked(now);
     listed_ = now.monotonic;
     if (options_.top > 0) {
-        processes_.look(0, now.monotonic);
+        processes_->look(0, now.monotonic);
     }
     open_kernel_log(past, now);
     write_identity(past != nullptr ? event_word::resume : event_word::start, now, level_note);
@@ -62,6 +62,30 @@ std::optional<gap> recording_events::begin(const recording_log *past, const cloc
         write_gap(*before);
     }
     return before;
+}
+
+void recording_events::change(const recording_event_options &options, const clock_reading &now)
+{
+    const bool had_kernel_log = options_.kernel_log;
+    const std::string root = options_.root;
+    options_ = options;
+    options_.root = root;
+    if (const auto late = late_.due(now.monotonic, true)) {
+        write_gap(*late);
+    }
+    late_ = late_count(options.interval);
+    processes_.emplace(root, options.top_arguments);
+    listed_ = now.monotonic;
+    if (options.top > 0) {
+        processes_->look(0, now.monotonic);
+    }
+    if (!options.kernel_log) {
+        kernel_.reset();
+    } else if (!had_kernel_log) {
+        open_kernel_log(nullptr, now);
+    }
+    // It tells the new interval.
+    write_identity(event_word::machine, now, level_note);
 }
 
 void recording_events::end(const clock_reading &now, const std::string &reason,
@@ -203,6 +227,31 @@ void recording_events::write_message(const kernel_message &message, const clock_
     out_.write(event_source::kernel, {level_of(message.priority), whole(time), text.text()});
 }
 
+void recording_events::tell(const program_notice &what, const clock_reading &now)
+{
+    event_text text(event_word::program);
+    switch (what.what) {
+    case program_notice::kind::started:
+        text.add("state", "started");
+        text.add("pid", what.text);
+        break;
+    case program_notice::kind::ended:
+    case program_notice::kind::not_started:
+        text.add("state", what.what == program_notice::kind::ended ? "ended" : "failed");
+        text.add("how", what.text);
+        text.add("pause", static_cast<int64_t>(what.count));
+        break;
+    case program_notice::kind::refused:
+        text.add("state", "refused");
+        text.add("lines", static_cast<int64_t>(what.count));
+        text.add("reason", what.text);
+        break;
+    }
+    const bool is_good = what.what == program_notice::kind::started;
+    out_.write(event_source::recording,
+               {is_good ? level_note : level_warning, whole(now.wall), text.text()});
+}
+
 void recording_events::look_at_processes(const clock_reading &now)
 {
     if (options_.top == 0) {
@@ -216,7 +265,7 @@ void recording_events::look_at_processes(const clock_reading &now)
     const double since = now.monotonic - listed_;
     if (since >= between_lists || (!passed_.empty() && since >= between_urgent_lists)) {
         listed_ = now.monotonic;
-        write_top(processes_.look(options_.top, now.monotonic), std::exchange(passed_, {}), now);
+        write_top(processes_->look(options_.top, now.monotonic), std::exchange(passed_, {}), now);
     }
 }
 

@@ -13,6 +13,7 @@
 #include "machine/clock_watch.hpp"
 #include "machine/kernel_log.hpp"
 #include "machine/process_list.hpp"
+#include "machine/program_source.hpp"
 #include "machine/strain.hpp"
 
 namespace cli
@@ -44,6 +45,8 @@ public:
     // with @p error.
     void end(const clock_reading &now, const std::string &reason, const std::string &error = "");
 
+    // The recording goes on with other options; the root and the machine id stay what they are.
+    void change(const recording_event_options &options, const clock_reading &now);
     // Each time that the recording wakes, which should be within seconds_to_look().
     void look(const clock_reading &now);
     double seconds_to_look() const;
@@ -51,6 +54,9 @@ public:
     int kernel_fd() const { return kernel_ ? kernel_->fd() : -1; }
     // Why the kernel's messages are not there, once; empty otherwise.
     std::string take_kernel_problem();
+
+    // What happens to the program that gives sensors of its own.
+    void tell(const program_notice &what, const clock_reading &now);
 
     // A sample is due for @p tick and is taken, at @p monotonic. Returns how many were missed
     // before it.
@@ -80,7 +86,7 @@ private:
     std::optional<double> kernel_drained_;
     minute_quota kernel_quota_{kernel_messages_in_minute};
     std::string kernel_problem_;
-    process_list processes_;
+    std::optional<process_list> processes_;
     strain_watch strain_;
     double strain_looked_ = 0;
     std::string passed_; // a mark, and not told yet

@@ -17,7 +17,11 @@ class sample_writer
 {
 public:
     // @p box must outlive this. @p base is how the user calls it.
-    sample_writer(box_writer &box, std::string base) : box_(box), base_(std::move(base)) {}
+    // @p waits_for_first: readings may come later where there are none at first.
+    sample_writer(box_writer &box, std::string base, bool waits_for_first)
+        : box_(box), base_(std::move(base)), waits_for_first_(waits_for_first)
+    {
+    }
 
     // True when the sample is recorded. Throws a failure when the machine gives no reading at all
     // from the start, and what box_writer throws for good.
@@ -34,6 +38,7 @@ private:
 
     box_writer &box_;
     std::string base_;
+    bool waits_for_first_;
     std::vector<std::string> sensors_;
     uint64_t recorded_ = 0;
     uint64_t missing_ = 0;

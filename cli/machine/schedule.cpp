@@ -12,12 +12,16 @@ namespace cli
 
 int64_t next_tick(double now, int64_t interval, double least)
 {
-    const auto length = static_cast<double>(interval);
-    auto tick = (static_cast<int64_t>(std::floor(now / length)) + 1) * interval;
+    auto tick = latest_tick(now, interval) + interval;
     while (static_cast<double>(tick) - now < least) {
         tick += interval;
     }
     return tick;
+}
+
+int64_t latest_tick(double now, int64_t interval)
+{
+    return static_cast<int64_t>(std::floor(now / static_cast<double>(interval))) * interval;
 }
 
 double seconds_until(int64_t tick, double now, int64_t interval)

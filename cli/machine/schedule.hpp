@@ -12,6 +12,9 @@ namespace cli
 // lie on whole multiples of the clock so that no two fall into the same second.
 int64_t next_tick(double now, int64_t interval, double least = 0);
 
+// The latest multiple of @p interval seconds that is not after @p now.
+int64_t latest_tick(double now, int64_t interval);
+
 // How long to wait for @p tick at @p now: 0 when it is time. A clock that was set back would make
 // the wait longer than one interval; then the answer is negative, and a new tick is due.
 double seconds_until(int64_t tick, double now, int64_t interval);

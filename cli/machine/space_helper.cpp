@@ -3,7 +3,6 @@
 // parent closes the socket.
 #include "machine/space_helper.hpp"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -16,6 +15,8 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "process/child_program.hpp"
 
 namespace cli
 {
@@ -46,20 +47,6 @@ uint64_t mount_id_of(const char *path)
 
 // Descriptors of the parent are its box and its locks: they must not outlive it in a process that a
 // file system holds.
-void close_from(int first)
-{
-#ifdef SYS_close_range
-    if (syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0) {
-        return;
-    }
-#endif
-    constexpr long usual_limit = 65536;
-    const long most = std::min(sysconf(_SC_OPEN_MAX), usual_limit);
-    for (int fd = first; fd < most; ++fd) {
-        close(fd);
-    }
-}
-
 void keep_only(int socket)
 {
     const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -69,7 +56,7 @@ void keep_only(int socket)
     if (socket != socket_of_process) {
         dup2(socket, socket_of_process);
     }
-    close_from(socket_of_process + 1);
+    close_descriptors_from(socket_of_process + 1);
 }
 
 // Ignores the signals that a terminal or a service manager sends to all processes: the parent

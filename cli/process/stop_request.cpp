@@ -1,4 +1,5 @@
-// Handles SIGINT, SIGTERM and SIGHUP while a verb runs: a handler sets a flag, and waiting
+// Handles SIGINT, SIGTERM and SIGHUP while a verb runs: a handler sets a flag, for the end or for a
+// reload, and waiting
 // functions return as soon as it is set. A waiting function blocks the signals between its test of
 // the flag and its sleep, so none is lost. A signal that was ignored from the start, as with nohup,
 // stays ignored.
@@ -6,8 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
-#include <poll.h>
 
 namespace cli
 {
@@ -15,23 +14,32 @@ namespace
 {
 
 constexpr double longest_wait = 3600;
+constexpr std::size_t most_descriptors = 8;
 
 volatile sig_atomic_t stop_flag = 0;
+volatile sig_atomic_t reload_flag = 0;
 
 void request_stop(int signal)
 {
     stop_flag = signal;
 }
 
+void request_reload(int /*signal*/)
+{
+    reload_flag = 1;
+}
+
 } // namespace
 
-stop_request::stop_request()
+stop_request::stop_request(hangup meaning)
 {
     stop_flag = 0;
+    reload_flag = 0;
     struct sigaction action = {};
-    action.sa_handler = request_stop;
     sigemptyset(&action.sa_mask);
     for (int i = 0; i < 3; ++i) {
+        const bool reloads = signals_[i] == SIGHUP && meaning == hangup::reloads;
+        action.sa_handler = reloads ? request_reload : request_stop;
         sigaction(signals_[i], &action, &before_[i]);
         // What was ignored from the start (nohup) stays ignored.
         if (before_[i].sa_handler == SIG_IGN) {
@@ -52,6 +60,13 @@ bool stop_request::requested() const
     return stop_flag != 0;
 }
 
+bool stop_request::take_reload() const
+{
+    const bool was_set = reload_flag != 0;
+    reload_flag = 0;
+    return was_set;
+}
+
 std::string stop_request::signal_name() const
 {
     switch (stop_flag) {
@@ -66,9 +81,16 @@ std::string stop_request::signal_name() const
     }
 }
 
-bool stop_request::wait(double seconds, int fd, int other_fd) const
+bool stop_request::wait(double seconds, std::initializer_list<int> descriptors) const
 {
-    wait_for(seconds, fd, other_fd, POLLIN);
+    pollfd readable[most_descriptors] = {};
+    std::size_t count = 0;
+    for (const int fd : descriptors) {
+        if (count < most_descriptors) {
+            readable[count++] = {fd, POLLIN, 0};
+        }
+    }
+    wait_for(seconds, {readable, count});
     return stop_flag != 0;
 }
 
@@ -79,12 +101,12 @@ bool stop_request::wait_to_write(int fd) const
         if (poll(&writable, 1, 0) != 0) {
             return true;
         }
-        wait_for(longest_wait, fd, -1, POLLOUT);
+        wait_for(longest_wait, {&writable, 1});
     }
     return false;
 }
 
-void stop_request::wait_for(double seconds, int fd, int other_fd, short events) const
+void stop_request::wait_for(double seconds, std::span<pollfd> descriptors) const
 {
     // The signals stay blocked between the test and the sleep, so none is lost in between.
     sigset_t blocked;
@@ -94,13 +116,12 @@ void stop_request::wait_for(double seconds, int fd, int other_fd, short events) 
         sigaddset(&blocked, signal);
     }
     sigprocmask(SIG_BLOCK, &blocked, &before);
-    if (stop_flag == 0) {
+    if (stop_flag == 0 && reload_flag == 0) {
         const double bounded = std::clamp(seconds, 0.0, longest_wait);
         timespec timeout = {};
         timeout.tv_sec = static_cast<time_t>(bounded);
         timeout.tv_nsec = static_cast<long>((bounded - std::floor(bounded)) * 1e9);
-        pollfd ready[] = {{fd, events, 0}, {other_fd, events, 0}};
-        ppoll(ready, std::size(ready), &timeout, &before);
+        ppoll(descriptors.data(), descriptors.size(), &timeout, &before);
     }
     sigprocmask(SIG_SETMASK, &before, nullptr);
 }

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fmt/format.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace cli
@@ -104,6 +105,17 @@ bool may_be_shown(const character &one)
     return code != not_a_character && !control && !line_end && !direction;
 }
 
+// JOURNAL_STREAM holds the device and the inode of the stream that leads to the journal of the
+// system; it stays in the environment when standard error was redirected since. The journal knows
+// the name of the process, and takes a number in front for the priority.
+bool goes_to_journal()
+{
+    const char *stream = getenv("JOURNAL_STREAM");
+    struct stat status = {};
+    return stream != nullptr && fstat(STDERR_FILENO, &status) == 0 &&
+           fmt::format("{}:{}", status.st_dev, status.st_ino) == stream;
+}
+
 bool colour_on_stderr()
 {
     return colour_wanted(isatty(STDERR_FILENO) == 1, getenv("NO_COLOR"), getenv("TERM"));
@@ -146,7 +158,7 @@ void note(std::string_view text)
         return;
     }
     make_room();
-    say(fmt::format("vesk: note: {}\n", printable(text)));
+    say(fmt::format("{}{}\n", goes_to_journal() ? "<5>" : "vesk: note: ", printable(text)));
 }
 
 std::string printable(std::string_view text, char substitute)

@@ -21,6 +21,9 @@ void say(std::string_view text);
 using message_listener = void (*)(std::string_view text);
 void listen_to_messages(message_listener listener);
 
+// complain() and note() leave the names away where standard error leads to the journal of the
+// system, and give it the priority instead.
+
 // "vesk: text", with the name in red where colour is wanted. The text is made printable.
 void complain(std::string_view text);
 

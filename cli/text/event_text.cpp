@@ -12,9 +12,9 @@ namespace cli
 namespace
 {
 
-constexpr std::array words = {event_word::start,   event_word::resume, event_word::end,
-                              event_word::machine, event_word::gap,    event_word::kernel,
-                              event_word::top,     event_word::omitted};
+constexpr std::array words = {event_word::start,   event_word::resume,  event_word::end,
+                              event_word::machine, event_word::gap,     event_word::kernel,
+                              event_word::top,     event_word::program, event_word::omitted};
 
 bool is_key_character(char c)
 {

@@ -41,6 +41,7 @@ inline constexpr std::string_view machine = "machine"; // who records, again in 
 inline constexpr std::string_view gap = "gap";         // a time without samples
 inline constexpr std::string_view kernel = "kernel";   // a message of the kernel
 inline constexpr std::string_view top = "top";         // the processes that use the most
+inline constexpr std::string_view program = "program"; // what gives sensors of its own
 inline constexpr std::string_view omitted = "omitted"; // how many events had no room
 } // namespace event_word
 

@@ -64,7 +64,7 @@ text_input::~text_input()
 ssize_t text_input::wait_and_read()
 {
     for (;;) {
-        if (stop_ != nullptr && stop_->wait(longest_wait, fd_)) {
+        if (stop_ != nullptr && stop_->wait(longest_wait, {fd_})) {
             errno = EINTR;
             return -1;
         }

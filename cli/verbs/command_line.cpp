@@ -67,6 +67,13 @@ public:
     {
         verb_.add_flag(name, value, help);
     }
+    presence given() const override
+    {
+        return [verb = &verb_](const std::string &name) {
+            const CLI::Option *option = verb->get_option_no_throw(name);
+            return option != nullptr && option->count() > 0;
+        };
+    }
 
 private:
     CLI::App &verb_;

@@ -27,15 +27,20 @@ constexpr std::size_t events_at_end = 1000;
 } // namespace
 
 recording::recording(const record_options &options, const record_settings &settings,
-                     const box_shape &shape)
+                     const box_shape &shape, std::function<record_options()> read_options)
     : base_(options.base), options_(options), settings_(settings),
+      read_options_(std::move(read_options)),
+      stop_(options.config.empty() ? stop_request::hangup::ends : stop_request::hangup::reloads),
       box_(options.base, shape, settings.sync), past_(read_recording_log(find_box(options.base))),
       limited_([this](const event &what) { return events_.write(what); },
                budget_of(find_box(options.base), options.event_bytes())),
       events_(box_, options.base), own_(limited_, settings.events),
-      machine_(options.sensors.root, settings.sensors), intake_(options.base, limited_, events_),
-      samples_(box_, options.base)
+      machine_(std::in_place, options.sensors.root, settings.sensors),
+      intake_(options.base, limited_, events_), samples_(box_, options.base, !options.from.empty())
 {
+    if (!options.from.empty()) {
+        program_.emplace(options.from);
+    }
 }
 
 void recording::run()
@@ -46,6 +51,7 @@ void recording::run()
     } catch (const box_in_use &) {
         throw;
     } catch (const failure &reason) {
+        manager_.stopping();
         own_.end(read_clocks(), "error", reason.what());
         throw;
     }
@@ -54,7 +60,7 @@ void recording::run()
 
 void recording::begin()
 {
-    before_ = machine_.take();
+    before_ = machine_->take();
     const bool is_resumed = box_.last_time_before() || past_.last_time();
     const std::optional<gap> before = own_.begin(is_resumed ? &past_ : nullptr, read_clocks());
     const std::string what = before ? fmt::format("the recording goes on after {}: {}",
@@ -62,6 +68,13 @@ void recording::begin()
                                     : fmt::format("a recording begins, with a sample every {}",
                                                   format_duration(settings_.interval));
     log(fmt::format("{}; {}", what, words_about_size()));
+    manager_.ready(status_words());
+}
+
+std::string recording::status_words() const
+{
+    return fmt::format("Recording {} with a sample every {}", base_,
+                       format_duration(settings_.interval));
 }
 
 // How far back the box reaches, and where that is not what the user wants: an existing box keeps
@@ -88,31 +101,106 @@ void recording::take_samples()
             break;
         }
         note_late(own_.sample(*tick, read_clocks().monotonic));
-        snapshot now = machine_.take();
-        take(readings_between(before_, now));
+        snapshot now = machine_->take();
+        readings found = readings_between(before_, now);
+        if (program_) {
+            program_->add_to(found, monotonic_seconds(), settings_.interval);
+        }
+        take(std::move(found));
         before_ = std::move(now);
     }
 }
 
-// Waits until the clock shows @p tick, or a later tick when the clock is set back meanwhile, and
-// returns that. Nothing when the end was requested.
+// Waits until the clock shows @p tick, or another tick when the clock is set meanwhile, and returns
+// the tick that it shows then. Nothing when the end was requested.
 std::optional<int64_t> recording::wait_for(int64_t tick)
 {
     while (!stop_.requested()) {
         intake_.take(events_at_once);
         own_.look(read_clocks());
         note_kernel_problem();
+        look_at_program();
         const double now = clock_seconds();
         const double rest = seconds_until(tick, now, settings_.interval);
         if (rest < 0) {
             tick = next_tick(now, settings_.interval);
         } else if (rest == 0) {
-            return tick;
+            // Later ones may have passed while the process was stopped or waited for a disk.
+            return std::max(tick, latest_tick(now, settings_.interval));
         } else {
-            stop_.wait(std::min(rest, own_.seconds_to_look()), intake_.fd(), own_.kernel_fd());
+            wait(std::min(rest, own_.seconds_to_look()));
+        }
+        if (stop_.take_reload()) {
+            reload();
+            // The sensors are others now, and their rates need two looks.
+            const double least = static_cast<double>(settings_.interval) / 2;
+            tick = next_tick(clock_seconds(), settings_.interval, least);
         }
     }
     return std::nullopt;
+}
+
+void recording::wait(double seconds)
+{
+    manager_.alive(monotonic_seconds());
+    const double least = manager_.seconds_to_alive(monotonic_seconds()).value_or(seconds);
+    const double next_look =
+        program_ ? program_->seconds_to_look(monotonic_seconds()) : std::max(seconds, least);
+    stop_.wait(std::min({seconds, least, next_look}),
+               {intake_.fd(), own_.kernel_fd(), program_ ? program_->fd() : -1});
+}
+
+void recording::look_at_program()
+{
+    if (!program_) {
+        return;
+    }
+    program_->look(monotonic_seconds());
+    for (const program_notice &each : program_->take_notices(monotonic_seconds())) {
+        own_.tell(each, read_clocks());
+        if (each.what == program_notice::kind::refused) {
+            note(fmt::format("{}: refused {} of the program of --from: {}", base_,
+                             counted(each.count, "line"), each.text));
+        } else if (each.what != program_notice::kind::started) {
+            note(fmt::format("{}: the program of --from ended ({}) and is started again in {}",
+                             base_, each.text, format_duration(static_cast<int64_t>(each.count))));
+        }
+    }
+}
+
+// A file that is wrong changes nothing.
+void recording::reload()
+{
+    manager_.reloading(monotonic_seconds());
+    try {
+        change(read_options_());
+    } catch (const failure &reason) {
+        complain(fmt::format("{}; the recording goes on as before", reason.what()));
+    }
+    manager_.ready(status_words());
+}
+
+void recording::change(const record_options &options)
+{
+    const record_settings settings = settings_of(options);
+    const std::string ignored = unchangeable(options_, options);
+    if (!ignored.empty()) {
+        note(fmt::format("{}: {} cannot change while it records; the rest of {} holds", base_,
+                         ignored, options.config));
+    }
+    settings_.interval = settings.interval;
+    settings_.sensors = settings.sensors;
+    settings_.events = settings.events;
+    options_.interval = options.interval;
+    options_.events = options.events;
+    options_.sensors.groups = options.sensors.groups;
+    options_.sensors.excluded = options.sensors.excluded;
+    limited_.set_bytes(options_.event_bytes());
+    own_.change(settings.events, read_clocks());
+    machine_.emplace(options_.sensors.root, settings_.sensors);
+    before_ = machine_->take();
+    log(fmt::format("{} was read again: a sample every {}", options.config,
+                    format_duration(settings_.interval)));
 }
 
 void recording::take(readings found)
@@ -134,6 +222,8 @@ void recording::take(readings found)
 
 void recording::finish()
 {
+    manager_.stopping();
+    program_.reset();
     intake_.take(events_at_end);
     events_.take_over();
     intake_.answer_senders();

@@ -4,6 +4,7 @@
 #define VESK_CLI_VERBS_RECORDING_HPP
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,6 +16,7 @@
 #include "machine/recording_events.hpp"
 #include "machine/sample_writer.hpp"
 #include "machine/sampler.hpp"
+#include "process/service_manager.hpp"
 #include "process/stop_request.hpp"
 #include "process/terminal.hpp"
 #include "verbs/record_options.hpp"
@@ -25,9 +27,10 @@ namespace cli
 class recording
 {
 public:
-    // Opens the box, or makes it with @p shape.
+    // Opens the box, or makes it with @p shape. @p read_options reads the options again when a
+    // reload is asked for.
     recording(const record_options &options, const record_settings &settings,
-              const box_shape &shape);
+              const box_shape &shape, std::function<record_options()> read_options);
 
     void run();
 
@@ -37,8 +40,13 @@ private:
     std::optional<int64_t> wait_for(int64_t tick);
     void take(readings found);
     void finish();
+    void reload();
+    void change(const record_options &options);
+    void look_at_program();
+    void wait(double seconds);
 
     std::string words_about_size() const;
+    std::string status_words() const;
     void log(const std::string &text) const;
     void note_late(uint64_t missed);
     void note_kernel_problem();
@@ -46,13 +54,16 @@ private:
     std::string base_;
     record_options options_;
     record_settings settings_;
+    std::function<record_options()> read_options_;
+    service_manager manager_;
     stop_request stop_;
     box_writer box_;
     recording_log past_;
     limited_events limited_;
     waiting_events events_;
     recording_events own_;
-    sampler machine_;
+    std::optional<sampler> machine_;
+    std::optional<program_source> program_;
     event_intake intake_;
     sample_writer samples_;
     snapshot before_;

@@ -34,6 +34,9 @@ void size_options::check() const
             }
         }
     }
+    if (!are_in_peoples_terms()) {
+        complete_shape(shape);
+    }
     if (!keep.empty()) {
         parse_duration(keep, "--keep");
     }

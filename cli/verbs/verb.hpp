@@ -40,6 +40,14 @@ public:
     virtual void number(const char *name, const char *type, std::optional<uint32_t> &value,
                         const std::string &help) = 0;
     virtual void flag(const char *name, bool &value, const std::string &help) = 0;
+
+    // Tells whether an option ("--for") was given. To be asked when the options have been read; a
+    // list that only describes options tells of none.
+    using presence = std::function<bool(const std::string &name)>;
+    virtual presence given() const
+    {
+        return [](const std::string &) { return false; };
+    }
 };
 
 // Does what was asked for. Throws a failure where it gives up.

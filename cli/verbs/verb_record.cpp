@@ -30,10 +30,12 @@ box_shape shape_for(const record_options &options, const record_settings &settin
     return {shape.samples, shape.intervals};
 }
 
-exit_code record(const record_options &options)
+exit_code record(const record_options &line, const option_list::presence &given)
 {
+    const auto read_options = [&] { return with_file(line, given); };
+    const record_options options = read_options();
     const record_settings settings = settings_of(options);
-    recording(options, settings, shape_for(options, settings)).run();
+    recording(options, settings, shape_for(options, settings), read_options).run();
     return exit_done;
 }
 
@@ -42,21 +44,28 @@ action prepare(option_list &options)
     const auto chosen = std::make_shared<record_options>();
     options.required_word("BASE", chosen->base,
                           "Name of the box; its files are BASE.state, BASE.1.cbuf.z, ...");
+    options.text("--config", "FILE", chosen->config,
+                 "Options from a file too, such as 'interval 10s'; SIGHUP reads it again");
     add_record_options(options, *chosen);
-    return [chosen] { return record(*chosen); };
+    return [chosen, given = options.given()] { return record(*chosen, given); };
 }
 
 constexpr const char *more =
     "An existing box is resumed, and recovered first if a crash left it damaged. One process\n"
     "at a time writes to a box. When the disk is full, sampling goes on and each new sample\n"
-    "is tried. SIGINT, SIGTERM and SIGHUP end the recording cleanly. It writes events by itself\n"
-    "(start, resume, end, machine, gap, kernel, top, omitted): 'vesk events BASE' shows them.\n"
+    "is tried. SIGINT, SIGTERM and SIGHUP end the recording cleanly; with --config, SIGHUP\n"
+    "reads that file again. It writes events by itself (start, resume, end, machine, gap, kernel,\n"
+    "top, program, omitted): 'vesk events BASE' shows them.\n"
     "\n"
     "Examples:\n"
     "  vesk record /var/lib/vesk/box\n"
     "      One sample a second; the last hours raw, all before in summary.\n"
     "  vesk record box --interval 10s --for 5m\n"
     "      Thirty samples, then the end.\n"
+    "  vesk record /var/lib/vesk/box --config /etc/vesk/record.conf\n"
+    "      The options from a file, as the service vesk-record does it.\n"
+    "  vesk record box --from 'my-sensors --every 1s'\n"
+    "      Also what that program prints as text telemetry.\n"
     "  vesk record box --sensors cpu,mem,disk,fs --exclude 'fs.*.used_inodes_*'\n"
     "      Some sensors only; 'vesk sensors' lists those of this machine.\n"
     "  vesk record box --keep 7d\n"

@@ -162,13 +162,13 @@ public:
         if (folder_.descriptor() >= 0) {
             // Something may have happened that nobody told, as on a file system of the network.
             constexpr double longest = 2;
-            (void)stop.wait(longest, folder_.descriptor(), reader);
+            (void)stop.wait(longest, {folder_.descriptor(), reader});
             folder_.forget();
             return;
         }
         constexpr double longest = 1;
         seconds_ = any_came ? shortest : std::min(longest, 2 * seconds_);
-        (void)stop.wait(seconds_, -1, reader);
+        (void)stop.wait(seconds_, {reader});
     }
 
 private:
