@@ -75,7 +75,7 @@ constexpr const char *more =
     "  vesk report box --last 1h --sensor 'cpu.*' --sensor 'mem.*' -o hour.html\n"
     "  ssh host vesk report /var/lib/vesk/box -o - > report.html\n";
 
-const registration registered({59, "report", "Make a page of a box for a browser", more, prepare});
+const registration registered({49, "report", "Make a page of a box for a browser", more, prepare});
 
 } // namespace
 } // namespace cli

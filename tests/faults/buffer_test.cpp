@@ -754,7 +754,7 @@ const expectations closing_new = {
     {call_kind::torn_write, {"ok"}}, {call_kind::flush, {"ok"}}, {call_kind::close, {"ok"}},
 };
 
-// All of the file was fetched already.
+// All of the file was fetched already, and of the first stream all was inflated with its names.
 const expectations reading_record = no_memory + expectations{{call_kind::zlib, {"-41"}}};
 
 const expectations creating = no_memory + expectations{{call_kind::open, {"-40"}}};
@@ -847,8 +847,13 @@ std::vector<fault_case> vesk_current_buffer_cases()
         {"vesk_current_buffer_write_tagged_event", "large", record_writing,
          [](fault &f) { return writes_tagged_event(f, std::string(9000, 'x')); }, [] {},
          [](const fault &, const outcome &) { EXPECT_TRUE(is_kept()); }},
-        {"vesk_current_buffer_read_record", "values", reading_record,
+        {"vesk_current_buffer_read_record", "values", no_memory,
          [](fault &f) { return reads_cbuf(f, 0); }, make_mixed_cbuf},
+        {"vesk_current_buffer_read_record",
+         "values_of_the_next_stream",
+         {{call_kind::zlib, {"-41"}}},
+         [](fault &f) { return reads_cbuf(f, 1); },
+         [] { create_cbuf(2); }},
         {"vesk_current_buffer_read_record", "names", reading_record,
          [](fault &f) { return reads_cbuf(f, 2); }, make_mixed_cbuf},
         {"vesk_current_buffer_read_record", "event", reading_record,
@@ -939,8 +944,13 @@ std::vector<fault_case> vesk_hist_buffer_cases()
              return found;
          },
          [] {}, [](const fault &, const outcome &) { EXPECT_TRUE(is_kept()); }},
-        {"vesk_hist_buffer_read_record", "values", reading_record,
+        {"vesk_hist_buffer_read_record", "values", no_memory,
          [](fault &f) { return reads_hbuf(f, 0); }, [] { create_hbuf(2); }},
+        {"vesk_hist_buffer_read_record",
+         "values_of_the_next_stream",
+         {{call_kind::zlib, {"-41"}}},
+         [](fault &f) { return reads_hbuf(f, 1); },
+         [] { create_hbuf(2); }},
         {"vesk_hist_buffer_close", "new", closing_new,
          [](fault &f) {
              return closes_new(f, [](fault &g) {
