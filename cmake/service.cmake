@@ -28,6 +28,7 @@ install(CODE "
     configure_file(\"${PROJECT_SOURCE_DIR}/packaging/systemd/record.conf\"
       \"\$ENV{DESTDIR}\${VESK_CONFIG}\" COPYONLY)
   endif()
+  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${VESK_CONFIG}\")
 ")
 install(FILES "${PROJECT_BINARY_DIR}/vesk-record.service"
   DESTINATION "${VESK_SYSTEMD_PREFIX}/systemd/system")

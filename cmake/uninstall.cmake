@@ -1,6 +1,6 @@
 # Removes the files that an installation laid down, and the folders below the prefix that this leaves
 # empty and that are Vesk's own: cmake -DMANIFEST=FILE -P uninstall.cmake. DESTDIR is honoured, as
-# when installing.
+# when installing. Options of the service that somebody changed stay.
 if(NOT EXISTS "${MANIFEST}")
   message(FATAL_ERROR "Nothing was installed from here: there is no ${MANIFEST}")
 endif()
@@ -8,7 +8,15 @@ file(STRINGS "${MANIFEST}" files)
 set(folders "")
 foreach(file IN LISTS files)
   set(path "$ENV{DESTDIR}${file}")
-  if(EXISTS "${path}" OR IS_SYMLINK "${path}")
+  set(changed 0)
+  if(path MATCHES "/vesk/record\\.conf$" AND EXISTS "${path}")
+    execute_process(RESULT_VARIABLE changed OUTPUT_QUIET ERROR_QUIET
+      COMMAND "${CMAKE_COMMAND}" -E compare_files
+        "${CMAKE_CURRENT_LIST_DIR}/../packaging/systemd/record.conf" "${path}")
+  endif()
+  if(NOT changed EQUAL 0)
+    message(STATUS "Left, because it was changed: ${path}")
+  elseif(EXISTS "${path}" OR IS_SYMLINK "${path}")
     message(STATUS "Removing: ${path}")
     file(REMOVE "${path}")
   endif()
