@@ -101,3 +101,16 @@ left=$(find "$prefix" ! -type d; find "$prefix" -name vesk)
     echo "after uninstalling there is left: $left"
     exit 1
 }
+
+# Options of the service that an administrator changed stay; others would be missed by nobody.
+if [ -e "$build/cli/vesk" ]; then
+    cmake --install "$build" --prefix "$prefix" >"$work/install.log"
+    options=$(find "$prefix" -name record.conf)
+    echo "interval 5s" >>"$options"
+    cmake --build "$build" --target uninstall >"$work/uninstall.log"
+    left=$(find "$prefix" ! -type d | sort)
+    [ "$left" = "$(printf '%s\n' "$prefix/bin/mine" "$options" | sort)" ] || {
+        echo "after changing $options and uninstalling there is left: $left"
+        exit 1
+    }
+fi
