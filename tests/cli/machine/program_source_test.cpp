@@ -99,7 +99,7 @@ TEST_F(ProgramSource, ValuesAreMissingWhenNoNewOnesCome)
 TEST_F(ProgramSource, IsStartedAgainAfterGrowingPauses)
 {
     run("exit 3");
-    for (const uint64_t pause : {1, 2, 4, 8, 16, 32, 64, 128, 256, 300, 300}) {
+    for (const uint64_t pause : {1U, 2U, 4U, 8U, 16U, 32U, 64U, 128U, 256U, 300U, 300U}) {
         notices_.clear();
         ASSERT_TRUE(look_for(kind::ended));
         EXPECT_EQ(last(kind::ended).text, "exit 3");
