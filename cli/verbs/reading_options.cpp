@@ -28,12 +28,18 @@ void add_range(option_list &options, reading_options &chosen)
                  "Only so much before the end of the box, such as 10m");
 }
 
+void add_time_zone(option_list &options, reading_options &chosen, bool reads_times)
+{
+    options.flag("--local", chosen.local, "Print times in the local time zone, not in UTC");
+    options.text("--tz", "ZONE", chosen.time_zone,
+                 reads_times ? "Read and print times in this zone, such as Europe/Zurich"
+                             : "Print times in this zone, such as Europe/Zurich");
+}
+
 void add_reading(option_list &options, reading_options &chosen)
 {
     add_range(options, chosen);
-    options.flag("--local", chosen.local, "Print times in the local time zone, not in UTC");
-    options.text("--tz", "ZONE", chosen.time_zone,
-                 "Read and print times in this zone, such as Europe/Zurich");
+    add_time_zone(options, chosen, true);
 }
 
 void add_sensor_choice(option_list &options, reading_options &chosen)

@@ -27,7 +27,10 @@ struct reading_options {
 
 // BASE|FILE, --from, --to and --last.
 void add_range(option_list &options, reading_options &chosen);
-// These with --local and --tz; and --sensor for verbs that show sensors.
+// --local and --tz. With @p reads_times the help says that times of the command line are meant,
+// too.
+void add_time_zone(option_list &options, reading_options &chosen, bool reads_times);
+// The range with --local and --tz; and --sensor for verbs that show sensors.
 void add_reading(option_list &options, reading_options &chosen);
 void add_sensor_choice(option_list &options, reading_options &chosen);
 

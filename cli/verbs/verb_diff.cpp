@@ -326,9 +326,7 @@ action prepare(option_list &options)
     add_sensor_choice(options, source);
     options.flag("--all", chosen->all, "List the sensors that are alike, too");
     options.flag("--json", chosen->json, "One object with all sensors, for programs");
-    options.flag("--local", source.local, "Print times in the local time zone, not in UTC");
-    options.text("--tz", "ZONE", source.time_zone,
-                 "Read and print times in this zone, such as Europe/Zurich");
+    add_time_zone(options, source, true);
     return [chosen] { return diff(*chosen); };
 }
 

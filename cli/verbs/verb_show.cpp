@@ -128,9 +128,7 @@ action prepare(option_list &options)
     const auto chosen = std::make_shared<show_options>();
     reading_options &source = chosen->source;
     options.required_word("BASE|FILE", source.name, "Name of a box, or one of its buffer files");
-    options.flag("--local", source.local, "Print times in the local time zone, not in UTC");
-    options.text("--tz", "ZONE", source.time_zone,
-                 "Print times in this zone, such as Europe/Zurich");
+    add_time_zone(options, source, false);
     options.number("--width", "N", chosen->width,
                    "Characters in a line, from 40 on (80, or those of a narrower terminal)");
     options.flag("--json", chosen->json, "Print one JSON object");

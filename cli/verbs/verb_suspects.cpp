@@ -163,9 +163,7 @@ action prepare(option_list &options)
                  "Compare so much at the end with what was before, such as 10m");
     options.text("--before", "TIME", chosen->before,
                  "As if the box ended at this time, such as -2h");
-    options.flag("--local", source.local, "Print times in the local time zone, not in UTC");
-    options.text("--tz", "ZONE", source.time_zone,
-                 "Read and print times in this zone, such as Europe/Zurich");
+    add_time_zone(options, source, true);
     add_sensor_choice(options, source);
     options.flag("--all", chosen->all, "List the other sensors, too");
     options.flag("--json", chosen->json, "One object with all sensors, for programs");

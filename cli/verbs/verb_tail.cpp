@@ -239,9 +239,7 @@ action prepare(option_list &options)
     add_sensor_choice(options, source);
     options.text("--format", "csv|tsv|jsonl", chosen->format,
                  "For programs; without it a table for people");
-    options.flag("--local", source.local, "Print times in the local time zone, not in UTC");
-    options.text("--tz", "ZONE", source.time_zone,
-                 "Print times in this zone, such as Europe/Zurich");
+    add_time_zone(options, source, false);
     return [chosen] { return tail(*chosen); };
 }
 
