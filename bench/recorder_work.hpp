@@ -106,10 +106,11 @@ inline void write_stream(FILE *file, const std::string &content)
     deflateEnd(&stream);
 }
 
-// The content of every zlib stream of a file, one string a stream.
-inline std::vector<std::string> read_streams(const std::string &path)
+// Inflates every stream of a file, block by block. take(begins, content, n) gets what came;
+// `begins` is true for the first block of a stream.
+template <typename Take>
+void inflate_streams(const std::string &path, Take take)
 {
-    std::vector<std::string> streams;
     FILE *file = fopen(path.c_str(), "r");
     Bytef in[bench_block];
     Bytef out[bench_block];
@@ -123,52 +124,40 @@ inline std::vector<std::string> read_streams(const std::string &path)
                 break;
             }
         }
-        if (!open) {
+        const bool begins = !open;
+        if (begins) {
             inflateInit(&stream);
             open = true;
-            streams.emplace_back();
         }
         stream.next_out = out;
         stream.avail_out = sizeof out;
         const int result = inflate(&stream, Z_NO_FLUSH);
-        streams.back().append(reinterpret_cast<char *>(out), sizeof out - stream.avail_out);
+        take(begins, out, sizeof out - stream.avail_out);
         if (result == Z_STREAM_END) {
             inflateEnd(&stream);
             open = false;
         }
     }
     fclose(file);
+}
+
+// The content of every zlib stream of a file, one string a stream.
+inline std::vector<std::string> read_streams(const std::string &path)
+{
+    std::vector<std::string> streams;
+    inflate_streams(path, [&](bool begins, const Bytef *content, std::size_t n) {
+        if (begins) {
+            streams.emplace_back();
+        }
+        streams.back().append(reinterpret_cast<const char *>(content), n);
+    });
     return streams;
 }
 
 // Inflates every stream of a file and drops the content.
 inline void inflate_file(const std::string &path)
 {
-    FILE *file = fopen(path.c_str(), "r");
-    Bytef in[bench_block];
-    Bytef out[bench_block];
-    z_stream stream = {};
-    bool open = false;
-    for (;;) {
-        if (stream.avail_in == 0) {
-            stream.next_in = in;
-            stream.avail_in = static_cast<uInt>(fread(in, 1, sizeof in, file));
-            if (stream.avail_in == 0) {
-                break;
-            }
-        }
-        if (!open) {
-            inflateInit(&stream);
-            open = true;
-        }
-        stream.next_out = out;
-        stream.avail_out = sizeof out;
-        if (inflate(&stream, Z_NO_FLUSH) == Z_STREAM_END) {
-            inflateEnd(&stream);
-            open = false;
-        }
-    }
-    fclose(file);
+    inflate_streams(path, [](bool, const Bytef *, std::size_t) {});
 }
 
 inline constexpr uint32_t n_vectors = 64;
