@@ -1,11 +1,12 @@
 // Reads across a sequence of complete zlib streams (see zlib_writer.cpp) as if it were one, and
 // remembers where the last complete one ended. A damaged stream kills the reader.
 //
-// Records are read field by field, a few bytes a call, and a call of inflate() costs as much as a
-// hundred bytes. So small reads are served from a block that is inflated in one call, from input
-// that is there already. What zlib says behind the block waits until the caller has taken its last
-// byte: savepoints, errors and the end, and what the source is asked, come in the same read as if
-// zlib had been asked for those bytes alone.
+// Records are read field by field, a few bytes a call, and a call of inflate() alone takes about
+// 500 instructions, as many as 15 bytes of telemetry (counted with callgrind, zlib 1.2.13). So
+// small reads are served from a block that is inflated in one call, from input that is there
+// already. What zlib says behind the block waits until the caller has taken its last byte:
+// savepoints, errors and the end, and what the source is asked, come in the same read as if zlib
+// had been asked for those bytes alone.
 #include <algorithm>
 #include <string.h>
 #include <zlib.h>
@@ -19,8 +20,8 @@
 #include "support/object.hpp"
 #include "support/precondition.hpp"
 
-// From here on a read goes straight into the caller's buffer: 200 bytes take zlib longer to inflate
-// than its call costs.
+// From here on a read goes straight into the caller's buffer: to inflate so many bytes of telemetry
+// takes about 16 times as long as the call alone.
 static constexpr uint32_t direct_read = 256;
 
 struct zreader {
