@@ -14,6 +14,16 @@ import struct
 import subprocess
 import sys
 import termios
+import threading
+
+END = b"\0end of what the command wrote\0"
+
+
+def mark_the_end(process, follower):
+    """Writes END behind what the command wrote. The kernel may tell the reader of a terminal that the
+    other end is closed before it has handed over the last bytes, so the other end stays open."""
+    process.wait()
+    os.write(follower, END)
 
 
 def main():
@@ -28,15 +38,14 @@ def main():
     fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 80, 0, 0))
     process = subprocess.Popen(words, stdout=follower if both else None, stderr=follower,
                                env=environment)
-    os.close(follower)
+    waiting = threading.Thread(target=mark_the_end, args=(process, follower))
+    waiting.start()
     written = b""
-    try:
-        while piece := os.read(leader, 65536):
-            written += piece
-    except OSError:
-        pass  # the other end is closed
-    code = process.wait()
-    text = written.decode().replace("\r\n", "\n").replace("\r", "\n").replace("\033", "ESC")
+    while not written.endswith(END):
+        written += os.read(leader, 65536)
+    waiting.join()
+    code = process.returncode
+    text = written.removesuffix(END).decode().replace("\r\n", "\n").replace("\r", "\n").replace("\033", "ESC")
     print(text, end="" if text.endswith("\n") else "\n")
     return code
 
