@@ -29,6 +29,25 @@ std::string footer(const std::string &text)
     return text + "\n" + exit_codes_text;
 }
 
+// CLI11 takes a word like [a,b] among the last ones of a verb for a list and splits it, but here it
+// is a pattern for names. With this character in front the word stays whole; the option that takes
+// it removes the character again.
+constexpr char whole_word_mark = '\x01';
+
+std::string marked(std::string word)
+{
+    const bool needs_mark = word.starts_with('[') || word.starts_with(whole_word_mark);
+    return needs_mark ? whole_word_mark + std::move(word) : std::move(word);
+}
+
+std::string unmarked(std::string word)
+{
+    if (word.starts_with(whole_word_mark)) {
+        word.erase(0, 1);
+    }
+    return word;
+}
+
 class options_of_verb : public option_list
 {
 public:
@@ -36,27 +55,27 @@ public:
 
     void required_word(const char *name, std::string &value, const std::string &help) override
     {
-        verb_.add_option(name, value, help)->required();
+        add(name, value, help)->required();
     }
     void word(const char *name, std::string &value, const std::string &help) override
     {
-        verb_.add_option(name, value, help);
+        add(name, value, help);
     }
     void words(const char *name, std::vector<std::string> &values, const std::string &help) override
     {
-        verb_.add_option(name, values, help);
+        add(name, values, help);
     }
     void text(const char *name, const char *type, std::string &value,
               const std::string &help) override
     {
-        verb_.add_option(name, value, help)->type_name(type)->capture_default_str();
+        add(name, value, help)->type_name(type)->capture_default_str();
     }
     void texts(const char *name, const char *type, std::vector<std::string> &values,
                const std::string &help) override
     {
         // Each mention of the option takes one value, so that the words behind it are not taken for
         // further values.
-        verb_.add_option(name, values, help)->type_name(type)->allow_extra_args(false);
+        add(name, values, help)->type_name(type)->allow_extra_args(false);
     }
     void number(const char *name, const char *type, std::optional<uint32_t> &value,
                 const std::string &help) override
@@ -76,6 +95,14 @@ public:
     }
 
 private:
+    template <typename Value>
+    CLI::Option *add(const char *name, Value &value, const std::string &help)
+    {
+        return verb_.add_option(name, value, help)->transform([](const std::string &word) {
+            return unmarked(word);
+        });
+    }
+
     CLI::App &verb_;
 };
 
@@ -175,7 +202,9 @@ exit_code refuse(const CLI::App &app, const CLI::ParseError &wrong)
 {
     const auto verbs = app.get_subcommands();
     const CLI::App &parser = verbs.empty() ? app : *verbs.front();
-    complain(printable(wrong.what()) + meant_option(parser));
+    std::string reason = wrong.what();
+    std::erase(reason, whole_word_mark);
+    complain(printable(reason) + meant_option(parser));
     say(fmt::format("Try 'vesk {}--help'.\n", verbs.empty() ? "" : parser.get_name() + " "));
     return exit_usage;
 }
@@ -205,6 +234,7 @@ exit_code run_command_line(std::vector<std::string> words, const std::string &ve
     if (words.front()[0] != '-' && refuse_unknown_verb(words.front())) {
         return exit_usage;
     }
+    std::transform(words.begin(), words.end(), words.begin(), marked);
     // CLI11 takes them from the end.
     std::reverse(words.begin(), words.end());
     try {
