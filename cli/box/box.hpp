@@ -12,6 +12,7 @@
 
 #include <vesk/vesk_scan.h>
 
+#include "box/moments.hpp"
 #include "box/stored_bytes.hpp"
 
 namespace cli
@@ -80,6 +81,8 @@ struct box {
 box find_box(const std::string &name);
 // Whether the box lies elsewhere than its state file says. It can be read where it is.
 bool is_moved(const box &what);
+// How the intervals of its history were made, as far as its state file tells.
+summing how_summed(const box &what);
 // True when the state file names other files by now.
 bool has_moved_on(const box &what);
 

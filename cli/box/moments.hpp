@@ -5,6 +5,7 @@
 #define VESK_CLI_BOX_MOMENTS_HPP
 
 #include <cstdint>
+#include <limits>
 
 #include <vesk/hist_value.h>
 
@@ -24,11 +25,18 @@ struct summing {
 struct estimate {
     double value; // NaN where nothing is known
     bool is_rough;
+
+    // For outputs that have no room for a mark: a rough number is missing there.
+    double reliable() const { return is_rough ? std::numeric_limits<double>::quiet_NaN() : value; }
 };
 
 class moments
 {
 public:
+    moments() = default;
+    // Of one interval.
+    moments(const hist_value &interval, const summing &how) { add(interval, how); }
+
     // A missing reading (NaN) changes nothing.
     void add(float value);
     // An interval that is not possible changes nothing, either.

@@ -310,9 +310,6 @@ reading::reading(const std::string &name) : box_(find_box(name))
             losses_.add_missing(file);
         }
     }
-    if (box_.state.error == 0) {
-        summed_ = {box_.state.samples, box_.state.intervals};
-    }
     survey(*this).look_over();
 }
 

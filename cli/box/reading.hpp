@@ -17,7 +17,6 @@
 
 #include "box/box.hpp"
 #include "box/losses.hpp"
-#include "box/moments.hpp"
 #include "text/time_text.hpp"
 
 namespace cli
@@ -90,7 +89,7 @@ public:
     int64_t usual_step() const { return usual_step_; }
     uint64_t samples() const { return samples_; }
     uint64_t intervals() const { return intervals_; }
-    const summing &how_summed() const { return summed_; }
+    summing how_summed() const { return cli::how_summed(box_); }
 
     // Hands out what lies in @p range, of the sensors with the numbers @p chosen. An interval that
     // the range begins or ends in is handed out whole.
@@ -119,7 +118,6 @@ private:
     int64_t usual_step_ = 0;
     uint64_t samples_ = 0;
     uint64_t intervals_ = 0;
-    summing summed_;
     bool nothing_ = false;
 };
 

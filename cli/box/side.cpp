@@ -47,15 +47,13 @@ public:
 private:
     void add(side_sensor &sensor, const hist_value &interval) const
     {
-        moments numbers;
-        numbers.add(interval, how_);
+        const moments numbers(interval, how_);
         const double mean = numbers.mean();
-        const estimate deviation = numbers.deviation();
+        const double deviation = numbers.deviation().value;
         if (!std::isfinite(mean)) {
             return;
         }
-        const double off =
-            deviation.is_rough || !std::isfinite(deviation.value) ? 0 : deviation.value;
+        const double off = std::isfinite(deviation) ? deviation : 0;
         const double half = interval.count / 2.0;
         sensor.values.push_back({std::max(mean - off, numbers.least()), half});
         sensor.values.push_back({std::min(mean + off, numbers.greatest()), half});

@@ -41,13 +41,8 @@ inline float value_of(const hist_value &interval, quantity what, const summing &
         return interval.first_value;
     case quantity::last:
         return interval.last_value;
-    case quantity::stddev: {
-        moments numbers;
-        numbers.add(interval, how);
-        const estimate deviation = numbers.deviation();
-        return deviation.is_rough ? std::numeric_limits<float>::quiet_NaN()
-                                  : static_cast<float>(deviation.value);
-    }
+    case quantity::stddev:
+        return static_cast<float>(moments(interval, how).deviation().reliable());
     case quantity::sample:
     case quantity::count:
     case quantity::seconds:

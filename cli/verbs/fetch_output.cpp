@@ -166,7 +166,7 @@ public:
         line_.plain(std::to_string(row.seconds));
         for (const sensor_statistics &sensor : cells) {
             for (const statistic what : statistics_) {
-                line_.plain(field_of(sensor, what));
+                line_.plain(field_of(sensor, what, rough_numbers::left_out));
             }
         }
         line_.print();
@@ -204,12 +204,12 @@ private:
     std::string value(const sensor_statistics &sensor) const
     {
         if (statistics_.size() == 1) {
-            return json_of(sensor, statistics_.front());
+            return json_of(sensor, statistics_.front(), rough_numbers::left_out);
         }
         std::string text;
         for (const statistic what : statistics_) {
             text += fmt::format("{}\"{}\": {}", text.empty() ? "" : ", ", cli::name_of(what),
-                                json_of(sensor, what));
+                                json_of(sensor, what, rough_numbers::left_out));
         }
         return fmt::format("{{{}}}", text);
     }

@@ -36,6 +36,13 @@ statistic parse_statistic(std::string_view text)
     return static_cast<statistic>(found - names.begin());
 }
 
+float told_value(const sensor_statistics &sensor, statistic what, rough_numbers rough)
+{
+    const bool is_left_out = what == statistic::stddev && rough == rough_numbers::left_out;
+    return static_cast<float>(is_left_out ? sensor.numbers().deviation().reliable()
+                                          : value_of(sensor, what));
+}
+
 } // namespace
 
 std::string_view name_of(statistic what)
@@ -109,16 +116,16 @@ std::string shown(const sensor_statistics &sensor, statistic what, std::string_v
                        with_unit(value, has_unit(what) ? name : std::string_view()));
 }
 
-std::string field_of(const sensor_statistics &sensor, statistic what)
+std::string field_of(const sensor_statistics &sensor, statistic what, rough_numbers rough)
 {
     return what == statistic::count ? std::to_string(sensor.numbers().count())
-                                    : number_field(static_cast<float>(value_of(sensor, what)));
+                                    : number_field(told_value(sensor, what, rough));
 }
 
-std::string json_of(const sensor_statistics &sensor, statistic what)
+std::string json_of(const sensor_statistics &sensor, statistic what, rough_numbers rough)
 {
     return what == statistic::count ? std::to_string(sensor.numbers().count())
-                                    : json_number(static_cast<float>(value_of(sensor, what)));
+                                    : json_number(told_value(sensor, what, rough));
 }
 
 } // namespace cli

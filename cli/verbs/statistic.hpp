@@ -29,9 +29,12 @@ bool has_unit(statistic what);
 // For people: "~1.2 %" where the number is rough, "-" where there is none.
 std::string shown(const sensor_statistics &sensor, statistic what, std::string_view name);
 
+// What is done with a number that is rough: it stands beside a mark that says so, or is missing.
+enum class rough_numbers { marked, left_out };
+
 // For programs. All but counts have single precision, as what they are made of.
-std::string field_of(const sensor_statistics &sensor, statistic what);
-std::string json_of(const sensor_statistics &sensor, statistic what);
+std::string field_of(const sensor_statistics &sensor, statistic what, rough_numbers rough);
+std::string json_of(const sensor_statistics &sensor, statistic what, rough_numbers rough);
 
 } // namespace cli
 

@@ -17,6 +17,7 @@
 #include "text/sensor_choice.hpp"
 #include "text/units.hpp"
 #include "verbs/reading_options.hpp"
+#include "verbs/statistic.hpp"
 #include "verbs/verb.hpp"
 
 namespace cli
@@ -68,6 +69,11 @@ std::string level_of(double size)
                                  : "alike";
 }
 
+bool is_rough(const side_sensor &one)
+{
+    return one.numbers.numbers().deviation().is_rough;
+}
+
 void compare(comparison &found, const std::string &name, side_sensor &first, side_sensor &second)
 {
     if (first.values.empty() || second.values.empty()) {
@@ -80,7 +86,12 @@ void compare(comparison &found, const std::string &name, side_sensor &first, sid
     }
     const robust_summary one = summarise(first.values);
     const robust_summary other = summarise(second.values);
-    found.sensors.push_back({name, first.numbers, second.numbers, difference_of(one, other)});
+    robust_difference difference = difference_of(one, other);
+    if (is_rough(first) || is_rough(second)) {
+        // Nobody can tell which of them varied more.
+        difference.spread = 0;
+    }
+    found.sensors.push_back({name, first.numbers, second.numbers, difference});
 }
 
 comparison compare(side &first, side &second, const std::vector<std::string> &names)
@@ -108,14 +119,14 @@ comparison compare(side &first, side &second, const std::vector<std::string> &na
 // "12.5 % (3 % to 40 %, deviation 2 %)".
 std::string numbers_text(const sensor_statistics &sensor, const std::string &name)
 {
-    const auto shown = [&name](double value) { return with_unit(value, name); };
+    const auto in_unit = [&name](double value) { return with_unit(value, name); };
     const double least = sensor.numbers().least();
     const double greatest = sensor.numbers().greatest();
     if (least == greatest) {
-        return "always " + shown(least);
+        return "always " + in_unit(least);
     }
-    return fmt::format("mean {} ({} to {}, deviation {})", shown(sensor.numbers().mean()),
-                       shown(least), shown(greatest), shown(sensor.numbers().deviation().value));
+    return fmt::format("mean {} ({} to {}, deviation {})", in_unit(sensor.numbers().mean()),
+                       in_unit(least), in_unit(greatest), shown(sensor, statistic::stddev, name));
 }
 
 std::string sentence_of(const compared_sensor &one)
@@ -224,9 +235,11 @@ private:
     {
         const moments &numbers = sensor.numbers();
         return fmt::format(
-            "{{\"count\": {}, \"mean\": {}, \"stddev\": {}, \"min\": {}, \"max\": {}}}",
+            "{{\"count\": {}, \"mean\": {}, \"stddev\": {}, \"stddev_is_rough\": {}, "
+            "\"min\": {}, \"max\": {}}}",
             numbers.count(), json_number(numbers.mean()), json_number(numbers.deviation().value),
-            json_number(sensor.least()), json_number(sensor.greatest()));
+            numbers.deviation().is_rough, json_number(sensor.least()),
+            json_number(sensor.greatest()));
     }
     std::string sensor_json(std::size_t i) const
     {

@@ -107,7 +107,10 @@ private:
 class history_dump
 {
 public:
-    history_dump() { put("start,end,sensor,count,min,max,mean,first,last,stddev\n"); }
+    explicit history_dump(const summing &how) : how_(how)
+    {
+        put("start,end,sensor,count,min,max,mean,first,last,stddev\n");
+    }
 
     void show(const vesk_scan_item &item)
     {
@@ -130,36 +133,25 @@ public:
     }
 
 private:
-    static std::string line(const std::string &span, const std::string &name,
-                            const hist_value &value)
+    std::string line(const std::string &span, const std::string &name,
+                     const hist_value &value) const
     {
         std::string text = fmt::format("{}{},{}", span, name, value.count);
+        const moments numbers(value, how_);
         const float missing = std::nanf("");
         const bool any = value.count > 0;
-        for (const float number : {any ? value.min_value : missing, any ? value.max_value : missing,
-                                   mean(value), any ? value.first_value : missing,
-                                   any ? value.last_value : missing, standard_deviation(value)}) {
+        for (const float number :
+             {any ? value.min_value : missing, any ? value.max_value : missing,
+              static_cast<float>(numbers.mean()), any ? value.first_value : missing,
+              any ? value.last_value : missing,
+              static_cast<float>(numbers.deviation().reliable())}) {
             text += ',';
             append_value(text, number);
         }
         return text + '\n';
     }
 
-    static float mean(const hist_value &value)
-    {
-        return static_cast<float>(static_cast<double>(value.sum) / value.count);
-    }
-
-    // Of the population, as the library counts it. The stored sums have single precision: where
-    // the spread is small beside the mean, little of it is left in them.
-    static float standard_deviation(const hist_value &value)
-    {
-        const double n = value.count;
-        const double average = static_cast<double>(value.sum) / n;
-        const double variance = static_cast<double>(value.sum_squares) / n - average * average;
-        return static_cast<float>(std::sqrt(variance < 0 ? 0 : variance));
-    }
-
+    summing how_;
     current_sensors sensors_;
     std::vector<std::string> names_;
 };
@@ -182,9 +174,8 @@ public:
 };
 
 template <typename Dump>
-exit_code show_files(const std::vector<const stored_file *> &files, losses &lost)
+exit_code show_files(const std::vector<const stored_file *> &files, losses &lost, Dump output)
 {
-    Dump output;
     std::size_t unreadable = 0;
     for (const stored_file *file : files) {
         bool any = false;
@@ -229,15 +220,16 @@ exit_code dump(const dump_options &options)
                                                   : "history buffer: use --history"));
     }
     if (options.events) {
-        const exit_code result = show_files<event_dump>(found.current_buffers(), lost);
+        const exit_code result = show_files(found.current_buffers(), lost, event_dump());
         for (const event &what : waiting_events_of(found)) {
             put(fmt::format("{},{},{}\n", format_time(what.time), what.type, csv_field(what.text)));
         }
         flush_output();
         return result;
     }
-    return options.history ? show_files<history_dump>(found.history_buffers(), lost)
-                           : show_files<sample_dump>(found.current_buffers(), lost);
+    return options.history
+               ? show_files(found.history_buffers(), lost, history_dump(how_summed(found)))
+               : show_files(found.current_buffers(), lost, sample_dump());
 }
 
 action prepare(option_list &options)

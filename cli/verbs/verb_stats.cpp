@@ -218,7 +218,7 @@ private:
     {
         line.text(name);
         for (const statistic what : all_statistics) {
-            line.plain(field_of(sensor, what));
+            line.plain(field_of(sensor, what, rough_numbers::marked));
         }
         line.plain(sensor.numbers().deviation().is_rough ? "1" : "0");
         for (const statistic what : all_statistics) {
@@ -236,7 +236,8 @@ private:
         std::string text = fmt::format("  {{\"sensor\": {}, \"unit\": {}", json_string(name),
                                        unit_of(name).empty() ? "null" : json_string(unit_of(name)));
         for (const statistic what : all_statistics) {
-            text += fmt::format(", \"{}\": {}", name_of(what), json_of(sensor, what));
+            text += fmt::format(", \"{}\": {}", name_of(what),
+                                json_of(sensor, what, rough_numbers::marked));
         }
         text += fmt::format(", \"stddev_is_rough\": {}", sensor.numbers().deviation().is_rough);
         for (const statistic what : all_statistics) {

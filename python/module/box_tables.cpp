@@ -80,11 +80,7 @@ public:
     file_list raw() const { return box_.current_buffers(); }
     file_list history() const { return box_.history_buffers(); }
     bool has_state() const { return box_.is_file || box_.state.error == 0; }
-    cli::summing how_summed() const
-    {
-        return box_.state.error == 0 ? cli::summing{box_.state.samples, box_.state.intervals}
-                                     : cli::summing{};
-    }
+    cli::summing how_summed() const { return cli::how_summed(box_); }
 
     // Shows every item of the files and tells what is damaged.
     void scan(const file_list &files, const item_visitor &visit)
@@ -154,8 +150,7 @@ void tell_exceeded(const sensor_columns &columns)
 summary summary_of(const hist_value &value, const cli::summing &how)
 {
     constexpr float nothing = std::numeric_limits<float>::quiet_NaN();
-    cli::moments numbers;
-    numbers.add(value, how);
+    const cli::moments numbers(value, how);
     if (value.count == 0 || !cli::moments::is_possible(value)) {
         return {0, nothing, nothing, nothing, nothing, nothing, nothing, nothing, nothing};
     }
@@ -163,7 +158,7 @@ summary summary_of(const hist_value &value, const cli::summing &how)
             value.min_value,
             static_cast<float>(numbers.mean()),
             value.max_value,
-            static_cast<float>(numbers.deviation().value),
+            static_cast<float>(numbers.deviation().reliable()),
             static_cast<float>(numbers.skewness()),
             static_cast<float>(numbers.kurtosis()),
             value.first_value,

@@ -3,6 +3,8 @@
 
   compare_statistics.py raw BOX              the raw samples of BOX, as `vesk dump` prints them
   compare_statistics.py all BOX TELEMETRY    all of BOX, against the text telemetry it was made from
+  compare_statistics.py intervals BOX TELEMETRY
+                                             each interval of history in each output that has one
 """
 
 import csv
@@ -142,7 +144,105 @@ def check_all(box, path):
           f"samples agree; {rough} rough, {known} with kurtosis")
 
 
+def number(text):
+    """A number of CSV or JSON; None where it is missing."""
+    return None if text in ("", "nan", None) else float(text)
+
+
+def from_dump(box):
+    for row in csv.DictReader(io.StringIO(vesk("dump", "--history", box), newline="")):
+        span = tuple(datetime.strptime(row[key], "%Y%m%d:%H:%M:%S").strftime("%Y-%m-%dT%H:%M:%SZ")
+                     for key in ("start", "end"))
+        yield span[0], row["sensor"], {key: number(row[key]) for key in
+                                       ("count", "min", "max", "mean", "first", "last", "stddev")}
+
+
+STATISTICS = ("count", "min", "mean", "max", "stddev", "first", "last", "skewness", "kurtosis")
+
+
+def from_fetch_csv(box):
+    text = vesk("fetch", "--format", "csv", "--stat", ",".join(STATISTICS), box)
+    for row in csv.DictReader(io.StringIO(text, newline="")):
+        cells = {}
+        for key, field in row.items():
+            if row["kind"] == "interval" and key not in ("time", "kind", "seconds"):
+                name, what = key.rsplit(" ", 1)
+                cells.setdefault(name, {})[what] = number(field)
+        for name, values in cells.items():
+            yield row["time"], name, values
+
+
+def from_fetch_json(box):
+    for line in vesk("fetch", "--format", "jsonl", "--stat", ",".join(STATISTICS),
+                     box).splitlines():
+        row = json.loads(line)
+        for name, values in row["values"].items():
+            if row["kind"] == "interval":
+                yield row["time"], name, values
+
+
+def from_export(box):
+    text = vesk("export", "--format", "csv", "--table", "intervals", box)
+    for row in csv.DictReader(io.StringIO(text, newline="")):
+        yield row["start"], row["sensor"], {key: number(row[key]) for key in
+                                            ("count", "min", "max", "first", "last", "stddev")}
+
+
+def from_export_json(box):
+    for line in vesk("export", "--format", "jsonl", box).splitlines():
+        row = json.loads(line)
+        for name, values in row.get("values", {}).items():
+            if row["kind"] == "interval":
+                yield row["start"], name, values
+
+
+def check_cell(place, found, right):
+    """A deviation may be missing, but what is told is right, and possible beside the others."""
+    for key in ("count", "min", "max", "first", "last"):
+        assert single(found[key]) == right[key], (place, key, found, right)
+    # That of the numbers of single precision with which all is told.
+    grain = 2.0 ** -23 * max(abs(right["min"]), abs(right["max"]))
+    mean = single(found["mean"]) if "mean" in found else right["mean"]
+    assert right["min"] <= mean <= right["max"], (place, found, right)
+    # Each value went through some additions of sums in single precision.
+    assert abs(mean - right["mean"]) <= 64 * grain, (place, found, right)
+    deviation = found.get("stddev")
+    if right["min"] == right["max"]:
+        assert deviation == 0, (place, found, right)
+    elif deviation is not None:
+        assert abs(deviation - right["stddev"]) <= 0.05 * right["stddev"], (place, found, right)
+        limit = math.sqrt((right["max"] - mean) * (mean - right["min"]))
+        assert deviation <= limit * (1 + 1e-6) + grain, (place, found, right)
+    for key, tolerance in (("skewness", 0.1), ("kurtosis", 0.2)):
+        if found.get(key) is not None:
+            assert abs(found[key] - right[key]) <= tolerance * max(1, abs(right[key])), (
+                place, key, found, right)
+    return deviation is not None
+
+
+def check_intervals(box, path):
+    opened = gzip.open if path.endswith(".gz") else open
+    with opened(path, "rt") as file:
+        samples = list(telemetry(file))
+    starts = sorted({start for start, _, _ in from_dump(box)})
+    raw = next(telemetry(vesk("dump", box).splitlines()))[0]
+    right = {}
+    for start, end in zip(starts, starts[1:] + [raw]):
+        right[start] = statistics(s for s in samples if start <= s[0] < end)
+    for source in (from_dump, from_fetch_csv, from_fetch_json, from_export, from_export_json):
+        cells = told = 0
+        for start, name, found in source(box):
+            if found.get("count"):
+                cells += 1
+                told += check_cell((source.__name__, start, name), found, right[start][name])
+        assert cells == sum(len(each) for each in right.values()), (source.__name__, cells)
+        print(f"{source.__name__}: {cells} intervals of sensors are right, "
+              f"{cells - told} deviations missing")
+
+
 if sys.argv[1] == "raw":
     check_raw(sys.argv[2])
+elif sys.argv[1] == "intervals":
+    check_intervals(sys.argv[2], sys.argv[3])
 else:
     check_all(sys.argv[2], sys.argv[3])
