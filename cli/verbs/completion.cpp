@@ -171,7 +171,7 @@ std::string bash_script(const std::vector<verb_description> &verbs)
 }
 
 // Within single quotes of any of the shells.
-std::string quoted(std::string_view text)
+std::string single_quoted(std::string_view text)
 {
     std::string result(1, '\'');
     for (const char c : text) {
@@ -215,10 +215,10 @@ std::string zsh_branch(const verb_description &found)
     for (const described_option &option : found.options) {
         for (const std::string &name : option.names) {
             const bool is_long = name.starts_with("--") && option.takes_value();
-            branch +=
-                " \\\n            " +
-                quoted(fmt::format("{}{}{}[{}]{}", option.repeats ? "*" : "", name,
-                                   is_long ? "=" : "", zsh_text(option.help), zsh_value(option)));
+            branch += " \\\n            " +
+                      single_quoted(fmt::format("{}{}{}[{}]{}", option.repeats ? "*" : "", name,
+                                                is_long ? "=" : "", zsh_text(option.help),
+                                                zsh_value(option)));
         }
     }
     for (const described_word &word : found.words) {
@@ -226,8 +226,9 @@ std::string zsh_branch(const verb_description &found)
         const char *names = !is_box                 ? takes_path(word.name) ? "_files" : " "
                             : takes_path(word.name) ? "_vesk_boxes_and_files"
                                                     : "_vesk_boxes";
-        branch += " \\\n            " + quoted(fmt::format("{}:{}:{}", word.repeats ? "*" : "",
-                                                           zsh_text(word.name), names));
+        branch +=
+            " \\\n            " + single_quoted(fmt::format("{}:{}:{}", word.repeats ? "*" : "",
+                                                            zsh_text(word.name), names));
     }
     return branch + "\n        ;;\n";
 }
@@ -248,9 +249,10 @@ std::string zsh_script(const std::vector<verb_description> &verbs)
                          "    local -a verbs\n"
                          "    verbs=(\n";
     for (const verb_description &found : verbs) {
-        script += "        " +
-                  quoted(fmt::format("{}:{}", found.what->name, zsh_text(found.what->purpose))) +
-                  "\n";
+        script +=
+            "        " +
+            single_quoted(fmt::format("{}:{}", found.what->name, zsh_text(found.what->purpose))) +
+            "\n";
     }
     script +=
         "        'help:Tell more about a verb'\n    )\n"
