@@ -471,13 +471,21 @@ void scan_file(const std::string &path, const std::function<void(const vesk_scan
 
 void scan_file(const stored_file &file, const std::function<void(const vesk_scan_item &)> &visit)
 {
+    scan_file_from(file, 0, visit);
+}
+
+void scan_file_from(const stored_file &file, uint64_t begin,
+                    const std::function<void(const vesk_scan_item &)> &visit)
+{
     if (!file.bytes || !file.bytes->is_open()) {
         throw read_failure(exit_unreadable, file.path + ": " + file.problem);
     }
-    const std::vector<unsigned char> bytes = file.bytes->read();
+    const std::vector<unsigned char> bytes = file.bytes->read(begin);
     const auto visit_settled = [&](const vesk_scan_item &item) {
         if (!is_torn_end(item, bytes.size()) || !is_being_written(file)) {
-            visit(item);
+            vesk_scan_item placed = item;
+            placed.offset += begin;
+            visit(placed);
         }
     };
     const std::function<void(const vesk_scan_item &)> settled = visit_settled;

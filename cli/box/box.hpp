@@ -92,6 +92,10 @@ void scan_file(const std::string &path, const std::function<void(const vesk_scan
 // The same of a file that is held open. A torn last record of a live file is left out: it is about
 // to be written.
 void scan_file(const stored_file &file, const std::function<void(const vesk_scan_item &)> &visit);
+// The same from the byte @p begin on, where a stream begins. What stands before it is not there for
+// the items: those before the next list of names have no names, and no record has a capacity.
+void scan_file_from(const stored_file &file, uint64_t begin,
+                    const std::function<void(const vesk_scan_item &)> &visit);
 
 // "12 bytes at 340: the data ends inside a stream".
 std::string damage_text(const vesk_scan_item &item);

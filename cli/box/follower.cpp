@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 
 #include <vesk/sensor_array.h>
 
@@ -54,6 +55,16 @@ bool is_sample(const vesk_scan_item &item)
            sensor_array_get_size(item.names->sensors) == item.values->n_sensors;
 }
 
+// So many bytes before a place tell whether a file is still the same there. They hold at least the
+// checksum of a record.
+constexpr std::size_t compared_bytes = 64;
+
+std::vector<unsigned char> bytes_before(const stored_file &file, uint64_t end)
+{
+    const uint64_t begin = end - std::min<uint64_t>(end, compared_bytes);
+    return file.bytes->read_piece(begin, static_cast<std::size_t>(end - begin));
+}
+
 } // namespace
 
 void follower::look(const receiver &to)
@@ -87,10 +98,29 @@ void follower::look(const receiver &to)
     held_ = std::move(files);
 }
 
+follower::names_owner follower::copy_of(const vesk_cb_record_sensor_names *names)
+{
+    if (names == nullptr || names->sensors == nullptr) {
+        return nullptr;
+    }
+    names_owner copy(vesk_cb_record_sensor_names_copy(names, nullptr));
+    if (!copy) {
+        throw std::bad_alloc();
+    }
+    return copy;
+}
+
 bool follower::has_lost(const std::vector<stored_file> &files) const
 {
     return number_ && !files.empty() && !holds(files, *number_) &&
            number_of(files.front()) > *number_ + largest_step;
+}
+
+// A recorder only appends, but a recovery may have rewritten the file, or cut it.
+bool follower::goes_on(const stored_file &file, uint32_t number) const
+{
+    return number_ == number && end_ > 0 && file.bytes->size() >= end_ &&
+           bytes_before(file, end_) == before_end_;
 }
 
 void follower::read(const stored_file &file, uint32_t number, const receiver &to)
@@ -100,15 +130,33 @@ void follower::read(const stored_file &file, uint32_t number, const receiver &to
     if (number_ == number && size == size_) {
         return;
     }
-    uint64_t samples = 0;
-    scan_file(file, [&](const vesk_scan_item &item) {
-        if (is_sample(item) && ++samples > known) {
-            to.on_sample(item);
-        }
-    });
+    if (!goes_on(file, number)) {
+        samples_ = 0;
+        end_ = 0;
+        names_.reset();
+    }
     number_ = number;
-    samples_ = samples;
+    scan_file_from(file, end_, [&](const vesk_scan_item &item) { take(item, known, to); });
+    before_end_ = bytes_before(file, end_);
     size_ = size;
+}
+
+void follower::take(const vesk_scan_item &item, uint64_t known, const receiver &to)
+{
+    vesk_scan_item governed = item;
+    if (item.kind == VESK_SCAN_HEADER) {
+        names_.reset();
+    } else if (item.kind == VESK_SCAN_SENSOR_NAMES) {
+        names_ = copy_of(item.names);
+    } else if (item.names == nullptr) {
+        governed.names = names_.get();
+    }
+    if (item.kind != VESK_SCAN_DAMAGE) {
+        end_ = item.offset + item.length;
+    }
+    if (is_sample(governed) && ++samples_ > known) {
+        to.on_sample(governed);
+    }
 }
 
 } // namespace cli

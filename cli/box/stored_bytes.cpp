@@ -139,7 +139,21 @@ void stored_bytes::remember_times() const
     }
 }
 
-std::vector<unsigned char> stored_bytes::read() const
+// 0 at the end of the file.
+std::size_t stored_bytes::read_some(unsigned char *to, std::size_t size, uint64_t begin) const
+{
+    for (;;) {
+        const ssize_t n = pread(fd_, to, size, static_cast<off_t>(begin));
+        if (n >= 0) {
+            return static_cast<std::size_t>(n);
+        }
+        if (errno != EINTR) {
+            throw read_failure(exit_failed, with_errno(path_));
+        }
+    }
+}
+
+std::vector<unsigned char> stored_bytes::read(uint64_t begin) const
 {
     constexpr std::size_t piece = 65536;
     remember_times();
@@ -149,15 +163,27 @@ std::vector<unsigned char> stored_bytes::read() const
         if (bytes.size() - filled < piece) {
             bytes.resize(filled + piece + bytes.size() / 2);
         }
-        const ssize_t n =
-            pread(fd_, bytes.data() + filled, bytes.size() - filled, static_cast<off_t>(filled));
+        const std::size_t n =
+            read_some(bytes.data() + filled, bytes.size() - filled, begin + filled);
         if (n == 0) {
             break;
         }
-        if (n < 0 && errno != EINTR) {
-            throw read_failure(exit_failed, with_errno(path_));
+        filled += n;
+    }
+    bytes.resize(filled);
+    return bytes;
+}
+
+std::vector<unsigned char> stored_bytes::read_piece(uint64_t begin, std::size_t size) const
+{
+    std::vector<unsigned char> bytes(size);
+    std::size_t filled = 0;
+    while (filled < size) {
+        const std::size_t n = read_some(bytes.data() + filled, size - filled, begin + filled);
+        if (n == 0) {
+            break;
         }
-        filled += n > 0 ? static_cast<std::size_t>(n) : 0;
+        filled += n;
     }
     bytes.resize(filled);
     return bytes;

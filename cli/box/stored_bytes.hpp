@@ -49,12 +49,15 @@ public:
     uint64_t size() const;
     // True when it has been written to since it was opened or read.
     bool has_changed() const;
-    // All bytes of the file. Throws a read_failure that names the path.
-    std::vector<unsigned char> read() const;
+    // The bytes of the file from @p begin on. Throws a read_failure that names the path.
+    std::vector<unsigned char> read(uint64_t begin = 0) const;
+    // At most @p size bytes from @p begin on. Throws as read().
+    std::vector<unsigned char> read_piece(uint64_t begin, std::size_t size) const;
 
 private:
     void refuse(int error, const std::string &words);
     void remember_times() const;
+    std::size_t read_some(unsigned char *to, std::size_t size, uint64_t begin) const;
 
     std::string path_;
     int fd_ = -1;

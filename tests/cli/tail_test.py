@@ -19,6 +19,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import zlib
 from pathlib import Path
 
 EPOCH = 1_600_000_000
@@ -38,10 +39,10 @@ def require(condition, text):
 class Feeder:
     """An import that is fed through a pipe, and tells what is in the box."""
 
-    def __init__(self, vesk, folder, sensors="::number"):
+    def __init__(self, vesk, folder, sensors="::number", samples=SAMPLES):
         reading, writing = os.pipe()
         self.process = subprocess.Popen(
-            [vesk, "import", "box", "--samples", str(SAMPLES), "--intervals", "2", "--sync",
+            [vesk, "import", "box", "--samples", str(samples), "--intervals", "2", "--sync",
              "never", "--acknowledge", str(writing)], cwd=folder, stdin=subprocess.PIPE,
             stderr=subprocess.PIPE, pass_fds=[writing])
         os.close(writing)
@@ -52,9 +53,9 @@ class Feeder:
         self.process.stdin.write(text.encode())
         self.process.stdin.flush()
 
-    def feed(self, numbers):
+    def feed(self, numbers, more=""):
         """Returns when all of them are in the box."""
-        self.write("".join(f"{stamp(number)},{number}\n" for number in numbers))
+        self.write("".join(f"{stamp(number)},{number}{more}\n" for number in numbers))
         for _ in numbers:
             require(self.acknowledged.readline(), "the import ended")
 
@@ -186,6 +187,59 @@ def tell_losses(vesk, folder):
     require("have gone into the history unseen" in follower.end(signal.SIGTERM), "no loss was told")
 
 
+def follow_rewritten_buffers(vesk, folder):
+    """A recovery may put another file of the same samples into the place of a buffer."""
+    chance = random.Random(2)
+    done = 0
+    follower = None
+    for level in (9, 1, 6, 0, 6):
+        feeder = Feeder(vesk, folder, samples=100)
+        feeder.feed(range(done, done + 9))
+        feeder.end()
+        follower = follower or Follower(vesk, folder, "-f", "-n", "100", "--format", "jsonl")
+        follower.expect(range(done, done + 9))
+        done += 9
+        path = newest_buffer(folder)
+        content = b""
+        rest = path.read_bytes()
+        while rest:
+            stream = zlib.decompressobj()
+            content += stream.decompress(rest)
+            rest = stream.unused_data
+        if chance.random() < 0.5:
+            path.write_bytes(zlib.compress(content, level))
+        else:
+            path.with_suffix(".new").write_bytes(zlib.compress(content, level))
+            path.with_suffix(".new").rename(path)
+    require(follower.end() == "", "tail had something to say")
+
+
+def read_only_what_comes(vesk, folder):
+    """A look at a large buffer costs as little as one at a small one."""
+    chance = random.Random(3)
+    width = 300
+    names = "::number," + ",".join(f"::s{i}" for i in range(width))
+    feeder = Feeder(vesk, folder, names, samples=2000)
+    for number in range(200):
+        feeder.feed([number], "".join(f",{chance.random()}" for _ in range(width)))
+    size = newest_buffer(folder).stat().st_size
+    require(size > 150_000, f"a buffer of {size} bytes is no large one")
+    follower = Follower(vesk, folder, "-f", "-n", "1", "--format", "jsonl", "--sensor", "number")
+    follower.expect([199])
+
+    def bytes_read():
+        return int(Path(f"/proc/{follower.process.pid}/io").read_text().split()[1])
+
+    before = bytes_read()
+    for number in range(200, 220):
+        feeder.feed([number], ",1" * width)
+        follower.expect([number])
+    taken = bytes_read() - before
+    feeder.end()
+    require(follower.end() == "", "tail had something to say")
+    require(taken < size, f"{taken} bytes were read for 20 samples of a buffer of {size} bytes")
+
+
 def take_new_sensors(vesk, folder):
     feeder = Feeder(vesk, folder)
     feeder.feed(range(2))
@@ -223,6 +277,7 @@ def main():
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     checks = {"rotations": lambda *words: follow_rotations(*words, arguments.samples),
               "deleted buffers": outlive_a_buffer, "losses": tell_losses,
+              "rewritten buffers": follow_rewritten_buffers, "costs": read_only_what_comes,
               "new sensors": take_new_sensors, "end of the reader": end_with_the_reader}
     for name, check in checks.items():
         with tempfile.TemporaryDirectory(prefix="vesk-tail-", dir=memory) as folder:
