@@ -25,7 +25,8 @@ endif()
 set(page_assets "${CMAKE_CURRENT_BINARY_DIR}/page_assets.cpp")
 set(web "${PROJECT_SOURCE_DIR}/cli/page/web")
 set(page_scripts "${web}/data.js" "${web}/scale.js" "${web}/small_chart.js" "${web}/large_chart.js"
-  "${web}/time_line.js" "${web}/table.js" "${web}/report.js")
+  "${web}/time_line.js" "${web}/table.js" "${web}/live.js"
+  "${web}/report.js")
 string(REPLACE ";" "|" joined_scripts "${page_scripts}")
 add_custom_command(OUTPUT "${page_assets}"
   COMMAND "${CMAKE_COMMAND}" "-DOUT=${page_assets}" "-DFRAME=${web}/report.html"

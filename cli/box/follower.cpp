@@ -1,12 +1,9 @@
-// Finds what is new in a box by the number of the file that was read last and the number of samples
+// Finds what is new in a box by the number of the file that was read last and the number of records
 // in it: recorders only append to a buffer, and number their buffers upwards.
 #include "box/follower.hpp"
 
 #include <algorithm>
-#include <charconv>
 #include <new>
-
-#include <vesk/sensor_array.h>
 
 namespace cli
 {
@@ -15,21 +12,6 @@ namespace
 
 // A recorder numbers the next buffer one or, with a history buffer between, two higher.
 constexpr uint32_t largest_step = 2;
-
-// The number in "BASE.12.cbuf.z"; 0 when there is none.
-uint32_t number_of(const stored_file &file)
-{
-    constexpr std::string_view kind = ".cbuf.z";
-    std::string_view name = file.path;
-    if (!name.ends_with(kind)) {
-        return 0;
-    }
-    name.remove_suffix(kind.size());
-    name.remove_prefix(name.rfind('.') == std::string_view::npos ? 0 : name.rfind('.') + 1);
-    uint32_t number = 0;
-    std::from_chars(name.data(), name.data() + name.size(), number);
-    return number;
-}
 
 std::vector<stored_file> raw_buffers(const box &found)
 {
@@ -44,15 +26,9 @@ std::vector<stored_file> raw_buffers(const box &found)
 
 bool holds(const std::vector<stored_file> &files, uint32_t number)
 {
-    return std::any_of(files.begin(), files.end(),
-                       [number](const stored_file &file) { return number_of(file) == number; });
-}
-
-bool is_sample(const vesk_scan_item &item)
-{
-    return item.kind == VESK_SCAN_SENSOR_VALUES && item.names != nullptr &&
-           item.names->sensors != nullptr &&
-           sensor_array_get_size(item.names->sensors) == item.values->n_sensors;
+    return std::any_of(files.begin(), files.end(), [number](const stored_file &file) {
+        return number_of_file(file) == number;
+    });
 }
 
 // So many bytes before a place tell whether a file is still the same there. They hold at least the
@@ -69,19 +45,23 @@ std::vector<unsigned char> bytes_before(const stored_file &file, uint64_t end)
 
 void follower::look(const receiver &to)
 {
-    std::vector<stored_file> files = raw_buffers(find_box(base_));
+    const box found = find_box(base_);
+    has_writer_ = found.writer.has_value();
+    std::vector<stored_file> files = raw_buffers(found);
     const bool is_another_box =
         number_ && std::all_of(files.begin(), files.end(), [this](const stored_file &file) {
-            return number_of(file) < *number_;
+            return number_of_file(file) < *number_;
         });
     if (is_another_box && !files.empty()) {
         // Somebody has begun a new box under the same name.
         number_.reset();
+        records_ = 0;
         held_.clear();
+        ++new_boxes_;
     }
     // What the last look knew and this one does not was deleted meanwhile.
     for (const stored_file &file : held_) {
-        const uint32_t number = number_of(file);
+        const uint32_t number = number_of_file(file);
         if (number_ && number >= *number_ && !holds(files, number)) {
             read(file, number, to);
         }
@@ -90,7 +70,7 @@ void follower::look(const receiver &to)
         to.on_loss();
     }
     for (const stored_file &file : files) {
-        const uint32_t number = number_of(file);
+        const uint32_t number = number_of_file(file);
         if (!number_ || number >= *number_) {
             read(file, number, to);
         }
@@ -112,8 +92,11 @@ follower::names_owner follower::copy_of(const vesk_cb_record_sensor_names *names
 
 bool follower::has_lost(const std::vector<stored_file> &files) const
 {
-    return number_ && !files.empty() && !holds(files, *number_) &&
-           number_of(files.front()) > *number_ + largest_step;
+    if (!number_ || files.empty() || holds(files, *number_)) {
+        return false;
+    }
+    // Without the file that it goes on in, nobody knows what came behind the place in it.
+    return !holds(held_, *number_) || number_of_file(files.front()) > *number_ + largest_step;
 }
 
 // A recorder only appends, but a recovery may have rewritten the file, or cut it.
@@ -125,19 +108,21 @@ bool follower::goes_on(const stored_file &file, uint32_t number) const
 
 void follower::read(const stored_file &file, uint32_t number, const receiver &to)
 {
-    const uint64_t known = number_ == number ? samples_ : 0;
+    const uint64_t known = number_ == number ? records_ : 0;
     const uint64_t size = file.bytes->size();
     if (number_ == number && size == size_) {
         return;
     }
     if (!goes_on(file, number)) {
-        samples_ = 0;
+        seen_ = 0;
         end_ = 0;
         names_.reset();
     }
+    records_ = known;
     number_ = number;
     scan_file_from(file, end_, [&](const vesk_scan_item &item) { take(item, known, to); });
     before_end_ = bytes_before(file, end_);
+    records_ = seen_;
     size_ = size;
 }
 
@@ -154,8 +139,14 @@ void follower::take(const vesk_scan_item &item, uint64_t known, const receiver &
     if (item.kind != VESK_SCAN_DAMAGE) {
         end_ = item.offset + item.length;
     }
-    if (is_sample(governed) && ++samples_ > known) {
+    if (!is_raw_record(governed) || ++seen_ <= known) {
+        return;
+    }
+    records_ = seen_;
+    if (governed.event == nullptr) {
         to.on_sample(governed);
+    } else if (to.on_event) {
+        to.on_event(governed);
     }
 }
 

@@ -28,11 +28,6 @@ bool has_names(const vesk_scan_item &item, uint32_t values)
            sensor_array_get_size(item.names->sensors) == values;
 }
 
-bool is_sample(const vesk_scan_item &item)
-{
-    return item.kind == VESK_SCAN_SENSOR_VALUES && has_names(item, item.values->n_sensors);
-}
-
 bool is_interval(const vesk_scan_item &item)
 {
     return item.kind == VESK_SCAN_INTERVAL && has_names(item, item.interval->n_sensors) &&
@@ -216,7 +211,9 @@ public:
         for (const stored_file *file : source_.box_.history_buffers()) {
             go_over(*file);
         }
+        position_ = {};
         for (const stored_file *file : source_.box_.current_buffers()) {
+            position_ = {number_of_file(*file), 0};
             go_over(*file);
         }
         if (source_.box_.is_file) {
@@ -226,6 +223,9 @@ public:
             hand_out(what.time, what.type, what.text, true);
         }
     }
+
+    // Behind the last raw record that was looked at.
+    const raw_position &position() const { return position_; }
 
 private:
     void go_over(const stored_file &file)
@@ -240,6 +240,7 @@ private:
 
     void go_over(const vesk_scan_item &item)
     {
+        position_.records += is_raw_record(item) ? 1 : 0;
         if (item.event != nullptr) {
             hand_out(seconds_of(item.event->timestamp), item.event->type,
                      item.event->text != nullptr ? item.event->text : "", false);
@@ -298,6 +299,7 @@ private:
     std::vector<float> values_;
     std::vector<const hist_value *> hist_values_;
     std::optional<int64_t> last_time_;
+    raw_position position_;
 };
 
 reading::reading(const std::string &name) : box_(find_box(name))
@@ -316,7 +318,9 @@ reading::reading(const std::string &name) : box_(find_box(name))
 void reading::read(const time_range &range, const std::vector<std::size_t> &chosen,
                    row_visitor &visitor)
 {
-    walk(*this, range, chosen, visitor).go();
+    walk rows(*this, range, chosen, visitor);
+    rows.go();
+    position_ = rows.position();
 }
 
 exit_code reading::code() const

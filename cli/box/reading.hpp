@@ -17,6 +17,7 @@
 
 #include "box/box.hpp"
 #include "box/losses.hpp"
+#include "box/raw_position.hpp"
 #include "text/time_text.hpp"
 
 namespace cli
@@ -95,6 +96,9 @@ public:
     // the range begins or ends in is handed out whole.
     void read(const time_range &range, const std::vector<std::size_t> &chosen,
               row_visitor &visitor);
+    // Behind the newest record that the latest read() came to, whatever its range: there a follower
+    // goes on without doubling or missing any.
+    const raw_position &position() const { return position_; }
 
     // The exit code of a reading verb: 0, 1 or 3 when something could not be read, 4 when nothing
     // could.
@@ -118,6 +122,7 @@ private:
     int64_t usual_step_ = 0;
     uint64_t samples_ = 0;
     uint64_t intervals_ = 0;
+    raw_position position_;
     bool nothing_ = false;
 };
 

@@ -6,6 +6,7 @@
 
 #include "process/terminal.hpp"
 #include "text/event_text.hpp"
+#include "text/event_words.hpp"
 
 namespace cli
 {
@@ -24,13 +25,15 @@ uint64_t push(std::deque<Item> &queue, Item item, std::size_t most)
     return 1;
 }
 
-std::string shortened(const std::string &text, std::size_t most)
-{
-    const std::string shown = printable(text.substr(0, most));
-    return text.size() > most ? shown + " …" : shown;
-}
-
 } // namespace
+
+std::string words_for_page(const std::string &text)
+{
+    constexpr std::size_t longest = 1000;
+    const std::string words = event_words(text);
+    const std::string shown = printable(words.substr(0, longest));
+    return words.size() > longest ? shown + " …" : shown;
+}
 
 void happenings::on_interval(const interval_row &row)
 {
@@ -48,9 +51,8 @@ void happenings::on_interval(const interval_row &row)
 void happenings::on_event(const event_row &row)
 {
     std::deque<shown_event> &queue = row.type < level_warning ? notes_ : worse_;
-    events_left_out_ +=
-        push(queue, {row.time, row.type, shortened(row.text, longest_text), row.waits, events_++},
-             most_events);
+    events_left_out_ += push(
+        queue, {row.time, row.type, words_for_page(row.text), row.waits, events_++}, most_events);
 }
 
 void happenings::on_gap(const gap_row &row)

@@ -15,6 +15,9 @@
 namespace cli
 {
 
+// In the words of people, printable, and no longer than a page has room for.
+std::string words_for_page(const std::string &text);
+
 struct shown_event {
     int64_t time = 0;
     uint32_t type = 0;
@@ -36,7 +39,6 @@ public:
     static constexpr std::size_t most_events = 1000; // of notes, and of all that is worse
     static constexpr std::size_t most_past = 500;
     static constexpr std::size_t most_gaps = 500;
-    static constexpr std::size_t longest_text = 1000;
 
     void on_interval(const interval_row &row) override;
     void on_event(const event_row &row) override;

@@ -101,28 +101,30 @@ private:
     std::vector<row_visitor *> all_;
 };
 
-void add_health(const box &what, page_content &content)
-{
-    if (what.is_file) {
-        content.no_health = "one file of a box, which was not checked as a whole";
-        return;
-    }
-    try {
-        content.health.emplace(diagnose_box(what.name, {}));
-    } catch (const failure &reason) {
-        content.no_health = reason.what();
-        return;
-    }
-    if (!content.health->has_verdict()) {
-        content.no_health = "cannot be checked: " + recovery_failure(content.health->plan);
-    }
-}
-
 } // namespace
 
-std::unique_ptr<const page_content> collect_page(reading &source, const std::string &name,
-                                                 const time_range &range,
-                                                 const std::vector<std::size_t> &chosen)
+file_health health_of(const std::string &name, bool is_file)
+{
+    file_health health;
+    if (is_file) {
+        health.missing = "one file of a box, which was not checked as a whole";
+        return health;
+    }
+    try {
+        health.found.emplace(diagnose_box(name, {}));
+    } catch (const failure &reason) {
+        health.missing = reason.what();
+        return health;
+    }
+    if (!health.found->has_verdict()) {
+        health.missing = "cannot be checked: " + recovery_failure(health.found->plan);
+    }
+    return health;
+}
+
+std::unique_ptr<page_content> collect_page(reading &source, const std::string &name,
+                                           const time_range &range,
+                                           const std::vector<std::size_t> &chosen)
 {
     const std::size_t shown = std::min(chosen.size(), most_sensors_on_page);
     const std::vector<std::size_t> sensors(chosen.begin(),
@@ -140,6 +142,7 @@ std::unique_ptr<const page_content> collect_page(reading &source, const std::str
     ending_keeper ending(content->watch);
     row_fan all({&content->charts, &statistics, &tracks, &content->happened});
     source.read(range, sensors, all);
+    content->read_to = source.position();
     source.read({}, {}, ending);
     content->charts.finish();
     content->name = name;
@@ -150,7 +153,7 @@ std::unique_ptr<const page_content> collect_page(reading &source, const std::str
     content->unusual = rank_sensors(tracks, content->names, newest);
     content->samples = rows.samples;
     content->intervals = rows.intervals;
-    add_health(source.source(), *content);
+    content->health = health_of(source.source().name, source.source().is_file);
     content->ending = content->watch.result(source.source().writer.has_value());
     return content;
 }

@@ -23,6 +23,19 @@ namespace cli
 // A page of more sensors is of no use to a reader, nor is a browser of use to such a page.
 constexpr std::size_t most_sensors_on_page = 10000;
 
+// The health of the files of a box.
+struct file_health {
+    // Nothing of a lone file, or where the machine did not let the box be looked at.
+    std::optional<diagnosis> found;
+    std::string missing; // why there is none
+
+    bool is_whole() const { return missing.empty() && found->is_healthy(); }
+    std::string words() const { return missing.empty() ? found->verdict_text() : missing; }
+};
+
+// @p name is that of a box, or of a buffer file if @p is_file.
+file_health health_of(const std::string &name, bool is_file);
+
 struct page_content {
     page_content(const chart_plan &plan, std::size_t sensors, const reading &source)
         : charts(plan, sensors, source.how_summed(), source.usual_step()), step(source.usual_step())
@@ -38,12 +51,13 @@ struct page_content {
     unusual_ranking unusual = {};
     ending_watch watch; // over all of the box
     box_ending ending;
-    // Nothing of a lone file, or where the machine did not let the box be looked at.
-    std::optional<diagnosis> health;
-    std::string no_health; // why there is none
+    file_health health;
     uint64_t samples = 0;
     uint64_t intervals = 0;
-    int64_t step; // usual distance of samples in seconds
+    int64_t step;              // usual distance of samples in seconds
+    raw_position read_to = {}; // behind the last record that is in the charts
+    // Where a page that follows its box goes on; empty in a page that does not.
+    std::string follows;
 
     const recording_log &log() const { return watch.log(); }
     // The first and the last moment; 0 without columns.
@@ -52,9 +66,9 @@ struct page_content {
 };
 
 // Reads what lies in @p range of the sensors with the numbers @p chosen.
-std::unique_ptr<const page_content> collect_page(reading &source, const std::string &name,
-                                                 const time_range &range,
-                                                 const std::vector<std::size_t> &chosen);
+std::unique_ptr<page_content> collect_page(reading &source, const std::string &name,
+                                           const time_range &range,
+                                           const std::vector<std::size_t> &chosen);
 
 } // namespace cli
 

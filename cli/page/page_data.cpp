@@ -99,6 +99,9 @@ std::string values_of(const chart_series &charts, std::size_t sensor)
 void write_data(const page_content &content, const page_sink &put)
 {
     put("{");
+    if (!content.follows.empty()) {
+        put("\"follows\":" + script_string(content.follows) + ",");
+    }
     write_columns(content, put);
     put(",\"sensors\":[");
     for (std::size_t i = 0; i < content.names.size(); ++i) {

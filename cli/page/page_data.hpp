@@ -10,6 +10,7 @@ namespace cli
 
 // An object with
 //
+//   follows    where a page that follows its box goes on; not in others
 //   step       usual distance of samples in seconds, 0 if unknown
 //   raw        the time from which there are raw samples, or null
 //   wide       how many columns are no single samples; they come first

@@ -41,11 +41,6 @@ std::string machine_words(const machine_identity &who)
     return words;
 }
 
-std::string health_words(const page_content &content)
-{
-    return content.no_health.empty() ? content.health->verdict_text() : content.no_health;
-}
-
 // "1.5e3 of type 3" for each type that there is.
 std::string count_words(const past_events &past)
 {
@@ -83,11 +78,11 @@ std::string time_button(int64_t time)
 
 std::string event_html(const shown_event &event)
 {
-    return fmt::format("<tr class=\"type{}\" data-time=\"{}\" data-type=\"{}\"><td>{}</td>"
+    return fmt::format("<tr class=\"type{}{}\" data-time=\"{}\" data-type=\"{}\"><td>{}</td>"
                        "<td>{}</td><td>{}{}</td></tr>\n",
-                       std::min<uint32_t>(event.type, last_event_type), event.time, event.type,
-                       time_button(event.time), event.type, html_text(event.text),
-                       event.waits ? " (waits for the next sample)" : "");
+                       std::min<uint32_t>(event.type, last_event_type), event.waits ? " waits" : "",
+                       event.time, event.type, time_button(event.time), event.type,
+                       html_text(event.text), event.waits ? " (waits for the next sample)" : "");
 }
 
 std::string gap_html(const gap_row &row, const recording_log &log)
@@ -238,23 +233,25 @@ void write_verdict(const page_content &content, const page_sink &put)
     put(html_text(sentence_of(content.ending, zone::utc)));
 }
 
-void write_verdict_kind(const page_content &content, const page_sink &put)
+std::string_view verdict_kind(const box_ending &ending)
 {
     using how = box_ending::how;
-    const how ended = content.ending.it_ended;
-    if (ended == how::failed || ended == how::cut_short) {
-        put("hard");
-    } else {
-        put(ended == how::recording ? "live" : "calm");
+    if (ending.it_ended == how::failed || ending.it_ended == how::cut_short) {
+        return "hard";
     }
+    return ending.it_ended == how::recording ? "live" : "calm";
+}
+
+void write_verdict_kind(const page_content &content, const page_sink &put)
+{
+    put(verdict_kind(content.ending));
 }
 
 void write_facts(const page_content &content, const page_sink &put)
 {
-    const bool is_whole = content.no_health.empty() && content.health->is_healthy();
-    put(fmt::format("<div class=\"{}\"><dt>Files</dt><dd>{} <a href=\"#files\">details</a></dd>"
-                    "</div>",
-                    is_whole ? "good" : "bad", html_text(health_words(content))));
+    put(fmt::format("<div id=\"health\" class=\"{}\"><dt>Files</dt><dd><span>{}</span> "
+                    "<a href=\"#files\">details</a></dd></div>",
+                    content.health.is_whole() ? "good" : "bad", html_text(content.health.words())));
     const auto &columns = content.charts.columns();
     if (!columns.empty()) {
         write_fact(put, "Covers", span_words(content.begin(), content.end()));
@@ -344,11 +341,11 @@ void write_numbers(const page_content &content, const page_sink &put)
 
 void write_files(const page_content &content, const page_sink &put)
 {
-    put("<p>" + html_text(health_words(content)) + "</p>\n");
-    if (!content.health) {
+    put("<p>" + html_text(content.health.words()) + "</p>\n");
+    if (!content.health.found) {
         return;
     }
-    const diagnosis &health = *content.health;
+    const diagnosis &health = *content.health.found;
     const box_state &state = health.what.state;
     put("<ul class=\"files\">\n");
     put(fmt::format("<li class=\"{}\"><code>{}</code>: {}</li>\n",

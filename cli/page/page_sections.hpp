@@ -19,6 +19,7 @@ void write_machine(const page_content &content, const page_sink &put);
 // How the box ended, in a sentence, and a word for the style of it.
 void write_verdict(const page_content &content, const page_sink &put);
 void write_verdict_kind(const page_content &content, const page_sink &put);
+std::string_view verdict_kind(const box_ending &ending);
 // Files, times, sensors and recordings in short.
 void write_facts(const page_content &content, const page_sink &put);
 // What was unusual at the end, with a chart each.

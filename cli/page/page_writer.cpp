@@ -22,13 +22,20 @@ struct part {
     void (*write)(const page_content &content, const page_sink &put);
 };
 
-// Scripts and styles are known by their hashes, and nothing is asked for from anywhere.
-void write_policy(const page_content & /*content*/, const page_sink &put)
+// Scripts and styles are known by their hashes. Nothing is asked for from anywhere, but for what is
+// new by a page that follows its box.
+void write_policy(const page_content &content, const page_sink &put)
 {
     put(fmt::format("default-src 'none'; script-src {} {}; style-src {}; img-src data:; "
-                    "base-uri 'none'; form-action 'none'",
+                    "{}base-uri 'none'; form-action 'none'",
                     page_assets::script_hash(), page_assets::library_hash(),
-                    page_assets::style_hash()));
+                    page_assets::style_hash(),
+                    content.follows.empty() ? "" : "connect-src 'self'; "));
+}
+
+void write_verb(const page_content &content, const page_sink &put)
+{
+    put(content.follows.empty() ? "report" : "serve");
 }
 
 void write_notice(const page_content & /*content*/, const page_sink &put)
@@ -46,13 +53,14 @@ void write_notice(const page_content & /*content*/, const page_sink &put)
 }
 
 // In any order.
-constexpr std::array<part, 18> parts = {{
+constexpr std::array<part, 19> parts = {{
     {"policy", write_policy},
     {"version", [](const page_content &, const page_sink &put) { put(VESK_VERSION); }},
     {"style", [](const page_content &, const page_sink &put) { put(page_assets::style()); }},
     {"script", [](const page_content &, const page_sink &put) { put(page_assets::script()); }},
     {"library", [](const page_content &, const page_sink &put) { put(page_assets::library()); }},
     {"notice", write_notice},
+    {"verb", write_verb},
     {"name", [](const page_content &from, const page_sink &put) { put(html_text(from.name)); }},
     {"title", write_title},
     {"machine", write_machine},

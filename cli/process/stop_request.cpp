@@ -94,6 +94,12 @@ bool stop_request::wait(double seconds, std::initializer_list<int> descriptors) 
     return stop_flag != 0;
 }
 
+bool stop_request::wait(double seconds, std::span<pollfd> descriptors) const
+{
+    wait_for(seconds, descriptors);
+    return stop_flag != 0;
+}
+
 bool stop_request::wait_to_write(int fd) const
 {
     pollfd writable = {fd, POLLOUT, 0};

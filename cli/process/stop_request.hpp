@@ -32,6 +32,8 @@ public:
     // Waits, at most @p seconds or until one of the descriptors that are not below 0 can be read,
     // or until a signal to reload has come; true as soon as the end is requested.
     bool wait(double seconds, std::initializer_list<int> descriptors = {}) const;
+    // The same with any number of descriptors and events; tells in them what has come.
+    bool wait(double seconds, std::span<pollfd> descriptors) const;
     // Waits until @p fd takes something, or has failed. False when the end is requested instead.
     bool wait_to_write(int fd) const;
 

@@ -308,7 +308,7 @@ constexpr const char *more = "Examples:\n"
                              "  vesk info box\n"
                              "  vesk info --json box | jq .raw.samples\n";
 
-const registration registered({50, "info", "Tell what a box is made of", more, prepare});
+const registration registered({51, "info", "Tell what a box is made of", more, prepare});
 
 } // namespace
 } // namespace cli

@@ -12,10 +12,9 @@
 #include <unordered_set>
 
 #include "box/column_map.hpp"
-#include "box/folder_watch.hpp"
 #include "box/follower.hpp"
+#include "box/look_pace.hpp"
 #include "box/reading.hpp"
-#include "process/clock.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/stop_request.hpp"
@@ -147,52 +146,22 @@ private:
     int fd_ = -1;
 };
 
-// Waits until something may have come, and never looks so often that looking would load a machine.
-class look_pause
-{
-public:
-    explicit look_pause(const std::string &base) : folder_(base) {}
-
-    void wait(const stop_request &stop, int reader, double last_look, bool any_came)
-    {
-        constexpr double shortest = 0.02;
-        // A look that takes long comes rarely: following takes a tenth of one processor at most.
-        constexpr double share = 9;
-        (void)stop.wait(std::max(shortest, share * last_look));
-        if (folder_.descriptor() >= 0) {
-            // Something may have happened that nobody told, as on a file system of the network.
-            constexpr double longest = 2;
-            (void)stop.wait(longest, {folder_.descriptor(), reader});
-            folder_.forget();
-            return;
-        }
-        constexpr double longest = 1;
-        seconds_ = any_came ? shortest : std::min(longest, 2 * seconds_);
-        (void)stop.wait(seconds_, {reader});
-    }
-
-private:
-    folder_watch folder_;
-    double seconds_ = 0.05;
-};
-
 void follow(follower &box, const follower::receiver &to, const std::string &base,
             const stop_request &stop, const uint64_t &taken)
 {
     const reader_watch reader;
-    look_pause pause(base);
-    double last_look = 0;
-    uint64_t before = taken;
-    while (!stop.requested()) {
-        pause.wait(stop, reader.descriptor(), last_look, taken > before);
+    look_pace pace(base);
+    while (!stop.wait(pace.seconds_to_wait(), {pace.awaited(), reader.descriptor()})) {
         if (reader.has_gone()) {
             throw failure(exit_failed, "standard output: its reader has gone");
         }
-        before = taken;
-        const double begin = monotonic_seconds();
-        box.look(to);
-        flush_output();
-        last_look = monotonic_seconds() - begin;
+        if (pace.is_time()) {
+            const uint64_t before = taken;
+            pace.begin_look();
+            box.look(to);
+            flush_output();
+            pace.end_look(taken > before);
+        }
     }
 }
 

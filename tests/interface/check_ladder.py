@@ -16,7 +16,7 @@ from pathlib import Path
 LIBRARY = [["support"], ["io"], ["model"], ["matrix"], ["buffers", "text"], ["box"],
            ["recorder", "recovery"], ["start"]]
 COMMAND = [["process"], ["text"], ["analysis", "draw"], ["box"], ["machine", "export"], ["page"],
-           ["verbs"]]
+           ["serve"], ["verbs"]]
 
 # Forms of matrices are written by the serializer, and matrices are printed for debugging.
 ALLOWED = {"src/io/binary_serializer.cpp", "src/support/debug_matrix.cpp"}

@@ -3,7 +3,8 @@
 'use strict';
 
 const box = JSON.parse(document.getElementById('data').textContent);
-const columnCount = box.starts.length;
+// More come while the page follows its box.
+let columnCount = box.starts.length;
 
 // Where a clock was set back the times of the box go back, but a chart goes from left to right.
 const columnOrder = (() => {
@@ -19,7 +20,7 @@ const columnFollowsGap = (() => {
   return columnOrder.map((i) => holes.has(i));
 })();
 const boxBegin = columnCount > 0 ? columnStarts[0] : 0;
-const boxEnd = columnCount > 0 ? Math.max(columnEnds[columnCount - 1], boxBegin + 1) : 1;
+let boxEnd = columnCount > 0 ? Math.max(columnEnds[columnCount - 1], boxBegin + 1) : 1;
 
 function unpack(text) {
   const characters = atob(text);
@@ -35,7 +36,8 @@ function unpack(text) {
   return values;
 }
 
-// The least, mean and greatest value of each column; NaN where there is none.
+// The least, mean and greatest value of each column; NaN where there is none. There may be room for
+// more columns behind them.
 function valuesOf(sensor) {
   if (!sensor.unpacked) {
     const packed = unpack(sensor.values);
@@ -46,8 +48,60 @@ function valuesOf(sensor) {
     sensor.unpacked = box.wide > 0
       ? { least: take(0), mean, greatest: take(2) }
       : { least: mean, mean, greatest: mean };
+    sensor.came = 0;
+  }
+  if (sensor.came < come.length) {
+    addCome(sensor);
   }
   return sensor.unpacked;
+}
+
+// Samples that came while the page was open, in the order in which they came: the place among the
+// columns, and the values by sensor number.
+const come = [];
+
+// A column for a sample; its number is its place in time.
+function addColumn(seconds, values, followsGap) {
+  let place = columnCount;
+  while (place > 0 && columnStarts[place - 1] > seconds) {
+    place--;
+  }
+  columnStarts.splice(place, 0, seconds);
+  columnEnds.splice(place, 0, seconds);
+  columnIsWide.splice(place, 0, false);
+  columnFollowsGap.splice(place, 0, followsGap);
+  come.push({ place, values });
+  columnCount++;
+  boxEnd = Math.max(boxEnd, seconds);
+}
+
+function withRoom(values, used) {
+  if (used < values.length) {
+    return values;
+  }
+  const larger = new Float32Array(Math.max(2 * used, 256));
+  larger.set(values);
+  return larger;
+}
+
+// Adds what came to the values of a sensor. A chart that is never looked at costs nothing.
+function addCome(sensor) {
+  const all = sensor.unpacked;
+  const isOne = all.least === all.mean;
+  const add = (values, place, used, value) => {
+    const target = withRoom(values, used);
+    target.copyWithin(place + 1, place, used);
+    target[place] = value;
+    return target;
+  };
+  let used = columnCount - (come.length - sensor.came);
+  for (; sensor.came < come.length; sensor.came++, used++) {
+    const { place, values } = come[sensor.came];
+    const value = values[sensor.number];
+    all.mean = add(all.mean, place, used, value);
+    all.least = isOne ? all.mean : add(all.least, place, used, value);
+    all.greatest = isOne ? all.mean : add(all.greatest, place, used, value);
+  }
 }
 
 function shortName(name) {

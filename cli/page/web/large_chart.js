@@ -143,10 +143,12 @@ function openLarge(sensor, opener) {
   close.addEventListener('click', closeLarge);
   head.append(title, close);
   const place = element('div', 'graph');
-  largePlace.append(head, place, numberTable(sensor));
+  large.list = numberTable(sensor);
+  largePlace.append(head, place, large.list);
   largePlace.hidden = false;
   document.documentElement.classList.add('has-large');
   large.place = place;
+  large.columns = columnCount;
   makeGraph(place, sensor);
   updateLargeTexts();
   title.focus({ preventScroll: true });
@@ -176,7 +178,25 @@ function updateLargeTexts() {
   setText(large.cursorText, `${valueText(large.sensor)}${wide}, ${time}`);
 }
 
+// Draws the samples that came since the chart was drawn.
+function addToLarge() {
+  const list = numberTable(large.sensor);
+  large.list.replaceWith(list);
+  large.list = list;
+  large.columns = columnCount;
+  if (large.graph) {
+    const { rows, rowOfColumn } = graphRows(large.sensor);
+    large.rowOfColumn = rowOfColumn;
+    large.drawing = true;
+    large.graph.updateOptions({ file: rows, dateWindow: [shown.from * 1000, shown.to * 1000] });
+    large.drawing = false;
+  }
+}
+
 function updateLarge() {
+  if (large.sensor && large.columns !== columnCount) {
+    addToLarge();
+  }
   updateLargeTexts();
   if (large.canvas) {
     drawSmall(large.canvas, large.sensor);

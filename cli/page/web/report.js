@@ -168,23 +168,24 @@ function connectDragging() {
   });
 }
 
+// The end of the box moves while the page follows it.
 function makeSpans() {
-  const spans = [['all', boxBegin, boxEnd]];
+  const spans = [['all', () => boxBegin]];
   if (box.raw !== null && box.raw > boxBegin) {
-    spans.push(['raw samples', box.raw, boxEnd]);
+    spans.push(['raw samples', () => box.raw]);
   }
   for (const [name, length] of [['last week', 604800], ['last day', 86400], ['last hour', 3600],
     ['last 10 min', 600]]) {
     if (length < (boxEnd - boxBegin) * 0.9 && length >= leastSpan()) {
-      spans.push([name, boxEnd - length, boxEnd]);
+      spans.push([name, () => boxEnd - length]);
     }
   }
   const place = document.getElementById('spans');
-  for (const [name, from, to] of spans) {
+  for (const [name, begin] of spans) {
     const button = element('button', '', name);
     button.type = 'button';
-    button.addEventListener('click', () => showWindow(from, to));
-    button.span = [from, to];
+    button.addEventListener('click', () => showWindow(begin(), boxEnd));
+    button.begin = begin;
     place.append(button);
   }
 }
@@ -194,8 +195,7 @@ function updateTools() {
     `${formatTime(Math.round(shown.from))} to ${formatTime(Math.round(shown.to))}, ` +
     formatLength(Math.round(shown.to - shown.from));
   for (const button of document.getElementById('spans').children) {
-    const isShown = Math.abs(button.span[0] - shown.from) < 1 &&
-      Math.abs(button.span[1] - shown.to) < 1;
+    const isShown = Math.abs(button.begin() - shown.from) < 1 && Math.abs(boxEnd - shown.to) < 1;
     button.setAttribute('aria-pressed', String(isShown));
   }
 }
@@ -212,6 +212,7 @@ function makeGroups() {
   for (const [part, count] of counts) {
     const chip = element('button', 'chip', part);
     chip.type = 'button';
+    chip.part = part;
     chip.append(' ', element('small', '', String(count)));
     chip.setAttribute('aria-pressed', 'false');
     chip.addEventListener('click', () => {
@@ -346,6 +347,7 @@ function start() {
   readColours();
   if (columnCount === 0) {
     document.documentElement.classList.add('nothing');
+    startLive();
     return;
   }
   startTimeLine();
@@ -367,6 +369,7 @@ function start() {
     tell('window');
   });
   matchMedia('(prefers-color-scheme: dark)').addEventListener('change', redrawInOtherColours);
+  startLive();
 }
 
 start();
