@@ -218,8 +218,10 @@ std::vector<fault_case> io_cases();
 std::vector<fault_case> model_cases();
 std::vector<fault_case> matrix_cases();
 std::vector<fault_case> text_cases();
+std::vector<fault_case> buffer_record_cases();
 std::vector<fault_case> buffer_cases();
 std::vector<fault_case> recorder_cases();
+std::vector<fault_case> recovery_cases();
 
 std::vector<fault_case> all_cases();
 

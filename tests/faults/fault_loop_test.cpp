@@ -195,7 +195,7 @@ void for_every_failure(const fault_case &tried)
 std::vector<fault_case> all_cases()
 {
     return joined({support_cases(), io_cases(), model_cases(), matrix_cases(), text_cases(),
-                   buffer_cases(), recorder_cases()});
+                   buffer_record_cases(), buffer_cases(), recorder_cases(), recovery_cases()});
 }
 
 std::string name_of(const fault_case &tried)
