@@ -153,6 +153,21 @@ TEST(Arrangement, AnOlderBufferIsNoSuccessor)
     EXPECT_EQ(box, choose(found, named(box, 2)).box);
 }
 
+// Both fit and neither is the last word: the buffers behind the higher one decide.
+TEST(Arrangement, ASuccessorOfStateAndCopyIsFound)
+{
+    files found;
+    found.add(current, 1, 4);
+    found.add(current, 2, 4);
+    found.add(current, 3, 1);
+    const named_state state = named(box_of(VESK_ZCF_STATE_C00, {{current, 1}}), 2);
+    const named_state copy = named(box_of(VESK_ZCF_STATE_CC0, {{current, 1}, {current, 2}}), 3);
+    const arrangement box = box_of(VESK_ZCF_STATE_CCC, {{current, 1}, {current, 2}, {current, 3}});
+    EXPECT_EQ(box, choose(found, state, copy).box);
+    EXPECT_EQ(box, choose(found, copy, state).box);
+    EXPECT_EQ(VESK_RECOVER_FROM_BUFFERS, choose(found, state, copy).source);
+}
+
 // A rotation was killed: what its history was made of is still there, and tells more.
 TEST(Arrangement, AHistoryThatLostSomethingGivesWayToWhatItWasMadeOf)
 {

@@ -45,4 +45,42 @@ TEST(StepRuns, SumsUpWhatIsDoneInStreamsThatFollowEachOther)
     EXPECT_EQ(4U, steps);
 }
 
+// More kinds of steps than are summed up, and a receiver that ends it.
+TEST(StepRuns, ReturnsWhatTheReceiverReturned)
+{
+    int left = 3;
+    const auto take = [](const vesk_recover_step *, void *to) {
+        return --*static_cast<int *>(to) == 0 ? 7 : 0;
+    };
+    uint32_t steps = 0;
+    const step_receiver receiver = {take, &left};
+    step_runs runs("f", receiver, &steps);
+    int result = 0;
+    int given = 0;
+    for (; given < 40 && result == 0; ++given) {
+        result = runs.add_record(VESK_RECOVER_SET_ASIDE, -given, 0, 10);
+    }
+    EXPECT_EQ(7, result);
+    EXPECT_EQ(17, given); // the first 16 wait for each other
+    EXPECT_EQ(3U, steps);
+}
+
+// Where there is no room to count a kind, its steps are told one by one.
+TEST(StepRuns, TellsOfMoreKindsThanItCounts)
+{
+    summed_steps found;
+    uint32_t steps = 0;
+    const step_receiver receiver = {keep, &found};
+    step_runs runs("f", receiver, &steps);
+    for (int round = 0; round < 100; ++round) {
+        for (int kind = 0; kind < 66; ++kind) {
+            EXPECT_EQ(0, runs.add(VESK_RECOVER_CUT, -kind, 0, 1, 0));
+        }
+    }
+    EXPECT_EQ(0, runs.finish());
+    // 64 kinds are told 64 times each and once for the rest of them, two kinds 100 times each.
+    EXPECT_EQ(64U * 65 + 2 * 100, found.size());
+    EXPECT_EQ(found.size(), steps);
+}
+
 } // namespace

@@ -133,45 +133,6 @@ TEST_F(Recover, TagsAnEventBeforeTheFirstVector)
     goes_on(2);
 }
 
-TEST_F(Recover, SetsAsideEventsThatCannotBeCounted)
-{
-    make_box(5);
-    add_event(9, "nine");
-    const std::string with_event = read_file("r.2.cbuf.z");
-    EXPECT_EQ((steps{{VESK_RECOVER_SET_ASIDE, "r.2.cbuf.z", 1}}), plan());
-    EXPECT_EQ(1U, recover().records_aside);
-    EXPECT_TRUE(with_event.ends_with(read_file("r.2.cbuf.z.torn")));
-    EXPECT_FALSE(read_file("r.2.cbuf.z.torn").empty());
-    goes_on(6);
-}
-
-TEST_F(Recover, MendsNullTimesAndMicroseconds)
-{
-    make_box(2);
-    append("r.1.cbuf.z", compressed_stream(stored_values_record(0, {3})));
-    std::string with_microseconds = stored_values_record(1004, {4});
-    with_microseconds[13] = 1;
-    append("r.1.cbuf.z", compressed_stream(with_microseconds));
-    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TIME, "r.1.cbuf.z", 2}}), plan());
-    EXPECT_EQ(2U, recover().records_mended);
-    EXPECT_EQ((std::vector<float>{1, 2, 3, 4}), samples_in("r.1.cbuf.z"));
-    goes_on(5);
-}
-
-TEST_F(Recover, MendsEmptyNamesAndTexts)
-{
-    make_box(1);
-    append("r.1.cbuf.z", compressed_stream(stored_names_record(1002, {"b", ""}) +
-                                           stored_values_record(1002, {2, 2})));
-    append("r.1.cbuf.z", compressed_stream(stored_event_record(1, 1002, "")));
-    append("r.1.cbuf.z", compressed_stream(stored_event_record(1, 1002, std::string("a\0b", 3))));
-    EXPECT_EQ((steps{{VESK_RECOVER_MEND_TEXT, "r.1.cbuf.z", 3}}), plan());
-    recover();
-    EXPECT_EQ((std::vector<std::string>{"b", "unknown.2"}), sensors_in("r.1.cbuf.z"));
-    EXPECT_EQ((std::vector<std::string>{"1 (no text)", "1 a"}), events_in("r.1.cbuf.z"));
-    goes_on(3);
-}
-
 TEST_F(Recover, NamesSensorsAfterTheNeighbouringBufferWhenTheirNumberAgrees)
 {
     make_box(6);
