@@ -5,6 +5,8 @@
 #include <cmath>
 #include <fmt/format.h>
 
+#include "text/units.hpp"
+
 namespace cli
 {
 namespace
@@ -23,17 +25,28 @@ int digits_for(double from, double to)
     return std::clamp(2 + static_cast<int>(std::ceil(std::log10(size / distance))), fewest, most);
 }
 
-std::string number(double value, int digits)
+// Writes the values of one sensor.
+class value_words
 {
-    // Whole numbers that people can still take in stay whole.
-    const double size = std::fabs(value);
-    if (size >= std::pow(10.0, digits) && size < 1e9) {
-        return fmt::format("{:.0f}", value);
+public:
+    // The rate of a sensor has its unit for each second: "B/s" for bytes.
+    value_words(std::string_view sensor, const finding &found, amounts how)
+        : name_(fmt::format("{}{}", sensor, found.is_rate ? "_per_s" : "")), how_(how)
+    {
     }
-    return fmt::format("{:.{}g}", value, digits);
-}
 
-std::string swing_text(const finding &found)
+    std::string operator()(double value, int digits) const
+    {
+        return how_ == amounts::plain ? plain_number(value, digits)
+                                      : with_unit(value, name_, digits);
+    }
+
+private:
+    std::string name_;
+    amounts how_;
+};
+
+std::string swing_text(const finding &found, const value_words &words)
 {
     if (found.first_move) {
         return "it had never moved before";
@@ -43,9 +56,9 @@ std::string swing_text(const finding &found)
     }
     const double factor = found.factor();
     return fmt::format("{} times its usual swing ({})",
-                       factor >= 100 || factor < 0.1 ? number(factor, 3)
+                       factor >= 100 || factor < 0.1 ? plain_number(factor, 3)
                                                      : fmt::format("{:.1f}", factor),
-                       number(found.usual_swing, 3));
+                       words(found.usual_swing, 3));
 }
 
 std::string reached_text(const finding &found)
@@ -67,30 +80,31 @@ std::string remark(const finding &found)
                                : "";
 }
 
-std::string moved(const finding &found, std::string_view sensor)
+std::string moved(const finding &found, std::string_view sensor, const value_words &words)
 {
     const std::string_view rate = found.is_rate ? "'s rate in a second" : "";
     const int digits = digits_for(found.from, found.to);
     if (found.from == found.to) {
         return fmt::format("{}{} stayed at {} within the last {} samples", sensor, rate,
-                           number(found.to, digits), found.within);
+                           words(found.to, digits), found.within);
     }
     return fmt::format("{}{} {} from {} to {} within the last {} samples, {}{}", sensor, rate,
-                       found.to > found.from ? "rose" : "fell", number(found.from, digits),
-                       number(found.to, digits), found.within, swing_text(found),
+                       found.to > found.from ? "rose" : "fell", words(found.from, digits),
+                       words(found.to, digits), found.within, swing_text(found, words),
                        reached_text(found));
 }
 
 } // namespace
 
-std::string sentence_of(const finding &found, std::string_view sensor, uint64_t newest)
+std::string sentence_of(const finding &found, std::string_view sensor, uint64_t newest, amounts how)
 {
+    const value_words words(sensor, found, how);
     switch (found.kind) {
     case verdict::judged:
-        return moved(found, sensor) + remark(found);
+        return moved(found, sensor, words) + remark(found);
     case verdict::stuck:
         return fmt::format("{} has not changed for {} samples, at {}{}", sensor, found.unchanged,
-                           number(found.value, 3), remark(found));
+                           words(found.value, 3), remark(found));
     case verdict::missing:
         return fmt::format("{} has no value within the last {} samples, and had values before",
                            sensor, newest);
@@ -98,7 +112,7 @@ std::string sentence_of(const finding &found, std::string_view sensor, uint64_t 
         return fmt::format("{} is new within the last {} samples: it has no past to compare with",
                            sensor, newest);
     case verdict::never_moved:
-        return fmt::format("{} has never moved from {}", sensor, number(found.value, 3));
+        return fmt::format("{} has never moved from {}", sensor, words(found.value, 3));
     case verdict::not_judged:
         break;
     }

@@ -10,9 +10,14 @@
 namespace cli
 {
 
+// How a sentence tells values: as plain numbers, or with the unit that the name of the sensor ends
+// with and a prefix that keeps them short.
+enum class amounts { plain, with_units };
+
 // @p newest is the number of samples that were compared with the past. The name is taken as it is:
 // who shows the sentence makes it printable.
-std::string sentence_of(const finding &found, std::string_view sensor, uint64_t newest);
+std::string sentence_of(const finding &found, std::string_view sensor, uint64_t newest,
+                        amounts how = amounts::plain);
 
 // "unusual", "perhaps", "nothing unusual", or why there is no score.
 std::string_view level_of(const finding &found);

@@ -116,10 +116,10 @@ std::string unusual_ranking::summary() const
                        counted(findings.size(), "sensor"), perhaps());
 }
 
-std::string unusual_ranking::sentence(std::size_t rank) const
+std::string unusual_ranking::sentence(std::size_t rank, amounts how) const
 {
     const std::size_t number = order[rank];
-    return sentence_of(findings[number], names[number], newest);
+    return sentence_of(findings[number], names[number], newest, how);
 }
 
 unusual_ranking rank_sensors(unusual_tracks &seen, std::vector<std::string> names, uint64_t newest)

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "analysis/unusual_score.hpp"
+#include "analysis/unusual_text.hpp"
 #include "box/reading.hpp"
 #include "text/time_text.hpp"
 
@@ -59,7 +60,7 @@ struct unusual_ranking {
     // "3 of 120 sensors unusual, 2 perhaps", "nothing unusual", or that too little is known.
     std::string summary() const;
     // What is to say about the sensor of this rank, from 0. It is not printable yet.
-    std::string sentence(std::size_t rank) const;
+    std::string sentence(std::size_t rank, amounts how = amounts::plain) const;
 };
 
 // @p names are those of the sensors of @p seen, @p newest as in unusual_ranking.

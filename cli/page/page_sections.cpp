@@ -120,7 +120,7 @@ std::vector<happening> all_happenings(const page_content &content)
 // A sentence begins with the name of its sensor, which stands above it already.
 std::string sentence_without_name(const unusual_ranking &unusual, std::size_t rank)
 {
-    std::string sentence = unusual.sentence(rank);
+    std::string sentence = unusual.sentence(rank, amounts::with_units);
     const std::string &name = unusual.names[unusual.order[rank]];
     if (sentence.starts_with(name + " ")) {
         sentence.erase(0, name.size() + 1);

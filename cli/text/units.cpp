@@ -59,14 +59,21 @@ const unit *find_unit(std::string_view sensor)
     return found != units.end() ? found : nullptr;
 }
 
-std::string digits(double value)
+constexpr int usual_digits = 4;
+
+std::string number(double value, int digits, double least_whole)
 {
     // Whole numbers that people can still take in stay whole.
     const double size = std::fabs(value);
-    if (size >= 1000 && size < 1e9) {
+    if (size >= least_whole && size < 1e9) {
         return fmt::format("{:.0f}", value);
     }
-    return fmt::format("{:.4g}", value);
+    return fmt::format("{:.{}g}", value, digits);
+}
+
+std::string digits(double value)
+{
+    return number(value, usual_digits, 1000);
 }
 
 constexpr std::array<std::string_view, 7> binary_prefixes = {"",   "Ki", "Mi", "Gi",
@@ -105,6 +112,21 @@ std::string with_unit(double value, std::string_view sensor)
     }
     const axis_unit shown = with_prefix(std::fabs(value), *one);
     return fmt::format("{} {}", digits(value / shown.divisor), shown.symbol);
+}
+
+std::string plain_number(double value, int digits)
+{
+    return number(value, digits, std::pow(10.0, digits));
+}
+
+std::string with_unit(double value, std::string_view sensor, int digits)
+{
+    const unit *one = find_unit(sensor);
+    if (one == nullptr) {
+        return plain_number(value, digits);
+    }
+    const axis_unit shown = with_prefix(std::fabs(value), *one);
+    return fmt::format("{} {}", plain_number(value / shown.divisor, digits), shown.symbol);
 }
 
 axis_unit axis_unit_of(double size, std::string_view sensor)

@@ -12,6 +12,10 @@ namespace cli
 // "1.25 GiB" for bytes, "3.4 kB/s" for bytes per second, "12.5 %", "45 C"; numbers without a unit
 // as they are. Four significant digits. A value that is NaN is "-".
 std::string with_unit(double value, std::string_view sensor);
+// The same with so many significant digits, where two values have to be told apart.
+std::string with_unit(double value, std::string_view sensor, int digits);
+// Without any unit.
+std::string plain_number(double value, int digits);
 
 // How an axis shows the values of a sensor: as numbers that are divided by something, with the unit
 // once beside them.

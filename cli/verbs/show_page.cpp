@@ -200,8 +200,8 @@ private:
                 what_.sparklines && rank < what_.sparklines->sensors.size()
                     ? text_sparkline(what_.sparklines->sensors[rank].columns, look_.characters)
                     : std::string(width, ' ');
-            const auto said =
-                wrapped(what_.ranking.sentence(rank), look_.width - indent, look_.characters);
+            const auto said = wrapped(what_.ranking.sentence(rank, amounts::with_units),
+                                      look_.width - indent, look_.characters);
             lines_.push_back(fmt::format("{:>2}  {}  {}", rank + 1, drawn, said.front()));
             for (std::size_t i = 1; i < said.size(); ++i) {
                 lines_.push_back(std::string(indent, ' ') + said[i]);

@@ -83,7 +83,7 @@ private:
         const finding &one = found_.findings[found_.order[rank]];
         put(fmt::format("{:>4}  {:>6}  {}\n", rank + 1,
                         one.has_score() ? fmt::format("{:.2f}", one.score) : "-",
-                        printable(found_.sentence(rank))));
+                        printable(found_.sentence(rank, amounts::with_units))));
     }
 
     std::string json_text(std::size_t rank) const

@@ -389,4 +389,33 @@ TEST(Sentence, IsInTheWordsOfAMonitor)
     EXPECT_THAT(sentence_of(found, "::a", 60), HasSubstr("; no past interval reached that far"));
 }
 
+TEST(Sentence, HasTheUnitsOfTheSensorWherePeopleReadIt)
+{
+    finding found;
+    found.kind = verdict::judged;
+    found.from = 0;
+    found.to = 8e10;
+    found.within = 60;
+    found.usual_swing = 3 * 1024 * 1024;
+    found.reached = 0.007;
+    found.intervals = 40;
+    const auto sentence = [&](const char *sensor) {
+        return sentence_of(found, sensor, 60, amounts::with_units);
+    };
+    EXPECT_THAT(sentence("::a_bytes"), HasSubstr("rose from 0 B to 74.5 GiB within"));
+    EXPECT_THAT(sentence("::a_bytes"), HasSubstr("usual swing (3 MiB); 0.7 %"));
+    found.is_rate = true;
+    EXPECT_THAT(sentence("::a_bytes"), HasSubstr("rate in a second rose from 0 B/s to 80 GB/s"));
+    EXPECT_THAT(sentence("::a"), HasSubstr("rose from 0 /s to 8e+10 /s"));
+    found.is_rate = false;
+    found.from = 41.25;
+    found.to = 41.5;
+    EXPECT_THAT(sentence("::cpu_C"), HasSubstr("rose from 41.25 C to 41.5 C"));
+    EXPECT_THAT(sentence("::cpu"), HasSubstr("rose from 41.25 to 41.5 within"));
+    found.kind = verdict::stuck;
+    found.value = 2048;
+    found.unchanged = 40;
+    EXPECT_THAT(sentence("::a_bytes"), HasSubstr("not changed for 40 samples, at 2 KiB"));
+}
+
 } // namespace
