@@ -70,7 +70,8 @@ std::string reached_text(const finding &found)
     if (found.reached <= 0) {
         return "; no past interval reached that far";
     }
-    return fmt::format("; {:.1f} % of past intervals reached that far", found.reached * percent);
+    return fmt::format("; {} % of past intervals reached that far",
+                       number(found.reached * percent, 3));
 }
 
 std::string remark(const finding &found)

@@ -153,13 +153,23 @@ std::vector<std::string> paths_beside(const std::string &base, bool needed)
     return paths;
 }
 
-stored_file orphan(const std::string &path)
+stored_file file_beside(const std::string &path)
 {
     stored_file file;
     file.path = path;
     file.buffer_kind = kind_by_name(path);
     open_stored(file);
     return file;
+}
+
+// A file that the box does not need. It is not held open: a folder may hold more of them than a
+// process has descriptors. Nothing where it has been deleted meanwhile.
+std::optional<stored_file> unneeded_file(const std::string &path)
+{
+    stored_file file = file_beside(path);
+    const bool is_gone = file.bytes->is_missing();
+    file.bytes.reset();
+    return is_gone ? std::nullopt : std::optional(std::move(file));
 }
 
 struct visit_context {
@@ -298,13 +308,13 @@ box look_at(const std::string &base)
     };
     for (const std::string &path : paths_beside(base, result.state.error != 0)) {
         if (result.state.error != 0) {
-            result.files.push_back(orphan(path));
-        } else if (!is_known(path)) {
-            result.others.push_back(orphan(path));
+            result.files.push_back(file_beside(path));
+        } else if (is_known(path)) {
+            continue;
+        } else if (std::optional<stored_file> file = unneeded_file(path)) {
+            result.others.push_back(std::move(*file));
         }
     }
-    // A rotation deletes its old files, and one that was listed may be gone.
-    std::erase_if(result.others, [](const stored_file &file) { return file.bytes->is_missing(); });
     result.writer = result.writer ? result.writer : other_writer(base);
     for (stored_file &file : result.files) {
         file.is_live = file.role == VESK_SCAN_OPEN && result.writer.has_value();
@@ -463,10 +473,7 @@ std::vector<const stored_file *> box::history_buffers() const
 
 void scan_file(const std::string &path, const std::function<void(const vesk_scan_item &)> &visit)
 {
-    stored_file file;
-    file.path = path;
-    open_stored(file);
-    scan_file(file, visit);
+    scan_file(file_beside(path), visit);
 }
 
 void scan_file(const stored_file &file, const std::function<void(const vesk_scan_item &)> &visit)

@@ -31,7 +31,8 @@ struct stored_file {
     bool missing = false;
     // Why the file cannot be read: "is missing", "is a folder, not a file", "Permission denied".
     std::string problem;
-    // The file is held open: a rotation may delete it before it is read.
+    // The file is held open: a rotation may delete it before it is read. Null for one that the
+    // state file does not name.
     std::shared_ptr<const stored_bytes> bytes;
     // Somebody writes to the box: the last record may be on its way into the file.
     bool is_live = false;

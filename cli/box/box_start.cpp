@@ -20,6 +20,7 @@
 #include "box/recovery.hpp"
 #include "box/storage_failure.hpp"
 #include "box/stored_bytes.hpp"
+#include "box/strangers.hpp"
 #include "process/terminal.hpp"
 
 namespace cli
@@ -79,8 +80,10 @@ void require_own_state(const box_name &name)
         throw storage_failure::because(
             fmt::format("{}: the box cannot be made: {}", name.base, words_for(result)), reason);
     }
-    const std::string text =
-        fmt::format("{}: cannot be recovered: {}", name.base, recovery_failure(result));
+    const std::string stranger =
+        result == QE_ERROR_OPEN ? stranger_words(name.base) : std::string();
+    const std::string text = fmt::format("{}: cannot be recovered: {}", name.base,
+                                         stranger.empty() ? recovery_failure(result) : stranger);
     if (result == QE_ERROR_MALFORMED || result == QE_ERROR_LIMIT) {
         throw failure(exit_unreadable, text);
     }

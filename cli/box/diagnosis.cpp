@@ -45,7 +45,12 @@ checked_file check_file(const stored_file &file)
     }
     // scan_file() throws when the machine prevents the reading: without the content there is no
     // verdict.
-    scan_file(file, [&](const vesk_scan_item &item) { check_item(item, found); });
+    const auto check = [&](const vesk_scan_item &item) { check_item(item, found); };
+    if (file.bytes) {
+        scan_file(file, check);
+    } else {
+        scan_file(file.path, check);
+    }
     return found;
 }
 
@@ -141,8 +146,8 @@ bool diagnosis::has_findings() const
 
 bool diagnosis::is_other(const checked_file &file) const
 {
-    return std::any_of(what.others.begin(), what.others.end(),
-                       [&](const stored_file &other) { return &other == file.file; });
+    // They stand behind those of the box.
+    return &file - files.data() >= static_cast<std::ptrdiff_t>(what.files.size());
 }
 
 bool diagnosis::has_verdict() const

@@ -15,6 +15,7 @@
 #include "box/box.hpp"
 #include "box/companions.hpp"
 #include "box/stored_bytes.hpp"
+#include "box/strangers.hpp"
 #include "box/waiting_file.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
@@ -53,6 +54,16 @@ std::string state_problem(int error)
     }
 }
 
+// Of a file that is left alone: it is none, or a user has made it who is not trusted.
+std::string foreign_text(const std::string &path)
+{
+    const std::string foreign = foreign_words(path);
+    return foreign.empty()
+               ? owner_words(path) + ": not looked into, left alone; give it to the owner of the "
+                                     "folder (chown) if it is to be kept"
+               : foreign + ": not looked into, left alone";
+}
+
 std::string place(const recovery_step &step)
 {
     return fmt::format("{} at {}", counted(step.length, "byte"), step.offset);
@@ -80,6 +91,11 @@ std::string obstacle_to(const recovery_plan &plan, const std::string &base)
     const std::string foreign_state = foreign_words(base + ".state");
     if (plan.result == QE_ERROR_OPEN && !foreign_state.empty()) {
         return base + ".state " + foreign_state;
+    }
+    const std::string stranger =
+        plan.result == QE_ERROR_OPEN ? stranger_words(base) : std::string();
+    if (!stranger.empty()) {
+        return stranger;
     }
     for (const recovery_step &step : plan.steps) {
         const bool takes_out =
@@ -268,7 +284,7 @@ std::string step_text(const recovery_step &step)
                    ? "is no socket: left alone; events cannot be sent to a recording"
                : step.path.ends_with(".lock")
                    ? "is no lock file: left alone; nothing is written to the box while it is there"
-                   : "no regular file, or somebody else's: not looked into, left alone";
+                   : foreign_text(step.path);
     case VESK_RECOVER_RENAME:
         return "its number comes near the end: renamed to a low one";
     }

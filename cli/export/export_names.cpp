@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
-#include <unordered_set>
 
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
+#include "text/distinct_names.hpp"
 
 namespace cli
 {
@@ -83,20 +83,10 @@ std::string label_text(std::string_view text)
 
 std::vector<std::string> export_names(std::span<const std::string> sensors, bool as_tags)
 {
-    std::vector<std::string> names;
-    names.reserve(sensors.size());
-    // A name that stays as it is has precedence over one that is changed.
-    std::unordered_set<std::string> taken(sensors.begin(), sensors.end());
-    for (const std::string &sensor : sensors) {
+    return distinct_names(sensors, [as_tags](const std::string &sensor) {
         const std::string whole = sensor.empty() ? "?" : sensor;
-        const std::string plain = as_tags ? label_text(whole) : printable(whole);
-        std::string name = plain;
-        for (unsigned i = 2; name != sensor && !taken.insert(name).second; ++i) {
-            name = fmt::format("{}_{}", plain, i);
-        }
-        names.push_back(std::move(name));
-    }
-    return names;
+        return as_tags ? label_text(whole) : printable(whole);
+    });
 }
 
 std::string metric_name(std::string_view sensor)

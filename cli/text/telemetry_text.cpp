@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
-#include <unordered_set>
 
 #include <vesk/vesk_limits.h>
 
 #include "process/terminal.hpp"
+#include "text/distinct_names.hpp"
 #include "text/time_text.hpp"
 #include "text/value_text.hpp"
 
@@ -140,18 +140,8 @@ std::string representable_name(std::string_view name)
 
 std::vector<std::string> representable_names(std::span<const std::string> sensors)
 {
-    std::vector<std::string> names;
-    names.reserve(sensors.size());
-    std::unordered_set<std::string> taken(sensors.begin(), sensors.end());
-    for (const std::string &sensor : sensors) {
-        const std::string plain = representable_name(sensor);
-        std::string name = plain;
-        for (unsigned i = 2; name != sensor && !taken.insert(name).second; ++i) {
-            name = fmt::format("{}_{}", plain, i);
-        }
-        names.push_back(std::move(name));
-    }
-    return names;
+    return distinct_names(sensors,
+                          [](const std::string &sensor) { return representable_name(sensor); });
 }
 
 std::string header_line(int64_t time, std::span<const std::string> sensors)

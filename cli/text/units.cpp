@@ -16,30 +16,33 @@ enum class scale { none, binary, decimal };
 
 struct unit {
     std::string_view ending; // of the name, behind '_' or '.'
-    std::string_view symbol;
+    std::string_view name;   // for programs
+    std::string_view symbol; // for people
     scale steps;
 };
 
 // The first that fits counts, so the longer ones come first.
-constexpr std::array<unit, 18> units = {{
-    {"bytes_per_s", "B/s", scale::decimal},
-    {"pages_per_s", "pages/s", scale::none},
-    {"packets_per_s", "pkt/s", scale::none},
-    {"errors_per_s", "err/s", scale::none},
-    {"per_s", "/s", scale::none},
-    {"bytes", "B", scale::binary},
-    {"percent", "%", scale::none},
-    {"RPM", "RPM", scale::none},
-    {"MHz", "MHz", scale::none},
-    {"dBm", "dBm", scale::none},
-    {"Hz", "Hz", scale::decimal},
-    {"ms", "ms", scale::none},
-    {"s", "s", scale::none},
-    {"C", "C", scale::none},
-    {"V", "V", scale::none},
-    {"A", "A", scale::none},
-    {"W", "W", scale::none},
-    {"J", "J", scale::none},
+constexpr std::array<unit, 20> units = {{
+    {"bytes_per_s", "bytes_per_s", "B/s", scale::decimal},
+    {"pages_per_s", "pages_per_s", "pages/s", scale::none},
+    {"packets_per_s", "packets_per_s", "pkt/s", scale::none},
+    {"errors_per_s", "per_s", "err/s", scale::none},
+    {"per_s", "per_s", "/s", scale::none},
+    {"bytes", "bytes", "B", scale::binary},
+    {"percent", "percent", "%", scale::none},
+    {"count", "count", "", scale::none},
+    {"flag", "flag", "", scale::none},
+    {"RPM", "RPM", "RPM", scale::none},
+    {"MHz", "MHz", "MHz", scale::none},
+    {"dBm", "dBm", "dBm", scale::none},
+    {"Hz", "Hz", "Hz", scale::decimal},
+    {"ms", "ms", "ms", scale::none},
+    {"s", "s", "s", scale::none},
+    {"C", "C", "C", scale::none},
+    {"V", "V", "V", scale::none},
+    {"A", "A", "A", scale::none},
+    {"W", "W", "W", scale::none},
+    {"J", "J", "J", scale::none},
 }};
 
 bool ends_with_unit(std::string_view sensor, std::string_view ending)
@@ -101,13 +104,19 @@ axis_unit with_prefix(double size, const unit &one)
 
 } // namespace
 
+std::string_view unit_name_of(std::string_view sensor)
+{
+    const unit *one = find_unit(sensor);
+    return one == nullptr ? std::string_view() : one->name;
+}
+
 std::string with_unit(double value, std::string_view sensor)
 {
     if (std::isnan(value)) {
         return "-";
     }
     const unit *one = find_unit(sensor);
-    if (one == nullptr) {
+    if (one == nullptr || one->symbol.empty()) {
         return digits(value);
     }
     const axis_unit shown = with_prefix(std::fabs(value), *one);

@@ -17,6 +17,10 @@ std::string with_unit(double value, std::string_view sensor, int digits);
 // Without any unit.
 std::string plain_number(double value, int digits);
 
+// The unit for programs: "bytes_per_s", "percent"; nothing for a number without a unit. What people
+// see as err/s is per_s.
+std::string_view unit_name_of(std::string_view sensor);
+
 // How an axis shows the values of a sensor: as numbers that are divided by something, with the unit
 // once beside them.
 struct axis_unit {

@@ -152,11 +152,13 @@ bool refuse_unknown_verb(const std::string &typed)
     return true;
 }
 
-// "vesk help VERB" is "vesk VERB --help".
+// "vesk help VERB" is "vesk VERB --help"; "vesk help" and "vesk help help" are "vesk --help".
 void translate_help(std::vector<std::string> &words)
 {
-    if (!words.empty() && words.front() == "help") {
-        words.erase(words.begin());
+    if (words.front() == "help") {
+        const auto verb = std::find_if(words.begin(), words.end(),
+                                       [](const std::string &word) { return word != "help"; });
+        words.erase(words.begin(), verb);
         words.emplace_back("--help");
     }
 }
@@ -190,7 +192,7 @@ std::string meant_option(const CLI::App &parser)
     for (const std::string &typed : parser.remaining()) {
         const std::string_view name = std::string_view(typed).substr(0, typed.find('='));
         const std::string_view meant =
-            name.starts_with("--") ? nearest_word(name, names) : std::string_view();
+            name.starts_with('-') ? nearest_word(name, names) : std::string_view();
         if (!meant.empty()) {
             return fmt::format("; did you mean '{}'?", meant);
         }

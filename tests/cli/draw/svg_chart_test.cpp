@@ -1,8 +1,8 @@
 // Pictures: what they show, that they are bounded, and that no name becomes markup.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <limits>
 
+#include "cli/draw/charted_values.hpp"
 #include "draw/svg_chart.hpp"
 #include "draw/svg_path.hpp"
 
@@ -12,19 +12,6 @@ namespace
 using namespace cli;
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
-
-charted_span span_of(const std::vector<float> &values, const svg_look &look)
-{
-    const time_grid grid({0, static_cast<int64_t>(values.size()) - 1}, columns_of(look));
-    column_track track(grid);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const auto time = static_cast<int64_t>(i);
-        track.add_sample(grid.column_of(time), time, values[i]);
-    }
-    return {grid, {{"::a_percent", track.take()}}, std::vector<uint32_t>(grid.columns(), 0)};
-}
 
 std::size_t count_of(const std::string &text, const std::string &part)
 {

@@ -1,8 +1,8 @@
 // Charts and sparklines of characters.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <limits>
 
+#include "cli/draw/charted_values.hpp"
 #include "draw/sparkline.hpp"
 #include "draw/text_chart.hpp"
 #include "text/fitting.hpp"
@@ -15,19 +15,6 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
-
-charted_span span_of(const std::vector<float> &values, const text_look &look)
-{
-    const time_grid grid({0, static_cast<int64_t>(values.size()) - 1}, columns_of(look));
-    column_track track(grid);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const auto time = static_cast<int64_t>(i);
-        track.add_sample(grid.column_of(time), time, values[i]);
-    }
-    return {grid, {{"::a_percent", track.take()}}, std::vector<uint32_t>(grid.columns(), 0)};
-}
 
 text_look small(dot_form form)
 {

@@ -188,7 +188,8 @@ class Content:
 # --- trials -------------------------------------------------------------------------------------
 
 READERS = ("dump", "dump --history", "dump --events", "info", "info --json", "check", "check --json",
-           "repair --dry-run")
+           "repair --dry-run", "show", "show --json", "suspects --json", "stats --json", "fetch --format csv",
+           "export --format jsonl", "diff --all --b /", "tail", "sensors --groups")
 WRITERS = ("import", "record", "event", "repair")
 Case = collections.namedtuple("Case", "verb shape kind how lasting")
 Result = collections.namedtuple("Result", "code output messages reached")

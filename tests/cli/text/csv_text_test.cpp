@@ -1,10 +1,9 @@
 // CSV with samples: what is read, and what is refused with its column.
 #include <cmath>
-#include <cstdlib>
-#include <ctime>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/text/parser_test.hpp"
 #include "text/csv_text.hpp"
 #include "text/value_text.hpp"
 
@@ -16,26 +15,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using kind = sample_parser::line_kind;
 
-class CsvText : public ::testing::Test
-{
-protected:
-    CsvText()
-    {
-        setenv("TZ", "UTC0", 1);
-        tzset();
-    }
-    std::string refusal_of(const std::string &line)
-    {
-        try {
-            (void)parser.parse(line);
-        } catch (const bad_text &reason) {
-            return reason.what();
-        }
-        return "accepted";
-    }
-
-    csv_parser parser;
-};
+using CsvText = parser_test<csv_parser>;
 
 TEST_F(CsvText, TheFirstLineNamesTheSensors)
 {

@@ -1,9 +1,8 @@
 #include <cmath>
-#include <cstdlib>
-#include <ctime>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/text/parser_test.hpp"
 #include "text/telemetry_text.hpp"
 #include "text/value_text.hpp"
 
@@ -15,27 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using kind = telemetry_parser::line_kind;
 
-class TelemetryText : public ::testing::Test
-{
-protected:
-    TelemetryText()
-    {
-        setenv("TZ", "UTC0", 1);
-        tzset();
-    }
-
-    std::string refusal_of(std::string_view line)
-    {
-        try {
-            parser.parse(line);
-        } catch (const bad_text &reason) {
-            return reason.what();
-        }
-        return "(accepted)";
-    }
-
-    telemetry_parser parser;
-};
+using TelemetryText = parser_test<telemetry_parser>;
 
 std::string at_new_year(const std::string &rest)
 {

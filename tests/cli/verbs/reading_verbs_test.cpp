@@ -1,5 +1,5 @@
-// The verbs fetch, stats, events, tail, diff and export on boxes that no text telemetry can make,
-// and on damaged ones.
+// The verbs that read a box, in all their forms, on boxes that no text telemetry can make, and on
+// damaged ones.
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
@@ -109,7 +109,15 @@ const std::vector<std::vector<std::string>> all_forms = {
     {"export", "--format", "influx"},
     {"export", "--format", "victoria"},
     {"export", "--format", "sqlite", "--force", "-o", "OUTPUT"},
-    {"report"}};
+    {"report"},
+    {"dump"},
+    {"dump", "--history"},
+    {"dump", "--events"},
+    {"info"},
+    {"info", "--json"},
+    {"check"},
+    {"check", "--json"},
+    {"repair", "--dry-run"}};
 
 std::vector<std::string> on(const std::vector<std::string> &form, const std::string &name)
 {
