@@ -71,7 +71,7 @@ std::string reached_text(const finding &found)
         return "; no past interval reached that far";
     }
     return fmt::format("; {} % of past intervals reached that far",
-                       number(found.reached * percent, 3));
+                       plain_number(found.reached * percent, 3));
 }
 
 std::string remark(const finding &found)

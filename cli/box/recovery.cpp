@@ -297,7 +297,7 @@ std::string report_text(const vesk_recover_report &report)
                                    counted(report.intervals_kept, "interval"),
                                    counted(report.events_kept, "event"));
     add(text, report.bytes_aside, counted(report.bytes_aside, "byte") + " set aside");
-    add(text, report.records_mended, counted(report.records_mended, "record") + " mended");
+    add(text, report.records_mended, counted(report.records_mended, "record") + " repaired");
     add(text, report.samples_padded, counted(report.samples_padded, "empty sample") + " added");
     add(text, report.intervals_padded,
         counted(report.intervals_padded, "empty interval") + " added");

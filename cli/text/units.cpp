@@ -131,7 +131,7 @@ std::string plain_number(double value, int digits)
 std::string with_unit(double value, std::string_view sensor, int digits)
 {
     const unit *one = find_unit(sensor);
-    if (one == nullptr) {
+    if (one == nullptr || one->symbol.empty()) {
         return plain_number(value, digits);
     }
     const axis_unit shown = with_prefix(std::fabs(value), *one);

@@ -16,6 +16,7 @@
 #include "verbs/command_help.hpp"
 #include "verbs/completion.hpp"
 #include "verbs/manual_page.hpp"
+#include "verbs/unknown_verb.hpp"
 #include "verbs/verb.hpp"
 
 namespace cli
@@ -138,16 +139,12 @@ void set_up(CLI::App &app, const std::string &version)
 // A verb that does not exist is told apart from wrong options of one that does.
 bool refuse_unknown_verb(const std::string &typed)
 {
-    std::vector<std::string_view> names;
-    for (const verb *each : all_verbs()) {
-        if (typed == each->name) {
-            return false;
-        }
-        names.emplace_back(each->name);
+    const std::vector<const verb *> verbs = all_verbs();
+    if (std::any_of(verbs.begin(), verbs.end(),
+                    [&](const verb *each) { return typed == each->name; })) {
+        return false;
     }
-    const std::string_view meant = nearest_word(typed, names);
-    complain(fmt::format("there is no verb '{}'{}", printable(typed),
-                         meant.empty() ? "" : fmt::format("; did you mean '{}'?", meant)));
+    complain(unknown_verb_text(typed));
     say("Try 'vesk --help'.\n");
     return true;
 }

@@ -9,6 +9,7 @@
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
 #include "verbs/command_help.hpp"
+#include "verbs/unknown_verb.hpp"
 #include "verbs/verb_description.hpp"
 
 namespace cli
@@ -208,7 +209,7 @@ std::string manual_page(const std::string &name, const std::string &version)
             return page_of_verb(describe(*each), version);
         }
     }
-    throw failure(exit_usage, fmt::format("there is no verb '{}'", printable(name)));
+    throw failure(exit_usage, unknown_verb_text(name));
 }
 
 } // namespace cli

@@ -121,16 +121,17 @@ action prepare(option_list &options)
     return [chosen] { return repair(*chosen); };
 }
 
-constexpr const char *more = "Shows what is wrong, then mends it. What is taken out of a file is "
-                             "kept in FILE.torn. `record` and\n"
-                             "`import` do the same when they start. A box that was moved or copied "
-                             "is made at home where it is.\n"
-                             "\n"
-                             "Examples:\n"
-                             "  vesk repair --dry-run box\n"
-                             "  vesk repair box --samples 3600 --intervals 60\n";
+constexpr const char *more =
+    "Shows what is wrong, then repairs it. What is taken out of a file "
+    "is kept in FILE.torn. `record`\n"
+    "and `import` do the same when they start. A box that was moved or copied "
+    "is made at home where it is.\n"
+    "\n"
+    "Examples:\n"
+    "  vesk repair --dry-run box\n"
+    "  vesk repair box --samples 3600 --intervals 60\n";
 
-const registration registered({70, "repair", "Bring a damaged box back", more, prepare});
+const registration registered({70, "repair", "Repair a damaged box", more, prepare});
 
 } // namespace
 } // namespace cli

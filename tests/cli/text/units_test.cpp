@@ -23,6 +23,8 @@ TEST(Units, AreTakenFromTheNameOfTheSensor)
     EXPECT_EQ(with_unit(7, "::disk.sda.reads_per_s"), "7 /s");
     EXPECT_EQ(with_unit(0.5, "::load.1min"), "0.5");
     EXPECT_EQ(with_unit(0.5, "::status"), "0.5");
+    EXPECT_EQ(with_unit(3, "::net.eth0.carrier_flag"), "3");
+    EXPECT_EQ(with_unit(3, "::fs.free_inodes_count", 3), "3");
     EXPECT_EQ(with_unit(3, "::swap.in_pages_per_s"), "3 pages/s");
     EXPECT_EQ(with_unit(2400, "::cpu.0.MHz"), "2400 MHz");
 }
