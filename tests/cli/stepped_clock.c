@@ -6,14 +6,16 @@
 #include <stdlib.h>
 #include <time.h>
 
+/* The last step holds while no descriptor is left to read the file with. */
 static long long step(void)
 {
+    static long long seconds = 0;
     const char *path = getenv("VESK_TEST_CLOCK");
     FILE *file = path != NULL ? fopen(path, "re") : NULL;
-    long long seconds = 0;
+    long long found = 0;
     if (file != NULL) {
-        if (fscanf(file, "%lld", &seconds) != 1) {
-            seconds = 0;
+        if (fscanf(file, "%lld", &found) == 1) {
+            seconds = found;
         }
         fclose(file);
     }
