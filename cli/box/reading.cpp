@@ -13,6 +13,7 @@
 #include <vesk/sensor_array.h>
 
 #include "box/column_map.hpp"
+#include "box/joined_tiers.hpp"
 #include "box/waiting_events.hpp"
 #include "process/terminal.hpp"
 
@@ -302,7 +303,7 @@ private:
     raw_position position_;
 };
 
-reading::reading(const std::string &name) : box_(find_box(name))
+reading::reading(const std::string &name, tiers with) : box_(find_box(name))
 {
     if (!box_.is_file && box_.state.error != 0) {
         losses_.add_state(box_.state);
@@ -313,10 +314,45 @@ reading::reading(const std::string &name) : box_(find_box(name))
         }
     }
     survey(*this).look_over();
+    if (with == tiers::joined && !box_.is_file && name == box_.name) {
+        join_tiers();
+    }
+}
+
+reading::~reading() = default;
+
+void reading::join_tiers()
+{
+    auto joined = std::make_unique<joined_tiers>(
+        box_.name, sensors_, usual_step_,
+        [this](const time_range &range, const std::vector<std::size_t> &chosen,
+               row_visitor &visitor) { read_box(range, chosen, visitor); });
+    if (joined->empty()) {
+        return;
+    }
+    joined_ = std::move(joined);
+    sensors_ = joined_->sensors();
+    intervals_ = joined_->rows();
+    if (const std::optional<time_range> &rows = joined_->extent()) {
+        begin_ = std::min(begin_.value_or(rows->from), rows->from);
+        end_ = end_.value_or(rows->to);
+        extent_ = extent_.value_or(*rows);
+        extent_ = {std::min(extent_->from, rows->from), std::max(extent_->to, rows->to)};
+    }
 }
 
 void reading::read(const time_range &range, const std::vector<std::size_t> &chosen,
                    row_visitor &visitor)
+{
+    if (joined_) {
+        joined_->read(range, chosen, visitor);
+    } else {
+        read_box(range, chosen, visitor);
+    }
+}
+
+void reading::read_box(const time_range &range, const std::vector<std::size_t> &chosen,
+                       row_visitor &visitor)
 {
     walk rows(*this, range, chosen, visitor);
     rows.go();
@@ -325,7 +361,8 @@ void reading::read(const time_range &range, const std::vector<std::size_t> &chos
 
 exit_code reading::code() const
 {
-    return losses_.code(nothing_);
+    const exit_code own = losses_.code(nothing_);
+    return own == exit_done && joined_ && joined_->is_damaged() ? exit_damaged : own;
 }
 
 bool reading::is_left_out(const vesk_hb_record_sensor_values &interval) const

@@ -1,6 +1,7 @@
-// The content of a box in the order of time: intervals of history, then raw samples and events. The
-// verbs that read share it, so that they all see the same sensors in the same order, bear the same
-// damage and end with the same exit codes.
+// The content of a box in the order of time: intervals of history, then raw samples and events.
+// Rows of its tiers are handed out as intervals, where they are finer than what the box has left.
+// The verbs that read share it, so that they all see the same sensors in the same order, bear the
+// same damage and end with the same exit codes.
 //
 // A box is looked over twice: first for its sensors, its times and its damage, then for its rows,
 // which are handed out one by one. Its files are held open between, so that both looks see the same
@@ -10,6 +11,7 @@
 #define VESK_CLI_BOX_READING_HPP
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -68,12 +70,21 @@ public:
     virtual void on_event(const event_row & /*row*/) {}
 };
 
+class joined_tiers;
+
 class reading
 {
 public:
+    // Whether the tiers of the box are read with it.
+    enum class tiers { none, joined };
+
     // Looks over the box, or the one buffer file, that @p name stands for. What is damaged is told
-    // on standard error. Throws a failure as find_box() does.
-    explicit reading(const std::string &name);
+    // on standard error. Throws a failure as find_box() does. With the name of its state file the
+    // box is read without its tiers, too.
+    explicit reading(const std::string &name, tiers with = tiers::joined);
+    reading(const reading &) = delete;
+    reading &operator=(const reading &) = delete;
+    ~reading();
 
     const box &source() const { return box_; }
     // The sensors in the order in which the raw samples name them, followed by those that only the
@@ -109,6 +120,10 @@ private:
     class walk;
 
     bool is_left_out(const vesk_hb_record_sensor_values &interval) const;
+    void join_tiers();
+    // What the box itself holds.
+    void read_box(const time_range &range, const std::vector<std::size_t> &chosen,
+                  row_visitor &visitor);
 
     box box_;
     losses losses_;
@@ -124,6 +139,7 @@ private:
     uint64_t intervals_ = 0;
     raw_position position_;
     bool nothing_ = false;
+    std::unique_ptr<joined_tiers> joined_; // null where the box has no tiers
 };
 
 // Whether the interval holds no samples and no events: a repair fills up a history with such ones.

@@ -33,10 +33,11 @@ constexpr uint32_t least_pairs = 4;
 
 // Half an interval costs no sample. Where that is short, some samples are missed once in many
 // hours.
-double longest_rotation(int64_t interval)
+double longest_rotation(const size_wish &wish)
 {
     constexpr double acceptable = 3;
-    return std::max(static_cast<double>(interval) / 2, acceptable);
+    const int64_t pause = wish.pause > 0 ? wish.pause : wish.interval;
+    return std::max(static_cast<double>(pause) / 2, acceptable);
 }
 
 // How many samples make one interval.
@@ -89,7 +90,7 @@ public:
 
     bool is_quick(const whole_shape &shape) const
     {
-        return wish_.rotation.seconds(shape) <= longest_rotation(wish_.interval);
+        return wish_.rotation.seconds(shape) <= longest_rotation(wish_);
     }
     bool is_small(const whole_shape &shape) const
     {
@@ -188,7 +189,7 @@ std::string what_can_be_had(const size_wish &wish)
                   fmt::format("{} is too long for one box with a sample every {}: each time that "
                               "its buffers take turns, samples would be missed for more than "
                               "{:g}s; {}; fewer sensors or a longer --interval keep more",
-                              keep, format_duration(wish.interval), longest_rotation(wish.interval),
+                              keep, format_duration(wish.interval), longest_rotation(wish),
                               what_can_be_had(wish)));
 }
 

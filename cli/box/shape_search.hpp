@@ -26,6 +26,7 @@ struct size_wish {
     std::optional<int64_t> keep;  // seconds that the box reaches back at least
     std::optional<uint64_t> disk; // bytes that it takes at most
     int64_t interval = 1;         // seconds between samples
+    int64_t pause = 0;            // between those that wait for a turn; 0: the interval
     record_bytes records;         // the largest
     uint64_t event_bytes = 0;     // of one buffer
     rotation_cost rotation;

@@ -17,7 +17,7 @@ std::string samples_are(uint64_t count)
     return counted(count, "sample") + (count == 1 ? " is" : " are");
 }
 
-bool sample_writer::write(int64_t time, readings found)
+bool sample_writer::write(int64_t time, readings &found)
 {
     drop_what_has_no_room(found);
     try {

@@ -23,9 +23,11 @@ public:
     {
     }
 
-    // True when the sample is recorded. Throws a failure when the machine gives no reading at all
-    // from the start, and what box_writer throws for good.
-    bool write(int64_t time, readings found);
+    // The machine has been seen to give readings: where there are none at first, they come later.
+    void readings_exist() { waits_for_first_ = true; }
+    // True when the sample is recorded; @p found is left with what was. Throws a failure when the
+    // machine gives no reading at all from the start, and what box_writer throws for good.
+    bool write(int64_t time, readings &found);
 
     uint64_t recorded() const { return recorded_; }
     uint64_t missing() const { return missing_; } // since the last sample that was recorded

@@ -83,6 +83,7 @@ record_settings settings_of(const record_options &options)
     settings.events = options.events.for_recording(options.sensors.root, settings.interval);
     settings.sync = parse_sync_policy(options.sync);
     options.sizes.check();
+    options.sizes.wanted_tiers(settings.interval);
     return settings;
 }
 
@@ -115,6 +116,7 @@ std::string unchangeable(const record_options &before, const record_options &now
     compare("--intervals", before.sizes.shape.intervals == now.sizes.shape.intervals);
     compare("--keep", before.sizes.keep == now.sizes.keep);
     compare("--disk", before.sizes.disk == now.sizes.disk);
+    compare("--tiers", before.sizes.tiers == now.sizes.tiers);
     compare("--no-machine-id", before.events.no_machine_id == now.events.no_machine_id);
     return names;
 }

@@ -10,6 +10,7 @@
 #include "machine/schedule.hpp"
 #include "process/clock.hpp"
 #include "process/failure.hpp"
+#include "text/byte_size.hpp"
 #include "text/duration.hpp"
 #include "text/value_text.hpp"
 #include "verbs/size_plan.hpp"
@@ -27,16 +28,18 @@ constexpr std::size_t events_at_end = 1000;
 } // namespace
 
 recording::recording(const record_options &options, const record_settings &settings,
-                     const box_shape &shape, std::function<record_options()> read_options)
+                     const recording_plan &plan, std::function<record_options()> read_options)
     : base_(options.base), options_(options), settings_(settings),
       read_options_(std::move(read_options)),
       stop_(options.config.empty() ? stop_request::hangup::ends : stop_request::hangup::reloads),
-      box_(options.base, shape, settings.sync), past_(read_recording_log(find_box(options.base))),
+      box_(options.base, plan.shape, settings.sync),
+      past_(read_recording_log(find_box(options.base))),
       limited_([this](const event &what) { return events_.write(what); },
                budget_of(find_box(options.base), options.event_bytes())),
       events_(box_, options.base), own_(limited_, settings.events),
       machine_(std::in_place, options.sensors.root, settings.sensors),
-      intake_(options.base, limited_, events_), samples_(box_, options.base, !options.from.empty())
+      intake_(options.base, limited_, events_), samples_(box_, options.base, !options.from.empty()),
+      wanted_tiers_(plan.tiers)
 {
     if (!options.from.empty()) {
         program_.emplace(options.from);
@@ -61,6 +64,10 @@ void recording::run()
 void recording::begin()
 {
     before_ = machine_->take();
+    if (!before_.taken.empty()) {
+        samples_.readings_exist();
+    }
+    tiers_.emplace(base_, wanted_tiers_, settings_.sync);
     const bool is_resumed = box_.last_time_before() || past_.last_time();
     const std::optional<gap> before = own_.begin(is_resumed ? &past_ : nullptr, read_clocks());
     const std::string what = before ? fmt::format("the recording goes on after {}: {}",
@@ -82,11 +89,29 @@ std::string recording::status_words() const
 std::string recording::words_about_size() const
 {
     const box_state state = read_state(base_);
-    const whole_shape shape = {state.samples, state.intervals};
-    const record_bytes largest = largest_records(names_in(before_));
-    note_other_size(base_, shape, largest, options_.sizes, settings_.interval,
-                    options_.event_bytes());
-    return size_words(shape, settings_.interval, largest, options_.event_bytes());
+    const std::vector<std::string> names = names_in(before_);
+    std::vector<sized_box> all = {{{state.samples, state.intervals},
+                                   settings_.interval,
+                                   largest_records(names),
+                                   options_.event_bytes()}};
+    std::string words = size_words(all.front());
+    uint64_t bytes = all.front().bytes();
+    for (const wanted_tier &each : wanted_tiers_) {
+        const std::string base = tier_base(base_, each.kind);
+        const box_state tier = read_state(base);
+        if (tier.error == 0) {
+            all.push_back({{tier.samples, tier.intervals},
+                           each.kind.period,
+                           largest_records(names_in_tier(each.kind, names)),
+                           0});
+            words += fmt::format("; {}: {}", base, size_words(all.back()));
+            bytes += all.back().bytes();
+        }
+    }
+    note_other_size(base_, all, options_.sizes);
+    return all.size() == 1
+               ? words
+               : fmt::format("{}; altogether at most {}", words, format_byte_size(bytes));
 }
 
 void recording::take_samples()
@@ -106,7 +131,7 @@ void recording::take_samples()
         if (program_) {
             program_->add_to(found, monotonic_seconds(), settings_.interval);
         }
-        take(std::move(found));
+        take(found);
         before_ = std::move(now);
     }
 }
@@ -203,11 +228,12 @@ void recording::change(const record_options &options)
                     format_duration(settings_.interval)));
 }
 
-void recording::take(readings found)
+void recording::take(readings &found)
 {
     const auto now = static_cast<int64_t>(clock_seconds());
     const uint64_t buffers = box_.buffers_begun();
-    if (samples_.write(now, std::move(found))) {
+    if (samples_.write(now, found)) {
+        tiers_->add(now, found.names, found.values);
         limited_.vector_written(box_.buffers_begun() != buffers);
         events_.take_over();
         intake_.answer_senders();
@@ -230,6 +256,7 @@ void recording::finish()
     const std::string reason = stop_.requested() ? stop_.signal_name() : "count";
     own_.end(read_clocks(), reason);
     box_.finish();
+    tiers_->finish();
     status_.clear();
     log(fmt::format("the recording ends ({}), {} recorded", reason,
                     samples_are(samples_.recorded())));

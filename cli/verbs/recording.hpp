@@ -12,6 +12,7 @@
 #include "box/event_intake.hpp"
 #include "box/limited_events.hpp"
 #include "box/recording_log.hpp"
+#include "box/tier_recorder.hpp"
 #include "box/waiting_events.hpp"
 #include "machine/recording_events.hpp"
 #include "machine/sample_writer.hpp"
@@ -20,6 +21,7 @@
 #include "process/stop_request.hpp"
 #include "process/terminal.hpp"
 #include "verbs/record_options.hpp"
+#include "verbs/size_plan.hpp"
 
 namespace cli
 {
@@ -27,10 +29,10 @@ namespace cli
 class recording
 {
 public:
-    // Opens the box, or makes it with @p shape. @p read_options reads the options again when a
-    // reload is asked for.
+    // Opens the box and its tiers, or makes them as @p plan says. @p read_options reads the options
+    // again when a reload is asked for.
     recording(const record_options &options, const record_settings &settings,
-              const box_shape &shape, std::function<record_options()> read_options);
+              const recording_plan &plan, std::function<record_options()> read_options);
 
     void run();
 
@@ -38,7 +40,7 @@ private:
     void begin();
     void take_samples();
     std::optional<int64_t> wait_for(int64_t tick);
-    void take(readings found);
+    void take(readings &found);
     void finish();
     void reload();
     void change(const record_options &options);
@@ -66,6 +68,8 @@ private:
     std::optional<program_source> program_;
     event_intake intake_;
     sample_writer samples_;
+    std::vector<wanted_tier> wanted_tiers_;
+    std::optional<tier_recorders> tiers_;
     snapshot before_;
     status_line status_;
     bool noted_late_ = false;

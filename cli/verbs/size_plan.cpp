@@ -4,13 +4,81 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fmt/format.h>
 #include <thread>
 
 #include "machine/rates.hpp"
 #include "process/failure.hpp"
+#include "text/byte_size.hpp"
 
 namespace cli
 {
+namespace
+{
+
+// A tier has mean, extremes and deviation of each sensor.
+constexpr double values_of_sensor = 4;
+// Where only --disk tells the size, each tier gets this part of it.
+constexpr uint64_t tiers_in_disk = 4;
+
+record_bytes scaled(const record_bytes &records, double factor)
+{
+    return {records.names * factor, records.sample * factor, records.interval * factor};
+}
+
+// What is wanted of a tier.
+size_wish wish_of_tier(const size_wish &all, const tier_plan &tier, bool is_coarsest)
+{
+    size_wish wish = all;
+    wish.interval = tier.kind.period;
+    wish.pause = all.interval;
+    wish.event_bytes = 0;
+    wish.records = tier.largest;
+    wish.rotation.seconds_of_sample *= values_of_sensor;
+    wish.rotation.seconds_of_interval *= values_of_sensor;
+    wish.disk.reset();
+    if (wish.keep && !is_coarsest) {
+        wish.keep = std::min(*wish.keep, most_samples_kept * tier.kind.period);
+    }
+    if (!wish.keep && all.disk) {
+        wish.disk = *all.disk / tiers_in_disk;
+    }
+    return wish;
+}
+
+// Takes the space of the tiers from what the box may have, and what they keep from what it must.
+void leave_to_box(size_wish &wish, const std::vector<tier_plan> &tiers)
+{
+    if (wish.keep && !tiers.empty()) {
+        wish.keep = std::min(*wish.keep, most_samples_kept * wish.interval);
+    }
+    uint64_t bytes = 0;
+    for (const tier_plan &tier : tiers) {
+        bytes += tier.sized().bytes();
+    }
+    if (wish.disk && bytes >= *wish.disk) {
+        throw failure(exit_usage,
+                      fmt::format("--disk {}: is too little, its tiers alone take up to {}",
+                                  format_byte_size(*wish.disk), format_byte_size(bytes)));
+    }
+    if (wish.disk) {
+        *wish.disk -= bytes;
+    }
+}
+
+} // namespace
+
+std::vector<std::string> names_in_tier(const tier_kind &kind, const std::vector<std::string> &names)
+{
+    std::vector<std::string> all = {tier_count_name(kind)};
+    for (const std::string &name : names) {
+        all.push_back(name);
+        all.push_back(least_name(name));
+        all.push_back(greatest_name(name));
+        all.push_back(deviation_name(name));
+    }
+    return all;
+}
 
 machine_samples sample_machine(sampler &machine, unsigned count, double seconds)
 {
@@ -48,9 +116,14 @@ box_plan plan_box(const size_options &sizes, int64_t interval, std::optional<uin
                   const machine_samples &samples)
 {
     box_plan plan;
+    plan.interval = interval;
     plan.event_bytes = sizes.event_bytes(event_bytes);
     plan.largest = largest_records(samples.names);
     plan.measured = try_samples(samples.names, samples.values);
+    for (const tier_kind &kind : sizes.wanted_tiers(interval)) {
+        plan.tiers.push_back({kind, kind.shape, largest_records(names_in_tier(kind, samples.names)),
+                              scaled(plan.measured.records, values_of_sensor)});
+    }
     if (!sizes.are_in_peoples_terms()) {
         plan.shape = complete_shape(sizes.shape);
         return plan;
@@ -58,6 +131,10 @@ box_plan plan_box(const size_options &sizes, int64_t interval, std::optional<uin
     size_wish wish = sizes.wish(interval, plan.event_bytes);
     wish.records = plan.largest;
     wish.rotation = plan.measured.rotation;
+    for (tier_plan &tier : plan.tiers) {
+        tier.shape = find_shape(wish_of_tier(wish, tier, &tier == &plan.tiers.back()));
+    }
+    leave_to_box(wish, plan.tiers);
     plan.shape = find_shape(wish);
     return plan;
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "box/tier_recorder.hpp"
 #include "box/trial_box.hpp"
 #include "machine/sampler.hpp"
 #include "verbs/size_options.hpp"
@@ -26,12 +27,35 @@ machine_samples sample_machine(sampler &machine, unsigned count, double seconds)
 // The names of the sensors in a snapshot.
 std::vector<std::string> names_in(const snapshot &what);
 
+struct tier_plan {
+    tier_kind kind;
+    whole_shape shape;
+    record_bytes largest;
+    record_bytes usual;
+
+    sized_box sized() const { return {shape, kind.period, largest, 0}; }
+};
+
 struct box_plan {
     whole_shape shape;
+    int64_t interval = 1;
     uint64_t event_bytes = 0;
     record_bytes largest;
     trial_result measured;
+    std::vector<tier_plan> tiers; // from the finest to the coarsest
+
+    sized_box sized() const { return {shape, interval, largest, event_bytes}; }
 };
+
+// What a recording makes where it is not there yet.
+struct recording_plan {
+    box_shape shape;
+    std::vector<wanted_tier> tiers;
+};
+
+// The names of the sensors of a tier, where all sensors have extremes.
+std::vector<std::string> names_in_tier(const tier_kind &kind,
+                                       const std::vector<std::string> &names);
 
 // @p event_bytes are those that the user wants, if any. Throws a usage failure where no box is as
 // it is wanted.

@@ -10,6 +10,7 @@
 
 #include "box/box.hpp"
 #include "box/diagnosis.hpp"
+#include "box/tier.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
@@ -147,7 +148,7 @@ ordered_json repair_json(const recovery_plan &plan)
     return result;
 }
 
-void print_json(const diagnosis &found)
+void print_json(const diagnosis &found, const ordered_json &tiers)
 {
     const box_state &state = found.what.state;
     ordered_json result = {{"box", found.what.name}, {"verdict", found.verdict()}};
@@ -174,6 +175,7 @@ void print_json(const diagnosis &found)
     result["waiting_events"] = waiting_json(found.waiting);
     result["repair"] =
         found.is_repairable() && !found.live ? repair_json(found.plan) : ordered_json(nullptr);
+    result["tiers"] = tiers;
     // Paths may be any bytes, and what is not ASCII may turn a terminal: all of it is escaped.
     fmt::print("{}\n", result.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
@@ -187,21 +189,46 @@ void require_verdict(const diagnosis &found)
     }
 }
 
+exit_code code_of(const diagnosis &found)
+{
+    if (found.is_healthy()) {
+        return exit_done;
+    }
+    return found.is_repairable() ? exit_damaged : exit_unreadable;
+}
+
+// A tier is a box of its own, whose files `vesk check BASE.1m` lists.
+exit_code check_tiers(const std::string &base, ordered_json &tiers)
+{
+    exit_code worst = exit_done;
+    for (const tier_kind &kind : tiers_of(base)) {
+        const diagnosis found = diagnose_box(tier_base(base, kind), {0, 0});
+        require_verdict(found);
+        worst = std::max(worst, code_of(found));
+        tiers.push_back({{"box", found.what.name}, {"verdict", found.verdict()}});
+        tiers.back()["text"] = found.verdict_text();
+    }
+    return worst;
+}
+
 exit_code check(const check_options &options)
 {
     const diagnosis found = diagnose_box(
         options.base, {options.shape.samples.value_or(0), options.shape.intervals.value_or(0)});
     require_verdict(found);
+    ordered_json tiers = ordered_json::array();
+    const exit_code of_tiers = check_tiers(options.base, tiers);
     if (options.json) {
-        print_json(found);
+        print_json(found, tiers);
     } else {
         print_text(found);
+        for (const ordered_json &tier : tiers) {
+            fmt::print("{}\n", printable(fmt::format("{}: {}", tier["box"].get<std::string>(),
+                                                     tier["text"].get<std::string>())));
+        }
     }
     flush_output();
-    if (found.is_healthy()) {
-        return exit_done;
-    }
-    return found.is_repairable() ? exit_damaged : exit_unreadable;
+    return std::max(code_of(found), of_tiers);
 }
 
 action prepare(option_list &options)

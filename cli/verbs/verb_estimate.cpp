@@ -44,9 +44,12 @@ public:
     estimate(const box_plan &plan, std::size_t sensors, int64_t interval)
         : plan_(plan), sensors_(sensors), interval_(interval), raw_(raw_reach(plan.shape)),
           all_(history_reach(plan.shape)), usual_(usual_bytes(plan.shape, plan.measured.records)),
-          most_(most_bytes(plan.shape, plan.largest, plan.event_bytes)),
-          turn_(plan.measured.rotation.seconds(plan.shape))
+          most_(plan.sized().bytes()), turn_(plan.measured.rotation.seconds(plan.shape))
     {
+        for (const tier_plan &tier : plan.tiers) {
+            usual_ += usual_bytes(tier.shape, tier.usual);
+            most_ += tier.sized().bytes();
+        }
     }
 
     void print_text() const
@@ -62,6 +65,11 @@ public:
         line("raw", fmt::format("the last {} to {}", span(raw_.least), span(raw_.most)));
         line("horizon", fmt::format("{} to {}: one row sums up all that is older", span(all_.least),
                                     span(all_.most)));
+        for (const tier_plan &tier : plan_.tiers) {
+            line(fmt::format("tier {}", tier.kind.name),
+                 fmt::format("a row every {}, {}", format_duration(tier.kind.period),
+                             size_words(tier.sized())));
+        }
         line("disk",
              fmt::format("{} usually, at most {}, {} of that for events", format_byte_size(usual_),
                          format_byte_size(most_), format_byte_size(event_total())));
@@ -75,24 +83,35 @@ public:
     void print_json() const
     {
         const whole_shape &shape = plan_.shape;
-        const ordered_json result = {{"sensors", sensors_},
-                                     {"interval", interval_},
-                                     {"samples", shape.samples},
-                                     {"intervals", shape.intervals},
-                                     {"sample_bytes", whole_bytes(plan_.measured.records.sample)},
-                                     {"most_sample_bytes", whole_bytes(plan_.largest.sample)},
-                                     {"raw_seconds", seconds(raw_)},
-                                     {"horizon_seconds", seconds(all_)},
-                                     {"usual_bytes", usual_},
-                                     {"most_bytes", most_},
-                                     {"event_bytes", event_total()},
-                                     {"rotation_seconds", turn_},
-                                     {"seconds_between_rotations", interval_ * shape.samples}};
+        ordered_json result = {{"sensors", sensors_},
+                               {"interval", interval_},
+                               {"samples", shape.samples},
+                               {"intervals", shape.intervals},
+                               {"sample_bytes", whole_bytes(plan_.measured.records.sample)},
+                               {"most_sample_bytes", whole_bytes(plan_.largest.sample)},
+                               {"raw_seconds", seconds(raw_, interval_)},
+                               {"horizon_seconds", seconds(all_, interval_)},
+                               {"usual_bytes", usual_},
+                               {"most_bytes", most_},
+                               {"event_bytes", event_total()},
+                               {"rotation_seconds", turn_},
+                               {"seconds_between_rotations", interval_ * shape.samples}};
+        result["tiers"] = ordered_json::array();
+        for (const tier_plan &tier : plan_.tiers) {
+            result["tiers"].push_back(
+                {{"name", tier.kind.name},
+                 {"period", tier.kind.period},
+                 {"samples", tier.shape.samples},
+                 {"intervals", tier.shape.intervals},
+                 {"raw_seconds", seconds(raw_reach(tier.shape), tier.kind.period)},
+                 {"horizon_seconds", seconds(history_reach(tier.shape), tier.kind.period)},
+                 {"most_bytes", tier.sized().bytes()}});
+        }
         put(result.dump(2) + "\n");
     }
 
 private:
-    static void line(const char *title, const std::string &text)
+    static void line(const std::string &title, const std::string &text)
     {
         put(fmt::format("{:<10} {}\n", title, text));
     }
@@ -100,12 +119,15 @@ private:
     {
         return format_rough_duration(static_cast<int64_t>(samples) * interval_);
     }
-    ordered_json seconds(const reach &what) const
+    static ordered_json seconds(const reach &what, int64_t of_one)
     {
-        const auto interval = static_cast<uint64_t>(interval_);
+        const auto interval = static_cast<uint64_t>(of_one);
         return {{"least", what.least * interval}, {"most", what.most * interval}};
     }
-    uint64_t event_total() const { return most_ - most_bytes(plan_.shape, plan_.largest, 0); }
+    uint64_t event_total() const
+    {
+        return plan_.sized().bytes() - most_bytes(plan_.shape, plan_.largest, 0);
+    }
 
     const box_plan &plan_;
     std::size_t sensors_;

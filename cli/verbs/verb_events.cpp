@@ -217,7 +217,8 @@ exit_code events(const events_options &options)
 {
     options.source.settle();
     const type_choice types(options.types);
-    reading source(options.source.name);
+    // Tiers hold no events.
+    reading source(options.source.name, reading::tiers::none);
     const time_range range = range_in(options.source, source);
     uint64_t past = 0;
     if (options.json) {

@@ -15,6 +15,7 @@
 
 #include "box/box_report.hpp"
 #include "box/event_budget.hpp"
+#include "box/tier.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
@@ -130,6 +131,32 @@ ordered_json size_json(const box_report &found)
             {"most_bytes", most_bytes(size->shape, size->largest, default_event_bytes)}};
 }
 
+// The tiers of a box that can be read; `check` tells of the others.
+std::vector<box_report> reports_of_tiers(const box &what)
+{
+    std::vector<box_report> reports;
+    if (what.is_file) {
+        return reports;
+    }
+    for (const tier_kind &kind : tiers_of(what.name)) {
+        reports.push_back(make_report(tier_base(what.name, kind)));
+    }
+    return reports;
+}
+
+time_span whole_span(const box_report &tier)
+{
+    time_span whole = tier.history;
+    whole.add(tier.raw);
+    return whole;
+}
+
+std::string rows_text(const box_report &tier)
+{
+    return fmt::format("{} and {}", counted(tier.all.samples, "row"),
+                       counted(tier.all.intervals, "interval"));
+}
+
 void print_text(const box_report &found)
 {
     const box &what = found.what;
@@ -148,9 +175,13 @@ void print_text(const box_report &found)
     print_recordings(found.log, what.writer);
     if (const auto size = recorded_size(found)) {
         line("reach", "{}",
-             size_words(size->shape, size->interval, size->largest, default_event_bytes));
+             size_words({size->shape, size->interval, size->largest, default_event_bytes}));
     }
     line("bytes", "{}", found.bytes);
+    for (const box_report &tier : reports_of_tiers(found.what)) {
+        line("tier", "{}: {}, {}, {} bytes", printable(tier.what.name), span_text(whole_span(tier)),
+             rows_text(tier), tier.bytes);
+    }
     fmt::print("files\n");
     for (const file_contents &file : found.files) {
         print_file(file, what.is_file);
@@ -250,6 +281,14 @@ void print_json(const box_report &found)
     add_recordings(found.log, what.writer, result);
     result["reach"] = size_json(found);
     result["bytes"] = found.bytes;
+    result["tiers"] = ordered_json::array();
+    for (const box_report &tier : reports_of_tiers(found.what)) {
+        result["tiers"].push_back({{"box", tier.what.name},
+                                   {"span", span_json(whole_span(tier))},
+                                   {"rows", tier.all.samples},
+                                   {"intervals", tier.all.intervals},
+                                   {"bytes", tier.bytes}});
+    }
     result["files"] = ordered_json::array();
     for (const file_contents &file : found.files) {
         result["files"].push_back(file_json(file, what.is_file));

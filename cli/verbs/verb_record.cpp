@@ -1,5 +1,6 @@
 // vesk record BASE: samples the machine at a fixed interval into a box until a signal or a limit
 // ends it. All options are checked before anything is made.
+#include <algorithm>
 #include <memory>
 
 #include "box/box_start.hpp"
@@ -17,17 +18,49 @@ namespace
 // Two looks are enough to know the sensors.
 constexpr double between_looks = 0.05;
 
-// The shape of the box if it has to be made. An existing box keeps its own.
-box_shape shape_for(const record_options &options, const record_settings &settings)
+// Adds the tiers that are there, but for a recording that is to have none.
+void add_tiers_that_are_there(recording_plan &plan, const record_options &options)
 {
-    if (!options.sizes.are_in_peoples_terms() || is_there(box_name(options.base))) {
-        return options.sizes.shape;
+    if (options.sizes.tiers == "none") {
+        return;
     }
-    sampler machine(options.sensors.root, settings.sensors);
-    const machine_samples samples = sample_machine(machine, 1, between_looks);
-    const whole_shape shape =
-        plan_box(options.sizes, settings.interval, options.events.event_bytes, samples).shape;
-    return {shape.samples, shape.intervals};
+    for (const tier_kind &kind : tiers_of(options.base)) {
+        const auto is_same = [&](const wanted_tier &each) { return each.kind.name == kind.name; };
+        if (std::none_of(plan.tiers.begin(), plan.tiers.end(), is_same)) {
+            plan.tiers.push_back({kind, kind.shape});
+        }
+    }
+}
+
+// What has to be made of the box and its tiers. What is there keeps its shape.
+recording_plan plan_for(const record_options &options, const record_settings &settings)
+{
+    recording_plan plan = {options.sizes.shape, {}};
+    const std::vector<tier_kind> wanted = options.sizes.wanted_tiers(settings.interval);
+    const auto has_all = [&] {
+        return is_there(box_name(options.base)) &&
+               std::all_of(wanted.begin(), wanted.end(), [&](const tier_kind &kind) {
+                   return is_there(box_name(tier_base(options.base, kind)));
+               });
+    };
+    if (options.sizes.are_in_peoples_terms() && !has_all()) {
+        sampler machine(options.sensors.root, settings.sensors);
+        const machine_samples samples = sample_machine(machine, 1, between_looks);
+        const box_plan found =
+            plan_box(options.sizes, settings.interval, options.events.event_bytes, samples);
+        if (!is_there(box_name(options.base))) {
+            plan.shape = {found.shape.samples, found.shape.intervals};
+        }
+        for (const tier_plan &tier : found.tiers) {
+            plan.tiers.push_back({tier.kind, tier.shape});
+        }
+    } else {
+        for (const tier_kind &kind : wanted) {
+            plan.tiers.push_back({kind, kind.shape});
+        }
+    }
+    add_tiers_that_are_there(plan, options);
+    return plan;
 }
 
 exit_code record(const record_options &line, const option_list::presence &given)
@@ -35,7 +68,7 @@ exit_code record(const record_options &line, const option_list::presence &given)
     const auto read_options = [&] { return with_file(line, given); };
     const record_options options = read_options();
     const record_settings settings = settings_of(options);
-    recording(options, settings, shape_for(options, settings), read_options).run();
+    recording(options, settings, plan_for(options, settings), read_options).run();
     return exit_done;
 }
 
@@ -70,6 +103,8 @@ constexpr const char *more =
     "      Some sensors only; 'vesk sensors' lists those of this machine.\n"
     "  vesk record box --keep 7d\n"
     "      Reaches back a week, older times in summary; 'vesk estimate' tells its size.\n"
+    "  vesk record box --keep 90d\n"
+    "      Seconds for some days, and a row a minute for the rest in the tier box.1m.\n"
     "  vesk record box --interval 1m --samples 1440 --intervals 24\n"
     "      A day in each buffer, summarised by the hour.\n";
 

@@ -1,6 +1,7 @@
 // vesk repair BASE: shows the plan of a recovery and carries it out under the lock of the box. With
 // --dry-run it only shows the plan and needs no lock. What is taken out of a file is kept in
 // FILE.torn. A box that cannot be recovered is a failure that says why.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include "box/box.hpp"
 #include "box/box_lock.hpp"
 #include "box/recovery.hpp"
+#include "box/tier.hpp"
 #include "box/waiting_file.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
@@ -83,11 +85,8 @@ exit_code show_only(const repair_options &options, const told_sizes &sizes)
     return exit_damaged;
 }
 
-exit_code repair(const repair_options &options)
+exit_code repair_box(const repair_options &options)
 {
-    if (options.base.empty()) {
-        throw failure(exit_usage, "the name of the box is empty");
-    }
     const told_sizes sizes = {options.shape.samples.value_or(0),
                               options.shape.intervals.value_or(0)};
     if (options.dry_run) {
@@ -110,6 +109,19 @@ exit_code repair(const repair_options &options)
     fmt::print("{}: repaired: {}\n", printable(options.base), report_text(done.report));
     flush_output();
     return exit_done;
+}
+
+// A tier is a box of its own; the sizes that were told are not its sizes.
+exit_code repair(const repair_options &options)
+{
+    if (options.base.empty()) {
+        throw failure(exit_usage, "the name of the box is empty");
+    }
+    exit_code worst = repair_box(options);
+    for (const tier_kind &kind : tiers_of(options.base)) {
+        worst = std::max(worst, repair_box({tier_base(options.base, kind), {}, options.dry_run}));
+    }
+    return worst;
 }
 
 action prepare(option_list &options)

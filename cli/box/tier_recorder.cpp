@@ -1,0 +1,249 @@
+// Gives the samples of a recording to the tiers of its box. A tier is opened like any box, so a
+// crash that damaged it is recovered here; a box of another origin that has the name of a tier is
+// not written to.
+#include "box/tier_recorder.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+
+#include "box/reading.hpp"
+#include "box/storage_failure.hpp"
+#include "process/failure.hpp"
+#include "process/terminal.hpp"
+
+namespace cli
+{
+namespace
+{
+
+// Finds the raw sample that ended the last row of a tier. The order of samples counts and not their
+// times: the clock may have been set back.
+class end_of_rows : public row_visitor
+{
+public:
+    explicit end_of_rows(std::optional<int64_t> last) : last_(last) {}
+
+    void on_sample(const sample_row &row) override
+    {
+        ++samples_;
+        if (last_ && row.time == *last_) {
+            exact_ = samples_;
+        } else if (last_ && row.time < *last_) {
+            older_ = samples_;
+        }
+    }
+    // So many samples are in the tier.
+    uint64_t known() const { return exact_ > 0 ? exact_ : older_; }
+
+private:
+    std::optional<int64_t> last_;
+    uint64_t samples_ = 0;
+    uint64_t exact_ = 0;
+    uint64_t older_ = 0;
+};
+
+// Hands the raw samples of a box to a tier, without the first ones.
+class catching_up : public row_visitor
+{
+public:
+    catching_up(tier_recorder &tier, const std::vector<std::string> &names, uint64_t known)
+        : tier_(tier), names_(names), known_(known)
+    {
+    }
+
+    void on_sample(const sample_row &row) override
+    {
+        if (known_ > 0) {
+            --known_;
+        } else {
+            tier_.add(row.time, names_, row.values);
+        }
+    }
+
+private:
+    tier_recorder &tier_;
+    const std::vector<std::string> &names_;
+    uint64_t known_;
+};
+
+} // namespace
+
+tier_recorder::tier_recorder(const std::string &base, const wanted_tier &wanted,
+                             const sync_policy &sync)
+    : base_(tier_base(base, wanted.kind)), wanted_(wanted), sync_(sync), period_(wanted.kind)
+{
+    try {
+        open();
+    } catch (const failure &reason) {
+        tell(reason.what());
+    }
+}
+
+void tier_recorder::open()
+{
+    const std::optional<bool> own = is_tier(base_, wanted_.kind);
+    if (own && !*own) {
+        throw failure(exit_failed, base_ + ": there is a box of this name that is no tier");
+    }
+    const box_shape shape =
+        own ? box_shape{} : box_shape{wanted_.shape.samples, wanted_.shape.intervals};
+    box_ = std::make_unique<box_writer>(base_, shape, sync_);
+    sensors_.clear();
+    if (!last_time_) {
+        last_time_ = box_->last_time_before();
+    }
+}
+
+void tier_recorder::add(int64_t time, std::span<const std::string> names,
+                        std::span<const float> values)
+{
+    for (tier_row &row : period_.add(time, names, values)) {
+        take(std::move(row));
+    }
+}
+
+void tier_recorder::finish()
+{
+    if (std::optional<tier_row> row = period_.end()) {
+        take(std::move(*row));
+    }
+    if (box_) {
+        box_->finish();
+    }
+    if (!waiting_.empty() || lost_ > 0) {
+        complain(fmt::format("{}: the last {} not recorded", base_,
+                             counted(waiting_.size() + lost_, "row")));
+    }
+}
+
+void tier_recorder::take(tier_row row)
+{
+    waiting_.push_back(std::move(row));
+    try {
+        write_waiting();
+    } catch (const failure &reason) {
+        tell(reason.what());
+    }
+    if (waiting_.size() > most_waiting) {
+        waiting_.pop_front();
+        ++lost_;
+    }
+}
+
+void tier_recorder::write_waiting()
+{
+    if (!box_) {
+        open();
+    }
+    while (!waiting_.empty()) {
+        write(waiting_.front());
+        waiting_.pop_front();
+    }
+    if (is_told_) {
+        note(fmt::format("{}: recording again; {} missing", base_, counted(lost_, "row")));
+        is_told_ = false;
+        lost_ = 0;
+    }
+}
+
+void tier_recorder::write(const tier_row &row)
+{
+    tier_row rest = row;
+    drop_what_has_no_room(rest);
+    if (rest.names != sensors_) {
+        box_->set_sensors(rest.names);
+        sensors_ = rest.names;
+    }
+    try {
+        box_->write(rest.time, rest.values);
+    } catch (const box_in_use &) {
+        // Another process writes to it by now.
+        box_.reset();
+        throw;
+    }
+}
+
+// The means come first in a row, so extremes are dropped first.
+void tier_recorder::drop_what_has_no_room(tier_row &row)
+{
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < row.names.size(); ++i) {
+        if (box_->admit(row.names[i])) {
+            std::swap(row.names[kept], row.names[i]);
+            row.values[kept] = row.values[i];
+            ++kept;
+        }
+    }
+    if (kept < row.names.size() && !told_names_) {
+        note(fmt::format("{}: holds 10000 different sensors already; '{}' and all other new ones "
+                         "are not recorded",
+                         base_, row.names[kept]));
+        told_names_ = true;
+    }
+    row.names.resize(kept);
+    row.values.resize(kept);
+}
+
+void tier_recorder::tell(const std::string &reason)
+{
+    if (!is_told_) {
+        complain(fmt::format("{}; this tier waits, the recording goes on", reason));
+        is_told_ = true;
+    }
+}
+
+tier_recorders::tier_recorders(const std::string &base, const std::vector<wanted_tier> &wanted,
+                               const sync_policy &sync)
+{
+    for (const wanted_tier &each : wanted) {
+        tiers_.emplace_back(base, each, sync);
+    }
+    if (!tiers_.empty()) {
+        catch_up(base);
+    }
+}
+
+void tier_recorders::catch_up(const std::string &base)
+{
+    try {
+        reading source(base, reading::tiers::none);
+        const std::optional<time_range> extent = source.extent();
+        if (!extent) {
+            return;
+        }
+        std::vector<std::size_t> all(source.sensors().size());
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            all[i] = i;
+        }
+        for (tier_recorder &tier : tiers_) {
+            end_of_rows rows(tier.last_time_before());
+            source.read(*extent, {}, rows);
+            catching_up rest(tier, source.sensors(), rows.known());
+            source.read(*extent, all, rest);
+        }
+    } catch (const failure &reason) {
+        note(fmt::format("{}: its tiers begin with the next sample: {}", base, reason.what()));
+    }
+}
+
+void tier_recorders::add(int64_t time, std::span<const std::string> names,
+                         std::span<const float> values)
+{
+    for (tier_recorder &tier : tiers_) {
+        tier.add(time, names, values);
+    }
+}
+
+void tier_recorders::finish()
+{
+    for (tier_recorder &tier : tiers_) {
+        try {
+            tier.finish();
+        } catch (const failure &reason) {
+            complain(reason.what());
+        }
+    }
+}
+
+} // namespace cli
