@@ -147,6 +147,10 @@ void complain(std::string_view text)
         return;
     }
     make_room();
+    if (goes_to_journal()) {
+        say(fmt::format("<3>{}\n", printable(text)));
+        return;
+    }
     const bool colour = colour_on_stderr();
     say(fmt::format("{}vesk:{} {}\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "",
                     printable(text)));

@@ -6,6 +6,9 @@
   service_test.py --vesk build/release/cli/vesk ticks
       A recording that is stopped for some seconds takes its samples on time again; what it missed is
       told once, counted and marked as a gap.
+  service_test.py --vesk build/release/cli/vesk journal
+      What it says has a priority in front where it goes to the journal, and the name of the command
+      elsewhere.
   service_test.py --vesk build/release/cli/vesk child
       The program of --from dies with a recording that is killed.
   service_test.py --vesk build/release/cli/vesk unit --unit build/release/vesk-record.service
@@ -134,6 +137,37 @@ def ticks(arguments, folder):
             f"not said once: {said.read_text()}")
 
 
+def journal(arguments, folder):
+    """Plays the stream of the journal, which JOURNAL_STREAM names by device and inode."""
+    def said_by(*words, is_journal=True):
+        ours, theirs = socket.socketpair()
+        status = os.fstat(theirs.fileno())
+        # Standard error was redirected since: the variable names another stream then.
+        inode = status.st_ino if is_journal else status.st_ino + 1
+        subprocess.run([arguments.vesk, *words], stderr=theirs, check=False, timeout=PATIENCE,
+                       env=dict(os.environ, JOURNAL_STREAM=f"{status.st_dev}:{inode}"))
+        theirs.close()
+        text = b""
+        while piece := ours.recv(4096):
+            text += piece
+        ours.close()
+        return text.decode().splitlines()
+
+    base = str(folder / "box")
+    record = ["record", base, "--sensors", "load", "--top", "0", "--no-kernel-log", "--for", "1s"]
+    lines = said_by(*record)
+    require(len(lines) == 2 and all(line.startswith(f"<5>{base}: ") for line in lines),
+            f"no notices: {lines}")
+    lines = said_by(*record, is_journal=False)
+    require(len(lines) == 2 and all(line.startswith(f"vesk: note: {base}: ") for line in lines),
+            f"not as on a terminal: {lines}")
+    missing = str(folder / "nowhere" / "box")
+    lines = said_by("record", missing)
+    require(len(lines) == 1 and lines[0].startswith(f"<3>{missing}: "), f"no error: {lines}")
+    lines = said_by("record", missing, is_journal=False)
+    require(len(lines) == 1 and lines[0].startswith(f"vesk: {missing}: "), f"no error: {lines}")
+
+
 def child(arguments, folder):
     base = str(folder / "box")
     program = folder / "program"
@@ -186,10 +220,10 @@ def main():
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--vesk", required=True, type=lambda text: str(Path(text).resolve()))
     parser.add_argument("--unit")
-    parser.add_argument("what", choices=["notify", "ticks", "child", "unit"])
+    parser.add_argument("what", choices=["notify", "ticks", "journal", "child", "unit"])
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="vesk-service-") as folder:
-        {"notify": notify, "ticks": ticks, "child": child,
+        {"notify": notify, "ticks": ticks, "journal": journal, "child": child,
          "unit": unit}[arguments.what](arguments, Path(folder))
     print("ok")
 
