@@ -4,7 +4,6 @@
 #ifndef VESK_CLI_BOX_RAW_POSITION_HPP
 #define VESK_CLI_BOX_RAW_POSITION_HPP
 
-#include <compare>
 #include <cstdint>
 
 #include "box/box.hpp"
@@ -16,7 +15,11 @@ struct raw_position {
     uint32_t file = 0;    // the number in its name
     uint64_t records = 0; // samples and events of it that lie before the place
 
-    auto operator<=>(const raw_position &) const = default;
+    bool operator==(const raw_position &) const = default;
+    bool is_before(const raw_position &other) const
+    {
+        return file != other.file ? file < other.file : records < other.records;
+    }
 };
 
 // The number in "BASE.12.cbuf.z"; 0 when there is none.

@@ -140,10 +140,17 @@ std::unique_ptr<page_content> collect_page(reading &source, const std::string &n
     statistics_list statistics(shown, source.how_summed());
     unusual_tracks tracks(cells, shown, range);
     ending_keeper ending(content->watch);
-    row_fan all({&content->charts, &statistics, &tracks, &content->happened});
-    source.read(range, sensors, all);
+    std::vector<row_visitor *> all = {&content->charts, &statistics, &tracks, &content->happened};
+    if (!range.is_limited()) {
+        // Reading takes most of the time: once is enough where all of the box is read.
+        all.push_back(&ending);
+    }
+    row_fan rows_to_all(std::move(all));
+    source.read(range, sensors, rows_to_all);
     content->read_to = source.position();
-    source.read({}, {}, ending);
+    if (range.is_limited()) {
+        source.read({}, {}, ending);
+    }
     content->charts.finish();
     content->name = name;
     content->names = names_of(source.sensors(), sensors);

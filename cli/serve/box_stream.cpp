@@ -87,11 +87,11 @@ stream_place box_stream::place_behind(const std::string &id)
         follow_from(from);
     }
     look();
-    if (era_ != (*numbers)[0] || from < begin_ || from > box_->position()) {
+    if (era_ != (*numbers)[0] || from.is_before(begin_) || box_->position().is_before(from)) {
         return place;
     }
     const auto seen = std::find_if(messages_.rbegin(), messages_.rend(),
-                                   [&](const message &one) { return one.behind <= from; });
+                                   [&](const message &one) { return !from.is_before(one.behind); });
     place.era = era_;
     place.message = first_ + static_cast<uint64_t>(messages_.rend() - seen);
     return place;
@@ -214,10 +214,10 @@ void box_stream::take_event(const vesk_scan_item &item)
                     item.event->type, json_string(words_for_page(text))));
 }
 
-void box_stream::add(std::string text)
+void box_stream::add(std::string_view text)
 {
     const raw_position behind = box_->position();
-    messages_.push_back({share(fmt::format("id: {}\n", id_of(behind)) + text), names_, behind});
+    messages_.push_back({share(fmt::format("id: {}\n{}", id_of(behind), text)), names_, behind});
     bytes_ += messages_.back().text->size();
     while (messages_.size() > most_messages || bytes_ > most_bytes) {
         begin_ = messages_.front().behind;

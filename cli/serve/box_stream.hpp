@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "box/ending_watch.hpp"
@@ -66,7 +67,7 @@ private:
     void take_sample(const vesk_scan_item &item);
     void take_event(const vesk_scan_item &item);
     void take_names(const vesk_cb_record_sensor_names &names);
-    void add(std::string text);
+    void add(std::string_view text);
     void begin_era();
     void follow_from(const raw_position &place);
     void tell_state();
