@@ -166,6 +166,7 @@ class Watcher:
                             .encode())
         self.rest = b""
         self.names = None
+        self.state = None
         self.last = after
         self.head = self._until(b"\r\n\r\n").decode()
 
@@ -187,12 +188,23 @@ class Watcher:
         return fields
 
     def until(self, kind):
+        end = time.monotonic() + PATIENCE
         while True:
+            # The server never is silent for long, whatever it does not say.
+            if time.monotonic() > end:
+                raise AssertionError(f"no {kind} came")
             found = self.message()
-            if found.get("event") == kind:
-                return found
             if found.get("event") == "names":
                 self.names = json.loads(found["data"])
+            if found.get("event") == "state":
+                self.state = json.loads(found["data"])
+            if found.get("event") == kind:
+                return found
+
+    def until_state(self, fits):
+        """Also where that state was told before something else that was waited for."""
+        while self.state is None or not fits(self.state):
+            self.until("state")
 
     def sample(self):
         """The time and the values of the next one, by name."""
@@ -269,20 +281,16 @@ class Sockets(unittest.TestCase):
 
     def test_events_and_how_the_box_stands_are_told(self):
         watcher = Watcher(self.server, self.page()["follows"])
-        state = json.loads(watcher.until("state")["data"])
-        self.assertTrue(state["recorded"])
-        self.assertTrue(state["whole"])
+        watcher.until_state(lambda state: state["recorded"] and state["whole"])
         number = self.feeder.end()
         text = "two\nlines </script> ü"
         vesk("event", self.base, "4", text)
         found = json.loads(watcher.until("event")["data"])
         self.assertEqual((found["type"], found["text"]), (4, "two?lines </script> ü"))
-        while json.loads(watcher.until("state")["data"])["recorded"]:
-            pass
+        watcher.until_state(lambda state: not state["recorded"])
         self.feeder = Feeder(self.base, number)
         self.feeder.feed(1)
-        while not json.loads(watcher.until("state")["data"])["recorded"]:
-            pass
+        watcher.until_state(lambda state: state["recorded"])
         watcher.close()
 
     def test_a_box_that_goes_away_is_told_and_loaded_anew_when_it_is_back(self):
@@ -294,8 +302,7 @@ class Sockets(unittest.TestCase):
         files = [path for path in home.iterdir() if path.is_file()]
         for path in files:
             path.rename(away / path.name)
-        while not json.loads(watcher.until("state")["data"])["problem"]:
-            pass
+        watcher.until_state(lambda state: state["problem"])
         wait_until(lambda: self.server.ask()[0].status == 503, "a page of no box is shown")
         self.assertIn("cannot be shown now", self.server.ask()[1])
         for path in files:
