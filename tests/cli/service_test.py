@@ -6,6 +6,9 @@
   service_test.py --vesk build/release/cli/vesk ticks
       A recording that is stopped for some seconds takes its samples on time again; what it missed is
       told once, counted and marked as a gap.
+  service_test.py --vesk build/release/cli/vesk slow_disk --shim libslow_disk.so
+      A disk that needs seconds to bring a sample onto the medium costs the samples of these seconds,
+      which are told and counted; the others are on time.
   service_test.py --vesk build/release/cli/vesk journal
       What it says has a priority in front where it goes to the journal, and the name of the command
       elsewhere.
@@ -94,6 +97,52 @@ def notify(arguments, folder):
     require(manager.has("STOPPING=1"), f"the end is not told: {manager.seen}")
 
 
+def samples_in(arguments, base):
+    told = subprocess.run([arguments.vesk, "dump", base], capture_output=True, text=True,
+                          check=False)
+    return [line.split(",", 1)[0] for line in told.stdout.splitlines() if "::" not in line]
+
+
+def require_missed_are_told(arguments, base, said, least):
+    """Each second between the first and the last sample has one sample or is told to have none."""
+    found = samples_in(arguments, base)
+    seconds = [int(text[-2:]) + 60 * int(text[-5:-3]) for text in found]
+    require(len(set(found)) == len(found), f"two samples of one second: {found}")
+    events = subprocess.run([arguments.vesk, "events", base], capture_output=True, text=True,
+                            check=True).stdout
+    late = re.findall(r"gap .*reason=late missed=(\d+)", events)
+    missed = sum(int(count) for count in late)
+    whole = (seconds[-1] - seconds[0]) % 3600 + 1
+    require(missed == whole - len(found) and missed >= least,
+            f"{missed} told to be missed, {whole - len(found)} are: {events}")
+    require(said.read_text().count("samples come too late") == 1,
+            f"not said once: {said.read_text()}")
+
+
+def slow_disk(arguments, folder):
+    base = str(folder / "box")
+    said = folder / "said"
+    pace = folder / "pace"
+    pace.write_text("0\n")
+    with said.open("w") as messages:
+        recorder = subprocess.Popen(
+            [arguments.vesk, "record", base, "--sensors", "load", "--top", "0", "--sync", "vector"],
+            stderr=messages,
+            env=dict(os.environ, LD_PRELOAD=arguments.shim, VESK_TEST_SLOW_DISK=str(pace)))
+    try:
+        wait_until("two samples", lambda: len(samples_in(arguments, base)) >= 2)
+        pace.write_text("2600\n")
+        wait_until("samples are missed", lambda: "too late" in said.read_text())
+        pace.write_text("0\n")
+        before = len(samples_in(arguments, base))
+        wait_until("three more", lambda: len(samples_in(arguments, base)) >= before + 3)
+    finally:
+        recorder.send_signal(signal.SIGTERM)
+        code = recorder.wait(PATIENCE)
+    require(code == 0, f"exit code {code}")
+    require_missed_are_told(arguments, base, said, 2)
+
+
 def ticks(arguments, folder):
     base = str(folder / "box")
     said = folder / "said"
@@ -102,9 +151,7 @@ def ticks(arguments, folder):
             [arguments.vesk, "record", base, "--sensors", "load", "--top", "0"], stderr=messages)
 
     def samples():
-        told = subprocess.run([arguments.vesk, "dump", base], capture_output=True, text=True,
-                              check=False)
-        return [line.split(",", 1)[0] for line in told.stdout.splitlines() if "::" not in line]
+        return samples_in(arguments, base)
 
     try:
         wait_until("two samples", lambda: len(samples()) >= 2)
@@ -123,18 +170,7 @@ def ticks(arguments, folder):
         recorder.send_signal(signal.SIGTERM)
         code = recorder.wait(PATIENCE)
     require(code == 0, f"exit code {code}")
-    found = samples()
-    seconds = [int(text[-2:]) + 60 * int(text[-5:-3]) for text in found]
-    require(len(set(found)) == len(found), f"two samples of one second: {found}")
-    events = subprocess.run([arguments.vesk, "events", base], capture_output=True, text=True,
-                            check=True).stdout
-    late = re.findall(r"gap .*reason=late missed=(\d+)", events)
-    missed = sum(int(count) for count in late)
-    whole = (seconds[-1] - seconds[0]) % 3600 + 1
-    require(missed == whole - len(found) and missed >= 3,
-            f"{missed} told to be missed, {whole - len(found)} are: {events}")
-    require(said.read_text().count("samples come too late") == 1,
-            f"not said once: {said.read_text()}")
+    require_missed_are_told(arguments, base, said, 3)
 
 
 def journal(arguments, folder):
@@ -220,10 +256,11 @@ def main():
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--vesk", required=True, type=lambda text: str(Path(text).resolve()))
     parser.add_argument("--unit")
-    parser.add_argument("what", choices=["notify", "ticks", "journal", "child", "unit"])
+    parser.add_argument("--shim", type=lambda text: str(Path(text).resolve()))
+    parser.add_argument("what", choices=["notify", "ticks", "slow_disk", "journal", "child", "unit"])
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="vesk-service-") as folder:
-        {"notify": notify, "ticks": ticks, "journal": journal, "child": child,
+        {"notify": notify, "ticks": ticks, "slow_disk": slow_disk, "journal": journal, "child": child,
          "unit": unit}[arguments.what](arguments, Path(folder))
     print("ok")
 
