@@ -63,6 +63,23 @@ std::string fitted(std::string_view text, std::size_t width, charset set)
     return shown.substr(0, bytes_of(shown, width - mark.size())) + std::string(mark);
 }
 
+namespace
+{
+
+// The last blank among the first @p most + 1 bytes; none in front of a sign such as % or /s, which
+// belongs to the number before it.
+std::size_t blank_to_break_at(std::string_view text, std::size_t most)
+{
+    std::size_t blank = text.substr(0, most + 1).rfind(' ');
+    while (blank != std::string_view::npos && blank > 0 && blank + 1 < text.size() &&
+           (text[blank + 1] == '%' || text[blank + 1] == '/')) {
+        blank = text.rfind(' ', blank - 1);
+    }
+    return blank;
+}
+
+} // namespace
+
 std::vector<std::string> wrapped(std::string_view text, std::size_t width, charset set)
 {
     const std::string shown = shown_text(text, set);
@@ -72,7 +89,7 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t width, chars
     while (width_of(rest) > width) {
         const std::size_t most = bytes_of(rest, width);
         // The blank behind a line does not need room in it.
-        const std::size_t blank = rest.substr(0, most + 1).rfind(' ');
+        const std::size_t blank = blank_to_break_at(rest, most);
         const bool at_blank = blank != std::string_view::npos && blank > 0;
         lines.emplace_back(rest.substr(0, at_blank ? blank : most));
         rest.remove_prefix(at_blank ? blank + 1 : most);

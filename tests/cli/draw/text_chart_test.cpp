@@ -172,6 +172,9 @@ TEST(Fitting, WrapsAtBlanksAndBreaksWhatIsLonger)
     EXPECT_THAT(wrapped("one two three", 7, charset::utf8), ElementsAre("one two", "three"));
     EXPECT_THAT(wrapped("one  two", 4, charset::utf8), ElementsAre("one ", "two"));
     EXPECT_THAT(wrapped("abcdefghij", 4, charset::utf8), ElementsAre("abcd", "efgh", "ij"));
+    EXPECT_THAT(wrapped("up to 8.35 % now", 11, charset::utf8), ElementsAre("up to", "8.35 % now"));
+    EXPECT_THAT(wrapped("to 8.35 /s (12 /s)", 10, charset::utf8),
+                ElementsAre("to 8.35 /s", "(12 /s)"));
     EXPECT_THAT(wrapped("", 4, charset::utf8), ElementsAre(""));
     EXPECT_THAT(wrapped("abc", 0, charset::utf8), ElementsAre("a", "b", "c"));
 }
