@@ -66,6 +66,18 @@ private:
     ending_watch &watch_;
 };
 
+class row_call : public row_visitor
+{
+public:
+    explicit row_call(const std::function<void()> &call) : call_(call) {}
+
+    void on_interval(const interval_row & /*row*/) override { call_(); }
+    void on_sample(const sample_row & /*row*/) override { call_(); }
+
+private:
+    const std::function<void()> &call_;
+};
+
 // Hands each row to several receivers.
 class row_fan : public row_visitor
 {
@@ -124,7 +136,8 @@ file_health health_of(const std::string &name, bool is_file)
 
 std::unique_ptr<page_content> collect_page(reading &source, const std::string &name,
                                            const time_range &range,
-                                           const std::vector<std::size_t> &chosen)
+                                           const std::vector<std::size_t> &chosen,
+                                           const std::function<void()> &at_each_row)
 {
     const std::size_t shown = std::min(chosen.size(), most_sensors_on_page);
     const std::vector<std::size_t> sensors(chosen.begin(),
@@ -144,6 +157,10 @@ std::unique_ptr<page_content> collect_page(reading &source, const std::string &n
     if (!range.is_limited()) {
         // Reading takes most of the time: once is enough where all of the box is read.
         all.push_back(&ending);
+    }
+    row_call call(at_each_row);
+    if (at_each_row) {
+        all.push_back(&call);
     }
     row_fan rows_to_all(std::move(all));
     source.read(range, sensors, rows_to_all);

@@ -4,6 +4,7 @@
 #define VESK_CLI_PAGE_PAGE_CONTENT_HPP
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -65,10 +66,12 @@ struct page_content {
     int64_t end() const { return charts.columns().empty() ? 0 : charts.columns().back().end; }
 };
 
-// Reads what lies in @p range of the sensors with the numbers @p chosen.
+// Reads what lies in @p range of the sensors with the numbers @p chosen. @p at_each_row is called
+// while it reads, which may take long; what it throws comes through.
 std::unique_ptr<page_content> collect_page(reading &source, const std::string &name,
                                            const time_range &range,
-                                           const std::vector<std::size_t> &chosen);
+                                           const std::vector<std::size_t> &chosen,
+                                           const std::function<void()> &at_each_row = {});
 
 } // namespace cli
 

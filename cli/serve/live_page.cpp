@@ -61,8 +61,10 @@ reply page_reply(const shared_text &page)
 
 } // namespace
 
-live_page::live_page(std::string name, std::vector<std::string> patterns, box_stream &stream)
-    : name_(std::move(name)), patterns_(std::move(patterns)), stream_(stream)
+live_page::live_page(std::string name, std::vector<std::string> patterns, box_stream &stream,
+                     std::function<bool()> is_to_end)
+    : name_(std::move(name)), patterns_(std::move(patterns)), stream_(stream),
+      is_to_end_(std::move(is_to_end))
 {
 }
 
@@ -111,7 +113,11 @@ void live_page::make()
         throw failure(exit_unreadable, "nothing of it can be read");
     }
     const auto chosen = choose_sensors(source.sensors(), patterns_);
-    const auto content = collect_page(source, name_, {}, chosen);
+    const auto content = collect_page(source, name_, {}, chosen, [this] {
+        if (is_to_end_()) {
+            throw failure(exit_done, "the server ends");
+        }
+    });
     if (!stream_.is_followed()) {
         stream_.set_ending(content->watch);
     }

@@ -4,6 +4,7 @@
 #ifndef VESK_CLI_SERVE_LIVE_PAGE_HPP
 #define VESK_CLI_SERVE_LIVE_PAGE_HPP
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,8 +19,10 @@ namespace cli
 class live_page
 {
 public:
-    // The box or file @p name, and the patterns that choose from its sensors.
-    live_page(std::string name, std::vector<std::string> patterns, box_stream &stream);
+    // The box or file @p name, and the patterns that choose from its sensors. @p is_to_end tells
+    // that nobody waits for the page any more: one of a large box takes long.
+    live_page(std::string name, std::vector<std::string> patterns, box_stream &stream,
+              std::function<bool()> is_to_end);
 
     // The page, or a word on why there is none now.
     reply get();
@@ -33,6 +36,7 @@ private:
     std::string name_;
     std::vector<std::string> patterns_;
     box_stream &stream_;
+    std::function<bool()> is_to_end_;
     shared_text page_;
     std::string made_of_; // the files when it was made
     double next_making_ = 0;

@@ -59,11 +59,12 @@ private:
 class box_site
 {
 public:
-    explicit box_site(const serve_options &options, const listen_address &address)
+    box_site(const serve_options &options, const listen_address &address, const stop_request &stop)
         : hosts_(address, options.names),
           stream_(options.source.name, options.source.sensors,
                   fmt::format("{:x}", static_cast<uint64_t>(clock_seconds() * 1e6))),
-          page_(options.source.name, options.source.sensors, stream_)
+          page_(options.source.name, options.source.sensors, stream_,
+                [&stop] { return stop.requested(); })
     {
     }
 
@@ -201,7 +202,7 @@ exit_code serve(const serve_options &options)
         (void)choose_sensors(source.sensors(), options.source.sensors);
     }
     file_descriptor listener = open_listener(address);
-    box_site site(options, address);
+    box_site site(options, address, stop);
     web_server server(
         std::move(listener),
         [&](const request_head &asked) { return site.answer(asked, server.watchers()); },
