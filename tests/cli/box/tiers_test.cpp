@@ -75,6 +75,7 @@ protected:
     {
         auto box = std::make_unique<box_writer>(base, box_shape{120, 12}, without_sync);
         std::vector<wanted_tier> wanted;
+        wanted.reserve(kinds.size());
         for (const std::string_view kind : kinds) {
             wanted.push_back({*find_tier(kind), {40, 4}});
         }
