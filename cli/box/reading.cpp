@@ -200,7 +200,7 @@ private:
 class reading::walk
 {
 public:
-    walk(const reading &source, const time_range &range, const std::vector<std::size_t> &chosen,
+    walk(reading &source, const time_range &range, const std::vector<std::size_t> &chosen,
          row_visitor &visitor)
         : source_(source), range_(range), visitor_(visitor), columns_(source.sensors_, chosen),
           values_(chosen.size()), hist_values_(chosen.size())
@@ -233,9 +233,11 @@ private:
     {
         try {
             scan_file(file, [&](const vesk_scan_item &item) { go_over(item); });
-        } catch (const read_failure &) {
-            // The first pass has reported it.
-            return;
+        } catch (const read_failure &reason) {
+            // What the first pass could not read, either, it has reported.
+            if (source_.losses_.code(false) != exit_failed) {
+                source_.losses_.add_unread(reason);
+            }
         }
     }
 
@@ -293,7 +295,7 @@ private:
         visitor_.on_interval({start, end, hist_values_, &interval.events});
     }
 
-    const reading &source_;
+    reading &source_;
     time_range range_;
     row_visitor &visitor_;
     column_map columns_;
