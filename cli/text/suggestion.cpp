@@ -43,8 +43,8 @@ std::string_view nearest_word(std::string_view typed, std::span<const std::strin
     std::size_t best_distance = std::max<std::size_t>(typed.size() / 3, 1) + 1;
     for (const std::string_view word : words) {
         // Each letter that one of them has more is an edit.
-        const auto [shorter, longer] = std::minmax(typed.size(), word.size());
-        if (longer - shorter >= best_distance) {
+        const std::size_t shorter = std::min(typed.size(), word.size());
+        if (typed.size() + word.size() - 2 * shorter >= best_distance) {
             continue;
         }
         const std::size_t distance = edit_distance(typed, word);
