@@ -166,10 +166,11 @@ stored_file file_beside(const std::string &path)
 // process has descriptors. Nothing where it has been deleted meanwhile.
 std::optional<stored_file> unneeded_file(const std::string &path)
 {
-    stored_file file = file_beside(path);
-    const bool is_gone = file.bytes->is_missing();
-    file.bytes.reset();
-    return is_gone ? std::nullopt : std::optional(std::move(file));
+    std::optional<stored_file> file = open_if_there(path);
+    if (file) {
+        file->bytes.reset();
+    }
+    return file;
 }
 
 struct visit_context {
@@ -469,6 +470,12 @@ std::vector<const stored_file *> box::history_buffers() const
         }
     }
     return !is_file && state.error != 0 ? likely_history(found) : found;
+}
+
+std::optional<stored_file> open_if_there(const std::string &path)
+{
+    stored_file file = file_beside(path);
+    return file.bytes->is_missing() ? std::nullopt : std::optional(std::move(file));
 }
 
 void scan_file(const std::string &path, const std::function<void(const vesk_scan_item &)> &visit)

@@ -87,6 +87,8 @@ summing how_summed(const box &what);
 // True when the state file names other files by now.
 bool has_moved_on(const box &what);
 
+// A buffer file, held open. Nothing where there is no file of that name, or no longer.
+std::optional<stored_file> open_if_there(const std::string &path);
 // Shows @p visit every item of a buffer file. Throws a read_failure when the file cannot be read;
 // what @p visit throws comes through.
 void scan_file(const std::string &path, const std::function<void(const vesk_scan_item &)> &visit);

@@ -45,12 +45,20 @@ checked_file check_file(const stored_file &file)
     }
     // scan_file() throws when the machine prevents the reading: without the content there is no
     // verdict.
-    const auto check = [&](const vesk_scan_item &item) { check_item(item, found); };
-    if (file.bytes) {
-        scan_file(file, check);
-    } else {
-        scan_file(file.path, check);
+    scan_file(file, [&](const vesk_scan_item &item) { check_item(item, found); });
+    return found;
+}
+
+// A file beside the box. Nothing where it is gone by now: a recorder deletes such files at the end
+// of a rotation.
+std::optional<checked_file> check_other(const stored_file &listed)
+{
+    const std::optional<stored_file> file = open_if_there(listed.path);
+    if (!file) {
+        return std::nullopt;
     }
+    checked_file found = check_file(*file);
+    found.file = &listed;
     return found;
 }
 
@@ -62,9 +70,12 @@ diagnosis diagnose(const std::string &base, const told_sizes &sizes)
         throw failure(exit_usage, base + ": is a file; check takes the name of a box");
     }
     result.moved = is_moved(result.what);
-    for (const auto *files : {&result.what.files, &result.what.others}) {
-        for (const stored_file &file : *files) {
-            result.files.push_back(check_file(file));
+    for (const stored_file &file : result.what.files) {
+        result.files.push_back(check_file(file));
+    }
+    for (const stored_file &file : result.what.others) {
+        if (std::optional<checked_file> found = check_other(file)) {
+            result.files.push_back(std::move(*found));
         }
     }
     result.waiting = report_waiting_events(result.what);
