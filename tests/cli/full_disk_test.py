@@ -183,7 +183,7 @@ def main():
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--vesk", required=True, type=lambda text: str(Path(text).resolve()))
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
-    parser.add_argument("--all", action="store_true", help="all sizes, not a third of them")
+    parser.add_argument("--every", type=int, default=1, metavar="K", help="only one of K sizes")
     parser.add_argument("what", choices=["imports", "record"])
     arguments = parser.parse_args()
     if not arguments.inside and may_mount():
@@ -201,7 +201,7 @@ def main():
                 record_on_full_disk(arguments.vesk, disks[-1], outside)
             else:
                 for disk in disks:
-                    fill_disks(arguments.vesk, disk, 1 if arguments.all else 3)
+                    fill_disks(arguments.vesk, disk, arguments.every)
         except Failure as failure:
             print(f"FAILED: {failure}")
             return 1

@@ -137,15 +137,21 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--vesk", required=True, type=lambda text: str(Path(text).resolve()))
+    parser.add_argument("--every", type=int, default=1, metavar="K",
+                        help="only one of K calls; all streams occur when K is odd")
     arguments = parser.parse_args()
     os.environ["TZ"] = "UTC0"
     failed = 0
     calls = 0
+    place = 0
     for setup, words, code, prints in CALLS:
         for output in STREAMS:
             for error in STREAMS:
                 # One recording takes a second; what it prints is the same everywhere.
                 if words[:1] == ["record"] and code == 0 and output != error:
+                    continue
+                place += 1
+                if place % arguments.every != 0:
                     continue
                 calls += 1
                 for problem in problems(arguments.vesk, setup, words, code, prints, output, error):

@@ -1,4 +1,5 @@
 // The verbs on boxes that no text telemetry can make, and on damaged ones.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -198,15 +199,18 @@ TEST_F(Verbs, ImportRefusesTheSensorThatHasNoRoom)
 class DamagedBox : public Verbs
 {
 protected:
+    // With VESK_CRASH_EVERY=K in the environment, as slow builds have it, only one of K bytes.
     void for_each_flipped_byte(int bits, const std::function<void(const std::string &)> &visit)
     {
+        const char *every = getenv("VESK_CRASH_EVERY");
+        const std::size_t step = every != nullptr ? std::max(1UL, strtoul(every, nullptr, 10)) : 1;
         fill(14);
         std::map<std::string, std::string> box;
         for (const std::string &name : folder.names()) {
             box[name] = read_file(folder.file(name));
         }
         for (const auto &[name, whole] : box) {
-            for (std::size_t i = 0; i < whole.size(); ++i) {
+            for (std::size_t i = 0; i < whole.size(); i += step) {
                 restore(box);
                 std::string damaged = whole;
                 damaged[i] = static_cast<char>(damaged[i] ^ bits);
