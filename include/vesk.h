@@ -99,7 +99,8 @@ typedef struct vesk {
  * @return the recorder, or null with the code in the cell: QE_ERROR_OPEN (-40) when the state file
  * cannot be opened or is no regular file, QE_ERROR_IO (-41) when it cannot be written, the code of
  * vesk_current_buffer_create(), or QE_ERROR_NO_MEMORY (-22) without memory. A current buffer that
- * was made stays on disk.
+ * was made stays on disk. The copy that vesk_backup_state() made of an older state of this name is
+ * removed.
  */
 VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
                            uint32_t num_hb_intervals);

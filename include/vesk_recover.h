@@ -58,8 +58,8 @@ typedef enum vesk_recover_action {
     VESK_RECOVER_PAD,        /**< samples without values, or intervals without samples, are added */
     VESK_RECOVER_CREATE,     /**< a buffer that the box needs is missing and is made */
     VESK_RECOVER_WRITE_STATE, /**< the state file is written */
-    VESK_RECOVER_DELETE,      /**< a file whose content is in the history is deleted, or what an
-                                   earlier recovery left unfinished */
+    VESK_RECOVER_DELETE,      /**< a file whose content is in the history or in a buffer of the box
+                                   is deleted, or what an earlier recovery left unfinished */
     /** A file that does not belong to the box, but may hold something that is nowhere else, is left
         alone; not counted as a step. With the error #QE_ERROR_WRONG_KIND (-3) it is no regular
         file (a link, a folder, a FIFO, a device), or it belongs to neither the owner of the folder

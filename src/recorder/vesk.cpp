@@ -15,6 +15,7 @@
 
 #include "box/box_presence.hpp"
 #include "box/box_sizes.hpp"
+#include "box/durable_file.hpp"
 #include "io/file_bytes.hpp"
 #include "io/memory_reader.hpp"
 #include "io/plain_open.hpp"
@@ -74,6 +75,16 @@ static char *_vesk_construct_state_filename(const char *filename)
     return state_filename;
 }
 
+// A copy that an older box of this name has left behind would be taken for one of the new box.
+static void _remove_copy_of_state(const vesk *recorder)
+{
+    char copy[max_filename];
+    const int length = snprintf(copy, sizeof copy, "%s%s", recorder->state_filename, backup_suffix);
+    if (length > 0 && length < static_cast<int>(sizeof copy)) {
+        (void)unlink(copy);
+    }
+}
+
 static vesk *_create(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_intervals,
                      bool strict)
 {
@@ -102,6 +113,9 @@ static vesk *_create(const char *filename, uint32_t num_cb_samples, uint32_t num
         return nullptr;
     }
     _vesk_set_stage(recorder.get(), VESK_ZCF_STATE_C00, c00);
+    if (!strict) {
+        _remove_copy_of_state(recorder.get());
+    }
     const int saved = _vesk_write_state_file(recorder.get(), strict);
     if (saved < 0) {
         recorder.reset();

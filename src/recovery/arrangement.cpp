@@ -193,15 +193,32 @@ private:
     bool has_successor(const named_state &named) const
     {
         const box_file *open = files_.find(named.box.open());
-        if (open == nullptr || open->blank ||
-            (!open->holds_records() && open->contents.bytes_aside == 0)) {
+        if (open == nullptr) {
             return false;
         }
         const uint32_t next = next_number(named);
         return std::any_of(files_.begin(), files_.end(), [&](const box_file *file) {
             return file->is_current() && file->name.number >= next && file->holds_records() &&
-                   !file->identity.is_same(open->identity) && follows(*file, *open);
+                   !file->identity.is_same(open->identity) &&
+                   (is_told_to_follow(*file, named) || follows(*file, *open));
         });
+    }
+
+    // Whether the other one of state file and copy names the open buffer of this one and then the
+    // file. A copy that is left alone may well be outdated, so what was made since belongs to it.
+    bool is_told_to_follow(const box_file &file, const named_state &named) const
+    {
+        const named_state &other = &named == &state_ ? copy_ : state_;
+        if (!other.fits && !other.has_changed) {
+            return &named == &copy_ && files_.find(named.box.open())->holds_records();
+        }
+        const auto is_open = [&](const buffer_name &name) {
+            return _is_same(name, named.box.open());
+        };
+        const buffer_name *end = other.box.names + other.box.n;
+        const buffer_name *open = std::find_if(other.box.names, end, is_open);
+        return std::any_of(open, end,
+                           [&](const buffer_name &name) { return _is_same(name, file.name); });
     }
 
     uint32_t next_number(const named_state &named) const
@@ -217,14 +234,22 @@ private:
         return believable ? told : least + (least == UINT32_MAX ? 0 : 1);
     }
 
-    // A buffer that lost something may have been full.
+    // A buffer that lost something may have been full, and one that lost all of its samples may
+    // have been begun at any time.
     static bool follows(const box_file &file, const box_file &open)
     {
+        const bool has_lost = open.contents.bytes_aside > 0;
+        if (open.blank || (!open.holds_records() && !has_lost)) {
+            return false;
+        }
         const growing_list<time_span> &before = open.contents.spans;
         const growing_list<time_span> &behind = file.contents.spans;
-        const bool was_full = open.is_full() || open.contents.bytes_aside > 0;
-        return was_full || (before.size() > 0 && behind.size() > 0 &&
-                            behind[0].start >= before[before.size() - 1].end);
+        if (behind.size() == 0 && file.contents.bytes_aside > 0) {
+            return true;
+        }
+        return open.is_full() || has_lost ||
+               (before.size() > 0 && behind.size() > 0 &&
+                behind[0].start >= before[before.size() - 1].end);
     }
 
     // --- what the buffers tell

@@ -4,8 +4,9 @@
 // further ahead when both are behind their buffers. It is left for the buffers themselves only when
 // these show more, and hold all that it holds:
 //
-//   - a current buffer with a number at or above the next one, begun when the open one was full, is
-//     the successor of that, whatever its times;
+//   - a current buffer with a number at or above the next one is the successor of the open one,
+//     whatever its times, if it was begun when that was full, if the other of the two names both in
+//     this order, or if only the copy is left, which is written less often than the state file;
 //   - a history or a full buffer that lost something while the files that it was made of are still
 //     there gives way to these, if less stays outside of the box then.
 //
@@ -38,6 +39,9 @@ struct arrangement {
 // What a state file or its copy says.
 struct named_state {
     bool fits = false; // it is whole, and the buffers that it names are there
+    // Its checksum is wrong, so it does not fit. The buffers that it names are there all the same,
+    // and were begun in this order.
+    bool has_changed = false;
     arrangement box;
     uint32_t next_file_number = 0; // that it tells, whether or not it can be believed
 };

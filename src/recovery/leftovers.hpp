@@ -28,7 +28,10 @@ public:
     int clear_up(const arrangement &now);
 
 private:
-    bool goes(const box_file &file) const { return !file.placed && coverage_.holds(file); }
+    bool goes(const box_file &file) const
+    {
+        return !file.placed && (file.copied || coverage_.holds(file));
+    }
     bool stays(const buffer_name &name, const arrangement &now) const;
     int keep(const char *path, int error);
     int remove(const char *path);

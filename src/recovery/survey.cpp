@@ -155,6 +155,53 @@ int box_survey::read_names(box_file *file) const
     return result == QE_ERROR_OPEN ? QE_ERROR_IO : result;
 }
 
+// 1 when all bytes of a file are the first ones of another, 0 when not, or QE_ERROR_IO (-41).
+static int _begins_like(const char *path, const char *whole)
+{
+    constexpr std::size_t piece = 4096;
+    unsigned char bytes[piece];
+    unsigned char of_whole[piece];
+    const owned_file file = _vesk_open_plain_file(path, O_RDONLY);
+    const owned_file other = _vesk_open_plain_file(whole, O_RDONLY);
+    if (!file || !other) {
+        return QE_ERROR_IO;
+    }
+    std::size_t n = 0;
+    bool is_same = false;
+    do {
+        n = _vesk_read_some(file.get(), bytes, piece);
+        is_same = _vesk_read_some(other.get(), of_whole, n) == n && memcmp(bytes, of_whole, n) == 0;
+    } while (is_same && n == piece);
+    return ferror(file.get()) != 0 || ferror(other.get()) != 0 ? QE_ERROR_IO : is_same ? 1 : 0;
+}
+
+int box_survey::find_copy(const arrangement &box, box_file *file) const
+{
+    char path[max_filename];
+    _vesk_format_buffer_name(path, base_, file->name);
+    int result = 0;
+    for (uint32_t i = 0; i < box.n && result == 0; ++i) {
+        if (files_.find(box.names[i]) != nullptr) {
+            char of_box[max_filename];
+            _vesk_format_buffer_name(of_box, base_, box.names[i]);
+            result = _begins_like(path, of_box);
+        }
+    }
+    file->copied = result > 0;
+    return result < 0 ? result : 0;
+}
+
+int box_survey::find_copies(const arrangement &box)
+{
+    int result = 0;
+    for (box_file *file : files_) {
+        if (result == 0 && !box.has(file->name)) {
+            result = find_copy(box, file);
+        }
+    }
+    return result;
+}
+
 int box_survey::look()
 {
     if (strlen(base_) > VESK_MAX_BASE_LENGTH) {
@@ -185,9 +232,13 @@ int box_survey::look()
     if (result == 0) {
         result = find_named(*state_, &named_by_state_);
     }
-    // A copy whose checksum is wrong has changed since it was written: no name in it counts.
-    if (result == 0 && !copy_has_changed()) {
+    if (result == 0) {
         result = find_named(*copy_, &named_by_copy_);
+    }
+    // A copy whose checksum is wrong has changed since it was written.
+    if (copy_has_changed()) {
+        named_by_copy_.has_changed = named_by_copy_.fits;
+        named_by_copy_.fits = false;
     }
     if (result == 0) {
         result = find_where_state_leads();

@@ -49,6 +49,9 @@ public:
     // Reads the sensors of a buffer, which look() does not keep: there may be many files. 0,
     // QE_ERROR_IO (-41) or QE_ERROR_NO_MEMORY (-22).
     int read_names(box_file *file) const;
+    // Marks the files beside the box whose bytes are the first ones, or all, of one of its buffers.
+    // To be called before any of these is changed. 0 or QE_ERROR_IO (-41).
+    int find_copies(const arrangement &box);
     // The buffer files that were not looked into.
     const buffer_names &foreign() const { return foreign_; }
     bool state_is_foreign() const { return state_is_foreign_; }
@@ -61,6 +64,7 @@ private:
     int look_at_state();
     int look_at_copy();
     int look_at_buffer(const buffer_name &name);
+    int find_copy(const arrangement &box, box_file *file) const;
     int find_named(const vesk_state_summary &summary, named_state *named) const;
     int find_name(const char *path, buffer_name *name) const;
     int find_where_state_leads();

@@ -89,7 +89,7 @@ private:
         report()->state = box_.stage;
         report()->num_cb_samples = sizes_.samples;
         report()->num_hb_intervals = sizes_.intervals;
-        return 0;
+        return survey_.find_copies(box_);
     }
 
     // A number for a buffer that has to be made: that of the buffer which was made last when none

@@ -442,6 +442,7 @@ std::vector<fault_case> recorder_cases()
                                   {call_kind::torn_write, {"-41", "ok"}},
                                   {call_kind::flush, {"-41", "ok"}},
                                   {call_kind::close, {"ok"}},
+                                  {call_kind::remove, {"ok"}},
                                   {call_kind::truncate, {"-40"}}},
          creates_box, remove_box},
         {"vesk_close",

@@ -153,6 +153,75 @@ TEST(Arrangement, AnOlderBufferIsNoSuccessor)
     EXPECT_EQ(box, choose(found, named(box, 2)).box);
 }
 
+// The clock steps back, and the open buffer is not full: only the copy knows which one is younger.
+TEST(Arrangement, TheCopyTellsWhatFollowsTheOpenBuffer)
+{
+    files found;
+    found.add(current, 1, 2, 5000);
+    found.add(current, 2, 1, 100);
+    const named_state state = named(box_of(VESK_ZCF_STATE_C00, {{current, 1}}), 2);
+    const arrangement both = box_of(VESK_ZCF_STATE_CC0, {{current, 1}, {current, 2}});
+    named_state copy = named(both, 3);
+    EXPECT_EQ(both, choose(found, state, copy).box);
+    EXPECT_EQ(VESK_RECOVER_FROM_BACKUP, choose(found, state, copy).source);
+    // One whose checksum is wrong counts for nothing but the order.
+    copy.fits = false;
+    copy.has_changed = true;
+    copy.next_file_number = 0xfffffffd;
+    EXPECT_EQ(both, choose(found, state, copy).box);
+    EXPECT_EQ(VESK_RECOVER_FROM_BUFFERS, choose(found, state, copy).source);
+    copy.has_changed = false;
+    EXPECT_EQ(state.box, choose(found, state, copy).box);
+}
+
+// The copy is of the box before this one, in which the open buffer of the state was open, too.
+TEST(Arrangement, ACopyThatIsBehindTellsOfNoSuccessor)
+{
+    files found;
+    found.add(current, 1, 4, 5000);
+    found.add(current, 2, 1, 6000);
+    found.add(current, 3, 2, 100);
+    const named_state state = named(box_of(VESK_ZCF_STATE_CC0, {{current, 1}, {current, 2}}), 3);
+    const named_state copy = named(box_of(VESK_ZCF_STATE_C00, {{current, 1}}), 2);
+    EXPECT_EQ(state.box, choose(found, state, copy).box);
+}
+
+// A loss zeroed the open buffer of an older state; the copy fits and names the one behind it.
+TEST(Arrangement, TheCopyCountsWhereTheOpenBufferOfTheStateIsBlank)
+{
+    files found;
+    found.add(current, 1, 4);
+    found.add(current, 2, 0).blank = true;
+    found.add(current, 3, 2);
+    const arrangement all = box_of(VESK_ZCF_STATE_CCC, {{current, 1}, {current, 2}, {current, 3}});
+    const named_state state = named(box_of(VESK_ZCF_STATE_CC0, {{current, 1}, {current, 2}}), 3);
+    EXPECT_EQ(all, choose(found, state, named(all, 4)).box);
+    EXPECT_EQ(state.box, choose(found, state).box);
+}
+
+// The copy is written less often than the state file, so what is younger belongs to the box.
+TEST(Arrangement, ACopyAloneIsFollowedWhateverTheTimes)
+{
+    files found;
+    found.add(current, 1, 2, 5000);
+    found.add(current, 2, 1, 100);
+    const named_state copy = named(box_of(VESK_ZCF_STATE_C00, {{current, 1}}), 2);
+    EXPECT_EQ(box_of(VESK_ZCF_STATE_CC0, {{current, 1}, {current, 2}}),
+              choose(found, {}, copy).box);
+}
+
+TEST(Arrangement, ABufferThatLostItsTimesMayBeASuccessor)
+{
+    files found;
+    found.add(current, 1, 2, 5000);
+    box_file &behind = found.add(current, 2, 0);
+    behind.contents.events = 1;
+    const named_state state = named(box_of(VESK_ZCF_STATE_C00, {{current, 1}}), 2);
+    EXPECT_EQ(state.box, choose(found, state).box);
+    behind.contents.bytes_aside = 30;
+    EXPECT_EQ(box_of(VESK_ZCF_STATE_CC0, {{current, 1}, {current, 2}}), choose(found, state).box);
+}
+
 // Both fit and neither is the last word: the buffers behind the higher one decide.
 TEST(Arrangement, ASuccessorOfStateAndCopyIsFound)
 {

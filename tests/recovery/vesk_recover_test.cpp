@@ -401,6 +401,43 @@ TEST_F(Recover, DoesNotTakeTheBuffersOfAnOlderBoxForTheBox)
     EXPECT_EQ((std::vector<float>{17, 18}), samples_in("r.7.cbuf.z"));
 }
 
+// A box made over an older one has nothing to do with the copy of its state.
+TEST_F(Recover, DoesNotBelieveTheCopyOfAnOlderBox)
+{
+    make_box(5);
+    {
+        const owned_recorder older(vesk_open("r"));
+        ASSERT_EQ(0, vesk_backup_state(older.get()));
+    }
+    ASSERT_TRUE(fs::exists("r.state.bak"));
+    {
+        const owned_recorder anew(vesk_create("r", 4, 2));
+        EXPECT_FALSE(fs::exists("r.state.bak"));
+        write(anew.get(), 101);
+    }
+    EXPECT_EQ(1U, recover().files_kept);
+    EXPECT_EQ((std::vector<float>{101}), samples_in("r.1.cbuf.z"));
+    EXPECT_EQ((std::vector<float>{5}), samples_in("r.2.cbuf.z"));
+}
+
+TEST_F(Recover, DeletesACopyOfABufferOfTheBox)
+{
+    make_box(17);
+    const std::string open = read_file("r.7.cbuf.z");
+    write_file("r.2.cbuf.z", open);
+    write_file("r.3.cbuf.z", open.substr(0, open.size() - 1));
+    std::string other = open;
+    other.back() = static_cast<char>(other.back() ^ 1);
+    write_file("r.1.cbuf.z", other);
+    EXPECT_EQ((steps{{VESK_RECOVER_KEEP, "r.1.cbuf.z", 0},
+                     {VESK_RECOVER_DELETE, "r.2.cbuf.z", 0},
+                     {VESK_RECOVER_DELETE, "r.3.cbuf.z", 0}}),
+              plan());
+    EXPECT_EQ(2U, recover().files_deleted);
+    EXPECT_EQ((std::vector<float>{17}), samples_in("r.7.cbuf.z"));
+    goes_on(18);
+}
+
 TEST_F(Recover, DeletesWhatIsInTheHistory)
 {
     make_box(16);
