@@ -11,6 +11,7 @@
 #include <vesk/vesk_buffer.h>
 #include <vesk/vesk_current_buffer.h>
 
+#include "buffers/record_to_read.hpp"
 #include "common/aborts.hpp"
 #include "common/buffer_files.hpp"
 #include "common/failing_calls.hpp"
@@ -27,6 +28,7 @@ using testing::StartsWith;
 
 using owned_cbuf = owned<vesk_current_buffer, vesk_current_buffer_close>;
 using strings = std::vector<std::string>;
+using read_into = record_to_read<vesk_cb_record, vesk_cb_record_init_null, vesk_cb_record_destruct>;
 
 class CurrentBuffer : public testing::Test
 {
@@ -106,20 +108,5 @@ inline void write_tagged_event(vesk_current_buffer *cbuf, uint32_t type, long se
     EXPECT_LE(0, binary_serializer_write_vesk_cb_record(&rec, cbuf->writer));
     EXPECT_LE(0, writer_flush(cbuf->writer));
 }
-
-// A record that a test reads into.
-class read_into
-{
-public:
-    read_into() { vesk_cb_record_init_null(&record_); }
-    read_into(const read_into &) = delete;
-    read_into &operator=(const read_into &) = delete;
-    ~read_into() { vesk_cb_record_destruct(&record_); }
-    vesk_cb_record *get() { return &record_; }
-    vesk_cb_record *operator->() { return &record_; }
-
-private:
-    vesk_cb_record record_;
-};
 
 #endif

@@ -1,3 +1,5 @@
+// The handle for a buffer of either kind: what it owns, how the kind of a file is found out, and
+// which files are refused with which code.
 #include <vesk/error.h>
 #include <vesk/vesk_buffer.h>
 #include <vesk/vesk_current_buffer.h>

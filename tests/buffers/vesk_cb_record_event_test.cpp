@@ -1,3 +1,5 @@
+// An event as a record of a current buffer: its life, its stored form, and which texts and damaged
+// bytes are refused.
 #include <string>
 
 #include <vesk/error.h>

@@ -1,3 +1,5 @@
+// The record that names the sensors of a current buffer: what it shares with the vector, its stored
+// form, and which counts and damaged bytes are refused.
 #include <string>
 #include <vector>
 

@@ -1,3 +1,5 @@
+// The record that holds the values of one vector: where it takes them from, its stored form to the
+// last bit, and which counts and damaged bytes are refused.
 #include <bit>
 #include <cmath>
 #include <cstdlib>

@@ -1,3 +1,5 @@
+// A record of a current buffer, of whatever type: which payload it owns, which it reuses when the
+// next record is read, and which types it knows.
 #include <string>
 #include <vector>
 

@@ -1,3 +1,5 @@
+// Checks of vectors and events before they are written: what a recorder keeps passes, and what
+// would not come back from a file is refused.
 #include <cmath>
 #include <filesystem>
 #include <limits>

@@ -1,3 +1,5 @@
+// Summing up a current buffer as intervals of a history: its sensors, its events, and files that
+// are short, long or damaged.
 #include <string>
 #include <vector>
 

@@ -1,5 +1,6 @@
 // Current buffers that are cut or changed give a stated code.
 #include "buffers/current_buffer_fixture.hpp"
+#include "buffers/damaged_bytes.hpp"
 
 namespace
 {
@@ -39,58 +40,27 @@ protected:
 
 TEST_F(DamagedCurrentBuffer, ContentThatEndsAnywhereGivesItsCode)
 {
-    std::string content;
-    for (const std::string &part : zlib_contents(small_file())) {
-        content += part;
-    }
-    const auto before = count_open_files();
-    for (std::size_t size = 0; size <= content.size(); ++size) {
-        SCOPED_TRACE(size);
-        expect_stated_answer(deflate_stream(content.substr(0, size)));
-    }
-    EXPECT_EQ(before, count_open_files());
+    for_every_end(content_of(small_file()), [this](const std::string &content) {
+        expect_stated_answer(deflate_stream(content));
+    });
 }
 
 TEST_F(DamagedCurrentBuffer, AFileThatEndsAnywhereGivesItsCode)
 {
-    const std::string file = small_file();
-    const auto before = count_open_files();
-    for (std::size_t size = 0; size <= file.size(); ++size) {
-        SCOPED_TRACE(size);
-        expect_stated_answer(file.substr(0, size));
-    }
-    EXPECT_EQ(before, count_open_files());
+    for_every_end(small_file(), [this](const std::string &file) { expect_stated_answer(file); });
 }
 
 TEST_F(DamagedCurrentBuffer, AFileWithAnyBitFlippedGivesItsCode)
 {
-    const std::string file = small_file();
-    const auto before = count_open_files();
-    for (std::size_t i = 0; i < file.size() * 8; ++i) {
-        SCOPED_TRACE(testing::Message() << "byte " << i / 8 << " bit " << i % 8);
-        std::string damaged = file;
-        damaged[i / 8] = static_cast<char>(damaged[i / 8] ^ 1 << i % 8);
-        expect_stated_answer(damaged);
-    }
-    EXPECT_EQ(before, count_open_files());
+    for_every_flipped_bit(small_file(),
+                          [this](const std::string &file) { expect_stated_answer(file); });
 }
 
 TEST_F(DamagedCurrentBuffer, ContentWithAnyByteChangedGivesItsCode)
 {
-    std::string content;
-    for (const std::string &part : zlib_contents(small_file())) {
-        content += part;
-    }
-    const auto before = count_open_files();
-    for (std::size_t i = 0; i < content.size(); ++i) {
-        for (const int mask : {1, 2, 0x80, 0xff}) {
-            SCOPED_TRACE(testing::Message() << "byte " << i << " mask " << mask);
-            std::string damaged = content;
-            damaged[i] = static_cast<char>(damaged[i] ^ mask);
-            expect_stated_answer(deflate_stream(damaged));
-        }
-    }
-    EXPECT_EQ(before, count_open_files());
+    for_every_changed_byte(content_of(small_file()), [this](const std::string &content) {
+        expect_stated_answer(deflate_stream(content));
+    });
 }
 
 TEST_F(DamagedCurrentBuffer, ATailOfZerosGives41)

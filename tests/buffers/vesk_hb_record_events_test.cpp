@@ -1,3 +1,5 @@
+// The counts of events in an interval of a history: adding them up, comparing them, and their
+// stored form.
 #include <string>
 
 #include <vesk/error.h>

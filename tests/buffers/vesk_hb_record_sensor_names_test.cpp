@@ -1,3 +1,5 @@
+// The record that names the sensors of a history: made of a list of summaries, and otherwise the
+// record of a current buffer.
 #include <string>
 
 #include <vesk/error.h>

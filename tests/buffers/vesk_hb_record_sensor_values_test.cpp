@@ -1,3 +1,5 @@
+// The record of one interval of a history: its summaries, times and events, its stored form in both
+// versions, and which counts and damaged bytes are refused.
 #include <string>
 #include <vector>
 

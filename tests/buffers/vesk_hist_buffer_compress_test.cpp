@@ -1,3 +1,5 @@
+// Merging the intervals of a history by pairs into another one: sensors that change between or
+// inside pairs, and inputs and outputs that do not fit.
 #include <string>
 #include <vector>
 
