@@ -1,3 +1,5 @@
+// Access to the elements of any matrix without asking its type each time: the same values, bounds
+// and aborts as matrix_get() and matrix_set() have.
 #include <cstdint>
 
 #include "common/aborts.hpp"

@@ -1,3 +1,5 @@
+// Comparing matrices with each other and with a number: where a tolerance holds, where none does,
+// and what NaN and infinities give.
 #include <cmath>
 #include <limits>
 

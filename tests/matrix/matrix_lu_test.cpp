@@ -1,3 +1,5 @@
+// The factors of a matrix, its inverse and solutions: bit for bit those of the plain order of
+// arithmetic, by each of the kernels.
 #include <vesk/error.h>
 #include <vesk/matrix_compare.h>
 #include <vesk/matrix_lu.h>

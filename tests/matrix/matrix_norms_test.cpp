@@ -1,3 +1,5 @@
+// Norms of matrices and the condition number: their rounding, and what NaN, singular matrices and
+// missing memory give.
 #include <cmath>
 
 #include <vesk/matrix.h>

@@ -1,3 +1,5 @@
+// Sums, products and statistics of matrices: bit for bit those of the plain order of arithmetic, by
+// each of the kernels.
 #include <algorithm>
 #include <functional>
 

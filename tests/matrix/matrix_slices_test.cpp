@@ -1,3 +1,5 @@
+// Rows, columns and blocks of matrices: taking them out, overwriting them, and what becomes of the
+// sensors and timestamps of telemetry.
 #include <cstdint>
 
 #include <vesk/error.h>

@@ -1,3 +1,5 @@
+// A single value of a matrix: its extremes, its tolerance in comparisons, and how it is read from
+// text.
 #include <bit>
 #include <cmath>
 #include <cstdint>

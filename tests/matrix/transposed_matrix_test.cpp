@@ -1,3 +1,5 @@
+// A view that shows another matrix with rows and columns exchanged: writing through it, resizing
+// and copying it, and who owns the source.
 #include <cstdint>
 
 #include <vesk/error.h>
