@@ -24,16 +24,18 @@ if(VESK_WITH_CHARTS)
 endif()
 set(page_assets "${CMAKE_CURRENT_BINARY_DIR}/page_assets.cpp")
 set(web "${PROJECT_SOURCE_DIR}/cli/page/web")
+set(page_styles "${web}/report.css" "${web}/findings.css" "${web}/charts.css" "${web}/media.css")
 set(page_scripts "${web}/data.js" "${web}/scale.js" "${web}/small_chart.js" "${web}/large_chart.js"
   "${web}/time_line.js" "${web}/table.js" "${web}/live.js"
   "${web}/report.js")
+string(REPLACE ";" "|" joined_styles "${page_styles}")
 string(REPLACE ";" "|" joined_scripts "${page_scripts}")
 add_custom_command(OUTPUT "${page_assets}"
   COMMAND "${CMAKE_COMMAND}" "-DOUT=${page_assets}" "-DFRAME=${web}/report.html"
-    "-DSTYLES=${chart_style}${web}/report.css" "-DSCRIPTS=${joined_scripts}"
+    "-DSTYLES=${chart_style}${joined_styles}" "-DSCRIPTS=${joined_scripts}"
     "-DLIBRARY=${chart_library}" "-DNOTICE=${chart_notice}"
     -P "${PROJECT_SOURCE_DIR}/cmake/embed_page.cmake"
-  DEPENDS "${PROJECT_SOURCE_DIR}/cmake/embed_page.cmake" "${web}/report.html" "${web}/report.css"
-    ${page_scripts} ${chart_library} ${chart_notice}
+  DEPENDS "${PROJECT_SOURCE_DIR}/cmake/embed_page.cmake" "${web}/report.html"
+    ${page_styles} ${page_scripts} ${chart_library} ${chart_notice}
   COMMENT "Putting the parts of a page together"
   VERBATIM)
