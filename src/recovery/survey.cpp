@@ -191,11 +191,12 @@ int box_survey::find_copy(const arrangement &box, box_file *file) const
     return result < 0 ? result : 0;
 }
 
+// A file without a record may begin like any other: it has a header at most.
 int box_survey::find_copies(const arrangement &box)
 {
     int result = 0;
     for (box_file *file : files_) {
-        if (result == 0 && !box.has(file->name)) {
+        if (result == 0 && !box.has(file->name) && file->holds_records()) {
             result = find_copy(box, file);
         }
     }

@@ -49,8 +49,8 @@ public:
     // Reads the sensors of a buffer, which look() does not keep: there may be many files. 0,
     // QE_ERROR_IO (-41) or QE_ERROR_NO_MEMORY (-22).
     int read_names(box_file *file) const;
-    // Marks the files beside the box whose bytes are the first ones, or all, of one of its buffers.
-    // To be called before any of these is changed. 0 or QE_ERROR_IO (-41).
+    // Marks the files with records beside the box whose bytes are the first ones, or all, of one of
+    // its buffers. To be called before any of these is changed. 0 or QE_ERROR_IO (-41).
     int find_copies(const arrangement &box);
     // The buffer files that were not looked into.
     const buffer_names &foreign() const { return foreign_; }
