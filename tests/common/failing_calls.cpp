@@ -1,3 +1,5 @@
+// The wrappers that the linker puts around calls of libc and zlib: they count the calls, and fail
+// the one that a test asks for.
 #include "common/failing_calls.hpp"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Reads and writes the folder of a box, reads what the box holds, and compares that with what was
+// given to it.
 #include "crash/box.hpp"
 
 #include <cmath>

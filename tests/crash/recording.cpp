@@ -1,3 +1,5 @@
+// Records a life of a folder by looking at it after each call that changes it, and makes the
+// folders that a kill or a loss of power would leave.
 #include "crash/recording.hpp"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Reads the records of a box as lines of text, and finds those that are missing although they were
+// not damaged.
 #include "crash/stored_records.hpp"
 
 #include <algorithm>
