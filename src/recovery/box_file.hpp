@@ -30,7 +30,7 @@ struct box_file {
     file_identity identity;
     bool blank = false;  // it is empty or has nothing but zero bytes: it holds nothing
     bool placed = false; // it belongs to the box
-    bool copied = false; // it has records, and its bytes are the first ones, or all, of a buffer of the box
+    bool copied = false; // it has records, and all it has begins a buffer of the box
     buffer_contents contents;
     buffer_contents mended; // as the box needs it, when it has to be changed for that
 
