@@ -166,6 +166,14 @@ bool diagnosis::has_verdict() const
     return is_healthy() || is_repairable() || code_for(plan) != exit_failed;
 }
 
+exit_code diagnosis::code() const
+{
+    if (is_healthy()) {
+        return exit_done;
+    }
+    return is_repairable() ? exit_damaged : has_verdict() ? exit_unreadable : exit_failed;
+}
+
 const char *diagnosis::verdict() const
 {
     if (is_healthy()) {

@@ -63,6 +63,8 @@ struct diagnosis {
     bool is_other(const checked_file &file) const;
     // False where the machine prevented the reading: then there is no verdict about the box.
     bool has_verdict() const;
+    // What `check` ends with.
+    exit_code code() const;
     const char *verdict() const; // "healthy", "repairable", "not repairable"
     // The same with a remark if the box was moved, or why it cannot be repaired.
     std::string verdict_text() const;

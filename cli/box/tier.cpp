@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "box/box.hpp"
+#include "process/failure.hpp"
 
 namespace cli
 {
@@ -33,11 +34,19 @@ std::optional<bool> names_sensor(const stored_file &file, const std::string &wan
     return found;
 }
 
+// A box without its state file is one, too: its buffers can be read and repaired. A name that
+// cannot be looked at counts as absent, because most boxes have no tiers.
 bool is_there(const std::string &base)
 {
-    std::error_code ignored;
-    return std::filesystem::exists(base + ".state", ignored) ||
-           std::filesystem::exists(base + ".state.bak", ignored);
+    const auto exists = [&](const char *suffix) {
+        std::error_code ignored;
+        return std::filesystem::exists(std::filesystem::symlink_status(base + suffix, ignored));
+    };
+    const auto is_buffer = [](const vesk_scan_file *file, void *) {
+        return file->missing != 0 || file->foreign != 0 ? 0 : 1;
+    };
+    return exists(".state") || exists(".state.bak") ||
+           vesk_scan_files(base.c_str(), is_buffer, nullptr) == 1;
 }
 
 } // namespace
@@ -95,6 +104,9 @@ std::optional<bool> is_tier(const std::string &base, const tier_kind &kind)
         return std::nullopt;
     }
     const box found = find_box(base);
+    if (found.is_file) {
+        return std::nullopt;
+    }
     const std::string wanted = tier_count_name(kind);
     bool names_others = false;
     for (auto file = found.files.rbegin(); file != found.files.rend(); ++file) {
@@ -112,7 +124,11 @@ std::vector<tier_kind> tiers_of(const std::string &base)
 {
     std::vector<tier_kind> found;
     for (const tier_kind &kind : all_tiers()) {
-        if (is_tier(tier_base(base, kind), kind).value_or(false)) {
+        try {
+            if (is_tier(tier_base(base, kind), kind).value_or(false)) {
+                found.push_back(kind);
+            }
+        } catch (const failure &) {
             found.push_back(kind);
         }
     }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <fmt/format.h>
 
+#include "box/box.hpp"
 #include "box/reading.hpp"
 #include "box/storage_failure.hpp"
 #include "process/failure.hpp"
@@ -86,8 +87,11 @@ void tier_recorder::open()
     if (own && !*own) {
         throw failure(exit_failed, base_ + ": there is a box of this name that is no tier");
     }
+    // A tier that is there keeps its shape. Where its state file does not tell that, it may be that
+    // nothing else does.
+    const bool is_known = own && read_state(base_).error == 0;
     const box_shape shape =
-        own ? box_shape{} : box_shape{wanted_.shape.samples, wanted_.shape.intervals};
+        is_known ? box_shape{} : box_shape{wanted_.shape.samples, wanted_.shape.intervals};
     box_ = std::make_unique<box_writer>(base_, shape, sync_);
     sensors_.clear();
     if (!last_time_) {

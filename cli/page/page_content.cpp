@@ -3,6 +3,7 @@
 #include "page/page_content.hpp"
 
 #include <algorithm>
+#include <fmt/format.h>
 
 #include "process/failure.hpp"
 #include "text/sensor_choice.hpp"
@@ -115,6 +116,22 @@ private:
 
 } // namespace
 
+bool file_health::is_whole() const
+{
+    return missing.empty() && found->is_healthy() &&
+           std::all_of(tiers.begin(), tiers.end(),
+                       [](const tier_health &tier) { return tier.code == exit_done; });
+}
+
+std::string file_health::words() const
+{
+    std::string all = missing.empty() ? found->verdict_text() : missing;
+    for (const tier_health &tier : tiers) {
+        all += fmt::format("; {}: {}", tier.name, tier.text);
+    }
+    return all;
+}
+
 file_health health_of(const std::string &name, bool is_file)
 {
     file_health health;
@@ -126,10 +143,19 @@ file_health health_of(const std::string &name, bool is_file)
         health.found.emplace(diagnose_box(name, {}));
     } catch (const failure &reason) {
         health.missing = reason.what();
+        health.failed = reason.code() == exit_failed;
         return health;
     }
     if (!health.found->has_verdict()) {
         health.missing = "cannot be checked: " + recovery_failure(health.found->plan);
+        health.failed = true;
+    }
+    // The state file of a box names it without its tiers.
+    if (health.found->what.name == name) {
+        health.tiers = check_tiers(name);
+        health.failed = health.failed ||
+                        std::any_of(health.tiers.begin(), health.tiers.end(),
+                                    [](const tier_health &tier) { return tier.verdict.empty(); });
     }
     return health;
 }
@@ -177,7 +203,7 @@ std::unique_ptr<page_content> collect_page(reading &source, const std::string &n
     content->unusual = rank_sensors(tracks, content->names, newest);
     content->samples = rows.samples;
     content->intervals = rows.intervals;
-    content->health = health_of(source.source().name, source.source().is_file);
+    content->health = health_of(name, source.source().is_file);
     content->ending = content->watch.result(source.source().writer.has_value());
     return content;
 }

@@ -14,6 +14,7 @@
 #include "box/ending_watch.hpp"
 #include "box/reading.hpp"
 #include "box/sensor_statistics.hpp"
+#include "box/tier_health.hpp"
 #include "box/unusual_sensors.hpp"
 #include "page/chart_series.hpp"
 #include "page/happenings.hpp"
@@ -29,9 +30,12 @@ struct file_health {
     // Nothing of a lone file, or where the machine did not let the box be looked at.
     std::optional<diagnosis> found;
     std::string missing; // why there is none
+    // True where the machine is to blame, so that a later attempt may succeed.
+    bool failed = false;
+    std::vector<tier_health> tiers;
 
-    bool is_whole() const { return missing.empty() && found->is_healthy(); }
-    std::string words() const { return missing.empty() ? found->verdict_text() : missing; }
+    bool is_whole() const;
+    std::string words() const;
 };
 
 // @p name is that of a box, or of a buffer file if @p is_file.

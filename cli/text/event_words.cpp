@@ -7,6 +7,8 @@
 #include <optional>
 #include <string_view>
 
+#include "process/terminal.hpp"
+#include "text/duration.hpp"
 #include "text/event_text.hpp"
 #include "text/own_events.hpp"
 #include "text/units.hpp"
@@ -55,6 +57,72 @@ std::string on_host(const parsed_event &event)
     return host.empty() ? host : " on " + host;
 }
 
+std::string machine_words(const parsed_event &event)
+{
+    const int64_t interval = event.number("interval").value_or(0);
+    return "still recording" + on_host(event) +
+           (interval > 0 ? ", every " + format_duration(interval) : "");
+}
+
+// " (exit code 3)", or nothing.
+std::string in_brackets(const std::string &text)
+{
+    return text.empty() ? text : " (" + text + ")";
+}
+
+std::string program_words(const parsed_event &event)
+{
+    const std::string program = "the program of --from";
+    const std::string state = event.value("state");
+    const int64_t pause = event.number("pause").value_or(0);
+    const std::string how = in_brackets(event.value("how"));
+    const auto again = [&](const char *what) {
+        return pause > 0 ? fmt::format("; it is {} again in {}", what, format_duration(pause))
+                         : std::string();
+    };
+    if (state == "started") {
+        const std::string pid = event.value("pid");
+        return program + " started" + in_brackets(pid.empty() ? pid : "process " + pid);
+    }
+    if (state == "ended") {
+        return program + " ended" + how + again("started");
+    }
+    if (state == "failed") {
+        return program + " cannot be started" + how + again("tried");
+    }
+    const int64_t lines = event.number("lines").value_or(0);
+    if (state == "refused" && lines > 0) {
+        const std::string reason = event.value("reason");
+        return fmt::format("{} of {} refused{}", counted(static_cast<uint64_t>(lines), "line"),
+                           program, reason.empty() ? reason : ": " + reason);
+    }
+    return {};
+}
+
+std::string omitted_words(const parsed_event &event)
+{
+    struct source {
+        const char *key;
+        const char *one;
+        const char *several;
+    };
+    constexpr source sources[] = {
+        {"kernel", "message of the kernel", "messages of the kernel"},
+        {"top", "list of processes", "lists of processes"},
+        {"user", "event of users", "events of users"},
+        {"recording", "event of the recording", "events of the recording"},
+    };
+    std::string words;
+    for (const source &each : sources) {
+        const int64_t count = event.number(each.key).value_or(0);
+        if (count > 0) {
+            words += fmt::format("{}{} {}", words.empty() ? "left out: " : ", ", count,
+                                 count == 1 ? each.one : each.several);
+        }
+    }
+    return words;
+}
+
 std::string words_of(const parsed_event &event)
 {
     if (event.word == event_word::kernel) {
@@ -63,6 +131,15 @@ std::string words_of(const parsed_event &event)
     }
     if (event.word == event_word::top) {
         return top_words(event);
+    }
+    if (event.word == event_word::machine) {
+        return machine_words(event);
+    }
+    if (event.word == event_word::program) {
+        return program_words(event);
+    }
+    if (event.word == event_word::omitted) {
+        return omitted_words(event);
     }
     if (event.word == event_word::start) {
         return "the recording began" + on_host(event);

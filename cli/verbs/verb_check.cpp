@@ -10,7 +10,7 @@
 
 #include "box/box.hpp"
 #include "box/diagnosis.hpp"
-#include "box/tier.hpp"
+#include "box/tier_health.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
 #include "process/terminal.hpp"
@@ -189,24 +189,28 @@ void require_verdict(const diagnosis &found)
     }
 }
 
-exit_code code_of(const diagnosis &found)
+// A tier is a box of its own, whose files `vesk check BASE.1m` lists.
+ordered_json tiers_json(const std::vector<tier_health> &tiers)
 {
-    if (found.is_healthy()) {
-        return exit_done;
+    ordered_json result = ordered_json::array();
+    for (const tier_health &tier : tiers) {
+        result.push_back({{"box", tier.name}, {"verdict", nullptr}, {"text", tier.text}});
+        if (!tier.verdict.empty()) {
+            result.back()["verdict"] = tier.verdict;
+        }
     }
-    return found.is_repairable() ? exit_damaged : exit_unreadable;
+    return result;
 }
 
-// A tier is a box of its own, whose files `vesk check BASE.1m` lists.
-exit_code check_tiers(const std::string &base, ordered_json &tiers)
+// Without a verdict about one of the tiers there is none about all.
+exit_code code_of(const diagnosis &found, const std::vector<tier_health> &tiers)
 {
-    exit_code worst = exit_done;
-    for (const tier_kind &kind : tiers_of(base)) {
-        const diagnosis found = diagnose_box(tier_base(base, kind), {0, 0});
-        require_verdict(found);
-        worst = std::max(worst, code_of(found));
-        tiers.push_back({{"box", found.what.name}, {"verdict", found.verdict()}});
-        tiers.back()["text"] = found.verdict_text();
+    exit_code worst = found.code();
+    for (const tier_health &tier : tiers) {
+        if (tier.verdict.empty()) {
+            throw failure(tier.code, fmt::format("{}: {}", tier.name, tier.text));
+        }
+        worst = std::max(worst, tier.code);
     }
     return worst;
 }
@@ -216,19 +220,17 @@ exit_code check(const check_options &options)
     const diagnosis found = diagnose_box(
         options.base, {options.shape.samples.value_or(0), options.shape.intervals.value_or(0)});
     require_verdict(found);
-    ordered_json tiers = ordered_json::array();
-    const exit_code of_tiers = check_tiers(options.base, tiers);
+    const std::vector<tier_health> tiers = check_tiers(options.base);
     if (options.json) {
-        print_json(found, tiers);
+        print_json(found, tiers_json(tiers));
     } else {
         print_text(found);
-        for (const ordered_json &tier : tiers) {
-            fmt::print("{}\n", printable(fmt::format("{}: {}", tier["box"].get<std::string>(),
-                                                     tier["text"].get<std::string>())));
+        for (const tier_health &tier : tiers) {
+            fmt::print("{}\n", printable(fmt::format("{}: {}", tier.name, tier.text)));
         }
     }
     flush_output();
-    return std::max(code_of(found), of_tiers);
+    return code_of(found, tiers);
 }
 
 action prepare(option_list &options)

@@ -131,15 +131,36 @@ ordered_json size_json(const box_report &found)
             {"most_bytes", most_bytes(size->shape, size->largest, default_event_bytes)}};
 }
 
-// The tiers of a box that can be read; `check` tells of the others.
-std::vector<box_report> reports_of_tiers(const box &what)
+ordered_json span_json(const time_span &span)
 {
-    std::vector<box_report> reports;
+    if (!span.any) {
+        return nullptr;
+    }
+    return {{"from", span.from}, {"to", span.to}};
+}
+
+struct tier_report {
+    box_report found; // of one that cannot be read only the name
+    std::string problem;
+
+    bool is_damaged() const { return found.damaged || found.incomplete || !problem.empty(); }
+};
+
+std::vector<tier_report> reports_of_tiers(const box &what)
+{
+    std::vector<tier_report> reports;
     if (what.is_file) {
         return reports;
     }
     for (const tier_kind &kind : tiers_of(what.name)) {
-        reports.push_back(make_report(tier_base(what.name, kind)));
+        tier_report &one = reports.emplace_back();
+        const std::string name = tier_base(what.name, kind);
+        try {
+            one.found = make_report(name);
+        } catch (const failure &reason) {
+            one.found.what.name = name;
+            one.problem = reason.what();
+        }
     }
     return reports;
 }
@@ -155,6 +176,32 @@ std::string rows_text(const box_report &tier)
 {
     return fmt::format("{} and {}", counted(tier.all.samples, "row"),
                        counted(tier.all.intervals, "interval"));
+}
+
+void print_tier(const tier_report &tier)
+{
+    const box_report &found = tier.found;
+    if (!tier.problem.empty()) {
+        line("tier", "{}: cannot be read: {}", printable(found.what.name), printable(tier.problem));
+        return;
+    }
+    line("tier", "{}: {}, {}, {} bytes{}", printable(found.what.name), span_text(whole_span(found)),
+         rows_text(found), found.bytes, tier.is_damaged() ? ", damaged" : "");
+}
+
+ordered_json tiers_json(const box &what)
+{
+    ordered_json tiers = ordered_json::array();
+    for (const tier_report &tier : reports_of_tiers(what)) {
+        const box_report &found = tier.found;
+        tiers.push_back({{"box", found.what.name},
+                         {"span", span_json(whole_span(found))},
+                         {"rows", found.all.samples},
+                         {"intervals", found.all.intervals},
+                         {"bytes", found.bytes},
+                         {"damaged", tier.is_damaged()}});
+    }
+    return tiers;
 }
 
 void print_text(const box_report &found)
@@ -178,9 +225,8 @@ void print_text(const box_report &found)
              size_words({size->shape, size->interval, size->largest, default_event_bytes}));
     }
     line("bytes", "{}", found.bytes);
-    for (const box_report &tier : reports_of_tiers(found.what)) {
-        line("tier", "{}: {}, {}, {} bytes", printable(tier.what.name), span_text(whole_span(tier)),
-             rows_text(tier), tier.bytes);
+    for (const tier_report &tier : reports_of_tiers(found.what)) {
+        print_tier(tier);
     }
     fmt::print("files\n");
     for (const file_contents &file : found.files) {
@@ -209,14 +255,6 @@ void print_text(const box_report &found)
     for (const foreign_companion &each : found.foreign) {
         line("foreign", "{}: {}", printable(each.path), each.problem);
     }
-}
-
-ordered_json span_json(const time_span &span)
-{
-    if (!span.any) {
-        return nullptr;
-    }
-    return {{"from", span.from}, {"to", span.to}};
 }
 
 ordered_json file_json(const file_contents &found, bool lone)
@@ -281,14 +319,7 @@ void print_json(const box_report &found)
     add_recordings(found.log, what.writer, result);
     result["reach"] = size_json(found);
     result["bytes"] = found.bytes;
-    result["tiers"] = ordered_json::array();
-    for (const box_report &tier : reports_of_tiers(found.what)) {
-        result["tiers"].push_back({{"box", tier.what.name},
-                                   {"span", span_json(whole_span(tier))},
-                                   {"rows", tier.all.samples},
-                                   {"intervals", tier.all.intervals},
-                                   {"bytes", tier.bytes}});
-    }
+    result["tiers"] = tiers_json(what);
     result["files"] = ordered_json::array();
     for (const file_contents &file : found.files) {
         result["files"].push_back(file_json(file, what.is_file));

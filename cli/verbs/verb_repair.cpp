@@ -111,7 +111,8 @@ exit_code repair_box(const repair_options &options)
     return exit_done;
 }
 
-// A tier is a box of its own; the sizes that were told are not its sizes.
+// A tier is a box of its own; the sizes that were told are not its sizes. One that cannot be
+// repaired costs itself only.
 exit_code repair(const repair_options &options)
 {
     if (options.base.empty()) {
@@ -119,7 +120,14 @@ exit_code repair(const repair_options &options)
     }
     exit_code worst = repair_box(options);
     for (const tier_kind &kind : tiers_of(options.base)) {
-        worst = std::max(worst, repair_box({tier_base(options.base, kind), {}, options.dry_run}));
+        try {
+            worst =
+                std::max(worst, repair_box({tier_base(options.base, kind), {}, options.dry_run}));
+        } catch (const failure &reason) {
+            flush_output();
+            complain(reason.what());
+            worst = std::max(worst, reason.code());
+        }
     }
     return worst;
 }

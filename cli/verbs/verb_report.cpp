@@ -48,6 +48,10 @@ exit_code report(const report_options &options)
     const std::unique_ptr<sink> out = open_sink(options.output, options.force);
     write_page(*content, [&](std::string_view text) { out->write(text); });
     out->finish();
+    if (content->health.failed) {
+        throw failure(exit_failed,
+                      fmt::format("{}: {}", source.source().name, content->health.words()));
+    }
     return source.code();
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "box/diagnosis.hpp"
+#include "box/tier_health.hpp"
 #include "process/clock.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
@@ -43,19 +44,56 @@ page_look look_for(const show_options &options)
     return look;
 }
 
-// What `check` says of the files. That is not known where the machine does not let them be read.
-void add_health(shown_box &shown)
+// What is wrong with the tiers of the box.
+std::string tiers_words(const std::vector<tier_health> &tiers)
+{
+    std::string words;
+    for (const tier_health &tier : tiers) {
+        if (tier.code != exit_done) {
+            words += fmt::format("; {}: {}", tier.name, tier.text);
+        }
+    }
+    return words;
+}
+
+exit_code not_checked(shown_box &shown, const std::string &reason)
+{
+    shown.health = "unknown";
+    shown.healthy = false;
+    complain(fmt::format("{}: cannot be checked: {}", shown.source.source().name, reason));
+    return exit_failed;
+}
+
+// The state file of a box names it without its tiers.
+exit_code add_health_of_tiers(shown_box &shown)
+{
+    if (shown.name != shown.source.source().name) {
+        return exit_done;
+    }
+    const std::vector<tier_health> tiers = check_tiers(shown.name);
+    shown.health_words += tiers_words(tiers);
+    for (const tier_health &tier : tiers) {
+        shown.healthy = shown.healthy && tier.code == exit_done;
+        if (tier.verdict.empty()) {
+            complain(fmt::format("{}: {}", tier.name, tier.text));
+            return exit_failed;
+        }
+    }
+    return exit_done;
+}
+
+// What `check` says of the files. That is not known where the machine does not let them be read,
+// which is told and makes the exit code.
+exit_code add_health(shown_box &shown)
 {
     const box &what = shown.source.source();
     if (what.is_file) {
         shown.health = "not looked at";
         shown.health_words = "one file of a box";
-        return;
+        return exit_done;
     }
     try {
         const diagnosis found = diagnose_box(what.name, {});
-        shown.health = found.has_verdict() ? found.verdict() : "unknown";
-        shown.healthy = found.has_verdict() && found.is_healthy();
         uint64_t bytes = what.state.size;
         for (const stored_file &file : what.files) {
             bytes += file.size;
@@ -64,11 +102,16 @@ void add_health(shown_box &shown)
             fmt::format("{}: {} in {}",
                         found.has_verdict() ? found.verdict_text() : "not to be read as a whole",
                         counted(bytes, "byte"), counted(what.files.size() + 1, "file"));
+        if (!found.has_verdict()) {
+            return not_checked(shown, recovery_failure(found.plan));
+        }
+        shown.health = found.verdict();
+        shown.healthy = found.is_healthy();
     } catch (const failure &reason) {
-        shown.health = "unknown";
-        shown.healthy = false;
         shown.health_words = reason.what();
+        return not_checked(shown, reason.what());
     }
+    return add_health_of_tiers(shown);
 }
 
 // The samples that were compared, and three times as many before them.
@@ -110,7 +153,7 @@ exit_code show(const show_options &options)
     shown_box shown = {options.source.name, source, rows, ranking, std::nullopt, "", ""};
     shown.now = static_cast<int64_t>(clock_seconds());
     shown.where = options.source.where();
-    add_health(shown);
+    const exit_code checked = add_health(shown);
     if (options.json) {
         put(show_json(shown) + "\n");
     } else {
@@ -120,7 +163,7 @@ exit_code show(const show_options &options)
         }
     }
     flush_output();
-    return source.code();
+    return checked != exit_done ? checked : source.code();
 }
 
 action prepare(option_list &options)

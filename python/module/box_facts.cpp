@@ -10,6 +10,8 @@
 #include "box/box_report.hpp"
 #include "box/diagnosis.hpp"
 #include "box/reading.hpp"
+#include "box/tier.hpp"
+#include "box/tier_health.hpp"
 #include "box/unusual_sensors.hpp"
 #include "python_values.hpp"
 #include "sensor_columns.hpp"
@@ -185,7 +187,16 @@ py::list python_texts(const std::vector<std::string> &texts)
 
 py::tuple info_of(const std::string &name)
 {
-    const auto [found, told] = call_library([&] { return cli::make_report(name); });
+    std::vector<std::string> tiers;
+    const auto [found, told] = call_library([&] {
+        auto result = cli::make_report(name);
+        if (!result.what.is_file) {
+            for (const cli::tier_kind &kind : cli::tiers_of(result.what.name)) {
+                tiers.push_back(cli::tier_base(result.what.name, kind));
+            }
+        }
+        return result;
+    });
     const cli::box &what = found.what;
     py::list files;
     for (const cli::file_contents &file : found.files) {
@@ -198,42 +209,53 @@ py::tuple info_of(const std::string &name)
     for (const cli::foreign_companion &file : found.foreign) {
         others.append(py::dict("path"_a = python_text(file.path), "bytes"_a = 0));
     }
-    py::dict facts(
-        "name"_a = python_text(what.name), "is_file"_a = what.is_file,
-        "state"_a = what.is_file ? py::object(py::none()) : py::object(state_of(what)),
-        "writer"_a = python_or_none(what.writer), "damaged"_a = found.damaged || found.incomplete,
-        "samples"_a = found.all.samples, "raw_span"_a = span_of(found.raw),
-        "intervals"_a = found.all.intervals, "history_span"_a = span_of(found.history),
-        "events"_a = found.all.events + found.all.bare_events,
-        "counted_events"_a = py::cast(std::vector<uint64_t>(found.all.counted_events.begin(),
-                                                            found.all.counted_events.end())),
-        "waiting_events"_a = found.waiting.events, "bytes"_a = found.bytes,
-        "machine"_a = machine_of(found.log), "recording"_a = recording_of(found.log),
-        "sensors"_a = python_texts(found.all.sensors), "files"_a = files, "other_files"_a = others);
+    py::dict facts("name"_a = python_text(what.name), "is_file"_a = what.is_file,
+                   "state"_a = what.is_file ? py::object(py::none()) : py::object(state_of(what)),
+                   "writer"_a = python_or_none(what.writer),
+                   "damaged"_a = found.damaged || found.incomplete, "samples"_a = found.all.samples,
+                   "raw_span"_a = span_of(found.raw), "intervals"_a = found.all.intervals,
+                   "history_span"_a = span_of(found.history),
+                   "events"_a = found.all.events + found.all.bare_events,
+                   "counted_events"_a = py::cast(std::vector<uint64_t>(
+                       found.all.counted_events.begin(), found.all.counted_events.end())),
+                   "waiting_events"_a = found.waiting.events, "bytes"_a = found.bytes,
+                   "machine"_a = machine_of(found.log), "recording"_a = recording_of(found.log),
+                   "sensors"_a = python_texts(found.all.sensors), "files"_a = files,
+                   "other_files"_a = others, "tiers"_a = python_texts(tiers));
     return with_messages(facts, told);
 }
 
 py::tuple check_of(const std::string &name)
 {
+    std::vector<cli::tier_health> checked_tiers;
     const auto [found, told] = call_library([&] {
         auto result = cli::diagnose_box(name, {});
         if (!result.has_verdict()) {
             throw cli::failure(cli::exit_failed,
                                name + ": cannot be checked: " + cli::recovery_failure(result.plan));
         }
+        checked_tiers = cli::check_tiers(name);
         return result;
     });
+    py::list tiers;
+    for (const cli::tier_health &tier : checked_tiers) {
+        tiers.append(py::dict("name"_a = python_text(tier.name),
+                              "verdict"_a = tier.verdict.empty()
+                                                ? py::object(py::none())
+                                                : py::object(python_text(tier.verdict)),
+                              "what"_a = python_text(tier.text)));
+    }
     py::list files;
     for (const cli::checked_file &file : found.files) {
         files.append(checked_facts(found, file));
     }
     const bool planned = found.is_repairable() && !found.live;
-    const py::dict facts("name"_a = python_text(found.what.name), "verdict"_a = found.verdict(),
-                         "healthy"_a = found.is_healthy(), "repairable"_a = found.is_repairable(),
-                         "what"_a = python_text(found.verdict_text()), "moved"_a = found.moved,
-                         "writer"_a = python_or_none(found.what.writer), "files"_a = files,
-                         "repair"_a =
-                             planned ? py::object(steps_of(found.plan)) : py::object(py::none()));
+    const py::dict facts(
+        "name"_a = python_text(found.what.name), "verdict"_a = found.verdict(),
+        "healthy"_a = found.is_healthy(), "repairable"_a = found.is_repairable(),
+        "what"_a = python_text(found.verdict_text()), "moved"_a = found.moved,
+        "writer"_a = python_or_none(found.what.writer), "files"_a = files, "tiers"_a = tiers,
+        "repair"_a = planned ? py::object(steps_of(found.plan)) : py::object(py::none()));
     return with_messages(facts, told);
 }
 

@@ -374,6 +374,40 @@ class Facts(BoxTest):
                 vesk.Box(self.base).suspects(last=last)
 
 
+class Tiers(BoxTest):
+    """BASE.1m, a box beside the box with one row for each minute."""
+
+    def setUp(self):
+        super().setUp()
+        fill(self.base)
+        self.tier = self.base + ".1m"
+        with vesk.Recorder(self.tier, samples=4, intervals=2) as recorder:
+            for row in range(6):
+                recorder.write({"::tier.1m.samples_count": 60, "zeta": row}, time=BEGIN + 60 * row)
+
+    def test_are_boxes_of_their_own(self):
+        self.assertEqual(vesk.Box(self.base).info()["samples"], 16)
+        self.assertEqual(vesk.Box(self.tier).info()["samples"], 6)
+        values = vesk.Box(self.tier).samples_arrays(sensors="zeta").values
+        self.assertEqual(values[:, 0].tolist(), [0, 1, 2, 3, 4, 5])
+
+    def test_are_named_and_checked_with_their_box(self):
+        box = vesk.Box(self.base)
+        self.assertEqual(box.info()["tiers"], [self.tier])
+        self.assertEqual(box.check()["tiers"],
+                         [{"name": self.tier, "verdict": "healthy", "what": "healthy"}])
+        os.unlink(self.tier + ".state")
+        self.assertEqual(box.check()["tiers"][0]["verdict"], "repairable")
+        self.assertEqual(box.check()["verdict"], "healthy")
+        self.assertEqual(vesk.Box(self.tier).check()["tiers"], [])
+        self.assertEqual(vesk.Box(self.tier).info()["tiers"], [])
+
+    def test_count_where_the_command_ranks_sensors(self):
+        told = json.loads(command("suspects", "--json", self.base).stdout)
+        self.assertEqual([one.sensor for one in vesk.Box(self.base).suspects()],
+                         [one["sensor"] for one in told["sensors"]])
+
+
 class Names(BoxTest):
     def test_that_are_no_boxes_are_refused(self):
         os.mkfifo(self.base + ".state")

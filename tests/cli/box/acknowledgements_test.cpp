@@ -11,6 +11,7 @@
 
 #include "box/acknowledgements.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/unignored_signal.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 
@@ -37,6 +38,8 @@ protected:
 
     temporary_directory folder{quick_folder()};
     std::string path = folder.file("told");
+    unignored_signal terminated{SIGTERM};
+    unignored_signal interrupted{SIGINT};
     stop_request stop;
 };
 

@@ -1,9 +1,11 @@
 // Shows that a box and its tiers are recorded together and read as one.
 #include <algorithm>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
 
+#include "box/box.hpp"
 #include "box/box_lock.hpp"
 #include "box/box_writer.hpp"
 #include "box/reading.hpp"
@@ -154,6 +156,27 @@ TEST_F(Tiers, AKilledRecordingLosesNoRow)
     counting rows;
     tier.read({}, {0}, rows);
     EXPECT_EQ(rows.all.raw + rows.all.intervals, 17U);
+}
+
+// Nothing else tells the sizes of a tier that has no history yet.
+TEST_F(Tiers, ATierThatLostItsStateFileIsRecoveredByTheNextRecording)
+{
+    for (const bool is_gone : {true, false}) {
+        temporary_directory other{quick_folder()};
+        base = other.file("box");
+        record(0, 530, false);
+        for (const char *suffix : {".state", ".state.bak"}) {
+            const std::string file = tier_base(base, *find_tier("1m")) + suffix;
+            is_gone ? std::filesystem::remove(file) : (write_file(file, "no state"), true);
+        }
+        CaptureStderr();
+        record(530, 1000);
+        EXPECT_THAT(GetCapturedStderr(), HasSubstr("box.1m: recovered")) << is_gone;
+        EXPECT_EQ(count().samples, 1000U) << is_gone;
+        const box_state state = read_state(tier_base(base, *find_tier("1m")));
+        EXPECT_EQ(state.samples, 40U) << is_gone;
+        EXPECT_EQ(state.intervals, 4U) << is_gone;
+    }
 }
 
 TEST_F(Tiers, ATierThatComesLaterBeginsWithWhatIsThereInFullDetail)

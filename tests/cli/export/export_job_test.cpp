@@ -2,6 +2,7 @@
 #include <csignal>
 #include <gtest/gtest.h>
 
+#include "cli/unignored_signal.hpp"
 #include "export/export_job.hpp"
 #include "process/failure.hpp"
 
@@ -19,6 +20,7 @@ void count_rows(export_progress &progress)
 
 TEST(ExportProgress, ASignalEndsTheExport)
 {
+    const unignored_signal terminated(SIGTERM);
     export_progress progress;
     progress.expect(1000);
     EXPECT_NO_THROW(count_rows(progress));

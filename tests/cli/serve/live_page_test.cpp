@@ -1,4 +1,5 @@
 // Pages are made once for each change of a box, whoever asks.
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -27,6 +28,17 @@ protected:
     }
 
     std::string base() const { return folder.file("box"); }
+
+    // Another page than this one; a page is not made anew at once.
+    reply page_behind(const reply &before)
+    {
+        reply next = page.get();
+        for (int i = 0; i < 200 && next.body == before.body; ++i) {
+            usleep(100'000);
+            next = page.get();
+        }
+        return next;
+    }
 
     bool is_to_end = false;
     temporary_directory folder{quick_folder()};
@@ -64,6 +76,33 @@ TEST_F(LivePage, TellsWhyThereIsNone)
     const reply answer = nothing.get();
     EXPECT_EQ(answer.status, 503);
     EXPECT_THAT(*answer.body, HasSubstr("cannot be shown now"));
+}
+
+// A row of a tier is a change of the page, and the samples of the box follow behind it as ever.
+TEST_F(LivePage, ShowsTheTiersOfTheBox)
+{
+    const auto write_rows = [this](int64_t first, float value) {
+        box_writer writer(base() + ".1m", {4, 2});
+        writer.set_sensors(std::vector<std::string>{"::tier.1m.samples_count", "::a"});
+        for (int64_t i = 0; i < 3; ++i) {
+            writer.write(first + 60 * i, std::vector<float>{60, value});
+        }
+    };
+    write_rows(1704060000, 4711);
+    const reply first = page.get();
+    EXPECT_EQ(first.status, 200);
+    EXPECT_THAT(*first.body, HasSubstr("4711"));
+    EXPECT_THAT(*first.body, HasSubstr("\"follows\":\"abc-1.1.1\""));
+    EXPECT_THAT(*first.body, HasSubstr("box.1m: healthy"));
+    write_rows(1704060600, 8150);
+    const reply second = page_behind(first);
+    EXPECT_THAT(*second.body, HasSubstr("8150"));
+    std::filesystem::remove(base() + ".1m.state");
+    testing::internal::CaptureStderr();
+    const reply third = page_behind(second);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("box.1m.state"));
+    EXPECT_EQ(third.status, 200);
+    EXPECT_THAT(*third.body, HasSubstr("box.1m: repairable"));
 }
 
 } // namespace

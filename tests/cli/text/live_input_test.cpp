@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include "cli/unignored_signal.hpp"
 #include "process/failure.hpp"
 #include "text/line_source.hpp"
 
@@ -183,6 +184,7 @@ TEST_F(LiveInput, ASignalThatAsksForNoEndEndsNothing)
 
 TEST_F(LiveInput, ARequestToEndEndsTheWaiting)
 {
+    const unignored_signal terminated(SIGTERM);
     const stop_request stop;
     line_source source(path(), &stop);
     raise(SIGTERM);

@@ -18,6 +18,7 @@ namespace
 
 using namespace cli;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::CaptureStdout;
 using ::testing::internal::GetCapturedStderr;
@@ -162,6 +163,32 @@ TEST_F(ReportVerb, ABoxThatIsNotThereLeavesNoFile)
 {
     EXPECT_NE(run({"report", folder.file("none"), "-o", page()}), "");
     EXPECT_FALSE(std::filesystem::exists(page()));
+}
+
+// Rows of a tier stand on the page for the time that the box itself has forgotten.
+TEST_F(ReportVerb, APageShowsTheTiersOfABoxAndTellsOfTheirHealth)
+{
+    const std::string tier = base() + ".1m";
+    {
+        box_writer writer(tier, {4, 2});
+        writer.set_sensors(std::vector<std::string>{"::tier.1m.samples_count", "::a_bytes"});
+        for (int i = 0; i < 5; ++i) {
+            writer.write(1704060000 + 60 * i, std::vector<float>{60, 4711});
+        }
+    }
+    EXPECT_EQ(run({"report", base(), "-o", page()}), "");
+    const std::string whole = content_of(page());
+    EXPECT_THAT(whole, HasSubstr("4711"));
+    EXPECT_THAT(whole, HasSubstr("box.1m: healthy"));
+    EXPECT_THAT(whole, Not(HasSubstr("tier.1m.samples_count")));
+    std::filesystem::remove(tier + ".state");
+    CaptureStderr();
+    EXPECT_EQ(run_command_line({"report", base(), "-o", page(), "--force"}, "test"), exit_damaged);
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("box.1m.state"));
+    const std::string damaged = content_of(page());
+    EXPECT_THAT(damaged, HasSubstr("4711"));
+    EXPECT_THAT(damaged, HasSubstr("box.1m: repairable"));
+    EXPECT_THAT(damaged, HasSubstr("id=\"health\" class=\"bad\""));
 }
 
 } // namespace

@@ -1,0 +1,26 @@
+// What `check` finds in the tiers of a box. The verbs that tell of the health of a box share it.
+#ifndef VESK_CLI_BOX_TIER_HEALTH_HPP
+#define VESK_CLI_BOX_TIER_HEALTH_HPP
+
+#include <string>
+#include <vector>
+
+#include "process/exit_codes.hpp"
+
+namespace cli
+{
+
+struct tier_health {
+    std::string name;    // "BASE.1m"
+    std::string verdict; // as that of a box; empty where the machine prevented the reading
+    std::string text;    // the same for people, with the reason
+    exit_code code;      // what `check` of this tier ends with
+};
+
+// Of each tier that the box on @p base has. A tier that cannot be read is one of them; what is
+// wrong with it throws nothing.
+std::vector<tier_health> check_tiers(const std::string &base);
+
+} // namespace cli
+
+#endif
