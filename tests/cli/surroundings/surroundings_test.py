@@ -50,7 +50,7 @@ MOST_CALLS = 2000
 ONCE_WRONG = ("check/hcc/list/EIO/once", "check/hcc/open/EMFILE/once", "check/hcc/stat/EIO/once",
               "info/hcc/stat/EIO/once", "diff--all--b//c00_full/read/EIO/once",
               "fetch--formatcsv/c00_full/read/EIO/once", "show/hcc/open/EMFILE/once",
-              "show/hcc/read/EIO/once")
+              "show/hcc/read/EIO/once", "report/hcc/read/EIO/once")
 
 
 class Failure(Exception):
@@ -189,9 +189,8 @@ class Content:
 
 # --- trials -------------------------------------------------------------------------------------
 
-READERS = ("dump", "dump --history", "dump --events", "info", "info --json", "show", "check",
-           "check --json",
-           "repair --dry-run", "suspects --json", "stats --json", "fetch --format csv",
+READERS = ("dump", "dump --history", "dump --events", "info", "info --json", "show", "report",
+           "check", "check --json", "repair --dry-run", "suspects --json", "stats --json", "fetch --format csv",
            "export --format jsonl", "diff --all --b /", "tail", "sensors --groups")
 WRITERS = ("import", "record", "event", "repair")
 Case = collections.namedtuple("Case", "verb shape kind how lasting")
