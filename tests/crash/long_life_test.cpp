@@ -322,13 +322,21 @@ private:
         return planned == 0 ? steps : "the plan gives " + std::to_string(planned) + "\n";
     }
 
-    // Three files became those of one earlier moment, the copy of the state is gone, and a buffer
-    // that was begun later is left. With a clock that steps back this is what a box looks like that
-    // was made over an older one: nothing tells that the buffer belongs to it, so it is kept beside
-    // it.
+    static bool has_whole_copy()
+    {
+        vesk_state_summary summary;
+        const bool whole = vesk_scan_state("r.state.bak", &summary) == 0;
+        vesk_state_summary_destruct(&summary);
+        return whole;
+    }
+
+    // Two files became those of one earlier moment, the copy of the state is gone or torn, and a
+    // buffer that was begun later is left. With a clock that steps back this is what a box looks
+    // like that was made over an older one: nothing tells that the buffer belongs to it, so it is
+    // kept beside it.
     bool is_younger_beside_a_whole_box(const damaged_folder &injury) const
     {
-        return injury.wounds.size() == 3 && !injury.files.contains("r.state.bak") &&
+        return injury.wounds.size() == 3 && !has_whole_copy() &&
                std::any_of(earlier_.begin(), earlier_.end(), [&](const folder_content &then) {
                    return std::all_of(then.begin(), then.end(), [&](const auto &file) {
                        const auto now = injury.files.find(file.first);
