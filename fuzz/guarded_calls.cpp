@@ -1,3 +1,5 @@
+// The calls that the link redirects to the harness. They count blocks, files and inflated bytes
+// while the library runs, and give back what it holds when an abort leaves it in the middle.
 #include "guarded_calls.hpp"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Runs a target on one input: in a folder made for the process, with documented aborts caught, and
+// with a message that names what does not hold.
 #include "harness.hpp"
 
 #include <algorithm>

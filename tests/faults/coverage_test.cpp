@@ -1,3 +1,5 @@
+// No exported function is forgotten: each one is tried with failing calls, or listed as one that
+// makes none.
 #include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>

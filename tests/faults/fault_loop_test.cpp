@@ -1,3 +1,5 @@
+// Goes through the tables of all folders: each function is called again and again, and the N-th
+// call of a kind that it makes fails, until nothing is left to fail.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>

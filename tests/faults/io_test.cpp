@@ -1,3 +1,4 @@
+// The functions of the byte streams and the serializer, with what each gives when a call fails.
 #include <gtest/gtest.h>
 #include <random>
 

@@ -1,3 +1,4 @@
+// The functions of matrices, with what each gives when a call fails.
 #include <gtest/gtest.h>
 
 #include <vesk/matrix.h>

@@ -1,3 +1,4 @@
+// The functions of sensors, times and statistics, with what each gives when a call fails.
 #include <gtest/gtest.h>
 
 #include <vesk/hist_value.h>

@@ -1,3 +1,4 @@
+// Memory, configuration and debugging, with what each function gives when a call fails.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// Text telemetry, with what each function gives when a call fails.
 #include <gtest/gtest.h>
 
 #include <vesk/kelt_reader.h>

@@ -1,3 +1,4 @@
+// The primitive forms: numbers and strings, byte by byte, written and read, whole and cut.
 #include <bit>
 #include <cmath>
 #include <limits>

@@ -1,3 +1,4 @@
+// Stored matrices of every type, byte by byte, and what readers refuse.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string>

@@ -1,3 +1,4 @@
+// The reader that damages what it passes on.
 #include <stdlib.h>
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+// The reader of a file as it is.
 #include <fcntl.h>
 #include <stdio.h>
 

@@ -1,3 +1,4 @@
+// The writer to a file as it is.
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// What holds for readers of every type, with one that the tests bring.
 #include <stdlib.h>
 #include <string>
 

@@ -1,3 +1,4 @@
+// The store from which zlib takes its memory again instead of asking the system.
 #include <gtest/gtest.h>
 #include <string.h>
 

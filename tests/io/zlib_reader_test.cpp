@@ -1,3 +1,4 @@
+// The reader of a row of compressed streams: its blocks, savepoints, damaged and cut streams.
 #include <algorithm>
 
 #include <vesk/error.h>

@@ -1,3 +1,4 @@
+// The writer of a row of compressed streams: its blocks, savepoints, and targets that fail.
 #include <algorithm>
 #include <numeric>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// The statistics of an interval, one for each sensor: lookup, order, and copies that move.
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>

@@ -1,3 +1,4 @@
+// The statistics of one sensor over an interval, to the bit.
 #include <bit>
 #include <cmath>
 #include <cstring>

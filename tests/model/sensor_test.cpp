@@ -1,3 +1,4 @@
+// Sensors: one object for a name, and the handles that stand for it.
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Readings: what is missing, how readings compare, and their text.
 #include <bit>
 #include <cmath>
 #include <cstdint>

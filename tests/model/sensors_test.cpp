@@ -1,3 +1,4 @@
+// The registry of all sensors of the process, which counts who holds them.
 #include <algorithm>
 #include <cstring>
 #include <ctime>

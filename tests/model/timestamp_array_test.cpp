@@ -1,3 +1,4 @@
+// Lists of times, which copies share.
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>

@@ -1,3 +1,4 @@
+// Times in whole seconds: where they come from, how they compare, their text and their stored form.
 #include <climits>
 #include <cstdlib>
 #include <ctime>

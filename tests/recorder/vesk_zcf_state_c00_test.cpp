@@ -1,3 +1,5 @@
+// The first stage of a recorder: one current buffer, open. What holds for all stages is in a
+// header.
 #include <vesk/vesk_zcf_state_c00.h>
 
 #include "recorder/stage_contract.hpp"

@@ -1,3 +1,4 @@
+// The second stage of a recorder: a full current buffer and an open one.
 #include <vesk/vesk_zcf_state_cc0.h>
 
 #include "recorder/stage_contract.hpp"

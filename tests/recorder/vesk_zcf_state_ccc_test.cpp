@@ -1,3 +1,4 @@
+// The third stage of a recorder: two full current buffers and an open one.
 #include <vesk/vesk_zcf_state_ccc.h>
 
 #include "recorder/stage_contract.hpp"

@@ -1,3 +1,4 @@
+// The last stage of a recorder: a history, a full current buffer and an open one.
 #include <vesk/vesk_zcf_state_hcc.h>
 
 #include "recorder/stage_contract.hpp"

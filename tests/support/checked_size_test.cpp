@@ -1,3 +1,4 @@
+// Products of sizes that a small machine cannot hold.
 #include <cstdint>
 #include <gtest/gtest.h>
 

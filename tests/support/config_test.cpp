@@ -1,3 +1,4 @@
+// Configurations: keys with their values, the form of their files, and what is refused.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string>

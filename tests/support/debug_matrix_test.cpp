@@ -1,3 +1,4 @@
+// What the debugging functions print of matrices.
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <string>

@@ -1,3 +1,4 @@
+// Seeds of random numbers, which a test shows so that it can be repeated.
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <time.h>

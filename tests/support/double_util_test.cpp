@@ -1,3 +1,4 @@
+// Comparisons of double precision: the tolerance, infinities, NaN.
 #include <bit>
 #include <cmath>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// The cell that holds the last code, and the text of each code.
 #include <algorithm>
 #include <cctype>
 #include <fstream>

@@ -1,3 +1,4 @@
+// Comparisons of single precision: the tolerance, infinities, NaN.
 #include <bit>
 #include <cmath>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// Allocation: the codes that it stores, and where it ends the process.
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// The version: the same in the project, the header and the library.
 #include <gtest/gtest.h>
 #include <string>
 

@@ -1,3 +1,4 @@
+// The reader of text telemetry: what it takes, what it refuses, and where it ends the process.
 #include <cmath>
 #include <gtest/gtest.h>
 #include <set>

@@ -1,3 +1,4 @@
+// Matrices and vectors as lines of text telemetry.
 #include <gtest/gtest.h>
 #include <limits>
 #include <stdlib.h>

@@ -1,3 +1,4 @@
+// The writer that remembers which sensors its last header named.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 

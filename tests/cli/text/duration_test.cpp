@@ -1,3 +1,4 @@
+// Durations as people write them: "1h30m" becomes seconds and back, anything else is refused.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// Text telemetry as an import reads it: what is a header, what is a line of values, what is
+// refused.
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

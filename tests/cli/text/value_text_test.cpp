@@ -1,3 +1,4 @@
+// Numbers in text telemetry: their spellings, what is missing, what single precision cannot hold.
 #include <bit>
 #include <cmath>
 #include <cstdint>
