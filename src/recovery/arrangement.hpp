@@ -7,6 +7,8 @@
 //   - a current buffer with a number at or above the next one is the successor of the open one,
 //     whatever its times, if it was begun when that was full, if the other of the two names both in
 //     this order, or if only the copy is left, which is written less often than the state file;
+//     otherwise only if it is younger or has lost all its times, because what is older may be the
+//     rest of a box over which this one was made;
 //   - a history or a full buffer that lost something while the files that it was made of are still
 //     there gives way to these, if less stays outside of the box then.
 //
