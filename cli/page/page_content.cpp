@@ -3,9 +3,7 @@
 #include "page/page_content.hpp"
 
 #include <algorithm>
-#include <fmt/format.h>
 
-#include "process/failure.hpp"
 #include "text/sensor_choice.hpp"
 
 namespace cli
@@ -115,50 +113,6 @@ private:
 };
 
 } // namespace
-
-bool file_health::is_whole() const
-{
-    return missing.empty() && found->is_healthy() &&
-           std::all_of(tiers.begin(), tiers.end(),
-                       [](const tier_health &tier) { return tier.code == exit_done; });
-}
-
-std::string file_health::words() const
-{
-    std::string all = missing.empty() ? found->verdict_text() : missing;
-    for (const tier_health &tier : tiers) {
-        all += fmt::format("; {}: {}", tier.name, tier.text);
-    }
-    return all;
-}
-
-file_health health_of(const std::string &name, bool is_file)
-{
-    file_health health;
-    if (is_file) {
-        health.missing = "one file of a box, which was not checked as a whole";
-        return health;
-    }
-    try {
-        health.found.emplace(diagnose_box(name, {}));
-    } catch (const failure &reason) {
-        health.missing = reason.what();
-        health.failed = reason.code() == exit_failed;
-        return health;
-    }
-    if (!health.found->has_verdict()) {
-        health.missing = "cannot be checked: " + recovery_failure(health.found->plan);
-        health.failed = true;
-    }
-    // The state file of a box names it without its tiers.
-    if (health.found->what.name == name) {
-        health.tiers = check_tiers(name);
-        health.failed = health.failed ||
-                        std::any_of(health.tiers.begin(), health.tiers.end(),
-                                    [](const tier_health &tier) { return tier.verdict.empty(); });
-    }
-    return health;
-}
 
 std::unique_ptr<page_content> collect_page(reading &source, const std::string &name,
                                            const time_range &range,

@@ -10,11 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "box/diagnosis.hpp"
+#include "box/box_health.hpp"
 #include "box/ending_watch.hpp"
 #include "box/reading.hpp"
 #include "box/sensor_statistics.hpp"
-#include "box/tier_health.hpp"
 #include "box/unusual_sensors.hpp"
 #include "page/chart_series.hpp"
 #include "page/happenings.hpp"
@@ -24,22 +23,6 @@ namespace cli
 
 // A page of more sensors is of no use to a reader, nor is a browser of use to such a page.
 constexpr std::size_t most_sensors_on_page = 10000;
-
-// The health of the files of a box.
-struct file_health {
-    // Nothing of a lone file, or where the machine did not let the box be looked at.
-    std::optional<diagnosis> found;
-    std::string missing; // why there is none
-    // True where the machine is to blame, so that a later attempt may succeed.
-    bool failed = false;
-    std::vector<tier_health> tiers;
-
-    bool is_whole() const;
-    std::string words() const;
-};
-
-// @p name is that of a box, or of a buffer file if @p is_file.
-file_health health_of(const std::string &name, bool is_file);
 
 struct page_content {
     page_content(const chart_plan &plan, std::size_t sensors, const reading &source)
@@ -56,7 +39,7 @@ struct page_content {
     unusual_ranking unusual = {};
     ending_watch watch; // over all of the box
     box_ending ending;
-    file_health health;
+    box_health health;
     uint64_t samples = 0;
     uint64_t intervals = 0;
     int64_t step;              // usual distance of samples in seconds

@@ -227,7 +227,7 @@ void box_stream::add(std::string_view text)
     }
 }
 
-void box_stream::set_health(const file_health &health)
+void box_stream::set_health(const box_health &health)
 {
     health_ = health.words();
     is_whole_ = health.is_whole();

@@ -48,7 +48,7 @@ public:
     void rest();
     // How the recording that a page was made of stood: later events add to it.
     void set_ending(const ending_watch &ending) { ending_ = ending; }
-    void set_health(const file_health &health);
+    void set_health(const box_health &health);
 
 private:
     struct release {

@@ -6,6 +6,7 @@
 #include "analysis/unusual_text.hpp"
 #include "text/machine_text.hpp"
 #include "verbs/show_page.hpp"
+#include "verbs/tiers_json.hpp"
 
 namespace cli
 {
@@ -27,7 +28,8 @@ public:
                 {"sentence", sentence_of(ending, what_.where)},
                 {"ending", ending_object(ending)},
                 {"machine", machine_object()},
-                {"health", what_.health},
+                {"health", what_.health.word()},
+                {"tiers", tiers_json(what_.health.tiers)},
                 {"raw", span_object(what_.rows.raw(), "samples")},
                 {"history", span_object(what_.rows.history(), "intervals")},
                 {"horizon", time_or_null(what_.rows.horizon())},

@@ -71,7 +71,7 @@ public:
         entry(what_.source.source().is_file ? "file" : "box", what_.name);
         write_machine();
         write_ending();
-        entry("files", what_.health_words);
+        entry("files", what_.health.words());
         write_spans();
         write_gaps();
         write_events();
@@ -229,7 +229,7 @@ private:
         }
         commands.push_back(fmt::format("vesk events {} --last 10m", name));
         commands.push_back(fmt::format("vesk report {} -o report.html", name));
-        if (!what_.healthy && !what_.source.source().is_file) {
+        if (!what_.health.is_whole() && !what_.health.is_file) {
             commands.push_back(fmt::format("vesk check {}", name));
         }
         std::string_view title = "next";

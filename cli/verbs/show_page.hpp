@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "box/box_health.hpp"
 #include "box/box_summary.hpp"
 #include "box/charting.hpp"
 #include "box/reading.hpp"
@@ -26,10 +27,7 @@ struct shown_box {
     const unusual_ranking &ranking;
     // The most unusual sensors over the end of the box, in the order of their ranks.
     std::optional<charted_span> sparklines;
-    // Of the files: a word for programs, and words for people.
-    std::string health;
-    std::string health_words;
-    bool healthy = true;
+    box_health health;
     int64_t now = 0;
     zone where = zone::utc;
 };

@@ -15,6 +15,7 @@
 #include "process/output.hpp"
 #include "process/terminal.hpp"
 #include "verbs/common_options.hpp"
+#include "verbs/tiers_json.hpp"
 #include "verbs/verb.hpp"
 #include "verbs/waiting_json.hpp"
 
@@ -187,19 +188,6 @@ void require_verdict(const diagnosis &found)
         throw failure(exit_failed, fmt::format("{}: cannot be checked: {}", found.what.name,
                                                recovery_failure(found.plan)));
     }
-}
-
-// A tier is a box of its own, whose files `vesk check BASE.1m` lists.
-ordered_json tiers_json(const std::vector<tier_health> &tiers)
-{
-    ordered_json result = ordered_json::array();
-    for (const tier_health &tier : tiers) {
-        result.push_back({{"box", tier.name}, {"verdict", nullptr}, {"text", tier.text}});
-        if (!tier.verdict.empty()) {
-            result.back()["verdict"] = tier.verdict;
-        }
-    }
-    return result;
 }
 
 // Without a verdict about one of the tiers there is none about all.

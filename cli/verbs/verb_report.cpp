@@ -49,8 +49,7 @@ exit_code report(const report_options &options)
     write_page(*content, [&](std::string_view text) { out->write(text); });
     out->finish();
     if (content->health.failed) {
-        throw failure(exit_failed,
-                      fmt::format("{}: {}", source.source().name, content->health.words()));
+        throw failure(exit_failed, content->health.failure_words());
     }
     return source.code();
 }

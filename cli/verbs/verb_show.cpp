@@ -6,8 +6,7 @@
 #include <numeric>
 #include <optional>
 
-#include "box/diagnosis.hpp"
-#include "box/tier_health.hpp"
+#include "box/box_health.hpp"
 #include "process/clock.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
@@ -42,76 +41,6 @@ page_look look_for(const show_options &options)
     look.width = options.width.value_or(std::clamp<std::size_t>(terminal.width, narrowest, page));
     look.characters = terminal.utf8 ? charset::utf8 : charset::ascii;
     return look;
-}
-
-// What is wrong with the tiers of the box.
-std::string tiers_words(const std::vector<tier_health> &tiers)
-{
-    std::string words;
-    for (const tier_health &tier : tiers) {
-        if (tier.code != exit_done) {
-            words += fmt::format("; {}: {}", tier.name, tier.text);
-        }
-    }
-    return words;
-}
-
-exit_code not_checked(shown_box &shown, const std::string &reason)
-{
-    shown.health = "unknown";
-    shown.healthy = false;
-    complain(fmt::format("{}: cannot be checked: {}", shown.source.source().name, reason));
-    return exit_failed;
-}
-
-// The state file of a box names it without its tiers.
-exit_code add_health_of_tiers(shown_box &shown)
-{
-    if (shown.name != shown.source.source().name) {
-        return exit_done;
-    }
-    const std::vector<tier_health> tiers = check_tiers(shown.name);
-    shown.health_words += tiers_words(tiers);
-    for (const tier_health &tier : tiers) {
-        shown.healthy = shown.healthy && tier.code == exit_done;
-        if (tier.verdict.empty()) {
-            complain(fmt::format("{}: {}", tier.name, tier.text));
-            return exit_failed;
-        }
-    }
-    return exit_done;
-}
-
-// What `check` says of the files. That is not known where the machine does not let them be read,
-// which is told and makes the exit code.
-exit_code add_health(shown_box &shown)
-{
-    const box &what = shown.source.source();
-    if (what.is_file) {
-        shown.health = "not looked at";
-        shown.health_words = "one file of a box";
-        return exit_done;
-    }
-    try {
-        const diagnosis found = diagnose_box(what.name, {});
-        uint64_t bytes = what.state.size;
-        for (const stored_file &file : what.files) {
-            bytes += file.size;
-        }
-        shown.health_words =
-            fmt::format("{}: {} in {}",
-                        found.has_verdict() ? found.verdict_text() : "not to be read as a whole",
-                        counted(bytes, "byte"), counted(what.files.size() + 1, "file"));
-        if (!found.has_verdict()) {
-            return not_checked(shown, recovery_failure(found.plan));
-        }
-        shown.health = found.verdict();
-        shown.healthy = found.is_healthy();
-    } catch (const failure &reason) {
-        shown.health_words = reason.what();
-        return not_checked(shown, reason.what());
-    }
-    return add_health_of_tiers(shown);
 }
 
 // The samples that were compared, and three times as many before them.
@@ -150,10 +79,14 @@ exit_code show(const show_options &options)
     source.read({}, all, rows);
     const uint64_t newest = std::min<uint64_t>(source.samples(), plan.newest * plan.unit);
     const unusual_ranking ranking = rank_sensors(rows.tracks(), source.sensors(), newest);
-    shown_box shown = {options.source.name, source, rows, ranking, std::nullopt, "", ""};
+    shown_box shown = {options.source.name,
+                       source,
+                       rows,
+                       ranking,
+                       std::nullopt,
+                       health_of(options.source.name, source.source().is_file)};
     shown.now = static_cast<int64_t>(clock_seconds());
     shown.where = options.source.where();
-    const exit_code checked = add_health(shown);
     if (options.json) {
         put(show_json(shown) + "\n");
     } else {
@@ -163,7 +96,10 @@ exit_code show(const show_options &options)
         }
     }
     flush_output();
-    return checked != exit_done ? checked : source.code();
+    if (shown.health.failed) {
+        throw failure(exit_failed, shown.health.failure_words());
+    }
+    return source.code();
 }
 
 action prepare(option_list &options)

@@ -1,6 +1,7 @@
 // The page of `show` on boxes that recordings made.
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -117,6 +118,33 @@ TEST_F(Show, TellsOfACleanEnd)
 {
     record(20, {{1, evening, begin}, {1, evening + 19, "end reason=SIGTERM " + boot}});
     EXPECT_THAT(page(), HasSubstr("ended cleanly on 21 November 2026 04:30:19 UTC (SIGTERM)\n"));
+}
+
+// A tier that is damaged is damage of the box, to people and to programs.
+TEST_F(Show, TellsOfTheHealthOfTheTiersInBothForms)
+{
+    record(20, {});
+    const std::string tier = base() + ".1m";
+    {
+        box_writer writer(tier, {4, 2});
+        writer.set_sensors(std::vector<std::string>{"::tier.1m.samples_count", "::load"});
+        writer.write(evening - 60, std::vector<float>{60, 3});
+    }
+    EXPECT_THAT(page({"--width", "200"}), HasSubstr("; " + tier + ": healthy\n"));
+    auto tiers = nlohmann::json::parse(page({"--json"}))["tiers"];
+    ASSERT_EQ(tiers.size(), 1U);
+    EXPECT_EQ(tiers[0],
+              nlohmann::json({{"box", tier}, {"verdict", "healthy"}, {"text", "healthy"}}));
+    std::filesystem::remove(tier + ".state");
+    ::testing::internal::CaptureStderr();
+    const std::string text = page({"--width", "200"});
+    EXPECT_THAT(text, HasSubstr("; " + tier + ": repairable\n"));
+    EXPECT_THAT(text, HasSubstr("vesk check"));
+    EXPECT_EQ(code, exit_damaged);
+    tiers = nlohmann::json::parse(page({"--json"}))["tiers"];
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(tier + ".state"));
+    ASSERT_EQ(tiers.size(), 1U);
+    EXPECT_EQ(tiers[0]["verdict"], "repairable");
 }
 
 // The names of sensors and boxes may be anything; the commands to run next can be copied anyway.
