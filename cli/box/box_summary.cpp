@@ -10,7 +10,7 @@
 namespace cli
 {
 
-void row_span::add(int64_t start, int64_t end)
+void counted_span::add(int64_t start, int64_t end)
 {
     range.from = rows == 0 ? start : std::min(range.from, start);
     range.to = rows == 0 ? end : std::max(range.to, end);

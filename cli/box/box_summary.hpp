@@ -24,7 +24,7 @@ struct dated_event {
 };
 
 // Of the rows of one kind, from the oldest one to the newest one.
-struct row_span {
+struct counted_span {
     uint64_t rows = 0;
     time_range range{};
 
@@ -46,8 +46,8 @@ public:
 
     const ending_watch &ending() const { return ending_; }
     unusual_tracks &tracks() { return tracks_; }
-    const row_span &raw() const { return raw_; }
-    const row_span &history() const { return history_; }
+    const counted_span &raw() const { return raw_; }
+    const counted_span &history() const { return history_; }
     // The shortest and the longest interval, in seconds.
     int64_t shortest() const { return shortest_; }
     int64_t longest() const { return longest_; }
@@ -63,8 +63,8 @@ private:
 
     ending_watch ending_;
     unusual_tracks tracks_;
-    row_span raw_;
-    row_span history_;
+    counted_span raw_;
+    counted_span history_;
     int64_t shortest_ = 0;
     int64_t longest_ = 0;
     uint64_t rows_ = 0;

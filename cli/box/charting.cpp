@@ -17,8 +17,9 @@ class chart_rows : public row_visitor
 {
 public:
     chart_rows(const reading &source, const time_grid &grid, std::size_t sensors)
-        : source_(source), grid_(grid), tracks_(sensors, column_track(grid)),
-          events_(grid.columns(), 0), spacing_(source.usual_step())
+        : source_(source), left_out_(source.left_out()), grid_(grid),
+          tracks_(sensors, column_track(grid)), events_(grid.columns(), 0),
+          spacing_(source.usual_step())
     {
     }
 
@@ -86,8 +87,16 @@ private:
     }
     void note_gap(int64_t next, int64_t spacing)
     {
-        if (latest_ && spacing > 0 && next - *latest_ > 2 * spacing) {
-            add_hole(*latest_, next);
+        if (!latest_) {
+            return;
+        }
+        int64_t last = *latest_;
+        for (const row_span &each : left_out_) {
+            last = each.start <= last + 1 && each.end > last ? each.end : last;
+            next = each.end >= next - 1 && each.start < next ? each.start : next;
+        }
+        if (spacing > 0 && next - last > 2 * spacing) {
+            add_hole(last, next);
         }
     }
     // Between two moments that have values.
@@ -99,6 +108,7 @@ private:
     }
 
     const reading &source_;
+    std::vector<row_span> left_out_;
     time_grid grid_;
     std::vector<column_track> tracks_;
     std::vector<uint32_t> events_;

@@ -36,6 +36,7 @@ public:
     // The number of all rows but raw samples, and the time that they are about.
     uint64_t rows() const { return rows_; }
     const std::optional<time_range> &extent() const { return extent_; }
+    const std::vector<row_span> &left_out() const { return choice_.left_out; }
 
     // As reading::read() does.
     void read(const time_range &range, const std::vector<std::size_t> &chosen,

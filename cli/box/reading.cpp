@@ -361,6 +361,11 @@ void reading::read_box(const time_range &range, const std::vector<std::size_t> &
     position_ = rows.position();
 }
 
+std::vector<row_span> reading::left_out() const
+{
+    return joined_ ? joined_->left_out() : std::vector<row_span>();
+}
+
 exit_code reading::code() const
 {
     const exit_code own = losses_.code(nothing_);

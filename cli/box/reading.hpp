@@ -20,6 +20,7 @@
 #include "box/box.hpp"
 #include "box/losses.hpp"
 #include "box/raw_position.hpp"
+#include "box/row_choice.hpp"
 #include "text/time_text.hpp"
 
 namespace cli
@@ -101,6 +102,9 @@ public:
     int64_t usual_step() const { return usual_step_; }
     uint64_t samples() const { return samples_; }
     uint64_t intervals() const { return intervals_; }
+    // Times of which read() hands out nothing although something was recorded then: where rows of
+    // the box and of a tier meet that do not begin and end at the same time.
+    std::vector<row_span> left_out() const;
     summing how_summed() const { return cli::how_summed(box_); }
 
     // Hands out what lies in @p range, of the sensors with the numbers @p chosen. An interval that

@@ -134,17 +134,45 @@ private:
         while (const std::optional<std::size_t> source = earliest(next)) {
             const std::size_t row = next[*source]++;
             if (segments.empty() || segments.back().source != *source) {
+                if (!segments.empty()) {
+                    note_left_out(segments.back(), *source, row);
+                }
                 segments.push_back({*source, row, row});
             }
             segments.back().last = row;
         }
         if (segments.size() > most_segments) {
+            result_.left_out.clear();
             segments.clear();
             for (std::size_t i = sources_.size(); i-- > 0;) {
                 if (!sources_[i].rows.empty()) {
                     segments.push_back({i, 0, sources_[i].rows.size() - 1});
                 }
             }
+        }
+    }
+
+    // The row behind the last one of @p before, and the one in front of the first one that follows,
+    // may lie between both without being chosen.
+    void note_left_out(const row_segment &before, std::size_t source, std::size_t row)
+    {
+        const row_span hole = {sources_[before.source].rows[before.last].end + 1,
+                               sources_[source].rows[row].start - 1};
+        note_left_out(hole, before.source, before.last + 1);
+        if (row > 0) {
+            note_left_out(hole, source, row - 1);
+        }
+    }
+    void note_left_out(const row_span &hole, std::size_t source, std::size_t row)
+    {
+        const std::vector<row_span> &rows = sources_[source].rows;
+        if (row >= rows.size() || result_.chosen[source][row]) {
+            return;
+        }
+        const row_span part = {std::max(hole.start, rows[row].start),
+                               std::min(hole.end, rows[row].end)};
+        if (part.start <= part.end) {
+            result_.left_out.push_back(part);
         }
     }
 

@@ -36,6 +36,9 @@ struct row_choice {
     std::vector<row_segment> segments;     // in the order of time
     std::vector<std::vector<bool>> chosen; // for each source, for each row
     std::vector<row_span> hidden;          // raw samples of these times are in a row that is chosen
+    // Times between rows of two sources that only rows tell of which are not chosen: what was
+    // recorded then is left out, not missing.
+    std::vector<row_span> left_out;
 };
 
 // @p raw are the times of raw samples, without gaps. Where a row of a tier begins before raw

@@ -79,7 +79,7 @@ private:
                 {"kernel", text_or_null(who->kernel)}};
     }
 
-    ordered_json span_object(const row_span &span, const char *rows) const
+    ordered_json span_object(const counted_span &span, const char *rows) const
     {
         if (span.rows == 0) {
             return nullptr;

@@ -121,7 +121,7 @@ private:
                            : "the latest sample is of the future, by the clock of this machine");
     }
 
-    std::string span_text(const row_span &span) const
+    std::string span_text(const counted_span &span) const
     {
         return fmt::format("{} to {} ({})", time(span.range.from), time(span.range.to),
                            about(span.range.to - span.range.from));
@@ -129,7 +129,7 @@ private:
 
     void write_spans()
     {
-        const row_span &raw = rows_.raw();
+        const counted_span &raw = rows_.raw();
         entry("raw", raw.rows == 0 ? "no samples" : span_text(raw));
         if (raw.rows > 0) {
             const int64_t step = what_.source.usual_step();
@@ -137,7 +137,7 @@ private:
                                   counted(what_.source.sensors().size(), "sensor"),
                                   step > 0 ? fmt::format(", one every {}", about(step)) : ""));
         }
-        const row_span &history = rows_.history();
+        const counted_span &history = rows_.history();
         if (history.rows == 0) {
             entry("history", "none yet");
             return;

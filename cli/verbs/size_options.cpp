@@ -125,9 +125,15 @@ void add_size_options(option_list &options, size_options &sizes)
     options.text(
         "--disk", "SIZE", sizes.disk,
         "Choose both so that a new box never takes more than so many bytes: 500k, 20M, 1G");
+    add_tiers(options, sizes, "as --keep needs them");
+}
+
+void add_tiers(option_list &options, size_options &sizes, std::string_view when_auto)
+{
     options.text("--tiers", "auto|none|LIST", sizes.tiers,
-                 "Boxes beside it with a row for each minute (1m) or hour (1h), or both (1m,1h); "
-                 "auto: as --keep needs them");
+                 fmt::format("Boxes beside it with a row for each minute (1m) or hour (1h), or "
+                             "both (1m,1h); auto: {}",
+                             when_auto));
 }
 
 std::string size_words(const sized_box &what)

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "box/box_shape.hpp"
@@ -36,6 +37,8 @@ struct size_options {
 };
 
 void add_size_options(option_list &options, size_options &sizes);
+// --tiers alone; @p when_auto tells what "auto" chooses.
+void add_tiers(option_list &options, size_options &sizes, std::string_view when_auto);
 
 // A box, or a tier of one, as far as its size is concerned.
 struct sized_box {

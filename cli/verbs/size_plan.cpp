@@ -68,6 +68,22 @@ void leave_to_box(size_wish &wish, const std::vector<tier_plan> &tiers)
 
 } // namespace
 
+std::vector<wanted_tier> with_tiers_that_are_there(std::vector<wanted_tier> tiers,
+                                                   const std::string &base,
+                                                   const size_options &sizes)
+{
+    if (sizes.tiers == "none") {
+        return tiers;
+    }
+    for (const tier_kind &kind : tiers_of(base)) {
+        const auto is_same = [&](const wanted_tier &each) { return each.kind.name == kind.name; };
+        if (std::none_of(tiers.begin(), tiers.end(), is_same)) {
+            tiers.push_back({kind, kind.shape});
+        }
+    }
+    return tiers;
+}
+
 std::vector<std::string> names_in_tier(const tier_kind &kind, const std::vector<std::string> &names)
 {
     std::vector<std::string> all = {tier_count_name(kind)};

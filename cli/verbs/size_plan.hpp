@@ -53,6 +53,11 @@ struct recording_plan {
     std::vector<wanted_tier> tiers;
 };
 
+// @p tiers and those that the box on @p base has already; none where the options ask for none.
+std::vector<wanted_tier> with_tiers_that_are_there(std::vector<wanted_tier> tiers,
+                                                   const std::string &base,
+                                                   const size_options &sizes);
+
 // The names of the sensors of a tier, where all sensors have extremes.
 std::vector<std::string> names_in_tier(const tier_kind &kind,
                                        const std::vector<std::string> &names);

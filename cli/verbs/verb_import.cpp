@@ -10,6 +10,7 @@
 
 #include "box/acknowledgements.hpp"
 #include "box/box_writer.hpp"
+#include "box/tier_recorder.hpp"
 #include "box/waiting_events.hpp"
 #include "process/failure.hpp"
 #include "process/stop_request.hpp"
@@ -20,6 +21,7 @@
 #include "text/telemetry_text.hpp"
 #include "text/value_text.hpp"
 #include "verbs/common_options.hpp"
+#include "verbs/size_plan.hpp"
 #include "verbs/verb.hpp"
 
 namespace cli
@@ -32,7 +34,7 @@ struct import_options {
     std::string file = "-";
     std::string format = "text";
     bool utc = false;
-    box_shape shape;
+    size_options sizes; // of these the shape and the tiers
     std::string sync = "end";
     std::string acknowledge; // a file or the number of a descriptor; empty: nowhere
 };
@@ -49,6 +51,16 @@ void check_format(const std::string &format)
                   fmt::format("--format {}: there is {}{}", format.substr(0, 20),
                               fmt::join(format_names, ", "),
                               meant.empty() ? "" : fmt::format("; did you mean '{}'?", meant)));
+}
+
+// Nobody knows how far apart the lines of a file are, so every tier may be asked for.
+std::vector<wanted_tier> tiers_wanted(const import_options &options)
+{
+    std::vector<wanted_tier> wanted;
+    for (const tier_kind &kind : options.sizes.wanted_tiers(1)) {
+        wanted.push_back({kind, kind.shape});
+    }
+    return with_tiers_that_are_there(std::move(wanted), options.base, options.sizes);
 }
 
 std::unique_ptr<sample_parser> make_parser(const std::string &format)
@@ -81,6 +93,7 @@ public:
         status_.clear();
         if (box_) {
             box_->finish();
+            tiers_->finish();
         }
         if (stop_.requested()) {
             throw failure(exit_failed, fmt::format("interrupted in line {} of {}",
@@ -159,8 +172,9 @@ private:
     {
         // Not before there is something to keep: a file that is refused leaves no empty box.
         if (!box_) {
-            box_.emplace(options_.base, options_.shape, sync_);
+            box_.emplace(options_.base, options_.sizes.shape, sync_);
             events_.emplace(*box_, options_.base);
+            tiers_.emplace(options_.base, tiers_wanted(options_), sync_);
         }
         if (header_is_new_) {
             admit_sensors();
@@ -172,6 +186,7 @@ private:
         } catch (const passing_failure &reason) {
             throw bad_input(lines_.name(), lines_.line_number(), reason.what());
         }
+        tiers_->add(parser_->time(), parser_->sensors(), parser_->values());
         acknowledgements_.add(parser_->time());
         events_->take_over();
         backwards_ += vectors_ > 0 && parser_->time() < latest_ ? 1 : 0;
@@ -213,6 +228,7 @@ private:
     std::unique_ptr<sample_parser> parser_;
     std::optional<box_writer> box_;
     std::optional<waiting_events> events_;
+    std::optional<tier_recorders> tiers_;
     uint64_t vectors_ = 0;
     uint64_t backwards_ = 0; // times that are earlier than the line before
     uint64_t old_ = 0;       // times that are not after what was in the box before
@@ -223,7 +239,8 @@ private:
 exit_code import_text(const import_options &options)
 {
     check_format(options.format);
-    box_writer::check_shape_for(options.base, options.shape);
+    tiers_wanted(options);
+    box_writer::check_shape_for(options.base, options.sizes.shape);
     if (options.utc) {
         use_utc();
     }
@@ -251,7 +268,8 @@ action prepare(option_list &options)
                  "Text telemetry or CSV, also with gzip; - or nothing is standard input");
     options.text("--format", "text|csv", chosen->format,
                  "Text telemetry, or CSV with a header: the time, then the sensors");
-    add_shape(options, chosen->shape);
+    add_shape(options, chosen->sizes.shape);
+    add_tiers(options, chosen->sizes, "those that it has");
     options.flag("--utc", chosen->utc, "Times are in UTC, not in the local time zone");
     add_sync(options, chosen->sync, "at the next vector after TIME");
     options.text("--acknowledge", "FILE|FD", chosen->acknowledge,

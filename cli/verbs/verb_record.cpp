@@ -2,6 +2,7 @@
 // ends it. All options are checked before anything is made.
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "box/box_start.hpp"
 #include "machine/sampler.hpp"
@@ -17,20 +18,6 @@ namespace
 
 // Two looks are enough to know the sensors.
 constexpr double between_looks = 0.05;
-
-// Adds the tiers that are there, but for a recording that is to have none.
-void add_tiers_that_are_there(recording_plan &plan, const record_options &options)
-{
-    if (options.sizes.tiers == "none") {
-        return;
-    }
-    for (const tier_kind &kind : tiers_of(options.base)) {
-        const auto is_same = [&](const wanted_tier &each) { return each.kind.name == kind.name; };
-        if (std::none_of(plan.tiers.begin(), plan.tiers.end(), is_same)) {
-            plan.tiers.push_back({kind, kind.shape});
-        }
-    }
-}
 
 // What has to be made of the box and its tiers. What is there keeps its shape.
 recording_plan plan_for(const record_options &options, const record_settings &settings)
@@ -59,7 +46,7 @@ recording_plan plan_for(const record_options &options, const record_settings &se
             plan.tiers.push_back({kind, kind.shape});
         }
     }
-    add_tiers_that_are_there(plan, options);
+    plan.tiers = with_tiers_that_are_there(std::move(plan.tiers), options.base, options.sizes);
     return plan;
 }
 

@@ -1,10 +1,12 @@
 // Boxes become the columns of charts.
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
 
 #include "box/box_writer.hpp"
 #include "box/charting.hpp"
+#include "box/tier_recorder.hpp"
 #include "box/waiting_events.hpp"
 #include "cli/quick_folder.hpp"
 #include "common/temporary_directory.hpp"
@@ -28,6 +30,22 @@ protected:
         for (const int64_t time : times) {
             writer.write(time, std::vector<float>{value++, 1});
         }
+    }
+
+    // A box that is too small for these times, with a tier of minutes for the rest.
+    static void fill_with_tier(const std::string &base, const std::vector<int64_t> &times)
+    {
+        const sync_policy sync = {sync_policy::moment::never, 0};
+        const std::vector<std::string> names = {"::a"};
+        box_writer writer(base, {120, 12}, sync);
+        tier_recorders tiers(base, {{*find_tier("1m"), {40, 4}}}, sync);
+        writer.set_sensors(names);
+        for (const int64_t time : times) {
+            const std::vector<float> values = {static_cast<float>(time % 7)};
+            writer.write(time, values);
+            tiers.add(time, names, values);
+        }
+        tiers.finish();
     }
 
     temporary_directory folder{quick_folder()};
@@ -63,6 +81,37 @@ TEST_F(Charting, HistoryRunsWithoutASeamIntoTheSamples)
     }
     EXPECT_GT(with_band, 10U);
     EXPECT_TRUE(columns.back().has_samples);
+}
+
+// A chart of a box with tiers showed missing values where it goes on with rows of another place,
+// because these seldom begin when the others end.
+TEST_F(Charting, NoHoleIsWhereTheRowsOfATierMeetThoseOfTheBox)
+{
+    for (const int64_t begin : {1'000'000'000, 1'000'000'005, 1'000'000'031, 1'000'000'047}) {
+        const temporary_directory own{quick_folder()};
+        fill_with_tier(own.file("box"), seconds(begin, begin + 2399));
+        reading source(own.file("box"));
+        const auto found = read_charted(source, {begin, begin + 2399}, {0}, 2400);
+        ASSERT_TRUE(found);
+        const std::vector<bool> missing = missing_columns(found->sensors.front().columns);
+        EXPECT_EQ(std::count(missing.begin(), missing.end(), true), 0) << begin;
+    }
+}
+
+TEST_F(Charting, AGapAmongTheRowsOfATierIsAHole)
+{
+    std::vector<int64_t> times = seconds(1'000'000'005, 1'000'000'300);
+    const std::vector<int64_t> later = seconds(1'000'000'900, 1'000'003'000);
+    times.insert(times.end(), later.begin(), later.end());
+    fill_with_tier(base(), times);
+    reading source(base());
+    const auto found = read_charted(source, {times.front(), times.back()}, {0}, 2996);
+    ASSERT_TRUE(found);
+    const std::vector<bool> missing = missing_columns(found->sensors.front().columns);
+    // The rows of a tier begin with their minute.
+    EXPECT_EQ(std::count(missing.begin(), missing.begin() + 295, true), 0);
+    EXPECT_EQ(std::count(missing.begin() + 296, missing.begin() + 830, false), 0);
+    EXPECT_EQ(std::count(missing.begin() + 895, missing.end(), true), 0);
 }
 
 TEST_F(Charting, GapsAreHolesInHistoryAndAmongSamples)

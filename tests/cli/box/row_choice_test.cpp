@@ -56,6 +56,23 @@ TEST(RowChoice, RowsBeforeTheRawSamplesAreChosen)
     EXPECT_EQ(choice.segments[0].source, 1U);
 }
 
+TEST(RowChoice, TellsWhatIsLeftOutBetweenTwoSources)
+{
+    // The fifth minute tells of 20 seconds that no interval tells of.
+    const row_choice choice =
+        choose_rows({}, {history({{261, 280}, {281, 300}, {301, 320}}), minutes(0, 5)});
+    EXPECT_THAT(choice.chosen[1], ElementsAre(true, true, true, true, false));
+    ASSERT_EQ(choice.left_out.size(), 1U);
+    EXPECT_EQ(choice.left_out[0].start, 241);
+    EXPECT_EQ(choice.left_out[0].end, 260);
+}
+
+TEST(RowChoice, WhatNoRowTellsOfIsNotLeftOut)
+{
+    const row_choice choice = choose_rows({}, {history({{301, 320}, {321, 340}}), minutes(0, 4)});
+    EXPECT_THAT(choice.left_out, IsEmpty());
+}
+
 TEST(RowChoice, ARowThatEndsAmongTheRawSamplesHidesThem)
 {
     const row_choice choice = choose_rows({{330, 400}}, {history({}), minutes(0, 6)});
