@@ -1,15 +1,15 @@
-// Reads files of the kernel with as few system calls as possible, because one look at the machine
-// opens some hundred files.
+// Finds the files of a machine below its root, and makes measurements of the numbers in them.
 #include "machine/machine_files.hpp"
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <dirent.h>
-#include <fcntl.h>
 #include <limits>
 #include <memory>
 #include <unistd.h>
 
+#include "machine/small_file.hpp"
 #include "machine/text_fields.hpp"
 
 namespace cli
@@ -18,18 +18,6 @@ namespace
 {
 
 constexpr double missing = std::numeric_limits<double>::quiet_NaN();
-
-// What the kernel writes about one thing fits into a page.
-constexpr std::size_t page = 4096;
-
-std::string_view first_line(std::string_view text)
-{
-    std::string_view line = cut(text, '\n');
-    while (line.ends_with(' ')) {
-        line.remove_suffix(1);
-    }
-    return line;
-}
 
 } // namespace
 
@@ -42,23 +30,12 @@ void machine_files::note_failure(int error) const
 std::optional<std::string> machine_files::read_at_most(std::string_view path,
                                                        std::size_t most) const
 {
-    const int fd = open(full_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) {
-        note_failure(errno);
-        const bool none = errno == ENOENT || errno == ENOTDIR;
-        return none ? std::nullopt : std::optional<std::string>("");
+    file_text found = read_file_text(full_path(path), most);
+    note_failure(found.error);
+    if (found.error == ENOENT || found.error == ENOTDIR) {
+        return std::nullopt;
     }
-    std::string text;
-    std::size_t filled = 0;
-    ssize_t length = 1;
-    while (length > 0 && filled < most) {
-        text.resize(std::min(most, filled + std::max(filled, page)));
-        length = ::read(fd, text.data() + filled, text.size() - filled);
-        filled += length > 0 ? static_cast<std::size_t>(length) : 0;
-    }
-    close(fd);
-    text.resize(filled);
-    return text;
+    return std::move(found.text);
 }
 
 template <typename Take>
@@ -85,13 +62,12 @@ std::optional<std::string> machine_files::read(std::string_view path) const
 
 std::string machine_files::read_word(std::string_view path) const
 {
-    const auto text = read_at_most(path, page);
-    return std::string(first_line(text ? *text : std::string_view()));
+    return std::string(first_line(read_at_most(path, small_file_bytes).value_or("")));
 }
 
 std::optional<double> machine_files::read_number(std::string_view path) const
 {
-    const auto text = read_at_most(path, page);
+    const auto text = read_at_most(path, small_file_bytes);
     if (!text) {
         return std::nullopt;
     }
@@ -127,7 +103,7 @@ bool machine_files::exists(std::string_view path) const
 
 std::string machine_files::link_target_name(std::string_view path) const
 {
-    char target[page];
+    char target[PATH_MAX];
     const ssize_t length = readlink(full_path(path).c_str(), target, sizeof target);
     if (length <= 0) {
         return {};
@@ -166,7 +142,7 @@ void machine_files::add_gauge(std::string name, std::string_view path, double un
 void machine_files::add_counter(std::string name, std::string_view path, double unit,
                                 measurements &out) const
 {
-    const auto text = read_at_most(path, page);
+    const auto text = read_at_most(path, small_file_bytes);
     if (!text) {
         return;
     }
