@@ -22,10 +22,10 @@ std::string size_words(const box &what)
     return fmt::format("{} in {}", counted(bytes, "byte"), counted(what.files.size() + 1, "file"));
 }
 
-void look_at_box(box_health &health)
+void look_at_box(box_health &health, const kept_checks &known)
 {
     try {
-        health.found.emplace(diagnose_box(health.name, {}));
+        health.found.emplace(diagnose_box(health.name, {}, known));
         if (!health.found->has_verdict()) {
             health.missing = "cannot be checked: " + recovery_failure(health.found->plan);
             health.failed = true;
@@ -34,6 +34,26 @@ void look_at_box(box_health &health)
         health.missing = std::string("cannot be checked: ") + reason.what();
         health.failed = reason.code() == exit_failed;
     }
+}
+
+box_health look_at(const std::string &name, bool is_file, const reading *read)
+{
+    box_health health;
+    health.name = name;
+    health.is_file = is_file;
+    if (is_file) {
+        health.missing = "one file of a box, which was not checked as a whole";
+        return health;
+    }
+    look_at_box(health, read != nullptr ? read->checks() : kept_checks());
+    // The state file of a box names it without its tiers.
+    if (!health.found || health.found->what.name == name) {
+        health.tiers = check_tiers(name, read);
+    }
+    health.failed =
+        health.failed || std::any_of(health.tiers.begin(), health.tiers.end(),
+                                     [](const tier_health &tier) { return tier.verdict.empty(); });
+    return health;
 }
 
 } // namespace
@@ -74,22 +94,12 @@ std::string box_health::failure_words() const
 
 box_health health_of(const std::string &name, bool is_file)
 {
-    box_health health;
-    health.name = name;
-    health.is_file = is_file;
-    if (is_file) {
-        health.missing = "one file of a box, which was not checked as a whole";
-        return health;
-    }
-    look_at_box(health);
-    // The state file of a box names it without its tiers.
-    if (!health.found || health.found->what.name == name) {
-        health.tiers = check_tiers(name);
-    }
-    health.failed =
-        health.failed || std::any_of(health.tiers.begin(), health.tiers.end(),
-                                     [](const tier_health &tier) { return tier.verdict.empty(); });
-    return health;
+    return look_at(name, is_file, nullptr);
+}
+
+box_health health_of(const std::string &name, const reading &read)
+{
+    return look_at(name, read.source().is_file, &read);
 }
 
 } // namespace cli

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "box/diagnosis.hpp"
+#include "box/reading.hpp"
 #include "box/tier_health.hpp"
 
 namespace cli
@@ -39,6 +40,8 @@ struct box_health {
 // @p name is that of a box, or of a buffer file if @p is_file. The tiers are looked at unless
 // @p name is that of the state file. Throws nothing about what is wrong with the files.
 box_health health_of(const std::string &name, bool is_file);
+// The same of what was read under this name. Files that stayed the same are not read again.
+box_health health_of(const std::string &name, const reading &read);
 
 } // namespace cli
 

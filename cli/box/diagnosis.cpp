@@ -2,52 +2,17 @@
 // looked at up to twenty times, because a record that is on its way into a file looks torn.
 #include "box/diagnosis.hpp"
 
+#include <algorithm>
 #include <ctime>
 #include <fmt/format.h>
-
-#include <vesk/error.h>
+#include <optional>
 
 #include "process/failure.hpp"
-#include "process/terminal.hpp"
 
 namespace cli
 {
 namespace
 {
-
-constexpr finding_kind all_kinds[] = {finding_kind::damage, finding_kind::refused_record,
-                                      finding_kind::bare_event};
-
-void check_item(const vesk_scan_item &item, checked_file &found)
-{
-    found.samples += item.kind == VESK_SCAN_SENSOR_VALUES ? 1 : 0;
-    found.intervals += item.kind == VESK_SCAN_INTERVAL ? 1 : 0;
-    const bool bare = item.kind == VESK_SCAN_BARE_EVENT;
-    found.events += bare || item.kind == VESK_SCAN_EVENT ? 1 : 0;
-    if (bare) {
-        found.add(finding_kind::bare_event,
-                  {item.offset, item.length, item.error,
-                   fmt::format("the event at {} lacks its type word", item.offset)});
-    } else if (is_damage(item)) {
-        found.add(item.kind == VESK_SCAN_DAMAGE ? finding_kind::damage
-                                                : finding_kind::refused_record,
-                  {item.offset, item.length, item.error, damage_text(item)});
-    }
-}
-
-checked_file check_file(const stored_file &file)
-{
-    checked_file found = {};
-    found.file = &file;
-    if (file.missing) {
-        found.add(finding_kind::damage, {0, 0, QE_ERROR_OPEN, file.problem});
-        return found;
-    }
-    // scan_file() throws when the machine prevents the reading: without the content there is no
-    // verdict.
-    scan_file(file, [&](const vesk_scan_item &item) { check_item(item, found); });
-    return found;
-}
 
 // A file beside the box. Nothing where it is gone by now: a recorder deletes such files at the end
 // of a rotation.
@@ -62,7 +27,7 @@ std::optional<checked_file> check_other(const stored_file &listed)
     return found;
 }
 
-diagnosis diagnose(const std::string &base, const told_sizes &sizes)
+diagnosis diagnose(const std::string &base, const told_sizes &sizes, const kept_checks &known)
 {
     diagnosis result;
     result.what = find_box(base);
@@ -71,7 +36,8 @@ diagnosis diagnose(const std::string &base, const told_sizes &sizes)
     }
     result.moved = is_moved(result.what);
     for (const stored_file &file : result.what.files) {
-        result.files.push_back(check_file(file));
+        std::optional<checked_file> before = known.check_of(file);
+        result.files.push_back(before ? std::move(*before) : check_file(file));
     }
     for (const stored_file &file : result.what.others) {
         if (std::optional<checked_file> found = check_other(file)) {
@@ -84,60 +50,6 @@ diagnosis diagnose(const std::string &base, const told_sizes &sizes)
 }
 
 } // namespace
-
-const char *words_of(finding_kind kind)
-{
-    switch (kind) {
-    case finding_kind::damage:
-        return "places without a record";
-    case finding_kind::refused_record:
-        return "records that readers refuse";
-    case finding_kind::bare_event:
-        break;
-    }
-    return "events without a type word";
-}
-
-void checked_file::add(finding_kind kind, const file_finding &what)
-{
-    if (++found[static_cast<std::size_t>(kind)] <= most_told_of_a_kind) {
-        findings.push_back(what);
-    }
-}
-
-uint64_t checked_file::unlisted(finding_kind kind) const
-{
-    const uint64_t count = found[static_cast<std::size_t>(kind)];
-    return count - std::min<uint64_t>(count, most_told_of_a_kind);
-}
-
-std::string checked_file::contents_text() const
-{
-    if (file->missing) {
-        return file->problem;
-    }
-    const std::string records =
-        file->is_history() ? counted(intervals, "interval") : counted(samples, "sample");
-    const std::string and_events = events > 0 ? ", " + counted(events, "event") : "";
-    return fmt::format("{}{}, {}", records, and_events, counted(file->size, "byte"));
-}
-
-std::vector<std::string> checked_file::lines() const
-{
-    std::vector<std::string> result;
-    if (file->missing) {
-        return result;
-    }
-    for (const file_finding &what : findings) {
-        result.push_back(what.what);
-    }
-    for (const finding_kind kind : all_kinds) {
-        if (unlisted(kind) > 0) {
-            result.push_back(fmt::format("and {} more {}", unlisted(kind), words_of(kind)));
-        }
-    }
-    return result;
-}
 
 // A box that was moved is healthy where it is, whatever its state file calls the files.
 bool diagnosis::is_anything_wrong() const
@@ -196,12 +108,12 @@ std::string diagnosis::verdict_text() const
 
 // The files of a box that is being written to change while the plan is made, so the plan counts
 // only if the box has not moved on meanwhile. After too many attempts the last plan is taken.
-diagnosis diagnose_box(const std::string &base, const told_sizes &sizes)
+diagnosis diagnose_box(const std::string &base, const told_sizes &sizes, const kept_checks &known)
 {
     constexpr int looks = 20;
     constexpr timespec between = {0, 25'000'000};
     for (int i = 1;; ++i) {
-        diagnosis result = diagnose(base, sizes);
+        diagnosis result = diagnose(base, sizes, known);
         const bool moved_on = has_moved_on(result.what);
         if (result.is_healthy() && !moved_on) {
             return result;

@@ -206,6 +206,14 @@ void joined_tiers::read(const time_range &range, const std::vector<std::size_t> 
     read_box_(range, chosen, raw);
 }
 
+const reading *joined_tiers::find(const std::string &name) const
+{
+    const auto found = std::find_if(tiers_.begin(), tiers_.end(), [&](const tier &each) {
+        return each.box->source().name == name;
+    });
+    return found != tiers_.end() ? found->box.get() : nullptr;
+}
+
 bool joined_tiers::touches(const row_segment &part, const time_range &range) const
 {
     const std::vector<row_span> &rows = sources_[part.source].rows;

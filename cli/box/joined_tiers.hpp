@@ -38,6 +38,9 @@ public:
     const std::optional<time_range> &extent() const { return extent_; }
     const std::vector<row_span> &left_out() const { return choice_.left_out; }
 
+    // The tier on this base name; null where it is not there or was left out.
+    const reading *find(const std::string &name) const;
+
     // As reading::read() does.
     void read(const time_range &range, const std::vector<std::size_t> &chosen,
               row_visitor &visitor) const;

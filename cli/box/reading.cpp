@@ -127,12 +127,15 @@ private:
     void look_at(const stored_file &file)
     {
         bool any = false;
+        kept_checks::scan check(file);
         try {
             scan_file(file, [&](const vesk_scan_item &item) {
+                check.look_at(item);
                 any = any || item.kind != VESK_SCAN_DAMAGE;
                 found_.losses_.add(file.path, item);
                 look_at(item);
             });
+            found_.checks_.keep(std::move(check));
         } catch (const read_failure &reason) {
             found_.losses_.add_unread(reason);
         }
@@ -364,6 +367,13 @@ void reading::read_box(const time_range &range, const std::vector<std::size_t> &
 std::vector<row_span> reading::left_out() const
 {
     return joined_ ? joined_->left_out() : std::vector<row_span>();
+}
+
+const kept_checks &reading::checks_of_tier(const std::string &name) const
+{
+    static const kept_checks none;
+    const reading *tier = joined_ ? joined_->find(name) : nullptr;
+    return tier != nullptr ? tier->checks() : none;
 }
 
 exit_code reading::code() const

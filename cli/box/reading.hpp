@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "box/box.hpp"
+#include "box/file_check.hpp"
 #include "box/losses.hpp"
 #include "box/raw_position.hpp"
 #include "box/row_choice.hpp"
@@ -115,6 +116,11 @@ public:
     // goes on without doubling or missing any.
     const raw_position &position() const { return position_; }
 
+    // What the first look found wrong with the files.
+    const kept_checks &checks() const { return checks_; }
+    // The same of the files of a tier; nothing is known of one that is not read with the box.
+    const kept_checks &checks_of_tier(const std::string &name) const;
+
     // The exit code of a reading verb: 0, 1 or 3 when something could not be read, 4 when nothing
     // could.
     exit_code code() const;
@@ -131,6 +137,7 @@ private:
 
     box box_;
     losses losses_;
+    kept_checks checks_;
     std::vector<std::string> sensors_;
     std::optional<int64_t> begin_;
     std::optional<int64_t> end_;

@@ -33,6 +33,12 @@ std::string words_for_mode(mode_t mode)
     }
 }
 
+int64_t nanoseconds(const struct timespec &time)
+{
+    constexpr int64_t second = 1'000'000'000;
+    return static_cast<int64_t>(time.tv_sec) * second + time.tv_nsec;
+}
+
 } // namespace
 
 exit_code code_for_errno(int error)
@@ -128,6 +134,16 @@ bool stored_bytes::has_changed() const
     return fstat(fd_, &status) == 0 &&
            (status.st_size != seen_size_ || status.st_mtim.tv_sec != seen_time_.tv_sec ||
             status.st_mtim.tv_nsec != seen_time_.tv_nsec);
+}
+
+std::optional<file_stamp> stored_bytes::stamp() const
+{
+    struct stat status = {};
+    if (fstat(fd_, &status) != 0) {
+        return std::nullopt;
+    }
+    return file_stamp{status.st_dev, status.st_ino, status.st_size, nanoseconds(status.st_mtim),
+                      nanoseconds(status.st_ctim)};
 }
 
 void stored_bytes::remember_times() const

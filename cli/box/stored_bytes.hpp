@@ -4,6 +4,7 @@
 #define VESK_CLI_BOX_STORED_BYTES_HPP
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -22,6 +23,17 @@ class read_failure : public failure
 {
 public:
     using failure::failure;
+};
+
+// Tells whether a file is the same one with the same content, as far as its times tell.
+struct file_stamp {
+    dev_t device;
+    ino_t number;
+    off_t size;
+    int64_t modified; // in nanoseconds
+    int64_t changed;
+
+    bool operator==(const file_stamp &) const = default;
 };
 
 // A regular file that is held open: it can be read also after it was deleted.
@@ -49,6 +61,8 @@ public:
     uint64_t size() const;
     // True when it has been written to since it was opened or read.
     bool has_changed() const;
+    // Of an open file, as it is now; nothing where the system does not tell.
+    std::optional<file_stamp> stamp() const;
     // The bytes of the file from @p begin on. Throws a read_failure that names the path.
     std::vector<unsigned char> read(uint64_t begin = 0) const;
     // At most @p size bytes from @p begin on. Throws as read().

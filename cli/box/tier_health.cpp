@@ -18,10 +18,10 @@ tier_health without_verdict(const std::string &name, const std::string &reason)
     return {name, "", "cannot be checked: " + reason, exit_failed};
 }
 
-tier_health check_tier(const std::string &name)
+tier_health check_tier(const std::string &name, const kept_checks &known)
 {
     try {
-        const diagnosis found = diagnose_box(name, {});
+        const diagnosis found = diagnose_box(name, {}, known);
         return found.has_verdict()
                    ? tier_health{name, found.verdict(), found.verdict_text(), found.code()}
                    : without_verdict(name, recovery_failure(found.plan));
@@ -36,11 +36,13 @@ tier_health check_tier(const std::string &name)
 
 } // namespace
 
-std::vector<tier_health> check_tiers(const std::string &base)
+std::vector<tier_health> check_tiers(const std::string &base, const reading *read)
 {
     std::vector<tier_health> all;
     for (const tier_kind &kind : tiers_of(base)) {
-        all.push_back(check_tier(tier_base(base, kind)));
+        const std::string name = tier_base(base, kind);
+        all.push_back(
+            check_tier(name, read != nullptr ? read->checks_of_tier(name) : kept_checks()));
     }
     return all;
 }

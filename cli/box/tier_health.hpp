@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "box/reading.hpp"
 #include "process/exit_codes.hpp"
 
 namespace cli
@@ -18,8 +19,9 @@ struct tier_health {
 };
 
 // Of each tier that the box on @p base has. A tier that cannot be read is one of them; what is
-// wrong with it throws nothing.
-std::vector<tier_health> check_tiers(const std::string &base);
+// wrong with it throws nothing. What @p read has found in the files of a tier is not looked for
+// again.
+std::vector<tier_health> check_tiers(const std::string &base, const reading *read = nullptr);
 
 } // namespace cli
 

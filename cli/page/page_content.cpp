@@ -157,7 +157,7 @@ std::unique_ptr<page_content> collect_page(reading &source, const std::string &n
     content->unusual = rank_sensors(tracks, content->names, newest);
     content->samples = rows.samples;
     content->intervals = rows.intervals;
-    content->health = health_of(name, source.source().is_file);
+    content->health = health_of(name, source);
     content->ending = content->watch.result(source.source().writer.has_value());
     return content;
 }

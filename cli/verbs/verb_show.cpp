@@ -84,7 +84,7 @@ exit_code show(const show_options &options)
                        rows,
                        ranking,
                        std::nullopt,
-                       health_of(options.source.name, source.source().is_file)};
+                       health_of(options.source.name, source)};
     shown.now = static_cast<int64_t>(clock_seconds());
     shown.where = options.source.where();
     if (options.json) {
