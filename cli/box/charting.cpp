@@ -29,7 +29,7 @@ public:
         note_gap(row.start, std::max(spacing, spacing_));
         spacing_ = spacing;
         for (std::size_t i = 0; i < tracks_.size(); ++i) {
-            const hist_value *value = row.values[i];
+            const interval_summary *value = row.values[i];
             if (value == nullptr || value->count == 0) {
                 tracks_[i].add_hole(row.start, row.end);
                 continue;
@@ -80,7 +80,7 @@ private:
     static int64_t spacing_in(const interval_row &row)
     {
         int64_t count = 0;
-        for (const hist_value *value : row.values) {
+        for (const interval_summary *value : row.values) {
             count = std::max<int64_t>(count, value != nullptr ? value->count : 0);
         }
         return count > 1 ? (row.end - row.start + count - 2) / (count - 1) : 0;

@@ -182,7 +182,7 @@ void joined_tiers::look_at(const tier &what)
     row_source rows;
     row_source history;
     history.is_history = true;
-    tier_rows times(what.kind, what.box->sensors(), {},
+    tier_rows times(what.kind, what.box->sensors(), what.box->how_summed(), {},
                     [&](std::size_t, bool is_history, const interval_row &row) {
                         row_source &source = is_history ? history : rows;
                         if (source.rows.size() < most_rows) {
@@ -238,7 +238,7 @@ void joined_tiers::read_part(const row_segment &part, const time_range &range,
     for (const std::size_t number : chosen) {
         names.push_back(sensors_[number]);
     }
-    tier_rows filter(from.kind, from.box->sensors(), names,
+    tier_rows filter(from.kind, from.box->sensors(), from.box->how_summed(), names,
                      [&](std::size_t row, bool is_history, const interval_row &found) {
                          if (is_history == wants_history && row >= part.first && row <= part.last &&
                              rows[row] && range.touches(found.start, found.end)) {

@@ -92,13 +92,55 @@ void moments::add(const hist_value &interval, const summing &how)
     one.m4_error_ = n * (error * square * (largest * largest + 4 * size * largest + 6 * m * m) +
                          tiny * (1 + 4 * size + 6 * m * m) +
                          off * (4 * largest * square + 12 * size * square + 12 * size * m * m));
-    if (interval.count <= 2 || one.least_ == one.greatest_) {
-        one.take_from_extremes();
-    } else if (!std::isnan(one.m2_)) {
-        one.m2_ = one.possible_m2(one.m2_);
-        one.m2_error_ = std::min(one.m2_error_, one.largest_m2_error());
-    }
+    one.keep_possible();
     merge(one);
+}
+
+void moments::add(const interval_summary &interval, const summing &how)
+{
+    if (interval.kept != nullptr) {
+        merge(*interval.kept);
+    } else {
+        add(static_cast<const hist_value &>(interval), how);
+    }
+}
+
+moments moments::of_rows(const moments &means, double mean_square, double square_error,
+                         const hist_value &all)
+{
+    moments one;
+    if (means.count_ == 0 || all.count == 0 || !is_possible(all)) {
+        return one;
+    }
+    const double n = all.count;
+    const double in_row = n / static_cast<double>(means.count_);
+    one.count_ = all.count;
+    one.least_ = static_cast<double>(all.min_value);
+    one.greatest_ = static_cast<double>(all.max_value);
+    one.m3_ = one.m4_ = nothing;
+    const double m2 = in_row * means.m2_ + n * mean_square;
+    if (!std::isfinite(one.least_) || !std::isfinite(one.greatest_) ||
+        !std::isfinite(means.mean_) || !std::isfinite(m2)) {
+        one.mean_ = one.m2_ = nothing;
+        return one;
+    }
+    one.mean_ = one.possible_mean(means.mean_);
+    one.mean_error_ =
+        std::min(means.mean_error_ + std::fabs(means.mean_) * 0x1p-24, one.greatest_ - one.least_);
+    one.m2_ = m2;
+    one.m2_error_ = in_row * means.m2_error_ + n * mean_square * square_error;
+    one.keep_possible();
+    return one;
+}
+
+void moments::keep_possible()
+{
+    if (count_ <= 2 || least_ == greatest_) {
+        take_from_extremes();
+    } else if (!std::isnan(m2_)) {
+        m2_ = possible_m2(m2_);
+        m2_error_ = std::min(m2_error_, largest_m2_error());
+    }
 }
 
 // One or two samples, or samples that are all the same: the extremes tell all about them.
@@ -180,7 +222,7 @@ void moments::merge(const moments &other)
                  3 * d_error * (a * other.m2_ + b * m2_) / n +
                  3 * size * (a * other.m2_error_ + b * m2_error_) / n;
     m2_ += other.m2_ + d * d * ab;
-    m2_error_ += other.m2_error_ + 2 * size * d_error * ab;
+    m2_error_ += other.m2_error_ + (2 * size + d_error) * d_error * ab;
     mean_ += d * b / n;
     mean_error_ = (a * mean_error_ + b * other.mean_error_) / n;
     least_ = std::min(least_, other.least_);

@@ -30,17 +30,33 @@ struct estimate {
     double reliable() const { return is_rough ? std::numeric_limits<double>::quiet_NaN() : value; }
 };
 
+class moments;
+
+// What an interval tells of one sensor. Rows of a tier keep mean and deviation themselves, of which
+// sums in single precision tell less.
+struct interval_summary : hist_value {
+    const moments *kept = nullptr; // null where the sums are all that there is
+};
+
 class moments
 {
 public:
     moments() = default;
     // Of one interval.
     moments(const hist_value &interval, const summing &how) { add(interval, how); }
+    moments(const interval_summary &interval, const summing &how) { add(interval, how); }
+
+    // Of the values in rows that keep their means and deviations, each in single precision, all of
+    // them of as many values: @p means of the rows, @p mean_square of the deviations, which is off
+    // by no more than the part @p square_error of it.
+    static moments of_rows(const moments &means, double mean_square, double square_error,
+                           const hist_value &all);
 
     // A missing reading (NaN) changes nothing.
     void add(float value);
     // An interval that is not possible changes nothing, either.
     void add(const hist_value &interval, const summing &how);
+    void add(const interval_summary &interval, const summing &how);
     void merge(const moments &other);
 
     // False where the extremes contradict each other: no recorder has written that.
@@ -67,6 +83,7 @@ private:
     double greatest_m2(double mean) const;
     double largest_m2_error() const;
     void take_from_extremes();
+    void keep_possible();
 
     uint64_t count_ = 0;
     double least_ = 0;

@@ -206,7 +206,7 @@ public:
     walk(reading &source, const time_range &range, const std::vector<std::size_t> &chosen,
          row_visitor &visitor)
         : source_(source), range_(range), visitor_(visitor), columns_(source.sensors_, chosen),
-          values_(chosen.size()), hist_values_(chosen.size())
+          values_(chosen.size()), summaries_(chosen.size()), pointers_(chosen.size())
     {
     }
 
@@ -290,12 +290,14 @@ private:
         if (!range_.touches(start, end)) {
             return;
         }
-        std::fill(hist_values_.begin(), hist_values_.end(), nullptr);
+        std::fill(pointers_.begin(), pointers_.end(), nullptr);
         for (const auto &[column, place] : columns_.columns(names)) {
-            const hist_value &value = interval.hvalues[column];
-            hist_values_[place] = moments::is_possible(value) ? &value : nullptr;
+            if (moments::is_possible(interval.hvalues[column])) {
+                summaries_[place] = {interval.hvalues[column]};
+                pointers_[place] = &summaries_[place];
+            }
         }
-        visitor_.on_interval({start, end, hist_values_, &interval.events});
+        visitor_.on_interval({start, end, pointers_, &interval.events});
     }
 
     reading &source_;
@@ -303,7 +305,8 @@ private:
     row_visitor &visitor_;
     column_map columns_;
     std::vector<float> values_;
-    std::vector<const hist_value *> hist_values_;
+    std::vector<interval_summary> summaries_;
+    std::vector<const interval_summary *> pointers_;
     std::optional<int64_t> last_time_;
     raw_position position_;
 };

@@ -40,7 +40,7 @@ struct interval_row {
     int64_t start; // of its first sample
     int64_t end;   // of its last one
     // The summaries of the chosen sensors; null for a sensor that is not in the interval.
-    std::span<const hist_value *const> values;
+    std::span<const interval_summary *const> values;
     const vesk_hb_record_events *events; // how many of each type
 };
 

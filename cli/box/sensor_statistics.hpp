@@ -29,7 +29,7 @@ public:
             numbers_.add(value);
         }
     }
-    void add(const hist_value &interval, const occasion &when, const summing &how)
+    void add(const interval_summary &interval, const occasion &when, const summing &how)
     {
         if (interval.count > 0 && moments::is_possible(interval)) {
             note(interval.min_value, interval.max_value, interval.first_value, interval.last_value,

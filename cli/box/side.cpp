@@ -45,7 +45,7 @@ public:
     }
 
 private:
-    void add(side_sensor &sensor, const hist_value &interval) const
+    void add(side_sensor &sensor, const interval_summary &interval) const
     {
         const moments numbers(interval, how_);
         const double mean = numbers.mean();

@@ -1,6 +1,7 @@
 // A row of a tier tells as much as an interval of history but for the sums of third and fourth
 // powers, which are told to have overflowed, so that nobody takes something from them. First and
-// last value are the mean.
+// last value are the mean. Mean and deviation are handed on as they are kept, too: the sums of
+// large values tell little of how these vary.
 #include "box/tier_rows.hpp"
 
 #include <algorithm>
@@ -13,6 +14,9 @@ namespace cli
 {
 namespace
 {
+
+// A deviation was rounded once, and its square is off by twice as much.
+constexpr double rounding = 0x1p-23;
 
 constexpr float unknown = std::numeric_limits<float>::infinity();
 
@@ -86,8 +90,9 @@ std::vector<std::string> plain_sensors(const tier_kind &kind,
 }
 
 tier_rows::tier_rows(const tier_kind &kind, const std::vector<std::string> &sensors,
-                     const std::vector<std::string> &wanted, taker take)
-    : spans_(kind.period), take_(std::move(take)), values_(wanted.size()), pointers_(wanted.size())
+                     const summing &how, const std::vector<std::string> &wanted, taker take)
+    : spans_(kind.period), how_(how), take_(std::move(take)), values_(wanted.size()),
+      kept_(wanted.size()), pointers_(wanted.size())
 {
     std::unordered_map<std::string, std::size_t> numbers;
     for (std::size_t i = 0; i < sensors.size(); ++i) {
@@ -127,10 +132,13 @@ void tier_rows::on_sample(const sample_row &row)
         }
         const auto deviation = static_cast<double>(value(from.deviation, 0));
         const auto m = static_cast<double>(mean);
-        values_[i] = summary_of({count, m, m * m + deviation * deviation,
-                                 std::min(mean, value(from.least, mean)),
-                                 std::max(mean, value(from.greatest, mean)), mean, mean});
-        pointers_[i] = &values_[i];
+        const double square = deviation * deviation;
+        const hist_value all =
+            summary_of({count, m, m * m + square, std::min(mean, value(from.least, mean)),
+                        std::max(mean, value(from.greatest, mean)), mean, mean});
+        moments one;
+        one.add(mean);
+        put(i, all, moments::of_rows(one, square, rounding, all));
     }
     hand_out(samples_++, false, spans_.next(row.time, row.time));
 }
@@ -138,15 +146,15 @@ void tier_rows::on_sample(const sample_row &row)
 // The history of a tier sums up rows: the mean of means, the least of the least values, and so on.
 void tier_rows::on_interval(const interval_row &row)
 {
-    const auto summary = [&](const std::optional<std::size_t> &place) -> const hist_value * {
-        const hist_value *found = place ? row.values[*place] : nullptr;
+    const auto summary = [&](const std::optional<std::size_t> &place) -> const interval_summary * {
+        const interval_summary *found = place ? row.values[*place] : nullptr;
         return found != nullptr && found->count > 0 ? found : nullptr;
     };
     const hist_value *counts = summary(count_);
     const double samples_in_row =
         counts != nullptr ? samples_or_one(static_cast<double>(counts->sum) / counts->count) : 1;
     for (std::size_t i = 0; i < columns_.size(); ++i) {
-        const hist_value *mean = summary(columns_[i].mean);
+        const interval_summary *mean = summary(columns_[i].mean);
         const hist_value *least = summary(columns_[i].least);
         const hist_value *greatest = summary(columns_[i].greatest);
         const hist_value *deviation = summary(columns_[i].deviation);
@@ -155,17 +163,26 @@ void tier_rows::on_interval(const interval_row &row)
             continue;
         }
         const double rows = mean->count;
-        const double squares =
-            static_cast<double>(mean->sum_squares) +
-            (deviation != nullptr ? static_cast<double>(deviation->sum_squares) : 0.0);
-        values_[i] = summary_of(
-            {rows * samples_in_row, static_cast<double>(mean->sum) / rows, squares / rows,
+        const double square =
+            deviation != nullptr ? static_cast<double>(deviation->sum_squares) / rows : 0.0;
+        const hist_value all = summary_of(
+            {rows * samples_in_row, static_cast<double>(mean->sum) / rows,
+             static_cast<double>(mean->sum_squares) / rows + square,
              least != nullptr ? std::min(least->min_value, mean->min_value) : mean->min_value,
              greatest != nullptr ? std::max(greatest->max_value, mean->max_value) : mean->max_value,
              mean->first_value, mean->last_value});
-        pointers_[i] = &values_[i];
+        put(i, all,
+            moments::of_rows(moments(*mean, how_), square, rounding * (1 + how_.additions(rows)),
+                             all));
     }
     hand_out(intervals_++, true, spans_.next(row.start, row.end));
+}
+
+void tier_rows::put(std::size_t i, const hist_value &summary, const moments &kept)
+{
+    kept_[i] = kept;
+    values_[i] = {summary, &kept_[i]};
+    pointers_[i] = &values_[i];
 }
 
 void tier_rows::hand_out(std::size_t row, bool is_history, const row_span &span)

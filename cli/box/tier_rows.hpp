@@ -13,6 +13,7 @@
 
 #include <vesk/hist_value.h>
 
+#include "box/moments.hpp"
 #include "box/reading.hpp"
 #include "box/row_choice.hpp"
 #include "box/tier.hpp"
@@ -45,8 +46,9 @@ public:
     // tier, from 0 on.
     using taker = std::function<void(std::size_t row, bool is_history, const interval_row &)>;
 
-    // @p sensors are those of the tier, @p wanted the names that rows are to have.
-    tier_rows(const tier_kind &kind, const std::vector<std::string> &sensors,
+    // @p sensors are those of the tier, @p how its history was summed up, @p wanted the names that
+    // rows are to have.
+    tier_rows(const tier_kind &kind, const std::vector<std::string> &sensors, const summing &how,
               const std::vector<std::string> &wanted, taker take);
 
     // The sensors of the tier that have to be read.
@@ -64,15 +66,18 @@ private:
         std::optional<std::size_t> deviation;
     };
 
+    void put(std::size_t i, const hist_value &summary, const moments &kept);
     void hand_out(std::size_t row, bool is_history, const row_span &span);
 
     tier_spans spans_;
+    summing how_;
     taker take_;
     std::vector<std::size_t> chosen_;
     std::vector<columns> columns_; // of each wanted sensor
     std::optional<std::size_t> count_;
-    std::vector<hist_value> values_;
-    std::vector<const hist_value *> pointers_;
+    std::vector<interval_summary> values_;
+    std::vector<moments> kept_; // by the values
+    std::vector<const interval_summary *> pointers_;
     std::size_t intervals_ = 0;
     std::size_t samples_ = 0;
 };

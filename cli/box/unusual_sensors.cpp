@@ -45,7 +45,7 @@ void unusual_tracks::on_interval(const interval_row &row)
     ++intervals_;
     extend(row.start, row.end);
     for (std::size_t i = 0; i < tracks_.size(); ++i) {
-        if (const hist_value *value = row.values[i]; value != nullptr) {
+        if (const interval_summary *value = row.values[i]; value != nullptr) {
             tracks_[i].add_interval({value->first_value, value->last_value, value->min_value,
                                      value->max_value, value->count},
                                     row.start, row.end);

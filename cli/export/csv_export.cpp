@@ -80,7 +80,8 @@ public:
     }
 
 private:
-    void write_interval(const std::string &name, const std::string &span, const hist_value &value)
+    void write_interval(const std::string &name, const std::string &span,
+                        const interval_summary &value)
     {
         line_ = fmt::format("{},{},{}", name, span, value.count);
         for (const quantity what : interval_quantities) {

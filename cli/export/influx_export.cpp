@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    void add_fields(const hist_value &value)
+    void add_fields(const interval_summary &value)
     {
         text_ += fmt::format("{}i", value.count);
         for (const quantity what : interval_quantities) {

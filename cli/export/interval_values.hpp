@@ -28,7 +28,7 @@ constexpr std::string_view name_of(quantity what)
 
 // NaN where there is nothing: a sum that has overflowed, and a deviation of which the sums in
 // single precision have left too little to tell it.
-inline float value_of(const hist_value &interval, quantity what, const summing &how)
+inline float value_of(const interval_summary &interval, quantity what, const summing &how)
 {
     switch (what) {
     case quantity::sum:

@@ -80,7 +80,7 @@ public:
 private:
     std::string time(int64_t when) const { return iso_time(when, job_.where); }
 
-    std::string summary(const hist_value &value) const
+    std::string summary(const interval_summary &value) const
     {
         std::string text = fmt::format("{{\"count\": {}", value.count);
         for (const quantity what : interval_quantities) {

@@ -53,7 +53,7 @@ public:
             add(number, row.end, static_cast<double>(row.end - row.start));
         }
         for (const entry &each : intervals_) {
-            const hist_value *value = row.values[each.place];
+            const interval_summary *value = row.values[each.place];
             if (value != nullptr && value->count > 0) {
                 add(each.number, row.end,
                     each.what == quantity::count

@@ -135,7 +135,7 @@ public:
     }
 
 private:
-    void write(std::size_t sensor, const hist_value &value)
+    void write(std::size_t sensor, const interval_summary &value)
     {
         interval_.integer(id_of(sensor)).integer(intervals_).integer(value.count);
         for (const quantity what : interval_quantities) {

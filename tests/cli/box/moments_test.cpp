@@ -281,10 +281,45 @@ TEST(Moments, IntervalsWhoseExtremesContradictEachOtherDoNotCount)
     EXPECT_EQ(found.count(), 0U);
 }
 
+moments of_row(double mean, double deviation, const hist_value &all)
+{
+    moments means;
+    means.add(static_cast<float>(mean));
+    return moments::of_rows(means, deviation * deviation, 0x1p-23, all);
+}
+
+TEST(Moments, OfARowKeepItsDeviationWithinWhatItsExtremesAllow)
+{
+    const hist_value all = interval_of({0, 4, 1, 1, 1, 1, 1, 1, 0, 0});
+    const moments usual = of_row(1, 1.1, all);
+    EXPECT_DOUBLE_EQ(usual.mean(), 1);
+    EXPECT_NEAR(usual.deviation().value, 1.1, 1e-6);
+    EXPECT_FALSE(usual.deviation().is_rough);
+    EXPECT_TRUE(std::isnan(usual.skewness()));
+    EXPECT_LE(of_row(1, 1e9, all).deviation().value, std::sqrt(3.0));
+    EXPECT_GT(of_row(1, 0, all).deviation().value, 0);
+    EXPECT_LE(of_row(70, 1, all).mean(), 4);
+    const double infinite = std::numeric_limits<double>::infinity();
+    EXPECT_TRUE(std::isnan(of_row(1, infinite, all).deviation().value));
+    EXPECT_TRUE(std::isnan(of_row(1, NAN, all).deviation().value));
+    EXPECT_TRUE(std::isnan(of_row(infinite, 1, all).mean()));
+    EXPECT_EQ(moments::of_rows(moments(), 1, 0, all).count(), 0U);
+}
+
+// Rows that each tell of nothing that varies may still differ from each other.
+TEST(Moments, OfRowsTellHowTheirMeansVary)
+{
+    moments means;
+    means.add(3.0F);
+    means.add(5.0F);
+    const hist_value all = interval_of({3, 3, 3, 5, 5, 5});
+    EXPECT_NEAR(moments::of_rows(means, 0, 0, all).deviation().value, 1, 1e-6);
+}
+
 TEST(SensorStatistics, TellWhenTheExtremesWere)
 {
     sensor_statistics sensor;
-    sensor.add(interval_of({5, 1, 9}), {100, 160}, {});
+    sensor.add({interval_of({5, 1, 9})}, {100, 160}, {});
     sensor.add(std::numeric_limits<float>::quiet_NaN(), 170);
     sensor.add(1, 180);
     sensor.add(12, 190);

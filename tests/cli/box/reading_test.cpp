@@ -35,7 +35,7 @@ public:
     void on_interval(const interval_row &row) override
     {
         std::string text = fmt::format("[{}-{}", row.start - new_year, row.end - new_year);
-        for (const hist_value *value : row.values) {
+        for (const interval_summary *value : row.values) {
             text += value != nullptr ? fmt::format(" {}", value->count) : " none";
         }
         rows.push_back(text + "]");

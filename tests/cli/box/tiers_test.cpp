@@ -66,10 +66,36 @@ private:
     std::optional<int64_t> last_;
 };
 
+// The rows of at least a minute, which only tiers have here.
+class deviations_of_minutes : public row_visitor
+{
+public:
+    explicit deviations_of_minutes(const summing &how) : how_(how) {}
+
+    void on_interval(const interval_row &row) override
+    {
+        if (row.values[0] != nullptr && row.values[0]->count >= 60) {
+            moments one;
+            one.add(*row.values[0], how_);
+            rows.push_back(one);
+            whole.merge(one);
+        }
+    }
+
+    std::vector<moments> rows;
+    moments whole;
+
+private:
+    summing how_;
+};
+
 class Tiers : public ::testing::Test
 {
 protected:
-    static float value_at(int64_t second) { return static_cast<float>(second * second % 101); }
+    float value_at(int64_t second) const
+    {
+        return offset + static_cast<float>(second * second % 101);
+    }
 
     // Records the seconds behind @p from up to @p to, and is killed then or ends.
     void record(int64_t from, int64_t to, bool ends = true,
@@ -108,6 +134,7 @@ protected:
 
     temporary_directory folder{quick_folder()};
     std::string base = folder.file("box");
+    float offset = 0;
 };
 
 TEST_F(Tiers, EverySampleIsToldOnce)
@@ -133,6 +160,32 @@ TEST_F(Tiers, TheWholeSpanHasTheSameMeanExtremesAndDeviation)
     EXPECT_EQ(sum.greatest(), exact.greatest());
     EXPECT_NEAR(sum.mean(), exact.mean(), 1e-4);
     EXPECT_NEAR(sum.deviation().value, exact.deviation().value, 1e-3);
+}
+
+// A tier keeps deviations, but the sums of squares of large values in single precision tell nothing
+// of them: they were shown as rough, or not at all, and far off.
+TEST_F(Tiers, TheDeviationOfLargeValuesIsAsExactAsItIsKept)
+{
+    offset = 16'000'000;
+    record(0, 7000);
+    reading source(base);
+    deviations_of_minutes found(source.how_summed());
+    source.read({noon + 1, noon + 6000}, {0}, found);
+    ASSERT_GT(found.rows.size(), 40U);
+    int64_t second = 1;
+    moments exact_whole;
+    for (const moments &row : found.rows) {
+        moments exact;
+        for (uint64_t i = 0; i < row.count(); ++i) {
+            exact.add(value_at(second++));
+        }
+        exact_whole.merge(exact);
+        EXPECT_FALSE(row.deviation().is_rough) << second;
+        EXPECT_NEAR(row.deviation().value, exact.deviation().value, 0.01) << second;
+        EXPECT_NEAR(row.mean(), exact.mean(), 1) << second;
+    }
+    EXPECT_FALSE(found.whole.deviation().is_rough);
+    EXPECT_NEAR(found.whole.deviation().value, exact_whole.deviation().value, 0.1);
 }
 
 // Alone, the box has summed up the same time in rows that double again and again.

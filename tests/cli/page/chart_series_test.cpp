@@ -134,7 +134,8 @@ TEST(ChartSeries, SamplesFollowIntervalsWithoutASeamUnlessThereIsAGap)
     for (const float value : {1.0F, 3.0F}) {
         hist_value_update(&summary, value);
     }
-    const hist_value *const values[] = {&summary};
+    const interval_summary row_value = {summary};
+    const interval_summary *const values[] = {&row_value};
     for (const int64_t next : {61, 3600}) {
         chart_series charts({}, 1, {}, 1);
         charts.on_interval({1, 60, values, &events});
