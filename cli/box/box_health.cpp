@@ -7,6 +7,7 @@
 
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
+#include "text/units.hpp"
 
 namespace cli
 {
@@ -19,7 +20,8 @@ std::string size_words(const box &what)
     for (const stored_file &file : what.files) {
         bytes += file.size;
     }
-    return fmt::format("{} in {}", counted(bytes, "byte"), counted(what.files.size() + 1, "file"));
+    return fmt::format("{} in {}", with_unit(static_cast<double>(bytes), "_bytes", 3),
+                       counted(what.files.size() + 1, "file"));
 }
 
 void look_at_box(box_health &health, const kept_checks &known)

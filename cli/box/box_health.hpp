@@ -31,7 +31,7 @@ struct box_health {
     // "healthy", "repairable" or "not repairable", of the box without its tiers; "unknown" where
     // there is no verdict, "not looked at" of a lone file.
     const char *word() const;
-    // "healthy: 9000 bytes in 2 files; box.1m: healthy".
+    // "healthy: 1.36 MiB in 2 files; box.1m: healthy".
     std::string words() const;
     // What could not be looked at because of the machine, where that failed.
     std::string failure_words() const;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "box/event.hpp"
+#include "box/left_out.hpp"
 #include "box/moments.hpp"
 #include "text/sensor_choice.hpp"
 
@@ -90,13 +91,9 @@ private:
         if (!latest_) {
             return;
         }
-        int64_t last = *latest_;
-        for (const row_span &each : left_out_) {
-            last = each.start <= last + 1 && each.end > last ? each.end : last;
-            next = each.end >= next - 1 && each.start < next ? each.start : next;
-        }
-        if (spacing > 0 && next - last > 2 * spacing) {
-            add_hole(last, next);
+        const row_span between = without_left_out({*latest_, next}, left_out_);
+        if (spacing > 0 && between.end - between.start > 2 * spacing) {
+            add_hole(between.start, between.end);
         }
     }
     // Between two moments that have values.

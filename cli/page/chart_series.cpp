@@ -7,6 +7,8 @@
 #include <cmath>
 #include <limits>
 
+#include "box/left_out.hpp"
+
 namespace cli
 {
 namespace
@@ -56,8 +58,9 @@ chart_plan chart_plan::of(uint64_t intervals, uint64_t samples, std::size_t sens
 }
 
 chart_series::chart_series(const chart_plan &plan, std::size_t sensors, const summing &how,
-                           int64_t step)
-    : plan_(plan), how_(how), step_(step), wide_values_(sensors), samples_(sensors), open_(sensors)
+                           int64_t step, std::vector<row_span> left_out)
+    : plan_(plan), how_(how), step_(step), left_out_(std::move(left_out)), wide_values_(sensors),
+      samples_(sensors), open_(sensors)
 {
 }
 
@@ -171,7 +174,8 @@ bool chart_series::is_far(const time_column &column) const
         return false;
     }
     const time_column &before = columns_.back();
-    return column.start - before.end > std::max(2 * step_, (before.end - before.start) / 2);
+    const row_span between = without_left_out({before.end, column.start}, left_out_);
+    return between.end - between.start > std::max(2 * step_, (before.end - before.start) / 2);
 }
 
 } // namespace cli

@@ -46,8 +46,9 @@ struct column_values {
 class chart_series : public row_visitor
 {
 public:
-    // @p step is the usual distance of samples in seconds.
-    chart_series(const chart_plan &plan, std::size_t sensors, const summing &how, int64_t step);
+    // @p step is the usual distance of samples in seconds. What was left out is no hole.
+    chart_series(const chart_plan &plan, std::size_t sensors, const summing &how, int64_t step,
+                 std::vector<row_span> left_out = {});
 
     void on_interval(const interval_row &row) override;
     void on_sample(const sample_row &row) override;
@@ -76,6 +77,7 @@ private:
     chart_plan plan_;
     summing how_;
     int64_t step_;
+    std::vector<row_span> left_out_;
     std::vector<time_column> columns_;
     std::size_t wide_ = 0;
     std::vector<std::vector<column_values>> wide_values_; // by sensor

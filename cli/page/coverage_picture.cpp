@@ -79,10 +79,13 @@ void write_columns(const page_content &content, const bar_axis &axis, const page
                !columns[next].follows_gap) {
             ++next;
         }
+        // A column reaches to the next one, unless there is a gap between them.
+        const bool meets = next < columns.size() && !columns[next].follows_gap;
         const int64_t end = columns[next - 1].end;
+        const int64_t right = meets ? columns[next].start : end;
         write_box(
             put, class_of(first.kind, i % 2 != 0), axis.place(static_cast<double>(first.start)),
-            axis.place(static_cast<double>(end)),
+            axis.place(static_cast<double>(right)),
             fmt::format("{}: {} to {}", first.kind == column_kind::interval ? "history" : "raw",
                         page_time(first.start), page_time(end)));
         i = next;

@@ -26,7 +26,8 @@ constexpr std::size_t most_sensors_on_page = 10000;
 
 struct page_content {
     page_content(const chart_plan &plan, std::size_t sensors, const reading &source)
-        : charts(plan, sensors, source.how_summed(), source.usual_step()), step(source.usual_step())
+        : charts(plan, sensors, source.how_summed(), source.usual_step(), source.left_out()),
+          step(source.usual_step())
     {
     }
 

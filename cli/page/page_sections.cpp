@@ -24,7 +24,8 @@ void write_fact(const page_sink &put, std::string_view title, std::string_view t
 
 std::string span_words(int64_t from, int64_t to)
 {
-    return fmt::format("{} to {}, {}", page_time(from), page_time(to), format_duration(to - from));
+    return fmt::format("{} to {}, {}", page_time(from), page_time(to),
+                       format_rough_duration(to - from));
 }
 
 std::string machine_words(const machine_identity &who)

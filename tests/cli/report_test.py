@@ -227,6 +227,21 @@ class ReportPage(unittest.TestCase):
                                 ".map(row => row.lastElementChild.textContent)")
         self.assertEqual([text.split(" (")[0] for text in texts[:5]], [f"event {number}" for number in (4, 3, 2, 1, 0)])
 
+    def test_no_time_is_cut_off_at_an_edge_of_the_line_of_events(self):
+        # The box begins at midnight: there the label is a date.
+        shown = self.run_script(
+            "const context = CanvasRenderingContext2D.prototype;"
+            "const old = context.fillText; const found = [];"
+            "context.fillText = function (text, x, y) {"
+            "  const half = this.measureText(text).width / 2;"
+            "  found.push([text, x - half, x + half]); old.call(this, text, x, y); };"
+            "drawTimeLine(); context.fillText = old;"
+            "return [found, timeLine.canvas.getBoundingClientRect().width]")
+        self.assertEqual(shown[0][0][0], "2024-01-01")
+        for text, left, right in shown[0]:
+            self.assertGreaterEqual(left, 0, text)
+            self.assertLessEqual(right, shown[1], text)
+
     def test_the_table_is_sorted_by_a_click(self):
         self.run_script("document.querySelectorAll('table.numbers button.sort')[4].click()")
         self.assertEqual(self.run_script("return document.querySelector("

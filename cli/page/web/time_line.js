@@ -41,7 +41,8 @@ function drawTimeLine() {
   context.textAlign = 'center';
   for (const tick of timeTicks(shown.from, shown.to, Math.max(Math.floor(width / 90), 1))) {
     context.fillRect(x(tick.time), floor, 1, 4);
-    context.fillText(tick.label, Math.min(Math.max(x(tick.time), 30), width - 30), height - 4);
+    const room = context.measureText(tick.label).width / 2 + 2;
+    context.fillText(tick.label, Math.min(Math.max(x(tick.time), room), width - room), height - 4);
   }
   if (shown.cursor !== null) {
     context.fillStyle = colours.ink;

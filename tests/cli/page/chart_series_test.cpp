@@ -49,6 +49,28 @@ TEST(ChartPlan, TheNewestSamplesOfALongBoxStaySingle)
     EXPECT_GE(1000000 - plan.grouped_samples, 400U);
 }
 
+std::vector<bool> holes_of(const std::vector<row_span> &left_out)
+{
+    chart_series charts({}, 0, {}, 60, left_out);
+    const vesk_hb_record_events events = {};
+    charts.on_interval({0, 1740, {}, &events});
+    // Half an hour later than the next one would be.
+    charts.on_interval({3600, 5340, {}, &events});
+    charts.on_sample({9000, {}});
+    charts.finish();
+    std::vector<bool> holes;
+    for (const time_column &column : charts.columns()) {
+        holes.push_back(column.follows_gap);
+    }
+    return holes;
+}
+
+TEST(ChartSeries, WhatIsOnlyLeftOutIsNoHole)
+{
+    EXPECT_EQ(holes_of({}), (std::vector<bool>{false, true, true}));
+    EXPECT_EQ(holes_of({{1741, 3599}}), (std::vector<bool>{false, false, true}));
+}
+
 class LongBox : public ::testing::Test
 {
 protected:
