@@ -1,5 +1,6 @@
-// Asks the file systems for their space through a helper process. If one does not answer in time,
-// its helper is kept until it does, and a new helper asks for the others.
+// Asks the file systems for their space through a helper process, all of them at once. If one of
+// them does not answer in time, they are asked one by one for a while: the helper of one that does
+// not answer is kept until it does, and a new helper asks the others.
 #include "machine/file_systems.hpp"
 
 #include <algorithm>
@@ -22,6 +23,10 @@ constexpr std::chrono::milliseconds time_limit(200);
 // At most so many file systems may keep a process waiting. When there are as many, no other file
 // system is asked.
 constexpr std::size_t most_late = 4;
+
+// After a question to all that was not answered, so many times each is asked alone.
+constexpr unsigned careful_times = 60;
+static_assert(most_file_systems <= space_helper::most_paths);
 
 double percent(uint64_t part, uint64_t rest)
 {
@@ -57,25 +62,37 @@ void measure_space(const std::string &name, const std::optional<space> &found, m
     add("read_only_flag", values.read_only != 0 ? 1 : 0);
 }
 
+void file_system_source::ask(const machine_files &files)
+{
+    const auto text = files.read(files.of_mounts());
+    mounts_ = parse_mounts(text ? *text : std::string());
+    paths_.clear();
+    for (const mounted &mount : mounts_) {
+        paths_.push_back(files.full_path(mount.point));
+    }
+    collect_late_answers();
+    ask_at_once();
+    is_asked_ = true;
+}
+
 void file_system_source::measure(const machine_files &files, measurements &out)
 {
-    const std::string table = files.of_mounts();
-    const auto text = files.read(table);
-    const std::vector<mounted> mounts = parse_mounts(text ? *text : std::string());
-    const std::vector<std::string> names = names_of(mounts);
-    collect_late_answers();
-    for (std::size_t i = 0; i < mounts.size(); ++i) {
-        const std::string path = files.full_path(mounts[i].point);
-        std::optional<space> found = ask(path);
+    if (!is_asked_) {
+        ask(files);
+    }
+    is_asked_ = false;
+    const std::vector<std::string> names = names_of(mounts_);
+    const std::vector<std::optional<space>> found = answers();
+    for (std::size_t i = 0; i < mounts_.size(); ++i) {
         // Another file system that was mounted over this one hides it.
-        if (found && files.root().empty() && found->mount_id != 0 &&
-            found->mount_id != mounts[i].id) {
+        if (found[i] && files.root().empty() && found[i]->mount_id != 0 &&
+            found[i]->mount_id != mounts_[i].id) {
             continue;
         }
         const std::size_t first = out.size();
-        measure_space(names[i], found, out);
+        measure_space(names[i], found[i], out);
         for (std::size_t j = first; j < out.size(); ++j) {
-            out[j].source = path;
+            out[j].source = paths_[i];
         }
     }
 }
@@ -83,6 +100,9 @@ void file_system_source::measure(const machine_files &files, measurements &out)
 // File systems that have answered by now may be asked again.
 void file_system_source::collect_late_answers()
 {
+    if (held_ && held_->wait(std::chrono::milliseconds(0))) {
+        held_.reset();
+    }
     std::erase_if(late_, [&](const open_question &question) {
         if (!question.helper->wait(std::chrono::milliseconds(0))) {
             return false;
@@ -111,17 +131,62 @@ bool file_system_source::start_helper()
     return helper_ != nullptr;
 }
 
-std::optional<space> file_system_source::ask(const std::string &path)
+// Where that does not work, nobody knows for which of them.
+void file_system_source::ask_at_once()
+{
+    if (careful_ > 0) {
+        --careful_;
+    } else if (!paths_.empty() && !held_ && late_.empty() && start_helper() &&
+               !helper_->ask(paths_)) {
+        careful_ = careful_times;
+        helper_.reset();
+    }
+}
+
+std::vector<std::optional<space>> file_system_source::answers()
+{
+    std::vector<std::optional<space>> found(paths_.size());
+    if (!answers_at_once(found)) {
+        for (std::size_t i = 0; i < paths_.size(); ++i) {
+            found[i] = ask_alone(paths_[i]);
+        }
+    }
+    return found;
+}
+
+bool file_system_source::answers_at_once(std::vector<std::optional<space>> &found)
+{
+    if (!helper_ || !helper_->waits()) {
+        return false;
+    }
+    const auto answers = helper_->wait(time_limit);
+    if (!answers || answers->size() != found.size()) {
+        careful_ = careful_times;
+        if (helper_->waits()) {
+            held_ = std::move(helper_);
+        }
+        helper_.reset();
+        return false;
+    }
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        if ((*answers)[i].failed == 0) {
+            found[i] = (*answers)[i];
+        }
+    }
+    return true;
+}
+
+std::optional<space> file_system_source::ask_alone(const std::string &path)
 {
     if (is_waited_for(path) || late_.size() >= most_late || !start_helper()) {
         return std::nullopt;
     }
-    if (!helper_->ask(path)) {
+    if (!helper_->ask({path})) {
         helper_.reset(); // something has ended the process; the next one is asked by a new one
         return std::nullopt;
     }
-    const auto answer = helper_->wait(time_limit);
-    if (!answer) {
+    const auto answers = helper_->wait(time_limit);
+    if (!answers) {
         if (noted_.insert(path).second) {
             note(fmt::format("the file system at {} does not answer; its space is not recorded "
                              "until it does",
@@ -130,7 +195,8 @@ std::optional<space> file_system_source::ask(const std::string &path)
         late_.push_back({path, std::move(helper_)});
         return std::nullopt;
     }
-    return answer->failed != 0 ? std::nullopt : answer;
+    const bool is_told = !answers->empty() && answers->front().failed == 0;
+    return is_told ? std::optional(answers->front()) : std::nullopt;
 }
 
 } // namespace cli

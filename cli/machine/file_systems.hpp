@@ -26,6 +26,8 @@ class file_system_source
 public:
     explicit file_system_source(space_helper::question question = space_of) : question_(question) {}
 
+    // Asks the file systems already now, so that they answer while others are measured.
+    void ask(const machine_files &files);
     // A file system that does not answer in time has no values until it does, which is noted once.
     void measure(const machine_files &files, measurements &out);
 
@@ -39,10 +41,18 @@ private:
     void collect_late_answers();
     bool is_waited_for(const std::string &path) const;
     bool start_helper();
-    std::optional<space> ask(const std::string &path);
+    void ask_at_once();
+    std::vector<std::optional<space>> answers();
+    bool answers_at_once(std::vector<std::optional<space>> &found);
+    std::optional<space> ask_alone(const std::string &path);
 
     space_helper::question question_;
+    bool is_asked_ = false; // of these:
+    std::vector<mounted> mounts_;
+    std::vector<std::string> paths_;
     std::unique_ptr<space_helper> helper_; // asks for all that answer
+    std::unique_ptr<space_helper> held_;   // by one of those that it was to ask at once
+    unsigned careful_ = 0;                 // so many times they are not asked at once
     std::vector<open_question> late_;
     std::set<std::string> noted_;
 };

@@ -84,12 +84,16 @@ snapshot sampler::take()
 {
     snapshot result;
     result.seconds = monotonic_seconds();
+    const bool with_file_systems = choice_.wants_group("fs");
+    if (with_file_systems) {
+        file_systems_.ask(files_);
+    }
     for (const source &each : sources) {
         if (wants_any(choice_, each.groups)) {
             each.measure(files_, result.taken);
         }
     }
-    if (choice_.wants_group("fs")) {
+    if (with_file_systems) {
         file_systems_.measure(files_, result.taken);
     }
     if (choice_.wants_group("hwmon")) {

@@ -1,11 +1,11 @@
 // Runs the helper process that asks for the space of file systems. A socket that keeps messages
-// apart joins it with its parent: paths go one way, answers the other. The process ends when its
-// parent closes the socket.
+// apart joins it with its parent: a message of paths, each with a zero byte behind it, goes one
+// way, a message with all answers the other. The process ends when its parent closes the socket.
 #include "machine/space_helper.hpp"
 
 #include <cerrno>
-#include <climits>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -76,18 +76,24 @@ void leave_signals_to_parent()
     if (chdir("/") != 0) {
         _exit(1);
     }
-    char path[PATH_MAX];
+    static char paths[space_helper::most_bytes + 1];
+    static space answers[space_helper::most_paths];
     while (true) {
-        const ssize_t length = recv(socket_of_process, path, sizeof path - 1, 0);
+        const ssize_t length = recv(socket_of_process, paths, sizeof paths - 1, 0);
         if (length < 0 && errno == EINTR) {
             continue;
         }
         if (length <= 0) {
             _exit(0);
         }
-        path[length] = '\0';
-        const space answer = ask(path);
-        if (send(socket_of_process, &answer, sizeof answer, MSG_NOSIGNAL) < 0) {
+        paths[length] = '\0';
+        std::size_t count = 0;
+        const char *path = paths;
+        while (path < paths + length && count < space_helper::most_paths) {
+            answers[count++] = ask(path);
+            path += strlen(path) + 1;
+        }
+        if (send(socket_of_process, answers, count * sizeof *answers, MSG_NOSIGNAL) < 0) {
             _exit(0);
         }
     }
@@ -144,13 +150,21 @@ space_helper::~space_helper()
     waitpid(process_, nullptr, waits_ ? WNOHANG : 0);
 }
 
-bool space_helper::ask(const std::string &path)
+bool space_helper::ask(const std::vector<std::string> &paths)
 {
-    waits_ = send(socket_, path.data(), path.size(), MSG_NOSIGNAL) >= 0;
+    std::string all;
+    for (const std::string &path : paths) {
+        all.append(path).push_back('\0');
+    }
+    if (paths.size() > most_paths || all.size() > most_bytes) {
+        return false;
+    }
+    asked_ = paths.size();
+    waits_ = send(socket_, all.data(), all.size(), MSG_NOSIGNAL) >= 0;
     return waits_;
 }
 
-std::optional<space> space_helper::wait(std::chrono::milliseconds limit)
+std::optional<std::vector<space>> space_helper::wait(std::chrono::milliseconds limit)
 {
     pollfd events = {socket_, POLLIN, 0};
     int ready = -1;
@@ -161,12 +175,13 @@ std::optional<space> space_helper::wait(std::chrono::milliseconds limit)
         return std::nullopt;
     }
     waits_ = false;
-    space answer = {};
-    if (recv(socket_, &answer, sizeof answer, MSG_DONTWAIT) != sizeof answer) {
-        answer = {};
-        answer.failed = 1;
+    std::vector<space> answers(asked_);
+    const std::size_t bytes = answers.size() * sizeof(space);
+    const ssize_t length = recv(socket_, answers.data(), bytes, MSG_DONTWAIT);
+    if (length < 0 || static_cast<std::size_t>(length) != bytes) {
+        answers.clear();
     }
-    return answer;
+    return answers;
 }
 
 } // namespace cli

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 namespace cli
 {
@@ -26,6 +27,10 @@ space space_of(const char *path);
 class space_helper
 {
 public:
+    // So many paths and so many bytes of them fit into one question.
+    static constexpr std::size_t most_paths = 64;
+    static constexpr std::size_t most_bytes = 32768;
+
     using question = space (*)(const char *path);
 
     // Starts the process that calls @p answer, which is not there when the machine refuses one.
@@ -38,17 +43,19 @@ public:
 
     bool is_there() const { return socket_ >= 0; }
 
-    // The process must be there and not wait for an answer. False when it is gone.
-    bool ask(const std::string &path);
-    // Nothing when there is no answer within @p limit: it may be waited for again. When the process
-    // is gone, the answer has failed.
-    std::optional<space> wait(std::chrono::milliseconds limit);
+    // Asks for several at once, which wakes each process once only. The process must be there and
+    // not wait for an answer. False when it is gone, and when there is no room for so many paths.
+    bool ask(const std::vector<std::string> &paths);
+    // One answer for each path. Nothing when they have not all come within @p limit: they may be
+    // waited for again. None when the process is gone.
+    std::optional<std::vector<space>> wait(std::chrono::milliseconds limit);
     bool waits() const { return waits_; }
 
 private:
     int socket_ = -1;
     pid_t process_ = -1;
     bool waits_ = false;
+    std::size_t asked_ = 0;
 };
 
 } // namespace cli

@@ -2,6 +2,7 @@
 // nobody but a process of its own.
 #include <cmath>
 #include <fcntl.h>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -295,6 +296,56 @@ TEST_F(FileSystems, AProcessThatDiesIsReplaced)
     EXPECT_EQ(used(source, "srv"), 600);
 }
 
+uint64_t voluntary_switches(const std::string &process)
+{
+    std::ifstream status("/proc/" + process + "/status");
+    uint64_t count = 0;
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("voluntary_ctxt_switches:")) {
+            count += std::stoull(line.substr(line.find(':') + 1));
+        }
+    }
+    return count;
+}
+
+// This process and those that it has started.
+uint64_t switches_of_all()
+{
+    uint64_t count = voluntary_switches("self");
+    const std::string own = std::to_string(getpid());
+    std::ifstream children("/proc/" + own + "/task/" + own + "/children");
+    for (std::string child; children >> child;) {
+        count += voluntary_switches(child);
+    }
+    return count;
+}
+
+// A recorder on batteries should wake as seldom as it can. One process sleeps until it is asked,
+// the other until it is answered, however many file systems there are.
+TEST_F(FileSystems, AreAskedAndAnswerAllAtOnce)
+{
+    mount({"/a", "/b", "/c", "/d", "/e", "/f", "/g", "/h", "/i", "/j"});
+    file_system_source source(answer_when_woken);
+    EXPECT_EQ(used(source, "j"), 600);
+    constexpr uint64_t times = 50;
+    const uint64_t before = switches_of_all();
+    for (uint64_t i = 0; i < times; ++i) {
+        measurements out;
+        source.measure(machine.files(), out);
+    }
+    EXPECT_LE(switches_of_all() - before, 2 * times + 10);
+}
+
+TEST_F(FileSystems, ThatWereAskedBeforehandHaveTheirValues)
+{
+    mount({"/home", "/srv"});
+    file_system_source source(answer_when_woken);
+    for (int i = 0; i < 3; ++i) {
+        source.ask(machine.files());
+        EXPECT_EQ(used(source, "srv"), 600);
+    }
+}
+
 TEST_F(FileSystems, ASourceIsTheMountPoint)
 {
     mount({"/home"});
@@ -328,24 +379,27 @@ TEST(SpaceHelper, HoldsNothingOfItsParent)
     const int extra = open("/dev/null", O_RDONLY); // without O_CLOEXEC, to be sure
     space_helper helper(count_descriptors);
     ASSERT_TRUE(helper.is_there());
-    ASSERT_TRUE(helper.ask("/"));
-    const auto answer = helper.wait(std::chrono::seconds(60));
+    ASSERT_TRUE(helper.ask({"/"}));
+    const auto answers = helper.wait(std::chrono::seconds(60));
     close(extra);
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->total_bytes, 4U) << "the three standard streams and the socket";
+    ASSERT_TRUE(answers);
+    ASSERT_EQ(answers->size(), 1U);
+    EXPECT_EQ(answers->front().total_bytes, 4U) << "the three standard streams and the socket";
 }
 
 TEST(SpaceHelper, TellsTheSpaceOfThisMachine)
 {
     space_helper helper(space_of);
-    ASSERT_TRUE(helper.ask("/"));
-    const auto answer = helper.wait(std::chrono::seconds(60));
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->failed, 0);
-    EXPECT_GT(answer->total_bytes, 0U);
-    EXPECT_LE(answer->available_bytes, answer->total_bytes);
-    ASSERT_TRUE(helper.ask("/there is/no such folder"));
-    EXPECT_NE(helper.wait(std::chrono::seconds(60))->failed, 0);
+    ASSERT_TRUE(helper.ask({"/", "/there is/no such folder", "/"}));
+    const auto answers = helper.wait(std::chrono::seconds(60));
+    ASSERT_TRUE(answers);
+    ASSERT_EQ(answers->size(), 3U);
+    const space &root = answers->front();
+    EXPECT_EQ(root.failed, 0);
+    EXPECT_GT(root.total_bytes, 0U);
+    EXPECT_LE(root.available_bytes, root.total_bytes);
+    EXPECT_NE((*answers)[1].failed, 0);
+    EXPECT_EQ((*answers)[2].total_bytes, root.total_bytes);
 }
 
 } // namespace
