@@ -227,10 +227,10 @@ void box_stream::add(std::string_view text)
     }
 }
 
-void box_stream::set_health(const box_health &health)
+void box_stream::set_health(const std::string &words, bool is_whole)
 {
-    health_ = health.words();
-    is_whole_ = health.is_whole();
+    health_ = words;
+    is_whole_ = is_whole;
     tell_state();
 }
 

@@ -48,7 +48,8 @@ public:
     void rest();
     // How the recording that a page was made of stood: later events add to it.
     void set_ending(const ending_watch &ending) { ending_ = ending; }
-    void set_health(const box_health &health);
+    // What is told of the files, and whether they are whole.
+    void set_health(const std::string &words, bool is_whole);
 
 private:
     struct release {

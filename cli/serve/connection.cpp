@@ -17,6 +17,8 @@ constexpr double seconds_for_head = 10;
 constexpr double seconds_for_piece = 30;
 constexpr double least_bytes_a_second = 16384;
 constexpr double seconds_to_leave = 2;
+// For an answer that is being made, which takes minutes for the page of a huge box.
+constexpr double seconds_for_answer = 1800;
 constexpr std::size_t most_thrown_away = 1U << 18U;
 // Watchers hear something so often. The page takes three times as long without a word for a loss of
 // the connection.
@@ -54,14 +56,16 @@ short connection::awaited() const
     if (!pieces_.empty()) {
         events |= POLLOUT;
     }
-    return step_ == step::answering ? static_cast<short>(events & ~POLLRDHUP) : events;
+    const bool half_is_enough = step_ == step::answering || step_ == step::waiting;
+    return half_is_enough ? static_cast<short>(events & ~POLLRDHUP) : events;
 }
 
 void connection::go_on(short ready, double now, const answerer &answer)
 {
     const bool has_failed = (ready & (POLLERR | POLLNVAL)) != 0;
     const bool has_gone = (ready & (POLLRDHUP | POLLHUP)) != 0 && step_ == step::watching;
-    if (has_failed || has_gone) {
+    const bool waits_for_nobody = (ready & POLLHUP) != 0 && step_ == step::waiting;
+    if (has_failed || has_gone || waits_for_nobody) {
         end();
         return;
     }
@@ -94,9 +98,29 @@ void connection::read_request(double now, const answerer &answer)
                                                "short requests to read it"),
                      false, now);
     } else {
-        begin_answer(answer(found.head), found.head.only_head, now);
+        asked_ = found.head;
+        meet(now, answer);
     }
     head_ = std::string();
+}
+
+void connection::meet(double now, const answerer &answer)
+{
+    const reply what = answer(asked_);
+    if (!what.is_late) {
+        begin_answer(what, asked_.only_head, now);
+        asked_ = request_head();
+    } else if (step_ != step::waiting) {
+        step_ = step::waiting;
+        deadline_ = now + seconds_for_answer;
+    }
+}
+
+void connection::ask_again(double now, const answerer &answer)
+{
+    if (step_ == step::waiting) {
+        meet(now, answer);
+    }
 }
 
 void connection::begin_answer(const reply &what, bool only_head, double now)

@@ -33,6 +33,8 @@ public:
     // Sends a watcher what is new; a word after a while without anything, so that both sides notice
     // when the other one has gone.
     void feed(double now, const stream_source &source);
+    // Asks for the answer again where it was late.
+    void ask_again(double now, const answerer &answer);
     // The time at which it is given up; infinity for a watcher that has all there is.
     double deadline() const { return deadline_; }
     // Ends it; who has sent half of a request is told so.
@@ -46,6 +48,7 @@ public:
 private:
     enum class step {
         asking,    // the head of the request is on its way
+        waiting,   // the answer is being made
         answering, // the answer is
         watching,  // the answer is a stream
         leaving,   // what the client still sends is thrown away, so that it reads the answer
@@ -53,6 +56,7 @@ private:
     };
 
     void read_request(double now, const answerer &answer);
+    void meet(double now, const answerer &answer);
     void begin_answer(const reply &what, bool only_head, double now);
     void throw_away();
     void send_on(double now);
@@ -68,6 +72,7 @@ private:
     double deadline_;
     double last_sent_;
     std::string head_;                // of the request
+    request_head asked_;              // the same, where the answer is late
     std::vector<shared_text> pieces_; // what is to be sent, the first one first
     std::size_t sent_ = 0;            // of the first piece
     std::size_t thrown_away_ = 0;

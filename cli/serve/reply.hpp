@@ -28,6 +28,8 @@ struct reply {
     shared_text body;
     bool is_stream = false; // the body begins it
     stream_place place;
+    // It is being made: the request is to be met again later.
+    bool is_late = false;
 };
 
 // The head of the answer. Nothing is kept by browsers, shown inside of other pages or handed to

@@ -30,23 +30,26 @@ web_server::web_server(file_descriptor listener, connection::answerer answer,
 {
 }
 
-void web_server::serve(const stop_request &stop, double seconds, int other)
+void web_server::serve(const stop_request &stop, double seconds, std::initializer_list<int> others)
 {
     const double begin = monotonic_seconds();
     const double pause = std::min({seconds, next_deadline() - begin, longest_pause});
     std::vector<pollfd> descriptors;
-    descriptors.reserve(connections_.size() + 2);
+    descriptors.reserve(connections_.size() + 1 + others.size());
     for (const connection &one : connections_) {
         descriptors.push_back({one.socket(), one.awaited(), 0});
     }
     descriptors.push_back({begin >= pause_until_ ? listener_.get() : -1, POLLIN, 0});
-    descriptors.push_back({other, POLLIN, 0});
+    for (const int other : others) {
+        descriptors.push_back({other, POLLIN, 0});
+    }
     stop.wait(std::max(pause, 0.0), descriptors);
     const double now = monotonic_seconds();
     for (std::size_t i = 0; i < connections_.size(); ++i) {
         if (descriptors[i].revents != 0) {
             connections_[i].go_on(descriptors[i].revents, now, answer_);
         }
+        connections_[i].ask_again(now, answer_);
     }
     if (descriptors[connections_.size()].revents != 0) {
         take_new();

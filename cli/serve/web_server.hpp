@@ -4,6 +4,7 @@
 #ifndef VESK_CLI_SERVE_WEB_SERVER_HPP
 #define VESK_CLI_SERVE_WEB_SERVER_HPP
 
+#include <initializer_list>
 #include <memory>
 #include <vector>
 
@@ -25,9 +26,9 @@ public:
     web_server(file_descriptor listener, connection::answerer answer,
                connection::stream_source source);
 
-    // Waits until a connection can go on, @p other can be read (below 0 for none), an end is
-    // requested or so many seconds have gone by, and does what can be done.
-    void serve(const stop_request &stop, double seconds, int other);
+    // Waits until a connection can go on, one of @p others can be read (below 0 for none), an end
+    // is requested or so many seconds have gone by, and does what can be done.
+    void serve(const stop_request &stop, double seconds, std::initializer_list<int> others);
     // Sends all watchers what is new.
     void feed_watchers();
     std::size_t watchers() const;

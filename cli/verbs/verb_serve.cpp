@@ -5,9 +5,9 @@
 #include <memory>
 #include <unordered_set>
 
+#include "box/box_health.hpp"
 #include "box/look_pace.hpp"
 #include "box/reading.hpp"
-#include "page/page_content.hpp"
 #include "process/clock.hpp"
 #include "process/failure.hpp"
 #include "process/output.hpp"
@@ -17,6 +17,7 @@
 #include "serve/box_stream.hpp"
 #include "serve/listen_address.hpp"
 #include "serve/live_page.hpp"
+#include "serve/side_work.hpp"
 #include "serve/web_server.hpp"
 #include "text/sensor_choice.hpp"
 #include "verbs/reading_options.hpp"
@@ -69,6 +70,7 @@ public:
     }
 
     box_stream &stream() { return stream_; }
+    live_page &page() { return page_; }
 
     reply answer(const request_head &asked, std::size_t watchers)
     {
@@ -129,8 +131,8 @@ private:
 class watched_box
 {
 public:
-    watched_box(const std::string &name, box_stream &stream, bool is_file)
-        : name_(name), is_file_(is_file), stream_(stream), pace_(name)
+    watched_box(const std::string &name, box_site &site, bool is_file)
+        : name_(name), is_file_(is_file), stream_(site.stream()), page_(site.page()), pace_(name)
     {
     }
 
@@ -142,7 +144,7 @@ public:
             return;
         }
         last_watched_ = monotonic_seconds();
-        server.serve(stop, pace_.seconds_to_wait(), pace_.awaited());
+        serve(stop, pace_.seconds_to_wait(), pace_.awaited(), server);
         if (pace_.is_time()) {
             pace_.begin_look();
             stream_.look();
@@ -153,34 +155,72 @@ public:
     }
 
 private:
+    // Until something is to be done, also with what was made beside the server.
+    void serve(const stop_request &stop, double seconds, int other, web_server &server)
+    {
+        server.serve(stop, seconds, {other, page_.awaited(), check_ ? check_->awaited() : -1});
+        page_.take_made();
+        take_check();
+    }
+
     void rest(const stop_request &stop, web_server &server)
     {
         // Who has lost the connection comes back soon, and then nothing is to be read again.
         constexpr double patience = 60;
-        server.serve(stop, patience, -1);
+        serve(stop, patience, -1, server);
         if (server.watchers() == 0 && monotonic_seconds() - last_watched_ > patience) {
             stream_.rest();
         }
     }
 
-    // A check reads all files, so it comes rarely and takes a small part of a processor.
+    // A check reads all files, so it comes rarely and takes a small part of a processor. It is done
+    // beside the server, because it may take long.
     void check()
     {
-        constexpr double share = 50;
-        const double begin = monotonic_seconds();
-        if (begin >= next_check_) {
-            stream_.set_health(health_of(name_, is_file_));
-            const double end = monotonic_seconds();
-            next_check_ = end + std::max(shortest_between_checks, share * (end - begin));
+        const double now = monotonic_seconds();
+        if (check_ || now < next_check_) {
+            return;
+        }
+        check_begin_ = now;
+        next_check_ = now + shortest_between_checks;
+        try {
+            check_ = std::make_unique<side_work>([this] {
+                listen_to_messages([](std::string_view) {});
+                const box_health health = health_of(name_, is_file_);
+                return fmt::format("{}{}", health.is_whole() ? whole : damaged, health.words());
+            });
+        } catch (const failure &) {
+            // Without a process for it, the health stays as it was told.
         }
     }
+
+    void take_check()
+    {
+        constexpr double share = 50;
+        if (!check_ || !check_->is_over()) {
+            return;
+        }
+        const std::optional<std::string> told = check_->result();
+        check_.reset();
+        if (told && !told->empty()) {
+            stream_.set_health(told->substr(1), told->front() == whole);
+        }
+        const double end = monotonic_seconds();
+        next_check_ = end + std::max(shortest_between_checks, share * (end - check_begin_));
+    }
+
+    static constexpr char whole = 'w';
+    static constexpr char damaged = 'd';
 
     static constexpr double shortest_between_checks = 15;
 
     std::string name_;
     bool is_file_;
     box_stream &stream_;
+    live_page &page_;
     look_pace pace_;
+    std::unique_ptr<side_work> check_;
+    double check_begin_ = 0;
     double last_watched_ = 0;
     double next_check_ = monotonic_seconds() + shortest_between_checks;
 };
@@ -214,7 +254,7 @@ exit_code serve(const serve_options &options)
     }
     put(address.url() + "\n");
     flush_output();
-    watched_box followed(options.source.name, site.stream(), is_file);
+    watched_box followed(options.source.name, site, is_file);
     while (!stop.requested()) {
         followed.go_on(stop, server);
     }

@@ -13,6 +13,7 @@ import signal
 import socket
 import sys
 import tempfile
+import threading
 import time
 import unittest
 from pathlib import Path
@@ -87,6 +88,37 @@ class Sockets(unittest.TestCase):
         raw = [int(float(row["::number"])) for row in rows if row["kind"] == "raw"]
         self.assertGreater(len(raw), 4)
         self.assertEqual(raw, seen[-len(raw):])
+
+    def test_watchers_go_on_while_a_page_is_made_that_takes_long(self):
+        """The page of a thousand sensors takes a second and more."""
+        with tempfile.TemporaryDirectory(prefix="vesk-serve-") as folder:
+            base = str(Path(folder) / "box")
+            names = NAMES + [f"::s{number}" for number in range(1000)]
+            feeder = Feeder(base, 0, names, samples=8000)
+            for _ in range(8):
+                feeder.feed(500)
+            server = Server(base)
+            begin = time.monotonic()
+            page = server.ask()[1]
+            seconds = time.monotonic() - begin
+            watcher = Watcher(server, data_of(page)["follows"])
+            feeder.feed(1)
+            watcher.sample()
+            # After a while in which the server rests, a page is made anew.
+            time.sleep(9 * seconds + 0.5)
+            answers = []
+            reader = threading.Thread(target=lambda: answers.append(server.ask()[1]))
+            reader.start()
+            time.sleep(seconds / 4)
+            feeder.feed(1)
+            watcher.sample()
+            self.assertTrue(reader.is_alive(), "the page was faster than the sample")
+            reader.join()
+            first = data_of(page)["sensors"][0]["numbers"]["count"]
+            self.assertGreater(data_of(answers[0])["sensors"][0]["numbers"]["count"], first)
+            watcher.close()
+            self.assertEqual(server.end(), (0, ""))
+            feeder.end()
 
     def test_events_and_how_the_box_stands_are_told(self):
         watcher = Watcher(self.server, self.page()["follows"])

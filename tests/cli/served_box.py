@@ -52,12 +52,12 @@ def wait_until(what, text):
 class Feeder:
     """An import that is fed sample by sample, and tells what is in the box."""
 
-    def __init__(self, base, first, names=None):
+    def __init__(self, base, first, names=None, samples=8):
         self.number = first
         self.names = names or NAMES
         reading, writing = os.pipe()
         self.process = subprocess.Popen(
-            [COMMAND, "import", base, "--samples", "8", "--intervals", "2", "--sync", "never",
+            [COMMAND, "import", base, "--samples", str(samples), "--intervals", "2", "--sync", "never",
              "--acknowledge", str(writing)], stdin=subprocess.PIPE, stderr=subprocess.DEVNULL,
             pass_fds=[writing], env=ENVIRONMENT)
         os.close(writing)

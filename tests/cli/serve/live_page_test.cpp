@@ -78,6 +78,52 @@ TEST_F(LivePage, TellsWhyThereIsNone)
     EXPECT_THAT(*answer.body, HasSubstr("cannot be shown now"));
 }
 
+// Where watchers would wait meanwhile, who asks for the page waits alone.
+TEST_F(LivePage, IsMadeBesideTheServerWhereThatIsSlowAndOthersWatch)
+{
+    live_page slow(
+        base(), {}, stream, [this] { return is_to_end; }, -1);
+    const reply first = slow.get();
+    EXPECT_FALSE(first.is_late) << "nobody watches";
+    stream.place_behind("abc-1.1.1");
+    {
+        box_writer writer(base(), {4, 2});
+        writer.set_sensors(std::vector<std::string>{"::a"});
+        writer.write(1704067201, std::vector<float>{2});
+    }
+    usleep(1'100'000); // it may be made again from now on
+    reply second = slow.get();
+    EXPECT_TRUE(second.is_late);
+    EXPECT_GE(slow.awaited(), 0);
+    for (int i = 0; i < 600 && second.is_late; ++i) {
+        usleep(100'000);
+        second = slow.get();
+    }
+    EXPECT_EQ(second.status, 200);
+    ASSERT_TRUE(second.body);
+    EXPECT_THAT(*second.body, HasSubstr("\"follows\":\"abc-1.1.2\""));
+    EXPECT_EQ(slow.awaited(), -1);
+}
+
+TEST_F(LivePage, ThatCannotBeMadeBesideTheServerTellsWhy)
+{
+    live_page slow(
+        base(), {}, stream, [this] { return is_to_end; }, -1);
+    (void)slow.get();
+    stream.place_behind("abc-1.1.1");
+    for (const auto &file : std::filesystem::directory_iterator(folder.path())) {
+        std::filesystem::remove(file);
+    }
+    usleep(1'100'000); // it may be made again from now on
+    reply answer = slow.get();
+    for (int i = 0; i < 600 && answer.is_late; ++i) {
+        usleep(100'000);
+        answer = slow.get();
+    }
+    EXPECT_EQ(answer.status, 503);
+    EXPECT_THAT(*answer.body, HasSubstr("there is no such box"));
+}
+
 // A row of a tier is a change of the page, and the samples of the box follow behind it as ever.
 TEST_F(LivePage, ShowsTheTiersOfTheBox)
 {
