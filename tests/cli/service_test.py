@@ -16,14 +16,20 @@
       The program of --from dies with a recording that is killed.
   service_test.py --vesk build/release/cli/vesk unit --unit build/release/vesk-record.service
       systemd finds no fault in the unit and rates its exposure at 2.0 or less.
+  service_test.py --vesk build/release/cli/vesk limits --unit build/release/vesk-record.service
+      Without systemd, a recording within the limits that the unit states records all that it records
+      outside of them.
 """
 
 import argparse
+import ctypes
 import os
 import re
+import resource
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -251,17 +257,200 @@ def unit(arguments, folder):
     require(float(exposure[1]) <= MOST_EXPOSURE, f"exposure {exposure[1]}")
 
 
+# Whom no process of this machine belongs to, so that the limit of processes is about this one only.
+USER = 61234
+UNISTD = Path("/usr/include/x86_64-linux-gnu/asm/unistd_64.h")
+LIBC = ctypes.CDLL(None, use_errno=True)
+EPERM, EAFNOSUPPORT = 1, 97
+MS_RDONLY, MS_REMOUNT, MS_BIND, MS_REC, MS_PRIVATE = 1, 32, 4096, 16384, 1 << 18
+CLONE_NEWNS = 0x20000
+PR_SET_SECCOMP, SECCOMP_MODE_FILTER = 22, 2
+PR_SET_MDWE = 65
+
+
+class Unit:
+    """What a unit says of the limits of its service."""
+
+    def __init__(self, path):
+        self.lines = Path(path).read_text().splitlines()
+
+    def all(self, key):
+        return [line.split("=", 1)[1] for line in self.lines if line.startswith(key + "=")]
+
+    def one(self, key):
+        found = self.all(key)
+        require(len(found) == 1, f"{key} stands {len(found)} times in the unit")
+        return found[0]
+
+
+def calls_of(group):
+    """The names of the system calls in a group such as @system-service."""
+    told = subprocess.run(["systemd-analyze", "--no-pager", "syscall-filter", group],
+                          capture_output=True, text=True, check=True).stdout
+    names = set()
+    for line in told.splitlines()[1:]:
+        word = line.strip()
+        if word.startswith("@"):
+            names |= calls_of(word)
+        elif word and not word.startswith("#"):
+            names.add(word)
+    return names
+
+
+def allowed_calls(unit):
+    names = set()
+    for line in unit.all("SystemCallFilter"):
+        for group in line.lstrip("~").split():
+            names = names - calls_of(group) if line.startswith("~") else names | calls_of(group)
+    require(unit.one("RestrictNamespaces") == "yes", "RestrictNamespaces")
+    return names - {"unshare", "setns"}
+
+
+def filter_of(names):
+    """The program of the kernel's filter: other calls, and sockets of other families, are errors."""
+    numbers = {name: int(number) for name, number in
+               re.findall(r"#define __NR_(\w+) (\d+)", UNISTD.read_text())}
+    load, equal, give, allow, error = 0x20, 0x15, 0x06, 0x7fff0000, 0x00050000
+    steps = [(load, 0, 0, 0),
+             (equal, 0, 4, numbers["socket"]), (load, 0, 0, 16), (equal, 1, 0, socket.AF_UNIX),
+             (give, 0, 0, error | EAFNOSUPPORT), (give, 0, 0, allow)]
+    for name in sorted(names & numbers.keys() - {"socket"}):
+        steps += [(equal, 0, 1, numbers[name]), (give, 0, 0, allow)]
+    steps.append((give, 0, 0, error | EPERM))
+    return b"".join(struct.pack("HBBI", *step) for step in steps)
+
+
+def confine(arguments, unit, folder):
+    """Called in the new process while it may do everything: a view of the files that is read-only
+    but for one folder, and limits of resources."""
+    def mount(source, target, flags):
+        if LIBC.mount(source, target, None, flags, None) != 0:
+            raise OSError(ctypes.get_errno(), "mount")
+
+    own = os.fsencode(folder)
+    if LIBC.unshare(CLONE_NEWNS) != 0:
+        raise OSError(ctypes.get_errno(), "unshare")
+    mount(b"none", b"/", MS_REC | MS_PRIVATE)
+    mount(own, own, MS_BIND)
+    for place in sorted({b"/", b"/tmp", b"/var/tmp", b"/home"}):
+        if os.path.ismount(place):
+            mount(b"none", place, MS_REMOUNT | MS_BIND | MS_RDONLY)
+    files = int(unit.one("LimitNOFILE"))
+    tasks = int(unit.one("TasksMax"))
+    memory = int(unit.one("MemoryMax").rstrip("M")) << 20
+    resource.setrlimit(resource.RLIMIT_NOFILE, (files, files))
+    resource.setrlimit(resource.RLIMIT_NPROC, (tasks, tasks))
+    # The sanitizers reserve terabytes of addresses.
+    if b"__asan_init" not in Path(arguments.vesk).read_bytes():
+        resource.setrlimit(resource.RLIMIT_AS, (memory, memory))
+    os.umask(int(unit.one("UMask"), 8))
+
+
+def filtered(arguments, words):
+    """The last step before the command: the filter of system calls, and no memory that is both
+    written and executed, where the kernel knows that."""
+    program = Path(arguments.filter).read_bytes()
+    code = ctypes.create_string_buffer(program)
+    whole = ctypes.create_string_buffer(struct.pack("HxxxxxxP", len(program) // 8,
+                                                    ctypes.addressof(code)))
+    LIBC.prctl(PR_SET_MDWE, 1, 0, 0, 0)
+    if LIBC.prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, whole, 0, 0) != 0:
+        sys.exit("the filter of system calls is refused")
+    os.execv(words[0], words)
+
+
+def within_limits(arguments, unit, folder, *words):
+    # The other user may not get to an interpreter in a folder of this one.
+    python = "/usr/bin/python3" if Path("/usr/bin/python3").exists() else sys.executable
+    capabilities = ",".join(["-all"] + ["+" + name.lower().removeprefix("cap_") for name in
+                                        unit.one("CapabilityBoundingSet").split()])
+    require(unit.one("NoNewPrivileges") == "yes", "NoNewPrivileges")
+    return subprocess.run(
+        ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups",
+         f"--inh-caps={capabilities}", f"--ambient-caps={capabilities}",
+         f"--bounding-set={capabilities}", "--no-new-privs",
+         python, str(Path(__file__).resolve()), "--vesk", arguments.vesk,
+         "--filter", str(folder.parent / "filter"), "filtered", *words],
+        preexec_fn=lambda: confine(arguments, unit, folder), cwd=folder, capture_output=True, text=True,
+        timeout=PATIENCE, check=False)
+
+
+def groups_in(arguments, base):
+    """The first words of the names of sensors that have a value."""
+    names, *rows = [line.split(",") for line in subprocess.run(
+        [arguments.vesk, "dump", base], capture_output=True, text=True, check=True).stdout.splitlines()
+        if line]
+    return {name.removeprefix("::").split(".")[0] for row in rows for name, value in zip(names, row)
+            if name.startswith("::") and not value.startswith("::") and value != "nan"}
+
+
+def notes_of(ended, base):
+    """What does not depend on the number of sensors or on what else the machine does."""
+    return [line for line in ended.stderr.replace(base, "BOX").splitlines()
+            if "a recording begins" not in line and "come too late" not in line]
+
+
+def limits(arguments, folder):
+    for program in ("systemd-analyze", "setpriv"):
+        if not shutil.which(program):
+            print(f"there is no {program} here")
+            sys.exit(SKIPPED)
+    if not UNISTD.exists():
+        print("the numbers of system calls are not known here")
+        sys.exit(SKIPPED)
+    unit_of_service = Unit(arguments.unit)
+    folder.chmod(0o755)
+    (folder / "filter").write_bytes(filter_of(allowed_calls(unit_of_service)))
+    state = folder / "state"
+    state.mkdir()
+    os.chown(state, USER, USER)
+    try:
+        found = within_limits(arguments, unit_of_service, state, "/usr/bin/true")
+    except (subprocess.SubprocessError, OSError) as reason:
+        print(f"the limits cannot be set here: {reason}")
+        sys.exit(SKIPPED)
+    require(found.returncode == 0, f"true: {found}")
+    # The limits hold.
+    for words, told in [(("/usr/bin/touch", "/var/tmp/vesk-limits"), "Read-only file system"),
+                        (("/usr/bin/unshare", "--user", "/usr/bin/true"), "not permitted"),
+                        (("/usr/bin/python3", "-c", "import socket; socket.socket()"), "not supported")]:
+        found = within_limits(arguments, unit_of_service, state, *words)
+        require(found.returncode != 0 and told in found.stderr, f"{words}: {found}")
+
+    record = ["--for", "3s", "--top", "2", "--kernel-log"]
+    base = str(state / "box")
+    found = within_limits(arguments, unit_of_service, state, arguments.vesk, "record", base, *record)
+    require(found.returncode == 0, f"record: {found}")
+    free = str(folder / "free")
+    outside = subprocess.run([arguments.vesk, "record", free, *record], capture_output=True, text=True,
+                             timeout=PATIENCE, check=True)
+    checked = subprocess.run([arguments.vesk, "check", base], capture_output=True, text=True,
+                             check=False)
+    require(checked.returncode == 0, f"check: {checked}")
+    require(len(samples_in(arguments, base)) == 3, f"samples: {samples_in(arguments, base)}")
+    # Only root may read the energy counters.
+    missing = groups_in(arguments, free) - groups_in(arguments, base) - {"rapl"}
+    require(not missing, f"without any of {sorted(missing)}")
+    said = [notes_of(found, base), notes_of(outside, free)]
+    require(said[0] == said[1], f"it says other things: {said}")
+
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--vesk", required=True, type=lambda text: str(Path(text).resolve()))
     parser.add_argument("--unit")
+    parser.add_argument("--filter")
     parser.add_argument("--shim", type=lambda text: str(Path(text).resolve()))
-    parser.add_argument("what", choices=["notify", "ticks", "slow_disk", "journal", "child", "unit"])
-    arguments = parser.parse_args()
+    parser.add_argument("what", choices=["notify", "ticks", "slow_disk", "journal", "child", "unit",
+                                         "limits", "filtered"])
+    arguments, words = parser.parse_known_args()
+    if arguments.what == "filtered":
+        filtered(arguments, words)
     with tempfile.TemporaryDirectory(prefix="vesk-service-") as folder:
         {"notify": notify, "ticks": ticks, "slow_disk": slow_disk, "journal": journal, "child": child,
-         "unit": unit}[arguments.what](arguments, Path(folder))
+         "unit": unit, "limits": limits}[arguments.what](arguments, Path(folder))
     print("ok")
 
 
