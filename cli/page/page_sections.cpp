@@ -240,6 +240,9 @@ std::string_view verdict_kind(const box_ending &ending)
     if (ending.it_ended == how::failed || ending.it_ended == how::cut_short) {
         return "hard";
     }
+    if (ending.it_ended == how::empty || ending.it_ended == how::untold) {
+        return "untold";
+    }
     return ending.it_ended == how::recording ? "live" : "calm";
 }
 
@@ -250,9 +253,13 @@ void write_verdict_kind(const page_content &content, const page_sink &put)
 
 void write_facts(const page_content &content, const page_sink &put)
 {
+    // A lone file was not looked at, which is neither.
+    const char *health = content.health.is_whole() ? "good"
+                         : content.health.is_file  ? "unknown"
+                                                   : "bad";
     put(fmt::format("<div id=\"health\" class=\"{}\"><dt>Files</dt><dd><span>{}</span> "
                     "<a href=\"#files\">details</a></dd></div>",
-                    content.health.is_whole() ? "good" : "bad", html_text(content.health.words())));
+                    health, html_text(content.health.words())));
     const auto &columns = content.charts.columns();
     if (!columns.empty()) {
         write_fact(put, "Covers", span_words(content.begin(), content.end()));

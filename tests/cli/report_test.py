@@ -256,6 +256,10 @@ class ReportPage(unittest.TestCase):
             self.browser.settle()
             self.assertLessEqual(self.run_script("return document.documentElement.scrollWidth"),
                                  360)
+            # What happened has more room than when.
+            self.assertGreater(self.run_script(
+                "const row = document.querySelector('table.events tbody tr');"
+                "return row.lastElementChild.offsetWidth / row.offsetWidth"), 0.45)
         finally:
             self.browser.command("Emulation.clearDeviceMetricsOverride")
 
@@ -317,6 +321,24 @@ class ReportPage(unittest.TestCase):
 
 
 class OtherPages(unittest.TestCase):
+    def test_the_groups_to_choose_from_stand_in_the_order_of_the_charts(self):
+        names = ["::v", "::a.1", "::w", "::a.2", "::x", "::b.1", "::y", "::b.2"]
+        with tempfile.TemporaryDirectory(prefix="vesk-report-") as folder, \
+                browser.Browser() as reader:
+            base = str(Path(folder) / "box")
+            head = "20240101:00:00:00," + ",".join(names) + "\n"
+            vesk("import", base, "-", input=(head + "20240101:00:00:00" + ",1" * 8 + "\n").encode())
+            page = Path(folder) / "page.html"
+            vesk("report", base, "-o", str(page))
+            reader.open(page.as_uri())
+            reader.settle()
+            chips = reader.run("return [...document.querySelectorAll('#groups .chip')]"
+                               ".map(one => one.firstChild.textContent)")
+            self.assertEqual(chips, ["a", "b", "other"])
+            # Nobody knows how a box ended that was imported, which is neither good nor bad.
+            self.assertEqual(reader.run("return document.getElementById('verdict').className"),
+                             "verdict untold")
+
     def test_boxes_of_next_to_nothing_make_pages_without_a_complaint(self):
         with tempfile.TemporaryDirectory(prefix="vesk-report-") as folder, \
                 browser.Browser() as reader:

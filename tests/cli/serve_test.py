@@ -423,7 +423,12 @@ class InBrowser(unittest.TestCase):
         self.open()
         address = f"127.0.0.1:{self.server.port}"
         self.browser.run("document.getElementById('search').value = 'number';"
-                         "document.getElementById('search').dispatchEvent(new Event('input'))")
+                         "document.getElementById('search').dispatchEvent(new Event('input'));"
+                         "document.querySelector('#groups .chip').click()")
+        pressed = ("[...document.querySelectorAll('#groups .chip[aria-pressed=true]')]"
+                   ".map(one => one.textContent)")
+        self.assertEqual(len(self.run_script(pressed)), 1)
+        chosen = self.run_script(pressed)
         self.server.end()
         self.wait("!live.isConnected")
         self.assertIn("Connection lost", self.run_script("live.text.textContent"))
@@ -434,6 +439,7 @@ class InBrowser(unittest.TestCase):
         self.wait_for_newest()
         self.assertEqual(self.run_script("document.getElementById('count').textContent"),
                          "1 of 3 sensors")
+        self.assertEqual(self.run_script(pressed), chosen)
         self.assert_same_as_fetch()
 
     def test_new_sensors_are_shown(self):

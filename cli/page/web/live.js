@@ -68,7 +68,7 @@ function takeView() {
   setLogarithmic(view.logarithmic);
   cards.group = box.sensors.some((sensor) => sensor.part === view.group) ? view.group : null;
   for (const chip of document.getElementById('groups').children) {
-    chip.setAttribute('aria-pressed', String(chip.part === cards.group));
+    chip.setAttribute('aria-pressed', String(chip.dataset.part === cards.group));
   }
   filter();
   if (view.window) {
@@ -197,7 +197,8 @@ function takeState(event) {
   verdict.className = `verdict ${state.kind}`;
   const health = document.getElementById('health');
   if (state.health !== '') {
-    health.className = state.whole ? 'good' : 'bad';
+    const isFile = health.className === 'unknown';
+    health.className = state.whole ? 'good' : isFile ? 'unknown' : 'bad';
     setText(health.querySelector('span'), state.health);
   }
   tellLive();

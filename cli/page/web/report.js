@@ -203,7 +203,8 @@ function updateTools() {
 function makeGroups() {
   const place = document.getElementById('groups');
   const counts = new Map();
-  for (const sensor of box.sensors) {
+  // In the order of the charts.
+  for (const { sensor } of document.querySelectorAll('.card')) {
     counts.set(sensor.part, (counts.get(sensor.part) || 0) + 1);
   }
   if (counts.size < 2) {
@@ -212,7 +213,7 @@ function makeGroups() {
   for (const [part, count] of counts) {
     const chip = element('button', 'chip', part);
     chip.type = 'button';
-    chip.part = part;
+    chip.dataset.part = part;
     chip.append(' ', element('small', '', String(count)));
     chip.setAttribute('aria-pressed', 'false');
     chip.addEventListener('click', () => {

@@ -165,6 +165,12 @@ TEST_F(ReportVerb, ABoxThatIsNotThereLeavesNoFile)
     EXPECT_FALSE(std::filesystem::exists(page()));
 }
 
+TEST_F(ReportVerb, AFileThatWasNotCheckedIsNeitherGoodNorBad)
+{
+    EXPECT_EQ(run({"report", base() + ".1.cbuf.z", "-o", page()}), "");
+    EXPECT_THAT(content_of(page()), HasSubstr("<div id=\"health\" class=\"unknown\">"));
+}
+
 // Rows of a tier stand on the page for the time that the box itself has forgotten.
 TEST_F(ReportVerb, APageShowsTheTiersOfABoxAndTellsOfTheirHealth)
 {
