@@ -7,6 +7,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "box/box.hpp"
 #include "box/box_writer.hpp"
 #include "cli/quick_folder.hpp"
 #include "common/temporary_directory.hpp"
@@ -167,7 +168,7 @@ TEST_F(ReportVerb, ABoxThatIsNotThereLeavesNoFile)
 
 TEST_F(ReportVerb, AFileThatWasNotCheckedIsNeitherGoodNorBad)
 {
-    EXPECT_EQ(run({"report", base() + ".1.cbuf.z", "-o", page()}), "");
+    EXPECT_EQ(run({"report", find_box(base()).files.back().path, "-o", page()}), "");
     EXPECT_THAT(content_of(page()), HasSubstr("<div id=\"health\" class=\"unknown\">"));
 }
 
