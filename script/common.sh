@@ -3,6 +3,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 jobs=${VESK_JOBS:-$(nproc)}
+# Many tests wait for half of their time: for recorders, browsers and disks.
+tests_at_once=$((2 * jobs))
 
 say() { printf '%s\n' "$*" >&2; }
 

@@ -17,7 +17,7 @@ namespace
 // Version, type and timestamp: what stands before the text.
 constexpr std::size_t text_offset = 14;
 
-int write(const vesk_cb_record_event *event, memory_writer &target)
+int write_event(const vesk_cb_record_event *event, memory_writer &target)
 {
     return binary_serializer_write_vesk_cb_record_event(event, target.get());
 }
@@ -29,7 +29,7 @@ int read(vesk_cb_record_event *event, const std::string &bytes)
 }
 
 // The result of reading `bytes` into a new event.
-int read_new(const std::string &bytes)
+int read_new_event(const std::string &bytes)
 {
     const owned_event event(vesk_cb_record_event_create_null());
     return read(event.get(), bytes);
@@ -125,7 +125,7 @@ TEST(CbRecordEvent, FormIsVersionTypeTimestampAndText)
 {
     const owned_event event = make_event(0x01020304, 0x5E0BE100, "hi");
     memory_writer target;
-    EXPECT_EQ(20, write(event.get(), target));
+    EXPECT_EQ(20, write_event(event.get(), target));
     EXPECT_EQ(from_hex("01"
                        "01 02 03 04"
                        "01 5E 0B E1 00 00 00 00 00"
@@ -137,7 +137,7 @@ TEST(CbRecordEvent, ReadsWhatWasWritten)
 {
     const owned_event event = make_event(5, 1000, "some text");
     memory_writer target;
-    const int written = write(event.get(), target);
+    const int written = write_event(event.get(), target);
     const owned_event copy(vesk_cb_record_event_create_null());
     EXPECT_EQ(written, read(copy.get(), target.bytes()));
     EXPECT_EQ(1, vesk_cb_record_event_is_equal(event.get(), copy.get()));
@@ -155,12 +155,12 @@ TEST(CbRecordEvent, TextOfTenThousandBytesIsTheLongestThatIsWritten)
 {
     const owned_event longest = make_event(1, 1, std::string(10000, 'x'));
     memory_writer target;
-    EXPECT_EQ(18 + 10000, write(longest.get(), target));
-    EXPECT_EQ(18 + 10000, read_new(target.bytes()));
+    EXPECT_EQ(18 + 10000, write_event(longest.get(), target));
+    EXPECT_EQ(18 + 10000, read_new_event(target.bytes()));
 
     const owned_event too_long = make_event(1, 1, std::string(10001, 'x'));
     memory_writer torn;
-    EXPECT_EQ(-49, write(too_long.get(), torn));
+    EXPECT_EQ(-49, write_event(too_long.get(), torn));
     EXPECT_EQ(text_offset, torn.bytes().size());
 }
 
@@ -168,8 +168,8 @@ TEST(CbRecordEvent, EmptyTextIsWrittenButNotRead)
 {
     const owned_event event = make_event(1, 1, "");
     memory_writer target;
-    EXPECT_EQ(18, write(event.get(), target));
-    EXPECT_EQ(-6, read_new(target.bytes()));
+    EXPECT_EQ(18, write_event(event.get(), target));
+    EXPECT_EQ(-6, read_new_event(target.bytes()));
 }
 
 TEST(CbRecordEvent, WritingStopsAtTheFirstFailure)
@@ -178,24 +178,24 @@ TEST(CbRecordEvent, WritingStopsAtTheFirstFailure)
     const std::string form = stored_event_body(1, 1, "text");
     for (std::size_t room = 0; room < form.size(); ++room) {
         memory_writer target(room, -41);
-        EXPECT_EQ(-41, write(event.get(), target)) << room;
+        EXPECT_EQ(-41, write_event(event.get(), target)) << room;
     }
     memory_writer target(form.size(), -41);
-    EXPECT_EQ(static_cast<int>(form.size()), write(event.get(), target));
+    EXPECT_EQ(static_cast<int>(form.size()), write_event(event.get(), target));
 }
 
 TEST(CbRecordEvent, DataThatEndsInsideGivesTheCodeOfThePlace)
 {
     const std::string form = stored_event_body(1, 1, "text");
-    EXPECT_EQ(0, read_new(""));
+    EXPECT_EQ(0, read_new_event(""));
     for (std::size_t n = 1; n < form.size(); ++n) {
         const std::string cut = form.substr(0, n);
         if (n == text_offset) {
-            EXPECT_EQ(-43, read_new(cut));
+            EXPECT_EQ(-43, read_new_event(cut));
         } else if (n == text_offset + 4) {
-            EXPECT_ABORTS(read_new(cut), "nread != 0");
+            EXPECT_ABORTS(read_new_event(cut), "nread != 0");
         } else {
-            EXPECT_EQ(-48, read_new(cut)) << n;
+            EXPECT_EQ(-48, read_new_event(cut)) << n;
         }
     }
 }
@@ -214,15 +214,15 @@ TEST(CbRecordEvent, RefusesOtherVersions)
 {
     std::string form = stored_event_body(1, 1, "text");
     form[0] = 2;
-    EXPECT_EQ(-12, read_new(form));
+    EXPECT_EQ(-12, read_new_event(form));
     form[0] = 1;
     form[5] = 0;
-    EXPECT_EQ(-12, read_new(form)) << "that of the timestamp";
+    EXPECT_EQ(-12, read_new_event(form)) << "that of the timestamp";
 }
 
 TEST(CbRecordEvent, RefusesTextsWithAZeroByte)
 {
-    EXPECT_EQ(-6, read_new(stored_event_body(1, 1, std::string("a\0b", 3))));
+    EXPECT_EQ(-6, read_new_event(stored_event_body(1, 1, std::string("a\0b", 3))));
 }
 
 TEST(CbRecordEvent, AbortsOnBadCalls)
@@ -252,7 +252,7 @@ TEST(CbRecordEvent, AbortsOnDeadEvents)
     EXPECT_ABORTS(vesk_cb_record_event_get_type(&dead), text);
     EXPECT_ABORTS(vesk_cb_record_event_get_timestamp(&dead), text);
     EXPECT_ABORTS(vesk_cb_record_event_get_text(&dead), text);
-    EXPECT_ABORTS(write(&dead, target), text);
+    EXPECT_ABORTS(write_event(&dead, target), text);
     EXPECT_ABORTS(binary_serializer_read_vesk_cb_record_event(&dead, source.get()), text);
     EXPECT_ABORTS(vesk_cb_record_event_is_equal(&dead, live.get()), "rec1->version == ((char) 1)");
     EXPECT_ABORTS(vesk_cb_record_event_is_equal(live.get(), &dead), "rec2->version == ((char) 1)");
@@ -269,7 +269,7 @@ TEST(CbRecordEvent, AbortsOnNullPointers)
     EXPECT_ABORTS(vesk_cb_record_event_destruct(nullptr), "rec != ((void *)0)");
     EXPECT_ABORTS(vesk_cb_record_event_is_equal(nullptr, event.get()), "rec1 != ((void *)0)");
     EXPECT_ABORTS(vesk_cb_record_event_is_equal(event.get(), nullptr), "rec2 != ((void *)0)");
-    EXPECT_ABORTS(write(nullptr, target), "rec != ((void *)0)");
+    EXPECT_ABORTS(write_event(nullptr, target), "rec != ((void *)0)");
     EXPECT_ABORTS(binary_serializer_write_vesk_cb_record_event(event.get(), nullptr),
                   "writer != ((void *)0)");
     EXPECT_ABORTS(binary_serializer_read_vesk_cb_record_event(nullptr, source.get()),
@@ -287,5 +287,5 @@ TEST(CbRecordEvent, NullEventsHaveNoTextToCompareOrWrite)
                   "rec1->text != ((void *)0)");
     EXPECT_ABORTS(vesk_cb_record_event_is_equal(event.get(), null.get()),
                   "rec2->text != ((void *)0)");
-    EXPECT_ABORTS(write(null.get(), target), "rec->text != ((void *)0)");
+    EXPECT_ABORTS(write_event(null.get(), target), "rec->text != ((void *)0)");
 }

@@ -41,7 +41,7 @@ int read(vesk_cb_record_sensor_names *rec, const std::string &bytes)
     return binary_serializer_read_vesk_cb_record_sensor_names(rec, source.get());
 }
 
-int read_new(const std::string &bytes)
+int read_new_names(const std::string &bytes)
 {
     const owned_names rec(vesk_cb_record_sensor_names_create_null());
     return read(rec.get(), bytes);
@@ -211,15 +211,15 @@ TEST(CbRecordSensorNames, RefusesToWriteMoreThanTenThousandSensors)
 TEST(CbRecordSensorNames, DataThatEndsInsideGivesTheCodeOfThePlace)
 {
     const std::string form = stored_names(1000, {"ab", "cd"});
-    EXPECT_EQ(0, read_new(""));
+    EXPECT_EQ(0, read_new_names(""));
     for (std::size_t n = 1; n < form.size(); ++n) {
         const std::string cut = form.substr(0, n);
         if (n == 16 || n == 23) {
-            EXPECT_EQ(-43, read_new(cut)) << "before the length of a name";
+            EXPECT_EQ(-43, read_new_names(cut)) << "before the length of a name";
         } else if (n == 20 || n == 27) {
-            EXPECT_ABORTS(read_new(cut), "nread != 0");
+            EXPECT_ABORTS(read_new_names(cut), "nread != 0");
         } else {
-            EXPECT_EQ(-48, read_new(cut)) << n;
+            EXPECT_EQ(-48, read_new_names(cut)) << n;
         }
     }
 }
@@ -240,15 +240,15 @@ TEST(CbRecordSensorNames, RefusesOtherVersionsAndCounts)
     const std::string form = stored_names(1000, {"a"});
     std::string bad = form;
     bad[0] = 0;
-    EXPECT_EQ(-12, read_new(bad));
+    EXPECT_EQ(-12, read_new_names(bad));
     bad = form;
     bad[1] = 2;
-    EXPECT_EQ(-12, read_new(bad)) << "that of the timestamp";
+    EXPECT_EQ(-12, read_new_names(bad)) << "that of the timestamp";
     bad = form;
     bad[10] = 2;
-    EXPECT_EQ(-12, read_new(bad)) << "that of the sensor array";
-    EXPECT_EQ(-49, read_new(form.substr(0, 11) + stored_u32(0)));
-    EXPECT_EQ(-49, read_new(form.substr(0, 11) + stored_u32(10001)));
+    EXPECT_EQ(-12, read_new_names(bad)) << "that of the sensor array";
+    EXPECT_EQ(-49, read_new_names(form.substr(0, 11) + stored_u32(0)));
+    EXPECT_EQ(-49, read_new_names(form.substr(0, 11) + stored_u32(10001)));
 }
 
 TEST(CbRecordSensorNames, ReadingWithoutMemoryGives22)

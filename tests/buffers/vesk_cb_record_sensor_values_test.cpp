@@ -53,7 +53,7 @@ std::vector<float> wide_values(uint32_t n)
     return values;
 }
 
-int write(const vesk_cb_record_sensor_values *rec, memory_writer &target)
+int write_values(const vesk_cb_record_sensor_values *rec, memory_writer &target)
 {
     return binary_serializer_write_vesk_cb_record_sensor_values(rec, target.get());
 }
@@ -64,7 +64,7 @@ int read(vesk_cb_record_sensor_values *rec, const std::string &bytes)
     return binary_serializer_read_vesk_cb_record_sensor_values(rec, source.get());
 }
 
-int read_new(const std::string &bytes)
+int read_new_values(const std::string &bytes)
 {
     const owned_values rec(vesk_cb_record_sensor_values_create_null());
     return read(rec.get(), bytes);
@@ -199,7 +199,7 @@ TEST(CbRecordSensorValues, FormIsVersionTimestampCountAndFloats)
     const owned_matrix vector = make_vector(0x5E0BE100, {{"a", 1}, {"b", -0.1}});
     const owned_values rec(vesk_cb_record_sensor_values_create(vector.get()));
     memory_writer target;
-    EXPECT_EQ(22, write(rec.get(), target));
+    EXPECT_EQ(22, write_values(rec.get(), target));
     const std::string form = from_hex("01"
                                       "01 5E 0B E1 00 00 00 00 00"
                                       "00 00 00 02"
@@ -209,7 +209,7 @@ TEST(CbRecordSensorValues, FormIsVersionTimestampCountAndFloats)
 
     vesk_cb_record_sensor_values_get_values(rec.get());
     memory_writer from_array;
-    EXPECT_EQ(22, write(rec.get(), from_array));
+    EXPECT_EQ(22, write_values(rec.get(), from_array));
     EXPECT_EQ(form, from_array.bytes());
 }
 
@@ -223,10 +223,10 @@ TEST(CbRecordSensorValues, WritesVectorsWithoutDirectAccessToo)
     rec.n_sensors = 3;
     rec.vector = view.get();
     memory_writer target;
-    EXPECT_LT(0, write(&rec, target));
+    EXPECT_LT(0, write_values(&rec, target));
     EXPECT_EQ(stored_values(1000, {1, 2, 3}), target.bytes());
     rec.n_sensors = 4;
-    EXPECT_ABORTS(write(&rec, target), "i < m->nrows");
+    EXPECT_ABORTS(write_values(&rec, target), "i < m->nrows");
     vesk_cb_record_sensor_values_destruct(&rec);
 }
 
@@ -251,7 +251,7 @@ TEST(CbRecordSensorValues, AsksAVectorWithoutDirectAccessForEachValueOnce)
 
     asked.clear();
     memory_writer target;
-    EXPECT_LT(0, write(rec.get(), target));
+    EXPECT_LT(0, write_values(rec.get(), target));
     EXPECT_EQ(stored_values(1000, {1, 2, 3}), target.bytes());
     EXPECT_EQ(each_once, asked);
 
@@ -269,7 +269,7 @@ TEST(CbRecordSensorValues, AbortsWhenTheVectorHasLostColumns)
     const owned_values rec(vesk_cb_record_sensor_values_create(vector.get()));
     ASSERT_EQ(0, matrix_resize(const_cast<matrix *>(vector.get()), 1, 2));
     memory_writer target;
-    EXPECT_ABORTS(write(rec.get(), target), "j < m->ncols");
+    EXPECT_ABORTS(write_values(rec.get(), target), "j < m->ncols");
     EXPECT_ABORTS(vesk_cb_record_sensor_values_get_values(rec.get()), "j < m->ncols");
 }
 
@@ -279,7 +279,7 @@ TEST(CbRecordSensorValues, EveryNumberOfValuesIsWrittenAndReadBack)
         const owned_matrix vector = make_wide_vector(n);
         const owned_values rec(vesk_cb_record_sensor_values_create(vector.get()));
         memory_writer target;
-        EXPECT_EQ(static_cast<int>(14 + 4 * n), write(rec.get(), target));
+        EXPECT_EQ(static_cast<int>(14 + 4 * n), write_values(rec.get(), target));
         EXPECT_EQ(stored_values(1000, wide_values(n)), target.bytes()) << n;
         const owned_values copy(vesk_cb_record_sensor_values_create_null());
         EXPECT_EQ(static_cast<int>(14 + 4 * n), read(copy.get(), target.bytes()));
@@ -316,16 +316,16 @@ TEST(CbRecordSensorValues, MoreThanTenThousandValuesAreNotWritten)
     const owned_matrix vector = make_wide_vector(10001);
     const owned_values rec(vesk_cb_record_sensor_values_create(vector.get()));
     memory_writer target;
-    EXPECT_EQ(-49, write(rec.get(), target));
+    EXPECT_EQ(-49, write_values(rec.get(), target));
     EXPECT_EQ("", target.bytes());
 }
 
 TEST(CbRecordSensorValues, CountsOutOfRangeAreNotRead)
 {
     const std::string head = stored_values(1000, {1}).substr(0, 10);
-    EXPECT_EQ(-6, read_new(head + stored_u32(0)));
-    EXPECT_EQ(-6, read_new(head + stored_u32(10001) + std::string(40004, '\0')));
-    EXPECT_EQ(-6, read_new(head + stored_u32(UINT32_MAX)));
+    EXPECT_EQ(-6, read_new_values(head + stored_u32(0)));
+    EXPECT_EQ(-6, read_new_values(head + stored_u32(10001) + std::string(40004, '\0')));
+    EXPECT_EQ(-6, read_new_values(head + stored_u32(UINT32_MAX)));
 }
 
 TEST(CbRecordSensorValues, KeepsEveryBitOfAValue)
@@ -336,7 +336,7 @@ TEST(CbRecordSensorValues, KeepsEveryBitOfAValue)
         const owned_values rec(vesk_cb_record_sensor_values_create_null());
         ASSERT_EQ(18, read(rec.get(), form));
         memory_writer target;
-        ASSERT_EQ(18, write(rec.get(), target));
+        ASSERT_EQ(18, write_values(rec.get(), target));
         EXPECT_EQ(form, target.bytes()) << std::hex << bits;
     }
 }
@@ -346,7 +346,7 @@ TEST(CbRecordSensorValues, TheMissingValueSurvivesTheVector)
     const owned_matrix vector = make_vector(1000, {{"a", _qe_invalid_sensor_value}});
     const owned_values rec(vesk_cb_record_sensor_values_create(vector.get()));
     memory_writer target;
-    ASSERT_EQ(18, write(rec.get(), target));
+    ASSERT_EQ(18, write_values(rec.get(), target));
     EXPECT_EQ(from_hex("7F FF FF FF"), target.bytes().substr(14));
 }
 
@@ -385,9 +385,9 @@ TEST(CbRecordSensorValues, ReadingWithoutMemoryGives22)
 TEST(CbRecordSensorValues, DataThatEndsInsideGives48)
 {
     const std::string form = stored_values(1000, {1, 2, 3});
-    EXPECT_EQ(0, read_new(""));
+    EXPECT_EQ(0, read_new_values(""));
     for (std::size_t n = 1; n < form.size(); ++n) {
-        EXPECT_EQ(-48, read_new(form.substr(0, n))) << n;
+        EXPECT_EQ(-48, read_new_values(form.substr(0, n))) << n;
     }
 }
 
@@ -426,7 +426,7 @@ TEST(CbRecordSensorValues, WritingStopsAtTheFirstFailure)
     const owned_values rec = make_values(1000, {1, 2, 3});
     for (std::size_t room = 0; room < 26; ++room) {
         memory_writer target(room, -41);
-        EXPECT_EQ(-41, write(rec.get(), target)) << room;
+        EXPECT_EQ(-41, write_values(rec.get(), target)) << room;
     }
 }
 
@@ -434,7 +434,7 @@ TEST(CbRecordSensorValues, RefusesOtherVersions)
 {
     std::string form = stored_values(1000, {1});
     form[0] = 2;
-    EXPECT_EQ(-12, read_new(form));
+    EXPECT_EQ(-12, read_new_values(form));
 }
 
 TEST(CbRecordSensorValues, AbortsOnVectorsThatAreNone)
@@ -466,8 +466,8 @@ TEST(CbRecordSensorValues, HasOneSourceOfValues)
     const char *const text = "(rec->values == ((void *)0)) ^ (rec->vector == ((void *)0))";
     EXPECT_ABORTS(vesk_cb_record_sensor_values_get_values(null.get()), text);
     EXPECT_ABORTS(vesk_cb_record_sensor_values_get_values(both.get()), text);
-    EXPECT_ABORTS(write(null.get(), target), text);
-    EXPECT_ABORTS(write(both.get(), target), text);
+    EXPECT_ABORTS(write_values(null.get(), target), text);
+    EXPECT_ABORTS(write_values(both.get(), target), text);
     EXPECT_ABORTS(vesk_cb_record_sensor_values_is_equal(null.get(), both.get()),
                   "(rec1->values == ((void *)0)) ^ (rec1->vector == ((void *)0))");
     EXPECT_ABORTS(vesk_cb_record_sensor_values_destruct(both.get()), "rec->vector == ((void *)0)");
@@ -489,7 +489,7 @@ TEST(CbRecordSensorValues, AbortsOnDeadRecords)
     EXPECT_ABORTS(vesk_cb_record_sensor_values_get_number_values(&dead), text);
     EXPECT_ABORTS(vesk_cb_record_sensor_values_get_timestamp(&dead), text);
     EXPECT_ABORTS(vesk_cb_record_sensor_values_get_values(&dead), text);
-    EXPECT_ABORTS(write(&dead, target), text);
+    EXPECT_ABORTS(write_values(&dead, target), text);
     EXPECT_ABORTS(binary_serializer_read_vesk_cb_record_sensor_values(&dead, source.get()), text);
     EXPECT_ABORTS(vesk_cb_record_sensor_values_is_equal(&dead, live.get()),
                   "rec1->version == ((char) 1)");
@@ -513,7 +513,7 @@ TEST(CbRecordSensorValues, AbortsOnNullPointers)
     EXPECT_ABORTS(vesk_cb_record_sensor_values_get_values(nullptr), text);
     EXPECT_ABORTS(vesk_cb_record_sensor_values_is_equal(nullptr, rec.get()), "rec1 != ((void *)0)");
     EXPECT_ABORTS(vesk_cb_record_sensor_values_is_equal(rec.get(), nullptr), "rec2 != ((void *)0)");
-    EXPECT_ABORTS(write(nullptr, target), text);
+    EXPECT_ABORTS(write_values(nullptr, target), text);
     EXPECT_ABORTS(binary_serializer_write_vesk_cb_record_sensor_values(rec.get(), nullptr),
                   "writer != ((void *)0)");
     EXPECT_ABORTS(binary_serializer_read_vesk_cb_record_sensor_values(nullptr, source.get()), text);

@@ -36,7 +36,7 @@ int read(vesk_hb_record_events *events, const std::string &bytes)
     return binary_serializer_read_vesk_hb_record_events(events, source.get());
 }
 
-int read_new(const std::string &bytes)
+int read_new_event_counts(const std::string &bytes)
 {
     const owned_events events(vesk_hb_record_events_create_null());
     return read(events.get(), bytes);
@@ -138,12 +138,12 @@ TEST(HbRecordEvents, WritingStopsAtTheFirstFailure)
 TEST(HbRecordEvents, OnlyTheSecondCounterMayNotBeMissing)
 {
     const std::string form = from_hex(form_of_1_to_5);
-    EXPECT_EQ(0, read_new(""));
+    EXPECT_EQ(0, read_new_event_counts(""));
     for (std::size_t n = 1; n < form.size(); ++n) {
         if (n == 5) {
-            EXPECT_ABORTS(read_new(form.substr(0, n)), "nread != 0");
+            EXPECT_ABORTS(read_new_event_counts(form.substr(0, n)), "nread != 0");
         } else {
-            EXPECT_EQ(-48, read_new(form.substr(0, n))) << n;
+            EXPECT_EQ(-48, read_new_event_counts(form.substr(0, n))) << n;
         }
     }
 }
@@ -167,8 +167,9 @@ TEST(HbRecordEvents, FailureOfTheReaderIsPassedOn)
 
 TEST(HbRecordEvents, RefusesOtherVersions)
 {
-    EXPECT_EQ(-12, read_new(from_hex("02 00000001 00000004 00000002 00000003 00000005")));
-    EXPECT_EQ(-12, read_new(from_hex("00")));
+    EXPECT_EQ(-12,
+              read_new_event_counts(from_hex("02 00000001 00000004 00000002 00000003 00000005")));
+    EXPECT_EQ(-12, read_new_event_counts(from_hex("00")));
 }
 
 TEST(HbRecordEvents, AbortsOnBadCalls)

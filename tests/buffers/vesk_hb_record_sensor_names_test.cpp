@@ -15,12 +15,12 @@
 namespace
 {
 
-using owned_names = owned<vesk_hb_record_sensor_names, vesk_hb_record_sensor_names_destroy>;
+using owned_hist_names = owned<vesk_hb_record_sensor_names, vesk_hb_record_sensor_names_destroy>;
 
-owned_names make_names(long seconds, const owned_hist_list &list)
+owned_hist_names make_names(long seconds, const owned_hist_list &list)
 {
     const timestamp t = make_timestamp(seconds);
-    return owned_names(vesk_hb_record_sensor_names_create(&t, list.get()));
+    return owned_hist_names(vesk_hb_record_sensor_names_create(&t, list.get()));
 }
 
 } // namespace
@@ -63,7 +63,7 @@ TEST(HbRecordSensorNames, CreateReportsEveryFailedAllocation)
     for (int n = 1;; ++n) {
         qe_set_last_error(0);
         const failing_allocation failing(n);
-        const owned_names rec(vesk_hb_record_sensor_names_create(&t, list.get()));
+        const owned_hist_names rec(vesk_hb_record_sensor_names_create(&t, list.get()));
         if (!failing_allocation::happened()) {
             EXPECT_TRUE(rec);
             EXPECT_LT(2, n);
@@ -77,14 +77,14 @@ TEST(HbRecordSensorNames, CreateReportsEveryFailedAllocation)
 TEST(HbRecordSensorNames, IsTheRecordOfACurrentBuffer)
 {
     const owned_hist_list list = make_list({{"a", {1}}, {"b", {2}}});
-    const owned_names rec = make_names(1000, list);
+    const owned_hist_names rec = make_names(1000, list);
     const std::string form = stored_names_record(1000, {"a", "b"}).substr(4);
     memory_writer target;
     EXPECT_EQ(static_cast<int>(form.size()),
               binary_serializer_write_vesk_hb_record_sensor_names(rec.get(), target.get()));
     EXPECT_EQ(form, target.bytes());
 
-    const owned_names read_back(vesk_hb_record_sensor_names_create_null());
+    const owned_hist_names read_back(vesk_hb_record_sensor_names_create_null());
     memory_reader source(form);
     EXPECT_EQ(static_cast<int>(form.size()),
               binary_serializer_read_vesk_hb_record_sensor_names(read_back.get(), source.get()));
@@ -94,11 +94,11 @@ TEST(HbRecordSensorNames, IsTheRecordOfACurrentBuffer)
 TEST(HbRecordSensorNames, ComparesAndCopiesLikeThatRecord)
 {
     const owned_hist_list list = make_list({{"a", {1}}, {"b", {2}}});
-    const owned_names rec = make_names(1000, list);
-    const owned_names later = make_names(1001, list);
+    const owned_hist_names rec = make_names(1000, list);
+    const owned_hist_names later = make_names(1001, list);
     EXPECT_EQ(0, vesk_hb_record_sensor_names_is_equal(rec.get(), later.get()));
     EXPECT_EQ(1, vesk_hb_record_sensor_names_are_sensors_equal(rec.get(), later.get()));
-    const owned_names copy(vesk_hb_record_sensor_names_copy(rec.get(), nullptr));
+    const owned_hist_names copy(vesk_hb_record_sensor_names_copy(rec.get(), nullptr));
     EXPECT_EQ(1, vesk_hb_record_sensor_names_is_equal(rec.get(), copy.get()));
     EXPECT_EQ(2, *rec->sensors->ref_count);
 }

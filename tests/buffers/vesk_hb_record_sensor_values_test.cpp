@@ -16,7 +16,7 @@
 namespace
 {
 
-using owned_values = owned<vesk_hb_record_sensor_values, vesk_hb_record_sensor_values_destroy>;
+using owned_statistics = owned<vesk_hb_record_sensor_values, vesk_hb_record_sensor_values_destroy>;
 
 // Where things stand in a form of two summaries.
 constexpr std::size_t count_offset = 19;
@@ -33,13 +33,13 @@ vesk_hb_record_events make_events(uint32_t type2, uint32_t type4)
 }
 
 // Two sensors over one interval.
-owned_values make_values(long start = 1000, long end = 1001, uint32_t type2 = 5)
+owned_statistics make_values(long start = 1000, long end = 1001, uint32_t type2 = 5)
 {
     const owned_hist_list list = make_list({{"a", {1, 2}}, {"b", {3}}});
     const timestamp from = make_timestamp(start);
     const timestamp to = make_timestamp(end);
     const vesk_hb_record_events events = make_events(type2, 7);
-    return owned_values(vesk_hb_record_sensor_values_create(&from, &to, list.get(), &events));
+    return owned_statistics(vesk_hb_record_sensor_values_create(&from, &to, list.get(), &events));
 }
 
 // The stored form of that, without the type that precedes it in a buffer.
@@ -52,7 +52,7 @@ std::string stored_values()
         .substr(4);
 }
 
-int write(const vesk_hb_record_sensor_values *rec, memory_writer &target)
+int write_statistics(const vesk_hb_record_sensor_values *rec, memory_writer &target)
 {
     return binary_serializer_write_vesk_hb_record_sensor_values(rec, target.get());
 }
@@ -63,9 +63,9 @@ int read(vesk_hb_record_sensor_values *rec, const std::string &bytes)
     return binary_serializer_read_vesk_hb_record_sensor_values(rec, source.get());
 }
 
-int read_new(const std::string &bytes)
+int read_new_statistics(const std::string &bytes)
 {
-    const owned_values rec(vesk_hb_record_sensor_values_create_null());
+    const owned_statistics rec(vesk_hb_record_sensor_values_create_null());
     return read(rec.get(), bytes);
 }
 
@@ -73,7 +73,7 @@ int read_new(const std::string &bytes)
 
 TEST(HbRecordSensorValues, CopiesTheListTheTimesAndTheEvents)
 {
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     EXPECT_EQ(2, rec->version);
     EXPECT_EQ(1000, vesk_hb_record_sensor_values_get_start_timestamp(rec.get())->tv.tv_sec);
     EXPECT_EQ(1001, vesk_hb_record_sensor_values_get_end_timestamp(rec.get())->tv.tv_sec);
@@ -91,7 +91,7 @@ TEST(HbRecordSensorValues, HasNoEventsWhenNoneAreGiven)
 {
     const owned_hist_list list = make_list({{"a", {1}}});
     const timestamp t = make_timestamp(1000);
-    const owned_values rec(vesk_hb_record_sensor_values_create(&t, &t, list.get(), nullptr));
+    const owned_statistics rec(vesk_hb_record_sensor_values_create(&t, &t, list.get(), nullptr));
     const vesk_hb_record_events none = make_events(0, 0);
     EXPECT_EQ(1, vesk_hb_record_events_is_equal(&none, &rec->events));
 }
@@ -136,9 +136,9 @@ TEST(HbRecordSensorValues, CreateReportsEveryFailedAllocation)
 
 TEST(HbRecordSensorValues, FormIsVersionTimesCountSummariesAndEvents)
 {
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     memory_writer target;
-    EXPECT_EQ(118, write(rec.get(), target));
+    EXPECT_EQ(118, write_statistics(rec.get(), target));
     EXPECT_EQ(from_hex("02"
                        "01 00 00 03 E8 00 00 00 00"
                        "01 00 00 03 E9 00 00 00 00"
@@ -156,15 +156,15 @@ TEST(HbRecordSensorValues, FormIsVersionTimesCountSummariesAndEvents)
 
 TEST(HbRecordSensorValues, ReadsWhatWasWritten)
 {
-    const owned_values rec = make_values();
-    const owned_values read_back(vesk_hb_record_sensor_values_create_null());
+    const owned_statistics rec = make_values();
+    const owned_statistics read_back(vesk_hb_record_sensor_values_create_null());
     EXPECT_EQ(118, read(read_back.get(), stored_values()));
     EXPECT_EQ(1, vesk_hb_record_sensor_values_is_equal(rec.get(), read_back.get()));
 }
 
 TEST(HbRecordSensorValues, AFormOfVersion1EndsBeforeTheEvents)
 {
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     std::string form = stored_values();
     form[0] = 1;
     form.resize(events_offset);
@@ -179,41 +179,41 @@ TEST(HbRecordSensorValues, RefusesOtherVersions)
     std::string form = stored_values();
     for (const int version : {0, 3, 127, 128, 255}) {
         form[0] = static_cast<char>(version);
-        EXPECT_EQ(-12, read_new(form)) << version;
+        EXPECT_EQ(-12, read_new_statistics(form)) << version;
     }
     form = stored_values();
     form[hvalues_offset] = 2;
-    EXPECT_EQ(-12, read_new(form)) << "that of a summary";
+    EXPECT_EQ(-12, read_new_statistics(form)) << "that of a summary";
 }
 
 TEST(HbRecordSensorValues, TenThousandSummariesAreTheLimit)
 {
-    owned_values rec(vesk_hb_record_sensor_values_create_null());
+    owned_statistics rec(vesk_hb_record_sensor_values_create_null());
     rec->hvalues = static_cast<hist_value *>(malloc(10001 * sizeof(hist_value)));
     for (uint32_t i = 0; i < 10001; ++i) {
         hist_value_init(&rec->hvalues[i]);
     }
     rec->n_sensors = 10001;
     memory_writer refused;
-    EXPECT_EQ(-49, write(rec.get(), refused));
+    EXPECT_EQ(-49, write_statistics(rec.get(), refused));
     EXPECT_EQ("", refused.bytes());
     rec->n_sensors = 10000;
     memory_writer target;
-    EXPECT_EQ(23 + 10000 * 37 + 21, write(rec.get(), target));
-    EXPECT_EQ(23 + 10000 * 37 + 21, read_new(target.bytes()));
+    EXPECT_EQ(23 + 10000 * 37 + 21, write_statistics(rec.get(), target));
+    EXPECT_EQ(23 + 10000 * 37 + 21, read_new_statistics(target.bytes()));
 }
 
 TEST(HbRecordSensorValues, CountsOutOfRangeAreNotRead)
 {
     const std::string head = stored_values().substr(0, count_offset);
-    EXPECT_EQ(-6, read_new(head + stored_u32(0)));
-    EXPECT_EQ(-6, read_new(head + stored_u32(10001)));
-    EXPECT_EQ(-6, read_new(head + stored_u32(UINT32_MAX)));
+    EXPECT_EQ(-6, read_new_statistics(head + stored_u32(0)));
+    EXPECT_EQ(-6, read_new_statistics(head + stored_u32(10001)));
+    EXPECT_EQ(-6, read_new_statistics(head + stored_u32(UINT32_MAX)));
 }
 
 TEST(HbRecordSensorValues, ReadingReusesAnArrayOfTheRightLength)
 {
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     const hist_value *hvalues = rec->hvalues;
     EXPECT_LT(0, read(rec.get(), stored_values()));
     EXPECT_EQ(hvalues, rec->hvalues);
@@ -227,24 +227,24 @@ TEST(HbRecordSensorValues, ReadingReusesAnArrayOfTheRightLength)
 TEST(HbRecordSensorValues, DataThatEndsInsideGivesTheCodeOfThePlace)
 {
     const std::string form = stored_values();
-    EXPECT_EQ(0, read_new(""));
+    EXPECT_EQ(0, read_new_statistics(""));
     for (std::size_t n = 1; n < form.size(); ++n) {
         if (n == events_offset + 5) {
-            EXPECT_ABORTS(read_new(form.substr(0, n)), "nread != 0");
+            EXPECT_ABORTS(read_new_statistics(form.substr(0, n)), "nread != 0");
         } else {
-            EXPECT_EQ(-48, read_new(form.substr(0, n))) << n;
+            EXPECT_EQ(-48, read_new_statistics(form.substr(0, n))) << n;
         }
     }
 }
 
 TEST(HbRecordSensorValues, CountsTheSummariesThatWereReadBeforeAFailure)
 {
-    const owned_values fresh(vesk_hb_record_sensor_values_create_null());
+    const owned_statistics fresh(vesk_hb_record_sensor_values_create_null());
     EXPECT_EQ(-48, read(fresh.get(), stored_values().substr(0, hvalues_offset + 37 + 9)));
     EXPECT_EQ(1U, fresh->n_sensors);
     EXPECT_EQ(3.0F, fresh->hvalues[0].sum);
 
-    const owned_values reused = make_values();
+    const owned_statistics reused = make_values();
     EXPECT_EQ(-48, read(reused.get(), stored_values().substr(0, hvalues_offset + 9)));
     EXPECT_EQ(0U, reused->n_sensors);
     EXPECT_EQ(118, read(reused.get(), stored_values())) << "and can be read into again";
@@ -256,7 +256,7 @@ TEST(HbRecordSensorValues, FailureOfTheReaderIsPassedOn)
     const std::string form = stored_values();
     for (std::size_t n = 0; n < form.size(); ++n) {
         memory_reader source(form.substr(0, n), -41);
-        const owned_values rec(vesk_hb_record_sensor_values_create_null());
+        const owned_statistics rec(vesk_hb_record_sensor_values_create_null());
         EXPECT_EQ(-41, binary_serializer_read_vesk_hb_record_sensor_values(rec.get(), source.get()))
             << n;
     }
@@ -265,7 +265,7 @@ TEST(HbRecordSensorValues, FailureOfTheReaderIsPassedOn)
 TEST(HbRecordSensorValues, ReadingWithoutMemoryGives22)
 {
     memory_reader source(stored_values());
-    const owned_values rec(vesk_hb_record_sensor_values_create_null());
+    const owned_statistics rec(vesk_hb_record_sensor_values_create_null());
     const failing_allocation failing(1);
     EXPECT_EQ(-22, binary_serializer_read_vesk_hb_record_sensor_values(rec.get(), source.get()));
     EXPECT_EQ(0U, rec->n_sensors);
@@ -273,25 +273,25 @@ TEST(HbRecordSensorValues, ReadingWithoutMemoryGives22)
 
 TEST(HbRecordSensorValues, WritingStopsAtTheFirstFailure)
 {
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     for (std::size_t room = 0; room < 118; ++room) {
         memory_writer target(room, -41);
-        EXPECT_EQ(-41, write(rec.get(), target)) << room;
+        EXPECT_EQ(-41, write_statistics(rec.get(), target)) << room;
     }
 }
 
 TEST(HbRecordSensorValues, IsEqualByTimesEventsAndSummaries)
 {
     const auto equal = vesk_hb_record_sensor_values_is_equal;
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     EXPECT_EQ(1, equal(rec.get(), make_values().get()));
     EXPECT_EQ(0, equal(rec.get(), make_values(999).get()));
     EXPECT_EQ(0, equal(rec.get(), make_values(1000, 1002).get()));
     EXPECT_EQ(0, equal(rec.get(), make_values(1000, 1001, 6).get()));
-    const owned_values other = make_values();
+    const owned_statistics other = make_values();
     other->hvalues[1].last_value += 1;
     EXPECT_EQ(0, equal(rec.get(), other.get()));
-    const owned_values shorter(vesk_hb_record_sensor_values_create_null());
+    const owned_statistics shorter(vesk_hb_record_sensor_values_create_null());
     EXPECT_LT(0, read(shorter.get(),
                       stored_interval_record(1000, 1001, {stored_summary({1})}).substr(4)));
     EXPECT_EQ(0, equal(rec.get(), shorter.get()));
@@ -299,14 +299,14 @@ TEST(HbRecordSensorValues, IsEqualByTimesEventsAndSummaries)
 
 TEST(HbRecordSensorValues, CopyLeavesTheEventsOut)
 {
-    const owned_values rec = make_values();
-    const owned_values copy(vesk_hb_record_sensor_values_copy(rec.get(), nullptr));
+    const owned_statistics rec = make_values();
+    const owned_statistics copy(vesk_hb_record_sensor_values_copy(rec.get(), nullptr));
     ASSERT_TRUE(copy);
     vesk_hb_record_events_copy(&rec->events, &copy->events);
     EXPECT_EQ(1, vesk_hb_record_sensor_values_is_equal(rec.get(), copy.get()));
     EXPECT_NE(rec->hvalues, copy->hvalues);
 
-    const owned_values onto = make_values(1, 2, 99);
+    const owned_statistics onto = make_values(1, 2, 99);
     EXPECT_EQ(onto.get(), vesk_hb_record_sensor_values_copy(rec.get(), onto.get()));
     EXPECT_EQ(99U, onto->events.n_type2_events);
     EXPECT_EQ(1000, onto->start.tv.tv_sec);
@@ -314,24 +314,24 @@ TEST(HbRecordSensorValues, CopyLeavesTheEventsOut)
 
 TEST(HbRecordSensorValues, CopyMarksItsSourceLive)
 {
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     rec->version = 1;
-    const owned_values copy(vesk_hb_record_sensor_values_copy(rec.get(), nullptr));
+    const owned_statistics copy(vesk_hb_record_sensor_values_copy(rec.get(), nullptr));
     EXPECT_EQ(2, rec->version);
     EXPECT_EQ(2, copy->version);
 }
 
 TEST(HbRecordSensorValues, ACopyOntoItselfChangesNothing)
 {
-    const owned_values rec = make_values();
+    const owned_statistics rec = make_values();
     EXPECT_EQ(rec.get(), vesk_hb_record_sensor_values_copy(rec.get(), rec.get()));
     EXPECT_EQ(1, vesk_hb_record_sensor_values_is_equal(rec.get(), make_values().get()));
 }
 
 TEST(HbRecordSensorValues, FailedCopyLeavesTheDestinationAlone)
 {
-    const owned_values rec = make_values();
-    const owned_values onto = make_values(1, 2, 3);
+    const owned_statistics rec = make_values();
+    const owned_statistics onto = make_values(1, 2, 3);
     for (int n = 1; n <= 2; ++n) {
         qe_set_last_error(0);
         const failing_allocation failing(n);
@@ -346,30 +346,30 @@ TEST(HbRecordSensorValues, FailedCopyLeavesTheDestinationAlone)
 
 TEST(HbRecordSensorValues, AbortsWithoutSummaries)
 {
-    const owned_values full = make_values();
-    const owned_values null(vesk_hb_record_sensor_values_create_null());
+    const owned_statistics full = make_values();
+    const owned_statistics null(vesk_hb_record_sensor_values_create_null());
     const owned_hist_list list = make_list({});
     const timestamp t = make_timestamp(1);
     memory_writer target;
     EXPECT_ABORTS(vesk_hb_record_sensor_values_create(&t, &t, list.get(), nullptr),
                   "rec->n_sensors > 0");
-    EXPECT_ABORTS(write(null.get(), target), "rec->hvalues != ((void *)0)");
+    EXPECT_ABORTS(write_statistics(null.get(), target), "rec->hvalues != ((void *)0)");
     EXPECT_ABORTS(vesk_hb_record_sensor_values_is_equal(null.get(), full.get()),
                   "rec1->hvalues != ((void *)0)");
     EXPECT_ABORTS(vesk_hb_record_sensor_values_is_equal(full.get(), null.get()),
                   "rec2->hvalues != ((void *)0)");
     full->n_sensors = 0;
-    EXPECT_ABORTS(write(full.get(), target), "rec->n_sensors > 0");
+    EXPECT_ABORTS(write_statistics(full.get(), target), "rec->n_sensors > 0");
     EXPECT_ABORTS(vesk_hb_record_sensor_values_is_equal(full.get(), full.get()),
                   "rec1->n_sensors > 0");
-    const owned_values other = make_values();
+    const owned_statistics other = make_values();
     EXPECT_ABORTS(vesk_hb_record_sensor_values_is_equal(other.get(), full.get()),
                   "rec2->n_sensors > 0");
 }
 
 TEST(HbRecordSensorValues, AbortsOnDeadRecords)
 {
-    const owned_values live = make_values();
+    const owned_statistics live = make_values();
     vesk_hb_record_sensor_values dead;
     vesk_hb_record_sensor_values_init_null(&dead);
     vesk_hb_record_sensor_values_destruct(&dead);
@@ -386,14 +386,14 @@ TEST(HbRecordSensorValues, AbortsOnDeadRecords)
                   "rec1->version == ((char) 2)");
     EXPECT_ABORTS(vesk_hb_record_sensor_values_is_equal(live.get(), &dead),
                   "rec2->version == ((char) 2)");
-    EXPECT_ABORTS(write(&dead, target), "rec->version == 2");
+    EXPECT_ABORTS(write_statistics(&dead, target), "rec->version == 2");
     EXPECT_ABORTS(binary_serializer_read_vesk_hb_record_sensor_values(&dead, source.get()),
                   "rec->version == 2");
 }
 
 TEST(HbRecordSensorValues, AbortsOnNullPointers)
 {
-    const owned_values live = make_values();
+    const owned_statistics live = make_values();
     const owned_hist_list list = make_list({{"a", {1}}});
     const timestamp t = make_timestamp(1);
     vesk_hb_record_sensor_values rec;
@@ -422,7 +422,7 @@ TEST(HbRecordSensorValues, AbortsOnNullPointers)
     EXPECT_ABORTS(vesk_hb_record_sensor_values_is_equal(live.get(), nullptr),
                   "rec2 != ((void *)0)");
     EXPECT_ABORTS(vesk_hb_record_sensor_values_copy(nullptr, nullptr), text);
-    EXPECT_ABORTS(write(nullptr, target), text);
+    EXPECT_ABORTS(write_statistics(nullptr, target), text);
     EXPECT_ABORTS(binary_serializer_write_vesk_hb_record_sensor_values(live.get(), nullptr),
                   "writer != ((void *)0)");
     EXPECT_ABORTS(binary_serializer_read_vesk_hb_record_sensor_values(nullptr, source.get()), text);

@@ -16,8 +16,8 @@
 namespace
 {
 
-using owned_names = owned<vesk_hb_record_sensor_names, vesk_hb_record_sensor_names_destroy>;
-using owned_values = owned<vesk_hb_record_sensor_values, vesk_hb_record_sensor_values_destroy>;
+using owned_hist_names = owned<vesk_hb_record_sensor_names, vesk_hb_record_sensor_names_destroy>;
+using owned_statistics = owned<vesk_hb_record_sensor_values, vesk_hb_record_sensor_values_destroy>;
 
 // A record of its own, empty at first.
 class HbRecord : public testing::Test
@@ -57,8 +57,8 @@ TEST_F(HbRecord, StartsEmpty)
 
 TEST_F(HbRecord, BorrowsThePayloadOfItsMaker)
 {
-    const owned_names names(vesk_hb_record_sensor_names_create_null());
-    const owned_values values(vesk_hb_record_sensor_values_create_null());
+    const owned_hist_names names(vesk_hb_record_sensor_names_create_null());
+    const owned_statistics values(vesk_hb_record_sensor_values_create_null());
     EXPECT_EQ(0, vesk_hb_record_init_sensor_names(&rec_, names.get()));
     EXPECT_EQ(1U, rec_.type);
     EXPECT_EQ(names.get(), rec_.names);
@@ -76,8 +76,8 @@ TEST_F(HbRecord, WritesItsTypeBeforeItsPayload)
     const owned_hist_list list = make_list({{"ab", {1, 2}}, {"cd", {3}}});
     const timestamp start = make_timestamp(1000);
     const timestamp end = make_timestamp(1001);
-    const owned_names names(vesk_hb_record_sensor_names_create(&start, list.get()));
-    const owned_values values(
+    const owned_hist_names names(vesk_hb_record_sensor_names_create(&start, list.get()));
+    const owned_statistics values(
         vesk_hb_record_sensor_values_create(&start, &end, list.get(), nullptr));
     memory_writer target;
     vesk_hb_record_init_sensor_names(&rec_, names.get());
@@ -151,7 +151,7 @@ TEST_F(HbRecord, ReusesThePayloadOfTheSameType)
 TEST_F(HbRecord, NeverReusesAPayloadThatIsNotItsOwn)
 {
     ASSERT_LT(0, read(names_));
-    const owned_names taken(rec_.names);
+    const owned_hist_names taken(rec_.names);
     vesk_hb_record_detach(&rec_);
     ASSERT_LT(0, read(stored_names_record(1003, {"c"})));
     EXPECT_NE(taken.get(), rec_.names);

@@ -14,6 +14,10 @@
 using owned_matrix = owned<matrix, matrix_destroy>;
 using grid = std::vector<std::vector<double>>;
 
+inline const grid two_by_three = {{1, 2, 3}, {4, 5, 6}};
+inline constexpr uint32_t all_types[] = {MATRIX_TYPE_REGULAR, MATRIX_TYPE_TRANSPOSED,
+                                         MATRIX_TYPE_TELEMETRY};
+
 inline owned_matrix make_matrix(const grid &rows)
 {
     matrix *m =

@@ -20,13 +20,13 @@ namespace
 using owned_sensor_array = owned<sensor_array, sensor_array_destroy>;
 using owned_timestamp_array = owned<timestamp_array, timestamp_array_destroy>;
 
-const char *const names[] = {"fan", "psu", "naf"};
+const char *const sensor_names[] = {"fan", "psu", "naf"};
 
 const timestamp noon = make_timestamp(1000);
 
 owned_sensor_array three_sensors()
 {
-    return owned_sensor_array(sensor_array_create_from_names(names, 3));
+    return owned_sensor_array(sensor_array_create_from_names(sensor_names, 3));
 }
 
 owned_timestamp_array two_timestamps()
@@ -51,7 +51,7 @@ outcome takes_list(fault &f, List *list, uint32_t n, void (*destroy)(Entry **), 
 template <typename Take>
 outcome takes_sensors(fault &f, Take take)
 {
-    return takes_list(f, sensor_create_array(names, 2), 2, sensor_destroy, take);
+    return takes_list(f, sensor_create_array(sensor_names, 2), 2, sensor_destroy, take);
 }
 
 template <typename Take>
@@ -66,7 +66,7 @@ outcome takes_timestamps(fault &f, Take take)
 // Gives back the references that a failed call left in the registry.
 void release_interned()
 {
-    for (const char *name : names) {
+    for (const char *name : sensor_names) {
         const long blocks = count_live_blocks();
         sensor *again = sensor_create(name);
         if (blocks == count_live_blocks()) {
@@ -80,8 +80,8 @@ void release_interned()
 // The array is lost with the list in it, and so are the sensors that were made.
 outcome creates_array_from_names(fault &f)
 {
-    const outcome found =
-        f.creates(sensor_array_destroy, [] { return sensor_array_create_from_names(names, 3); });
+    const outcome found = f.creates(sensor_array_destroy,
+                                    [] { return sensor_array_create_from_names(sensor_names, 3); });
     if (found != "ok") {
         release_interned();
         // The list and its counter.
@@ -93,7 +93,7 @@ outcome creates_array_from_names(fault &f)
 outcome inits_array_from_names(fault &f)
 {
     sensor_array array;
-    const int result = f([&] { return sensor_array_init_from_names(&array, names, 3); });
+    const int result = f([&] { return sensor_array_init_from_names(&array, sensor_names, 3); });
     EXPECT_EQ(1, array.version);
     sensor_array_destruct(&array);
     return fault::code(result);
@@ -264,7 +264,7 @@ std::vector<fault_case> sensor_cases()
          [](fault &f) { return f.creates(sensor_destroy, sensor_create_null); }},
         {"sensor_create_array", "", no_memory,
          [](fault &f) {
-             sensor **made = f([] { return sensor_create_array(names, 3); });
+             sensor **made = f([] { return sensor_create_array(sensor_names, 3); });
              if (made == nullptr) {
                  return fault::cell();
              }

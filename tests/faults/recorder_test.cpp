@@ -92,7 +92,7 @@ void check_next(int last, const fault &f, const outcome &found)
     }
 }
 
-outcome writes_tagged_event(fault &f)
+outcome records_tagged_event(fault &f)
 {
     const owned_recorder recorder(vesk_open("r"));
     const owned_event event = make_event(3, 1000, "text");
@@ -548,7 +548,7 @@ std::vector<fault_case> recorder_cases()
                       {call_kind::write, {"-41"}},
                       {call_kind::torn_write, {"-41"}},
                       {call_kind::flush, {"-41"}}},
-                     writes_tagged_event,
+                     records_tagged_event,
                      box_with(14),
                      [](const fault &f, const outcome &found) {
                          nothing_is_lost(14);

@@ -35,7 +35,7 @@ TEST(Writer, PassesWritesAndFlushesToItsImplementation)
     EXPECT_EQ(1, target.flushes());
 }
 
-static writer *witness = nullptr;
+static writer *writer_witness = nullptr;
 
 TEST(Writer, IsMarkedDeadBeforeItsImplementationGoes)
 {
@@ -43,13 +43,14 @@ TEST(Writer, IsMarkedDeadBeforeItsImplementationGoes)
     _writer_init(&w, 7);
     w.writer = malloc(1);
     w.fn_destruct = [](void *implementation) {
-        // The implementation object itself is freed afterwards, with the sanitizers as witness.
-        EXPECT_EQ(witness->writer, implementation);
-        EXPECT_EQ(0, witness->version);
-        EXPECT_EQ(0U, witness->type);
+        // The implementation object itself is freed afterwards, with the sanitizers as
+        // writer_witness.
+        EXPECT_EQ(writer_witness->writer, implementation);
+        EXPECT_EQ(0, writer_witness->version);
+        EXPECT_EQ(0U, writer_witness->type);
         return 0;
     };
-    witness = &w;
+    writer_witness = &w;
     writer_destruct(&w);
     EXPECT_EQ(0, w.version);
     EXPECT_EQ(nullptr, w.writer);

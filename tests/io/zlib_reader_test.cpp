@@ -13,13 +13,15 @@
 namespace
 {
 // A reader that goes away with the test.
-class owned_reader
+class owned_zlib_reader
 {
 public:
-    explicit owned_reader(memory_reader *source) : reader_(zlib_reader_create(source->lend())) {}
-    owned_reader(const owned_reader &) = delete;
-    owned_reader &operator=(const owned_reader &) = delete;
-    ~owned_reader() { destroy(); }
+    explicit owned_zlib_reader(memory_reader *source) : reader_(zlib_reader_create(source->lend()))
+    {
+    }
+    owned_zlib_reader(const owned_zlib_reader &) = delete;
+    owned_zlib_reader &operator=(const owned_zlib_reader &) = delete;
+    ~owned_zlib_reader() { destroy(); }
 
     // The result of one read; what it gave is appended to content().
     int read(uint32_t n)
@@ -60,7 +62,7 @@ private:
 TEST(ZlibReader, IsAReaderOfItsOwnType)
 {
     memory_reader source("");
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     ASSERT_NE(nullptr, r.get());
     EXPECT_EQ(1, r.get()->version);
     EXPECT_EQ(static_cast<uint32_t>(READER_TYPE_ZLIB), r.get()->type);
@@ -92,7 +94,7 @@ TEST(ZlibReader, ReadsAcrossStreamsAsIfTheyWereOne)
         for (const uint32_t step : {1U, 9U, 2048U, 5000U, 1000000U}) {
             memory_reader source(source_bytes);
             source.limit_reads(source_step);
-            owned_reader r(&source);
+            owned_zlib_reader r(&source);
             EXPECT_EQ(0, r.read_all(step));
             EXPECT_TRUE(r.content() == expected) << source_step << " " << step;
             EXPECT_EQ(source_bytes.size(), r.savepoint());
@@ -105,7 +107,7 @@ TEST(ZlibReader, FillsTheBufferOfTheCallerUnlessTheSourceEnds)
 {
     memory_reader source(compressed_stream("first") + compressed_stream("second"));
     source.limit_reads(1);
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(8, r.read(8));
     EXPECT_EQ(3, r.read(8));
     EXPECT_EQ(0, r.read(8));
@@ -116,7 +118,7 @@ TEST(ZlibReader, FillsTheBufferOfTheCallerUnlessTheSourceEnds)
 TEST(ZlibReader, ReadsNothingWhenNothingIsWanted)
 {
     memory_reader source(compressed_stream("abc"));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(0, r.read(0));
     EXPECT_EQ(0U, source.consumed());
     EXPECT_EQ(3, r.read(3));
@@ -125,7 +127,7 @@ TEST(ZlibReader, ReadsNothingWhenNothingIsWanted)
 TEST(ZlibReader, ReadsFromItsSourceInBlocksOf2048Bytes)
 {
     memory_reader source(compressed_stream(noise(10000)));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(1, r.read(1));
     EXPECT_EQ(2048U, source.consumed());
     // What zlib has is handed out before more is fetched.
@@ -136,7 +138,7 @@ TEST(ZlibReader, ReadsFromItsSourceInBlocksOf2048Bytes)
 TEST(ZlibReader, ReadsAnEmptySource)
 {
     memory_reader source("");
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_FALSE(r.at_end());
     EXPECT_EQ(0, r.read(10));
     EXPECT_TRUE(r.at_end());
@@ -146,7 +148,7 @@ TEST(ZlibReader, ReadsAnEmptySource)
 TEST(ZlibReader, ReadsStreamsWithoutContent)
 {
     memory_reader source(compressed_stream("") + compressed_stream("a") + compressed_stream(""));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(1, r.read(10));
     EXPECT_EQ("a", r.content());
     EXPECT_EQ(compressed_stream("").size() * 2 + compressed_stream("a").size(), r.savepoint());
@@ -155,7 +157,7 @@ TEST(ZlibReader, ReadsStreamsWithoutContent)
 TEST(ZlibReader, IsAtTheEndOnlyAfterAReadCameBackShort)
 {
     memory_reader source(compressed_stream("abc"));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_FALSE(r.at_end());
     EXPECT_EQ(3, r.read(3));
     EXPECT_FALSE(r.at_end());
@@ -168,7 +170,7 @@ TEST(ZlibReader, IsAtTheEndFromTheStartWhenItsSourceIs)
     memory_reader source("");
     char byte = 0;
     reader_read_bytes(source.get(), &byte, 1);
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_TRUE(r.at_end());
 }
 
@@ -179,7 +181,7 @@ TEST(ZlibReader, RemembersTheEndOfTheLastCompleteStream)
     const std::string first = compressed_stream("first");
     const std::string second = compressed_stream("second");
     memory_reader source(first + second);
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(4, r.read(4));
     EXPECT_EQ(0U, r.savepoint());
     EXPECT_EQ(1, r.read(1));
@@ -195,7 +197,7 @@ TEST(ZlibReader, PassesASavepointOnlyWithTheLastByteOfTheStream)
     // The content can be read before the checksum behind it is there.
     memory_reader source(compressed_stream("first"));
     source.limit_reads(1);
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(5, r.read(5));
     EXPECT_EQ(0U, r.savepoint());
     EXPECT_EQ(0, r.read(1));
@@ -265,7 +267,7 @@ TEST(ZlibReader, ReadsAFileUpToWhereItWasCut)
     const sample_file file;
     for (std::size_t cut = 0; cut <= file.bytes.size(); ++cut) {
         memory_reader source(file.bytes.substr(0, cut));
-        owned_reader r(&source);
+        owned_zlib_reader r(&source);
         EXPECT_EQ(0, r.read_all(100)) << "cut at " << cut;
         const std::size_t nstreams = file.complete(cut);
         EXPECT_EQ(file.savepoint(nstreams), r.savepoint()) << "cut at " << cut;
@@ -279,7 +281,7 @@ TEST(ZlibReader, HandsOutEveryByteOfATornStreamThatCanBeDecoded)
     // Noise is stored, so every byte that is there can be read.
     const std::string whole = compressed_stream(noise(1000));
     memory_reader source(whole.substr(0, 7 + 600));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(0, r.read_all(1000));
     EXPECT_TRUE(r.content() == noise(1000).substr(0, 600));
     EXPECT_EQ(0U, r.savepoint());
@@ -293,7 +295,7 @@ TEST(ZlibReader, NeverTakesADamagedStreamForComplete)
             std::string damaged = file.bytes;
             damaged[at] = static_cast<char>(damaged[at] ^ damage);
             memory_reader source(damaged);
-            owned_reader r(&source);
+            owned_zlib_reader r(&source);
             const int result = r.read_all(100);
             if (r.savepoint() == damaged.size()) {
                 // A few bits do not matter: padding, and other ways to say the same.
@@ -316,7 +318,7 @@ TEST(ZlibReader, NeverTakesADamagedStreamForComplete)
 TEST(ZlibReader, TakesZerosBehindTheLastStreamForDamage)
 {
     memory_reader source(compressed_stream("abc") + std::string(100, '\0'));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(3, r.read(3));
     EXPECT_EQ(-41, r.read(3));
     EXPECT_EQ(compressed_stream("abc").size(), r.savepoint());
@@ -335,14 +337,14 @@ TEST(ZlibReader, RefusesADictionary)
     deflateEnd(&stream);
 
     memory_reader source(bytes);
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(-41, r.read(1));
 }
 
 TEST(ZlibReader, IsDeadAfterDamage)
 {
     memory_reader source("no compressed data");
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(-41, r.read(1));
     EXPECT_ABORTS(r.read(1), "zreader->err == 0");
     EXPECT_ABORTS(r.read(0), "zreader->err == 0");
@@ -358,7 +360,7 @@ TEST(ZlibReader, ReturnsTheCodeOfItsSource)
 {
     memory_reader source(compressed_stream("abc"), -77);
     source.limit_reads(1);
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(3, r.read(3));
     EXPECT_EQ(-77, r.read(1));
     // The source may recover.
@@ -379,7 +381,7 @@ TEST(ZlibReader, AbortsWhenItsSourceYieldsNothingBeforeItsEnd)
 TEST(ZlibReader, DiesWithoutMemoryForAStream)
 {
     memory_reader source(compressed_stream("abc"));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     {
         const failing_allocation failing(1);
         EXPECT_EQ(-41, r.read(3));
@@ -392,7 +394,7 @@ TEST(ZlibReader, DiesWithoutMemoryForItsWindow)
 {
     // zlib remembers what it gave when a read ends inside a stream.
     memory_reader source(compressed_stream(telemetry_like(10000)));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     {
         const failing_allocation failing(2);
         EXPECT_EQ(-41, r.read(1000));
@@ -404,7 +406,7 @@ TEST(ZlibReader, DiesWithoutMemoryForItsWindow)
 TEST(ZlibReader, DiesOfAStreamErrorWithoutEndingTheStream)
 {
     memory_reader source(compressed_stream("abc"));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     {
         const failing_zlib failing(1, Z_STREAM_ERROR);
         EXPECT_EQ(-41, r.read(3));
@@ -415,7 +417,7 @@ TEST(ZlibReader, DiesOfAStreamErrorWithoutEndingTheStream)
 TEST(ZlibReader, GoesOnWhenZlibHasNothingToDo)
 {
     memory_reader source(compressed_stream("abc"));
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     const failing_zlib idle(1, Z_BUF_ERROR);
     EXPECT_EQ(3, r.read(3));
     EXPECT_EQ("abc", r.content());
@@ -428,7 +430,7 @@ TEST(ZlibReader, TakesNoMemoryAfterItsFirstStreams)
         bytes += compressed_stream(telemetry_like(5000));
     }
     memory_reader source(bytes);
-    owned_reader r(&source);
+    owned_zlib_reader r(&source);
     EXPECT_EQ(1, r.read(1));
     EXPECT_EQ(4999, r.read(4999));
     const failing_allocation none(1, failing_allocation::for_ever);

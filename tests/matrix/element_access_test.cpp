@@ -7,8 +7,6 @@
 #include "matrix/element_access.hpp"
 #include "matrix/transposed_matrix_internal.hpp"
 
-static const grid two_by_three = {{1, 2, 3}, {4, 5, 6}};
-
 static void expect_elements(const grid &expected, const matrix *m)
 {
     const element_reader elements(m);

@@ -15,9 +15,6 @@ namespace
 
 using plain::table;
 
-constexpr uint32_t all_types[] = {MATRIX_TYPE_REGULAR, MATRIX_TYPE_TRANSPOSED,
-                                  MATRIX_TYPE_TELEMETRY};
-
 class MatrixOps : public AllKernels
 {
 };

@@ -9,7 +9,6 @@
 #include "common/failing_calls.hpp"
 #include "common/matrices.hpp"
 
-static const grid two_by_three = {{1, 2, 3}, {4, 5, 6}};
 static const grid three_by_three = {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}};
 
 TEST(MatrixGetColumns, FollowsTheListOfIndices)

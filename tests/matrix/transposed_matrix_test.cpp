@@ -10,8 +10,6 @@
 #include "common/matrices.hpp"
 #include "matrix/transposed_matrix_internal.hpp"
 
-static const grid two_by_three = {{1, 2, 3}, {4, 5, 6}};
-
 TEST(TransposedMatrix, ExchangesRowsAndColumns)
 {
     matrix *source = make_matrix(two_by_three).release();

@@ -17,7 +17,7 @@ namespace
 const std::string stored_fan = from_hex("01 00000003") + "fan";
 
 // The result of reading a sensor, which must be there when the result is positive.
-int read_result(const std::string &bytes, int failure = 0)
+int read_sensor_result(const std::string &bytes, int failure = 0)
 {
     sensor *s = nullptr;
     memory_reader from(bytes, failure);
@@ -197,29 +197,29 @@ TEST(Sensor, NamesOverTenThousandBytesCannotBeStored)
     sensor *longest = sensor_create(std::string(10000, 'n').c_str());
     memory_writer other;
     EXPECT_EQ(10005, binary_serializer_write_sensor(longest, other.get()));
-    EXPECT_EQ(10005, read_result(other.bytes()));
+    EXPECT_EQ(10005, read_sensor_result(other.bytes()));
     sensor_destroy(&longest);
 }
 
 TEST(Sensor, TellsTheEndOfTheDataFromATornForm)
 {
-    EXPECT_EQ(8, read_result(stored_fan));
-    EXPECT_EQ(0, read_result(""));
+    EXPECT_EQ(8, read_sensor_result(stored_fan));
+    EXPECT_EQ(0, read_sensor_result(""));
     // The end right before a string is the end of the strings.
-    EXPECT_EQ(-43, read_result(stored_fan.substr(0, 1)));
-    EXPECT_EQ(-48, read_result(stored_fan.substr(0, 3)));
-    EXPECT_EQ(-48, read_result(stored_fan.substr(0, 7)));
+    EXPECT_EQ(-43, read_sensor_result(stored_fan.substr(0, 1)));
+    EXPECT_EQ(-48, read_sensor_result(stored_fan.substr(0, 3)));
+    EXPECT_EQ(-48, read_sensor_result(stored_fan.substr(0, 7)));
     for (std::size_t length = 0; length < stored_fan.size(); ++length) {
-        EXPECT_EQ(-41, read_result(stored_fan.substr(0, length), -41)) << length;
+        EXPECT_EQ(-41, read_sensor_result(stored_fan.substr(0, length), -41)) << length;
     }
 }
 
 TEST(Sensor, RefusesMalformedForms)
 {
-    EXPECT_EQ(-12, read_result(from_hex("00 00000003") + "fan"));
-    EXPECT_EQ(-6, read_result(from_hex("01 00000000")));
-    EXPECT_EQ(-6, read_result(from_hex("01 00002711") + std::string(10001, 'n')));
-    EXPECT_EQ(-6, read_result(from_hex("01 00000003 66 00 6e")));
+    EXPECT_EQ(-12, read_sensor_result(from_hex("00 00000003") + "fan"));
+    EXPECT_EQ(-6, read_sensor_result(from_hex("01 00000000")));
+    EXPECT_EQ(-6, read_sensor_result(from_hex("01 00002711") + std::string(10001, 'n')));
+    EXPECT_EQ(-6, read_sensor_result(from_hex("01 00000003 66 00 6e")));
 }
 
 TEST(Sensor, ReportsMissingMemoryAtEveryAllocation)

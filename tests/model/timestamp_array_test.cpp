@@ -37,7 +37,7 @@ std::string stored_zeros(uint32_t n)
     return bytes;
 }
 
-int read_result(const std::string &bytes, int failure = 0)
+int read_array_result(const std::string &bytes, int failure = 0)
 {
     timestamp_array *array = timestamp_array_create_null();
     memory_reader from(bytes, failure);
@@ -181,31 +181,31 @@ TEST(TimestampArray, StoresTenThousandEntriesAndNoMore)
 
 TEST(TimestampArray, ReadsTenThousandEntriesAndNoMore)
 {
-    EXPECT_EQ(90005, read_result(stored_zeros(10000)));
-    EXPECT_EQ(-49, read_result(stored_zeros(10001)));
-    EXPECT_EQ(-49, read_result(stored_zeros(0)));
-    EXPECT_EQ(-49, read_result(from_hex("01 ffffffff")));
+    EXPECT_EQ(90005, read_array_result(stored_zeros(10000)));
+    EXPECT_EQ(-49, read_array_result(stored_zeros(10001)));
+    EXPECT_EQ(-49, read_array_result(stored_zeros(0)));
+    EXPECT_EQ(-49, read_array_result(from_hex("01 ffffffff")));
 }
 
 TEST(TimestampArray, TellsTheEndOfTheDataFromATornForm)
 {
     const std::string whole = stored_zeros(2);
-    EXPECT_EQ(23, read_result(whole));
+    EXPECT_EQ(23, read_array_result(whole));
     for (std::size_t length = 0; length < whole.size(); ++length) {
-        EXPECT_EQ(length == 0 ? 0 : -48, read_result(whole.substr(0, length))) << length;
-        EXPECT_EQ(-41, read_result(whole.substr(0, length), -41)) << length;
+        EXPECT_EQ(length == 0 ? 0 : -48, read_array_result(whole.substr(0, length))) << length;
+        EXPECT_EQ(-41, read_array_result(whole.substr(0, length), -41)) << length;
     }
 }
 
 TEST(TimestampArray, RefusesUnknownVersions)
 {
-    EXPECT_EQ(-12, read_result(from_hex("02 00000001 01 00000000 00000000")));
-    EXPECT_EQ(-12, read_result(from_hex("01 00000001 00 00000000 00000000")));
+    EXPECT_EQ(-12, read_array_result(from_hex("02 00000001 01 00000000 00000000")));
+    EXPECT_EQ(-12, read_array_result(from_hex("01 00000001 00 00000000 00000000")));
 }
 
 TEST(TimestampArray, RefusesStoredMicroseconds)
 {
-    EXPECT_EQ(-6, read_result(from_hex("01 00000001 01 00000000 00000001")));
+    EXPECT_EQ(-6, read_array_result(from_hex("01 00000001 01 00000000 00000001")));
 }
 
 TEST(TimestampArray, StopsWritingAtTheFirstFailure)

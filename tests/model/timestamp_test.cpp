@@ -16,7 +16,7 @@
 namespace
 {
 
-timestamp at(time_t seconds)
+timestamp at_second(time_t seconds)
 {
     timestamp t;
     timestamp_init_null(&t);
@@ -33,7 +33,7 @@ std::string text_of(const timestamp &t)
 // The seconds of a text that must parse.
 time_t parsed(const char *text)
 {
-    timestamp t = at(1);
+    timestamp t = at_second(1);
     EXPECT_EQ(0, timestamp_init_from_string(&t, text)) << text;
     EXPECT_EQ(1, t.version);
     EXPECT_EQ(0, t.tv.tv_usec);
@@ -104,7 +104,7 @@ TEST(Timestamp, DropsTheMicrosecondsOfATimeval)
 
 TEST(Timestamp, HandsOutBothFieldsOfItsTimeval)
 {
-    timestamp t = at(77);
+    timestamp t = at_second(77);
     t.tv.tv_usec = 5;
     struct timeval tv = {};
     timestamp_to_timeval(&t, &tv);
@@ -137,7 +137,7 @@ TEST(Timestamp, RefusesTimevalsThatDoNotFitInto32Bits)
 
 TEST(Timestamp, CopiesIntoGivenOrNewStorage)
 {
-    timestamp t = at(42);
+    timestamp t = at_second(42);
     timestamp dest = {};
     EXPECT_EQ(&dest, timestamp_copy(&t, &dest));
     EXPECT_EQ(1, dest.version);
@@ -149,8 +149,8 @@ TEST(Timestamp, CopiesIntoGivenOrNewStorage)
 
 TEST(Timestamp, ComparesSignedSeconds)
 {
-    const timestamp early = at(-5);
-    const timestamp late = at(3);
+    const timestamp early = at_second(-5);
+    const timestamp late = at_second(3);
     EXPECT_EQ(-1, timestamp_compare(&early, &late));
     EXPECT_EQ(1, timestamp_compare(&late, &early));
     EXPECT_EQ(0, timestamp_compare(&late, &late));
@@ -160,17 +160,17 @@ TEST(Timestamp, ComparesSignedSeconds)
 
 TEST(Timestamp, IncrementsByUnsignedSeconds)
 {
-    timestamp t = at(-10);
+    timestamp t = at_second(-10);
     timestamp_increment(&t, 15);
     EXPECT_EQ(5, t.tv.tv_sec);
-    t = at(-2147483647);
+    t = at_second(-2147483647);
     timestamp_increment(&t, 4294967295U);
     EXPECT_EQ(sizeof(time_t) == 4 ? INT64_C(-2147483648) : INT64_C(2147483648), t.tv.tv_sec);
 }
 
 TEST(Timestamp, IsZeroAfterDestruct)
 {
-    timestamp t = at(9);
+    timestamp t = at_second(9);
     timestamp_destruct(&t);
     EXPECT_EQ(0, t.version);
     EXPECT_EQ(0, t.tv.tv_sec);
@@ -178,16 +178,16 @@ TEST(Timestamp, IsZeroAfterDestruct)
 
 TEST_F(TimestampText, RoundTrips)
 {
-    EXPECT_EQ("20240229:23:59:59", text_of(at(1709251199)));
+    EXPECT_EQ("20240229:23:59:59", text_of(at_second(1709251199)));
     EXPECT_EQ(1709251199, parsed("20240229:23:59:59"));
-    EXPECT_EQ("20380119:03:14:07", text_of(at(2147483647)));
+    EXPECT_EQ("20380119:03:14:07", text_of(at_second(2147483647)));
     EXPECT_EQ(2147483647, parsed("20380119:03:14:07"));
 }
 
 TEST_F(TimestampText, IsLocalTime)
 {
     const time_zone zone("XYZ-2");
-    EXPECT_EQ("19700101:02:00:00", text_of(at(0)));
+    EXPECT_EQ("19700101:02:00:00", text_of(at_second(0)));
     EXPECT_EQ(0, parsed("19700101:02:00:00"));
 }
 
@@ -277,7 +277,7 @@ TEST(Timestamp, ParsesTimesBeforeTheEpochInAnUnknownZone)
 
 TEST_F(TimestampText, NeedsRoomForSeventeenCharactersAndATerminator)
 {
-    const timestamp t = at(0);
+    const timestamp t = at_second(0);
     char buffer[32];
     EXPECT_ABORTS(timestamp_to_string(&t, buffer, 17), "bufsize > 17");
     EXPECT_EQ(buffer, timestamp_to_string(&t, buffer, 18));
@@ -290,7 +290,7 @@ TEST_F(TimestampText, AbortsOnTimesThatCannotBeShown)
         GTEST_SKIP() << "every time can be shown";
     }
     char buffer[18];
-    timestamp t = at(0);
+    timestamp t = at_second(0);
     t.tv.tv_sec = static_cast<time_t>(INT64_MAX);
     EXPECT_ABORTS(timestamp_to_string(&t, buffer, sizeof buffer), "time_struct != ((void *)0)");
     t.tv.tv_sec = static_cast<time_t>(INT64_C(253402300800)); // year 10000
@@ -300,11 +300,11 @@ TEST_F(TimestampText, AbortsOnTimesThatCannotBeShown)
 TEST(Timestamp, IsStoredInNineBytes)
 {
     memory_writer to;
-    const timestamp t = at(0x01020304);
+    const timestamp t = at_second(0x01020304);
     EXPECT_EQ(9, binary_serializer_write_timestamp(&t, to.get()));
     EXPECT_EQ(from_hex("01 01020304 00000000"), to.bytes());
     memory_reader from(to.bytes());
-    timestamp back = at(0);
+    timestamp back = at_second(0);
     EXPECT_EQ(9, binary_serializer_read_timestamp(&back, from.get()));
     EXPECT_EQ(1, timestamp_is_equal(&t, &back));
 }
@@ -312,11 +312,11 @@ TEST(Timestamp, IsStoredInNineBytes)
 TEST(Timestamp, IsStoredSigned)
 {
     memory_writer to;
-    const timestamp t = at(-2);
+    const timestamp t = at_second(-2);
     EXPECT_EQ(9, binary_serializer_write_timestamp(&t, to.get()));
     EXPECT_EQ(from_hex("01 fffffffe 00000000"), to.bytes());
     memory_reader from(to.bytes());
-    timestamp back = at(0);
+    timestamp back = at_second(0);
     EXPECT_EQ(9, binary_serializer_read_timestamp(&back, from.get()));
     EXPECT_EQ(-2, back.tv.tv_sec);
 }
@@ -327,7 +327,7 @@ TEST(Timestamp, CannotBeStoredPast32Bits)
         GTEST_SKIP() << "every time fits";
     }
     memory_writer to;
-    timestamp t = at(2147483647);
+    timestamp t = at_second(2147483647);
     timestamp_increment(&t, 1);
     EXPECT_EQ(-6, binary_serializer_write_timestamp(&t, to.get()));
     EXPECT_EQ("", to.bytes());
@@ -335,7 +335,7 @@ TEST(Timestamp, CannotBeStoredPast32Bits)
 
 TEST(Timestamp, StopsWritingAtTheFirstFailure)
 {
-    const timestamp t = at(1);
+    const timestamp t = at_second(1);
     for (const std::size_t capacity : {0U, 1U, 5U, 8U}) {
         memory_writer to(capacity, -42);
         EXPECT_EQ(-42, binary_serializer_write_timestamp(&t, to.get()));
@@ -347,7 +347,7 @@ TEST(Timestamp, TellsTheEndOfTheDataFromATornForm)
     const std::string whole = from_hex("01 00000001 00000000");
     for (std::size_t length = 0; length < whole.size(); ++length) {
         memory_reader from(whole.substr(0, length));
-        timestamp t = at(0);
+        timestamp t = at_second(0);
         EXPECT_EQ(length == 0 ? 0 : -48, binary_serializer_read_timestamp(&t, from.get()));
         memory_reader failing(whole.substr(0, length), -41);
         EXPECT_EQ(-41, binary_serializer_read_timestamp(&t, failing.get()));
@@ -357,7 +357,7 @@ TEST(Timestamp, TellsTheEndOfTheDataFromATornForm)
 TEST(Timestamp, RefusesUnknownVersionsAndKeepsItsOwn)
 {
     memory_reader from(from_hex("02 00000001 00000000"));
-    timestamp t = at(0);
+    timestamp t = at_second(0);
     EXPECT_EQ(-12, binary_serializer_read_timestamp(&t, from.get()));
     EXPECT_EQ(1, t.version);
 }
@@ -365,7 +365,7 @@ TEST(Timestamp, RefusesUnknownVersionsAndKeepsItsOwn)
 TEST(Timestamp, RefusesStoredMicrosecondsAfterStoringThem)
 {
     memory_reader from(from_hex("01 00000001 00000002"));
-    timestamp t = at(0);
+    timestamp t = at_second(0);
     EXPECT_EQ(-6, binary_serializer_read_timestamp(&t, from.get()));
     EXPECT_EQ(1, t.tv.tv_sec);
     EXPECT_EQ(2, t.tv.tv_usec);
@@ -373,7 +373,7 @@ TEST(Timestamp, RefusesStoredMicrosecondsAfterStoringThem)
 
 TEST(Timestamp, ReportsMissingMemory)
 {
-    const timestamp t = at(1);
+    const timestamp t = at_second(1);
     const struct timeval tv = {};
     const failing_allocation fails(1, failing_allocation::for_ever);
     qe_set_last_error(0);
@@ -396,7 +396,7 @@ TEST(Timestamp, ReportsMissingMemory)
 TEST(Timestamp, RefusesDeadObjects)
 {
     timestamp dead = {};
-    timestamp live = at(0);
+    timestamp live = at_second(0);
     struct timeval tv = {};
     char buffer[18];
     memory_writer to;
@@ -418,8 +418,8 @@ TEST(Timestamp, RefusesDeadObjects)
 
 TEST(Timestamp, RefusesToCompareMicroseconds)
 {
-    const timestamp whole = at(1);
-    timestamp fraction = at(1);
+    const timestamp whole = at_second(1);
+    timestamp fraction = at_second(1);
     fraction.tv.tv_usec = 1;
     EXPECT_ABORTS(timestamp_compare(&fraction, &whole), "t1->tv.tv_usec == 0");
     EXPECT_ABORTS(timestamp_compare(&whole, &fraction), "t2->tv.tv_usec == 0");
@@ -427,7 +427,7 @@ TEST(Timestamp, RefusesToCompareMicroseconds)
 
 TEST(Timestamp, RefusesNull)
 {
-    timestamp t = at(0);
+    timestamp t = at_second(0);
     timestamp *none = nullptr;
     struct timeval tv = {};
     char buffer[18];

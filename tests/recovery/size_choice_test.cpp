@@ -6,8 +6,8 @@
 namespace
 {
 
-constexpr uint32_t current = VESK_BUFFER_TYPE_CURRENT;
-constexpr uint32_t history = VESK_BUFFER_TYPE_HIST;
+constexpr uint32_t current_type = VESK_BUFFER_TYPE_CURRENT;
+constexpr uint32_t history_type = VESK_BUFFER_TYPE_HIST;
 constexpr recorder_sizes nobody = {0, 0};
 
 // A box of a history, a full and an open buffer whose headers state these capacities; 0 for a
@@ -18,9 +18,9 @@ public:
     box_with_headers(uint32_t in_history, uint32_t in_full, uint32_t in_open)
     {
         box_.stage = VESK_ZCF_STATE_HCC;
-        add({history, 2}, in_history);
-        add({current, 1}, in_full);
-        add({current, 3}, in_open);
+        add({history_type, 2}, in_history);
+        add({current_type, 1}, in_full);
+        add({current_type, 3}, in_open);
     }
 
     bool choose(const recorder_sizes &of_state, const recorder_sizes &of_copy,

@@ -7,26 +7,13 @@
 #include <vesk/vesk_limits.h>
 
 #include "box/state_file.hpp"
+#include "common/buffer_files.hpp"
+#include "common/memory_streams.hpp"
 #include "common/temporary_directory.hpp"
 #include "recovery/state_scan.hpp"
 
 namespace
 {
-
-// The stored forms, spelt out without the library.
-std::string stored_u32(uint32_t n)
-{
-    std::string bytes;
-    for (const int shift : {24, 16, 8, 0}) {
-        bytes += static_cast<char>((n >> static_cast<unsigned>(shift)) & 0xffU);
-    }
-    return bytes;
-}
-
-std::string stored_string(const std::string &text)
-{
-    return stored_u32(static_cast<uint32_t>(text.size())) + text;
-}
 
 std::string written_head(const state_head &head)
 {

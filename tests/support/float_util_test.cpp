@@ -9,8 +9,8 @@
 #include "common/aborts.hpp"
 
 static constexpr float epsilon = 1E-6F;
-static constexpr float infinity = std::numeric_limits<float>::infinity();
-static constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
+static constexpr float float_infinity = std::numeric_limits<float>::infinity();
+static constexpr float float_nan = std::numeric_limits<float>::quiet_NaN();
 
 TEST(FloatUtil, HasAToleranceOfExactBits)
 {
@@ -48,20 +48,20 @@ TEST(FloatUtil, TakesTheDifferenceInSinglePrecision)
 
 TEST(FloatUtil, SortsNanBelowEveryNumber)
 {
-    EXPECT_EQ(-1, float_compare(nan_value, 5.0F));
-    EXPECT_EQ(1, float_compare(5.0F, nan_value));
-    EXPECT_EQ(-1, float_compare(nan_value, -infinity));
-    EXPECT_EQ(1, float_compare(-infinity, nan_value));
-    EXPECT_EQ(0, float_compare(nan_value, -nan_value));
+    EXPECT_EQ(-1, float_compare(float_nan, 5.0F));
+    EXPECT_EQ(1, float_compare(5.0F, float_nan));
+    EXPECT_EQ(-1, float_compare(float_nan, -float_infinity));
+    EXPECT_EQ(1, float_compare(-float_infinity, float_nan));
+    EXPECT_EQ(0, float_compare(float_nan, -float_nan));
 }
 
 TEST(FloatUtil, ComparesInfinitiesOnlyWithOtherNumbers)
 {
-    EXPECT_EQ(1, float_compare(infinity, -infinity));
-    EXPECT_EQ(-1, float_compare(5.0F, infinity));
-    EXPECT_ABORTS(float_compare(infinity, infinity), "fabs (c) <= ((float) 1E-6)");
-    EXPECT_ABORTS(float_compare(-infinity, -infinity), "fabs (c) <= ((float) 1E-6)");
-    EXPECT_ABORTS(float_is_equal(infinity, infinity), "fabs (c) <= ((float) 1E-6)");
+    EXPECT_EQ(1, float_compare(float_infinity, -float_infinity));
+    EXPECT_EQ(-1, float_compare(5.0F, float_infinity));
+    EXPECT_ABORTS(float_compare(float_infinity, float_infinity), "fabs (c) <= ((float) 1E-6)");
+    EXPECT_ABORTS(float_compare(-float_infinity, -float_infinity), "fabs (c) <= ((float) 1E-6)");
+    EXPECT_ABORTS(float_is_equal(float_infinity, float_infinity), "fabs (c) <= ((float) 1E-6)");
 }
 
 TEST(FloatUtil, IsEqualWhereCompareFindsNoDifference)
@@ -69,5 +69,5 @@ TEST(FloatUtil, IsEqualWhereCompareFindsNoDifference)
     EXPECT_EQ(1, float_is_equal(1.0F, 1.0000005F));
     EXPECT_EQ(0, float_is_equal(1.0F, 1.000002F));
     EXPECT_EQ(0, float_is_equal(1.000002F, 1.0F));
-    EXPECT_EQ(1, float_is_equal(nan_value, nan_value));
+    EXPECT_EQ(1, float_is_equal(float_nan, float_nan));
 }

@@ -8,6 +8,7 @@
 
 #include "analysis/unusual_score.hpp"
 #include "analysis/unusual_text.hpp"
+#include "cli/usual_values.hpp"
 
 namespace
 {
@@ -15,7 +16,6 @@ namespace
 using namespace cli;
 using ::testing::HasSubstr;
 
-constexpr float missing = std::numeric_limits<float>::quiet_NaN();
 constexpr float endless = std::numeric_limits<float>::infinity();
 
 // The values of a sensor by the number of the minute: history up to some minute, then raw samples.

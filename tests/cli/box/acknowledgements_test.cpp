@@ -12,6 +12,7 @@
 #include "box/acknowledgements.hpp"
 #include "cli/quick_folder.hpp"
 #include "cli/unignored_signal.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 
@@ -20,8 +21,6 @@ namespace
 
 using namespace cli;
 using ::testing::HasSubstr;
-
-constexpr int64_t new_year = 1704067200;
 
 class Acknowledgements : public ::testing::Test
 {

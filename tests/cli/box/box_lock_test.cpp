@@ -59,7 +59,7 @@ private:
     pid_t pid_ = 0;
 };
 
-std::string refusal_of(const std::string &base)
+std::string refusal_of_lock(const std::string &base)
 {
     try {
         const box_lock lock(base);
@@ -74,9 +74,9 @@ TEST(BoxLock, KeepsASecondProcessAwayAndNamesTheFirst)
 {
     const temporary_directory folder;
     const other_holder other(folder.file("box"));
-    EXPECT_EQ(refusal_of(folder.file("box")), folder.file("box") + ": process " +
-                                                  std::to_string(other.pid()) +
-                                                  " is writing to the box");
+    EXPECT_EQ(refusal_of_lock(folder.file("box")), folder.file("box") + ": process " +
+                                                       std::to_string(other.pid()) +
+                                                       " is writing to the box");
     EXPECT_THAT(lock_holder(folder.file("box")), Optional(other.pid()));
 }
 
@@ -86,7 +86,7 @@ TEST(BoxLock, EndsWithTheProcessThatIsKilled)
     other_holder other(folder.file("box"));
     other.kill_it();
     EXPECT_EQ(lock_holder(folder.file("box")), std::nullopt);
-    EXPECT_EQ(refusal_of(folder.file("box")), "");
+    EXPECT_EQ(refusal_of_lock(folder.file("box")), "");
 }
 
 TEST(BoxLock, IsReadableByItsOwnerOnly)
@@ -118,7 +118,7 @@ TEST(BoxLock, LocksOfTwoBoxesAreNotInEachOthersWay)
 TEST(BoxLock, SaysWhyItCannotBeTaken)
 {
     const temporary_directory folder;
-    EXPECT_THAT(refusal_of(folder.file("none/box")), HasSubstr("No such file or directory"));
+    EXPECT_THAT(refusal_of_lock(folder.file("none/box")), HasSubstr("No such file or directory"));
 }
 
 TEST(BoxLock, ItsHolderNoticesThatTheFileIsGone)
@@ -177,16 +177,16 @@ TEST(BoxLock, IsNoLinkAndOverwritesNothing)
     const std::string before = read_file(precious);
 
     ASSERT_EQ(symlink(precious.c_str(), lock.c_str()), 0);
-    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is a link"));
+    EXPECT_THAT(refusal_of_lock(folder.file("box")), HasSubstr("is a link"));
     unlink(lock.c_str());
     ASSERT_EQ(link(precious.c_str(), lock.c_str()), 0);
-    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is no lock file"));
+    EXPECT_THAT(refusal_of_lock(folder.file("box")), HasSubstr("is no lock file"));
     unlink(precious.c_str());
-    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is no lock file"));
+    EXPECT_THAT(refusal_of_lock(folder.file("box")), HasSubstr("is no lock file"));
     EXPECT_EQ(read_file(lock), before);
     unlink(lock.c_str());
     ASSERT_EQ(mkfifo(lock.c_str(), 0600), 0);
-    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is no lock file"));
+    EXPECT_THAT(refusal_of_lock(folder.file("box")), HasSubstr("is no lock file"));
     EXPECT_EQ(lock_holder(folder.file("box")), std::nullopt);
 }
 
@@ -194,7 +194,7 @@ TEST(BoxLock, ALinkThatLeadsNowhereMakesNoFileThere)
 {
     const temporary_directory folder;
     ASSERT_EQ(symlink(folder.file("target").c_str(), folder.file("box.lock").c_str()), 0);
-    EXPECT_THAT(refusal_of(folder.file("box")), HasSubstr("is a link"));
+    EXPECT_THAT(refusal_of_lock(folder.file("box")), HasSubstr("is a link"));
     EXPECT_NE(access(folder.file("target").c_str(), F_OK), 0);
 }
 
@@ -225,7 +225,7 @@ TEST(BoxLock, OfAnotherUserIsSeenAndRespectedWithoutRightsOnIt)
     const pid_t holder = other.pid();
     EXPECT_EQ(as_another_user([&] {
                   return lock_holder(folder.file("box")) == holder &&
-                         refusal_of(folder.file("box")).find(std::to_string(holder)) !=
+                         refusal_of_lock(folder.file("box")).find(std::to_string(holder)) !=
                              std::string::npos;
               }),
               0);
@@ -241,13 +241,13 @@ TEST(BoxLock, WhatAnotherUserLeftBehindIsNoObstacle)
     ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
     write_file(folder.file("box.lock"), "1\n");
     ASSERT_EQ(chmod(folder.file("box.lock").c_str(), 0600), 0);
-    EXPECT_EQ(as_another_user([&] { return refusal_of(folder.file("box")).empty(); }), 0);
+    EXPECT_EQ(as_another_user([&] { return refusal_of_lock(folder.file("box")).empty(); }), 0);
     // Where it may not be removed either, that is said.
     write_file(folder.file("box.lock"), "1\n");
     ASSERT_EQ(chmod(folder.file("box.lock").c_str(), 0600), 0);
     ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
     EXPECT_EQ(as_another_user([&] {
-                  return refusal_of(folder.file("box")).find("Permission denied") !=
+                  return refusal_of_lock(folder.file("box")).find("Permission denied") !=
                          std::string::npos;
               }),
               0);
@@ -260,7 +260,7 @@ TEST(BoxLock, AFileThatWasRemovedHoldsNothing)
     const other_holder other(folder.file("box"));
     unlink(folder.file("box.lock").c_str());
     EXPECT_EQ(lock_holder(folder.file("box")), std::nullopt);
-    EXPECT_EQ(refusal_of(folder.file("box")), "");
+    EXPECT_EQ(refusal_of_lock(folder.file("box")), "");
 }
 
 } // namespace

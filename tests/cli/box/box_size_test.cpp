@@ -10,6 +10,7 @@
 #include "box/shape_search.hpp"
 #include "box/trial_box.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 
@@ -21,8 +22,6 @@ using ::testing::AllOf;
 using ::testing::Ge;
 using ::testing::HasSubstr;
 using ::testing::Le;
-
-const sync_policy without_sync = {sync_policy::moment::never, 0};
 
 class BoxSize : public ::testing::Test
 {

@@ -12,6 +12,7 @@
 #include "box/box_writer.hpp"
 #include "box/recovery.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/file_size_limit.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
@@ -26,9 +27,6 @@ using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
-
-constexpr int64_t new_year = 1704067200;
-const sync_policy without_sync = {sync_policy::moment::never, 0};
 
 class BoxWriter : public ::testing::Test
 {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "box/ending_watch.hpp"
+#include "cli/usual_values.hpp"
 
 namespace
 {
@@ -13,7 +14,6 @@ using ::testing::Not;
 using how = box_ending::how;
 
 constexpr int64_t end_of_night = 1795235971; // 2026-11-21T04:39:31Z
-const std::string boot = "boot_id=aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa";
 
 ending_watch machine_that_died()
 {

@@ -287,7 +287,7 @@ TEST_F(EventChannel, AFloodDoesNotHoldUpTheRecorder)
     EXPECT_TRUE(inbox.take());
 }
 
-std::string refusal_of(const std::string &base)
+std::string refusal_of_channel(const std::string &base)
 {
     try {
         const event_inbox inbox(base);
@@ -300,18 +300,18 @@ std::string refusal_of(const std::string &base)
 TEST_F(EventChannel, AFileInThePlaceOfTheSocketIsKept)
 {
     write_file(base + ".sock", "mine");
-    EXPECT_EQ(refusal_of(base), base + ".sock: is in the way, and no socket");
+    EXPECT_EQ(refusal_of_channel(base), base + ".sock: is in the way, and no socket");
     EXPECT_EQ(read_file(base + ".sock"), "mine");
     std::filesystem::remove(base + ".sock");
     std::filesystem::create_symlink("elsewhere", base + ".sock");
-    EXPECT_EQ(refusal_of(base), base + ".sock: is in the way, and no socket");
+    EXPECT_EQ(refusal_of_channel(base), base + ".sock: is in the way, and no socket");
     EXPECT_TRUE(std::filesystem::is_symlink(base + ".sock"));
 }
 
 TEST_F(EventChannel, ASocketOnWhichSomebodyListensIsKept)
 {
     const event_inbox inbox(base);
-    EXPECT_EQ(refusal_of(base), base + ".sock: another process listens there");
+    EXPECT_EQ(refusal_of_channel(base), base + ".sock: another process listens there");
     sender other(base, {1, 1, "x"});
     next_event(inbox).answer(event_answer::recorded);
     EXPECT_EQ(other.answer(), event_answer::recorded);
@@ -319,11 +319,11 @@ TEST_F(EventChannel, ASocketOnWhichSomebodyListensIsKept)
 
 TEST_F(EventChannel, TellsWhyThereCanBeNoSocket)
 {
-    EXPECT_EQ(refusal_of(folder.file("missing/box")),
+    EXPECT_EQ(refusal_of_channel(folder.file("missing/box")),
               folder.file("missing/box.sock") +
                   ": its folder cannot be opened: No such file or directory");
     const std::string name = folder.file(std::string(120, 'n'));
-    EXPECT_EQ(refusal_of(name), name + ".sock: the name is too long for a socket");
+    EXPECT_EQ(refusal_of_channel(name), name + ".sock: the name is too long for a socket");
 }
 
 } // namespace

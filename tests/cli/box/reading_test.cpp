@@ -14,6 +14,7 @@
 #include "box/reading.hpp"
 #include "box/waiting_events.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 
@@ -25,8 +26,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
-
-constexpr int64_t new_year = 1704067200;
 
 // Writes each row down as a word.
 class row_list : public row_visitor

@@ -2,9 +2,9 @@
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <limits>
 
 #include "box/tier_period.hpp"
+#include "cli/usual_values.hpp"
 
 namespace
 {
@@ -13,9 +13,6 @@ using namespace cli;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-
-constexpr int64_t noon = 1'704'110'400;
-constexpr float missing = std::numeric_limits<float>::quiet_NaN();
 
 class TierPeriod : public ::testing::Test
 {

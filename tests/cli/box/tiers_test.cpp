@@ -11,6 +11,7 @@
 #include "box/reading.hpp"
 #include "box/tier_recorder.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 
@@ -22,9 +23,7 @@ using ::testing::HasSubstr;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 
-constexpr int64_t noon = 1'704'110'400;
-const sync_policy without_sync = {sync_policy::moment::never, 0};
-const std::vector<std::string> names = {"::a", "::still"};
+const std::vector<std::string> both_sensors = {"::a", "::still"};
 
 struct totals {
     uint64_t samples = 0;
@@ -108,13 +107,13 @@ protected:
             wanted.push_back({*find_tier(kind), {40, 4}});
         }
         auto tiers = std::make_unique<tier_recorders>(base, wanted, without_sync);
-        box->admit(names[0]);
-        box->admit(names[1]);
-        box->set_sensors(names);
+        box->admit(both_sensors[0]);
+        box->admit(both_sensors[1]);
+        box->set_sensors(both_sensors);
         for (int64_t second = from + 1; second <= to; ++second) {
             const std::vector<float> values = {value_at(second), 7};
             box->write(noon + second, values);
-            tiers->add(noon + second, names, values);
+            tiers->add(noon + second, both_sensors, values);
         }
         if (ends) {
             tiers->finish();
@@ -309,8 +308,8 @@ TEST_F(Tiers, AnotherBoxOfTheNameOfATierIsLeftAlone)
 {
     {
         box_writer other(base + ".1m", {4, 2}, without_sync);
-        other.admit(names[0]);
-        other.set_sensors(std::vector<std::string>{names[0]});
+        other.admit(both_sensors[0]);
+        other.set_sensors(std::vector<std::string>{both_sensors[0]});
         const float value = 1;
         other.write(noon, {&value, 1});
     }

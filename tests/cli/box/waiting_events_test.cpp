@@ -13,6 +13,7 @@
 #include "box/recovery.hpp"
 #include "box/waiting_events.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/file_size_limit.hpp"
 #include "common/temporary_directory.hpp"
 
@@ -25,8 +26,6 @@ using ::testing::HasSubstr;
 using ::testing::internal::CaptureStderr;
 using ::testing::internal::GetCapturedStderr;
 using texts = std::vector<std::string>;
-
-constexpr int64_t new_year = 1704067200;
 
 event say(const std::string &text)
 {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/usual_values.hpp"
 #include "draw/time_ticks.hpp"
 #include "draw/value_axis.hpp"
 
@@ -13,8 +14,6 @@ namespace
 
 using namespace cli;
 using ::testing::ElementsAre;
-
-constexpr int64_t new_year = 1704067200; // 2024-01-01T00:00:00Z, a Monday
 
 std::vector<std::string> labels(int64_t from, int64_t to, std::size_t width = 60,
                                 zone where = zone::utc)

@@ -1,4 +1,4 @@
-// What sensors and labels are called in exports.
+// What sensors and label_list are called in exports.
 #include <gtest/gtest.h>
 
 #include "export/export_names.hpp"
@@ -10,7 +10,7 @@ namespace
 using namespace cli;
 
 using names = std::vector<std::string>;
-using labels = std::vector<label>;
+using label_list = std::vector<label>;
 
 TEST(ExportNames, NamesThatCanBeShownStayAsTheyAre)
 {
@@ -40,21 +40,22 @@ TEST(ExportNames, AMetricIsNamedByLettersAndDigits)
 TEST(Labels, TheBoxAndTheHostAreLabels)
 {
     const machine_identity who = {"north-1", "", "", ""};
-    EXPECT_EQ(labels_of("/var/lib/box", who, {}), (labels{{"box", "box"}, {"host", "north-1"}}));
-    EXPECT_EQ(labels_of("box", {}, {}), (labels{{"box", "box"}}));
+    EXPECT_EQ(labels_of("/var/lib/box", who, {}),
+              (label_list{{"box", "box"}, {"host", "north-1"}}));
+    EXPECT_EQ(labels_of("box", {}, {}), (label_list{{"box", "box"}}));
 }
 
 TEST(Labels, ToldOnesReplaceThemAndEmptyOnesTakeThemAway)
 {
     const machine_identity who = {"north-1", "", "", ""};
     EXPECT_EQ(labels_of("box", who, names{"host=a=b", "box=", "site=x", "site=y"}),
-              (labels{{"host", "a=b"}, {"site", "y"}}));
+              (label_list{{"host", "a=b"}, {"site", "y"}}));
 }
 
 TEST(Labels, AHostNameCannotBringEscapes)
 {
     const machine_identity who = {"a\x1b[31m\n", "", "", ""};
-    EXPECT_EQ(labels_of("", who, {}), (labels{{"host", "a?[31m?"}}));
+    EXPECT_EQ(labels_of("", who, {}), (label_list{{"host", "a?[31m?"}}));
 }
 
 TEST(Labels, KeysThatAFormatCannotHoldAreRefused)

@@ -3,12 +3,12 @@
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
-#include <limits>
 #include <map>
 #include <numeric>
 
 #include "box/box_writer.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "export/series.hpp"
 
@@ -16,9 +16,6 @@ namespace
 {
 
 using namespace cli;
-
-constexpr int64_t new_year = 1704067200;
-constexpr float missing = std::numeric_limits<float>::quiet_NaN();
 
 class Series : public ::testing::Test
 {

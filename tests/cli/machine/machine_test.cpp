@@ -196,7 +196,7 @@ TEST(Disk, WholeDisksAreToldFromPartitionsAndForgottenWhenTheyAreGone)
     EXPECT_THAT(disks(), ElementsAre("::disk.cciss_c0d0", "::disk.sda"));
 }
 
-constexpr const char *net_dev =
+constexpr const char *interface_counters =
     "Inter-|   Receive                                                |  Transmit\n"
     " face |bytes    packets errs drop fifo frame compressed multicast|bytes    packets errs drop "
     "fifo colls carrier compressed\n"
@@ -210,7 +210,7 @@ constexpr const char *net_dev =
 TEST(Network, ReadsTheInterfacesThatCarriedSomething)
 {
     measurements out;
-    parse_network(net_dev, out);
+    parse_network(interface_counters, out);
     EXPECT_THAT(names_of(out),
                 ElementsAre("::net.eth0.receive_bytes_per_s", "::net.eth0.receive_packets_per_s",
                             "::net.eth0.receive_errors_per_s", "::net.eth0.receive_drops_per_s",
@@ -267,7 +267,7 @@ TEST(Pressure, LeavesOutLinesThatItCannotRead)
 TEST(ProcFiles, AreReadBelowTheGivenRoot)
 {
     const machine_tree machine;
-    machine.put("proc/net/dev", net_dev);
+    machine.put("proc/net/dev", interface_counters);
     machine.put("proc/pressure/memory", "full avg10=0.00 total=7\n");
     measurements out;
     measure_network(machine.files(), out);

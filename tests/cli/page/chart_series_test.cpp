@@ -2,16 +2,14 @@
 #include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 
+#include "cli/usual_values.hpp"
 #include "page/chart_series.hpp"
 
 namespace
 {
 
 using namespace cli;
-
-constexpr float missing = std::numeric_limits<float>::quiet_NaN();
 
 uint64_t numbers_of(uint64_t intervals, uint64_t samples, std::size_t sensors)
 {

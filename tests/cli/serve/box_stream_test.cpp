@@ -9,6 +9,7 @@
 #include "box/box_writer.hpp"
 #include "box/reading.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "page/html.hpp"
 #include "serve/box_stream.hpp"
@@ -19,8 +20,6 @@ namespace
 using namespace cli;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-constexpr int64_t new_year = 1704067200;
 
 class time_list : public row_visitor
 {

@@ -11,7 +11,7 @@ namespace
 {
 
 using namespace cli;
-using state = head_reading::state;
+using head_state = head_reading::state;
 
 head_reading read_lines(const std::string &lines)
 {
@@ -23,7 +23,7 @@ TEST(RequestHead, TellsWhatIsAskedFor)
     const head_reading found =
         read_lines("GET /events?after=a-1.2.3 HTTP/1.1\r\nhost:\t127.0.0.1:8080 \r\n"
                    "Accept: text/event-stream\r\nLAST-EVENT-ID: a-1.2.4\r\nSec-Fetch-Site: none");
-    ASSERT_EQ(found.is, state::complete);
+    ASSERT_EQ(found.is, head_state::complete);
     EXPECT_EQ(found.head.path, "/events");
     EXPECT_EQ(found.head.query, "after=a-1.2.3");
     EXPECT_EQ(found.head.host, "127.0.0.1:8080");
@@ -37,9 +37,9 @@ TEST(RequestHead, IsIncompleteUntilItsLastByteCame)
 {
     const std::string whole = "GET / HTTP/1.1\r\nHost: a\r\n\r\n";
     for (std::size_t i = 0; i < whole.size(); ++i) {
-        EXPECT_EQ(read_head(whole.substr(0, i)).is, state::incomplete) << i;
+        EXPECT_EQ(read_head(whole.substr(0, i)).is, head_state::incomplete) << i;
     }
-    EXPECT_EQ(read_head(whole).is, state::complete);
+    EXPECT_EQ(read_head(whole).is, head_state::complete);
     EXPECT_EQ(read_head(whole + "GET /more HTTP/1.1\r\n").head.path, "/");
 }
 
@@ -105,7 +105,7 @@ TEST(RequestHead, HostileOnesAreRefused)
     };
     for (const hostile_head &one : heads) {
         const head_reading found = read_lines(one.lines);
-        EXPECT_EQ(found.is, state::refused) << one.what;
+        EXPECT_EQ(found.is, head_state::refused) << one.what;
         EXPECT_EQ(found.status, one.status) << one.what;
     }
 }
@@ -127,8 +127,8 @@ TEST(RequestHead, BytesByChanceNeverMakeOneThatIsTaken)
             bytes[chance() % bytes.size()] = static_cast<char>(chance());
         }
         const head_reading found = read_head(bytes);
-        refused += found.is == state::refused ? 1 : 0;
-        if (found.is == state::complete) {
+        refused += found.is == head_state::refused ? 1 : 0;
+        if (found.is == head_state::complete) {
             EXPECT_EQ(found.head.path.find_first_of(" \r\n\t"), std::string::npos);
             EXPECT_EQ(found.head.host.find_first_of("\r\n"), std::string::npos);
             EXPECT_EQ(found.head.path.front(), '/');

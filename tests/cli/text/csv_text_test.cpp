@@ -13,18 +13,18 @@ namespace
 using namespace cli;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using kind = sample_parser::line_kind;
+using line_kind = sample_parser::line_kind;
 
 using CsvText = parser_test<csv_parser>;
 
 TEST_F(CsvText, TheFirstLineNamesTheSensors)
 {
-    EXPECT_EQ(parser.parse("\xef\xbb\xbftime,a,\"b,\"\"c\""), kind::header);
+    EXPECT_EQ(parser.parse("\xef\xbb\xbftime,a,\"b,\"\"c\""), line_kind::header);
     EXPECT_THAT(parser.sensors(), ElementsAre("a", "b,\"c"));
-    EXPECT_EQ(parser.parse("2024-01-01T00:00:00Z,1.5,\"-2\""), kind::values);
+    EXPECT_EQ(parser.parse("2024-01-01T00:00:00Z,1.5,\"-2\""), line_kind::values);
     EXPECT_EQ(parser.time(), 1704067200);
     EXPECT_THAT(parser.values(), ElementsAre(1.5F, -2.0F));
-    EXPECT_EQ(parser.parse(""), kind::blank);
+    EXPECT_EQ(parser.parse(""), line_kind::blank);
 }
 
 TEST_F(CsvText, AnEmptyFieldIsMissing)
@@ -58,7 +58,7 @@ TEST_F(CsvText, WrongLinesAreRefusedWithTheirColumn)
     EXPECT_THAT(refusal_of("20240101:00:00:00,\"1,2"), HasSubstr("column 2: the quotation mark"));
     EXPECT_THAT(refusal_of("20240101:00:00:00,\"1\"2,3"), HasSubstr("column 2: something follows"));
     EXPECT_THAT(refusal_of(std::string("20240101:00:00:00,\0,3", 21)), HasSubstr("zero byte"));
-    EXPECT_EQ(parser.parse("20240101:00:00:00,1,2"), kind::values);
+    EXPECT_EQ(parser.parse("20240101:00:00:00,1,2"), line_kind::values);
 }
 
 TEST_F(CsvText, HeadersThatNameNoSensorsAreRefused)

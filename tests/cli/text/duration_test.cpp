@@ -11,7 +11,7 @@ namespace
 using namespace cli;
 using ::testing::HasSubstr;
 
-std::string refusal_of(const char *text)
+std::string refusal_of_duration(const char *text)
 {
     try {
         parse_duration(text, "--interval");
@@ -54,40 +54,41 @@ TEST(Duration, IsPrintedAsItIsRead)
 TEST(Duration, RefusesUnitsInTheWrongOrder)
 {
     for (const char *text : {"30m1h", "1h1h", "1h30", "1h-30m", "1h30m ", "1h+30m", "h1"}) {
-        EXPECT_THAT(refusal_of(text), HasSubstr("not a duration such as 30s")) << text;
+        EXPECT_THAT(refusal_of_duration(text), HasSubstr("not a duration such as 30s")) << text;
     }
 }
 
 TEST(Duration, RefusesFractionsOfASecond)
 {
     for (const char *text : {"500ms", "1.5s", "0.1", "10us", "1.0s", "1m1.5s"}) {
-        EXPECT_THAT(refusal_of(text), HasSubstr("timestamps are whole seconds")) << text;
+        EXPECT_THAT(refusal_of_duration(text), HasSubstr("timestamps are whole seconds")) << text;
     }
 }
 
 TEST(Duration, RefusesLessThanASecond)
 {
-    EXPECT_THAT(refusal_of("0"), HasSubstr("at least 1s"));
-    EXPECT_THAT(refusal_of("-5s"), HasSubstr("at least 1s"));
-    EXPECT_THAT(refusal_of("0h0m"), HasSubstr("at least 1s"));
+    EXPECT_THAT(refusal_of_duration("0"), HasSubstr("at least 1s"));
+    EXPECT_THAT(refusal_of_duration("-5s"), HasSubstr("at least 1s"));
+    EXPECT_THAT(refusal_of_duration("0h0m"), HasSubstr("at least 1s"));
 }
 
 TEST(Duration, RefusesWhatIsNoDuration)
 {
     for (const char *text : {"", "s", "ten", "1y", "5 s", "99999999999999999999s"}) {
-        EXPECT_THAT(refusal_of(text), HasSubstr("not a duration such as 30s")) << text;
+        EXPECT_THAT(refusal_of_duration(text), HasSubstr("not a duration such as 30s")) << text;
     }
 }
 
 TEST(Duration, RefusesCenturies)
 {
-    EXPECT_THAT(refusal_of("9223372036854775807d"), HasSubstr("longer than a century"));
-    EXPECT_THAT(refusal_of("5228w9223372036854775807s"), HasSubstr("longer than a century"));
+    EXPECT_THAT(refusal_of_duration("9223372036854775807d"), HasSubstr("longer than a century"));
+    EXPECT_THAT(refusal_of_duration("5228w9223372036854775807s"),
+                HasSubstr("longer than a century"));
 }
 
 TEST(Duration, NamesTheOptionInItsRefusal)
 {
-    EXPECT_EQ(refusal_of("500ms"),
+    EXPECT_EQ(refusal_of_duration("500ms"),
               "--interval 500ms: timestamps are whole seconds, so this must be "
               "too");
 }

@@ -18,8 +18,8 @@ using ::testing::Not;
 const std::vector<std::string> machine = {"::cpu.total.busy_percent", "::cpu.0.busy_percent",
                                           "::mem.free_bytes", "plain", "::odd[name]"};
 
-std::string refusal_of(const std::vector<std::string> &patterns,
-                       const std::vector<std::string> &sensors = machine)
+std::string refusal_of_choice(const std::vector<std::string> &patterns,
+                              const std::vector<std::string> &sensors = machine)
 {
     try {
         choose_sensors(sensors, patterns);
@@ -90,17 +90,17 @@ TEST(SensorChoice, TakesAwayWhatFollowsAnExclamationMark)
     EXPECT_THAT(choose_sensors(machine, {"!cpu.*"}), ElementsAre(2, 3, 4));
     EXPECT_THAT(choose_sensors(machine, {"cpu.*", "!*total*"}), ElementsAre(1));
     EXPECT_THAT(choose_sensors(machine, {"!cpu.*", "cpu.0*"}), ElementsAre(1, 2, 3, 4));
-    EXPECT_THAT(refusal_of({"cpu.*", "!*"}), HasSubstr("no sensor is left"));
+    EXPECT_THAT(refusal_of_choice({"cpu.*", "!*"}), HasSubstr("no sensor is left"));
 }
 
 TEST(SensorChoice, NamesTheNearestSensorWhereAPatternFitsNone)
 {
-    EXPECT_THAT(refusal_of({"mem.fre_bytes"}), HasSubstr("did you mean 'mem.free_bytes'?"));
-    EXPECT_THAT(refusal_of({"::mem.free_byte*"}), HasSubstr("accepted"));
-    EXPECT_THAT(refusal_of({"!plian"}), HasSubstr("did you mean 'plain'?"));
-    EXPECT_THAT(refusal_of({"busy"}), HasSubstr("did you mean '*busy*'?"));
-    EXPECT_THAT(refusal_of({"zzzz*"}), Not(HasSubstr("did you mean")));
-    EXPECT_THAT(refusal_of({""}), HasSubstr("none of the 5 sensors"));
+    EXPECT_THAT(refusal_of_choice({"mem.fre_bytes"}), HasSubstr("did you mean 'mem.free_bytes'?"));
+    EXPECT_THAT(refusal_of_choice({"::mem.free_byte*"}), HasSubstr("accepted"));
+    EXPECT_THAT(refusal_of_choice({"!plian"}), HasSubstr("did you mean 'plain'?"));
+    EXPECT_THAT(refusal_of_choice({"busy"}), HasSubstr("did you mean '*busy*'?"));
+    EXPECT_THAT(refusal_of_choice({"zzzz*"}), Not(HasSubstr("did you mean")));
+    EXPECT_THAT(refusal_of_choice({""}), HasSubstr("none of the 5 sensors"));
 }
 
 TEST(SensorChoice, AnEmptyBoxHasNothingToChooseFrom)
@@ -111,7 +111,7 @@ TEST(SensorChoice, AnEmptyBoxHasNothingToChooseFrom)
 TEST(SensorChoice, ManyLongNamesCostLittle)
 {
     const std::vector<std::string> many(10000, std::string(10000, 'x'));
-    EXPECT_THAT(refusal_of({std::string(10000, 'y')}, many), HasSubstr("none of the 10000"));
+    EXPECT_THAT(refusal_of_choice({std::string(10000, 'y')}, many), HasSubstr("none of the 10000"));
 }
 
 } // namespace

@@ -14,7 +14,7 @@ namespace
 using namespace cli;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using kind = telemetry_parser::line_kind;
+using line_kind = telemetry_parser::line_kind;
 
 using TelemetryText = parser_test<telemetry_parser>;
 
@@ -25,9 +25,9 @@ std::string at_new_year(const std::string &rest)
 
 TEST_F(TelemetryText, ReadsAHeaderAndItsValues)
 {
-    EXPECT_EQ(parser.parse(at_new_year("::a,::b")), kind::header);
+    EXPECT_EQ(parser.parse(at_new_year("::a,::b")), line_kind::header);
     EXPECT_THAT(parser.sensors(), ElementsAre("::a", "::b"));
-    EXPECT_EQ(parser.parse("20240101:00:00:01,1.5,-2"), kind::values);
+    EXPECT_EQ(parser.parse("20240101:00:00:01,1.5,-2"), line_kind::values);
     EXPECT_EQ(parser.time(), 1704067201);
     EXPECT_EQ(parser.values()[0], 1.5F);
     EXPECT_EQ(parser.values()[1], -2.0F);
@@ -37,13 +37,13 @@ TEST_F(TelemetryText, FollowsANewHeader)
 {
     parser.parse(at_new_year("::a,::b"));
     parser.parse(at_new_year("::c"));
-    EXPECT_EQ(parser.parse(at_new_year("3")), kind::values);
+    EXPECT_EQ(parser.parse(at_new_year("3")), line_kind::values);
     EXPECT_THAT(parser.sensors(), ElementsAre("::c"));
 }
 
 TEST_F(TelemetryText, SkipsBlankLines)
 {
-    EXPECT_EQ(parser.parse(""), kind::blank);
+    EXPECT_EQ(parser.parse(""), line_kind::blank);
 }
 
 TEST_F(TelemetryText, RecognisesHeadersByTheWordsOfTheFormat)

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/usual_values.hpp"
 #include "process/failure.hpp"
 #include "text/time_text.hpp"
 #include "text/value_text.hpp"
@@ -13,8 +14,6 @@ namespace
 
 using namespace cli;
 using ::testing::HasSubstr;
-
-constexpr int64_t new_year = 1704067200; // 2024-01-01T00:00:00Z
 
 class MomentText : public ::testing::Test
 {

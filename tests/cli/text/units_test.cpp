@@ -11,7 +11,7 @@ namespace
 
 using namespace cli;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double double_infinity = std::numeric_limits<double>::infinity();
 
 TEST(Units, AreTakenFromTheNameOfTheSensor)
 {
@@ -52,8 +52,8 @@ TEST(Units, WholeNumbersStayWholeAndOthersHaveFourDigits)
 TEST(Units, WhatIsNoNumberHasNoUnit)
 {
     EXPECT_EQ(with_unit(std::numeric_limits<double>::quiet_NaN(), "x_bytes"), "-");
-    EXPECT_EQ(with_unit(infinity, "x_bytes"), "inf B");
-    EXPECT_EQ(with_unit(-infinity, "x"), "-inf");
+    EXPECT_EQ(with_unit(double_infinity, "x_bytes"), "inf B");
+    EXPECT_EQ(with_unit(-double_infinity, "x"), "-inf");
 }
 
 TEST(Units, OfAnAxisFitItsLargestNumber)
@@ -64,7 +64,7 @@ TEST(Units, OfAnAxisFitItsLargestNumber)
     EXPECT_EQ(axis_unit_of(2.5e6, "x_bytes_per_s").symbol, "MB/s");
     EXPECT_FALSE(axis_unit_of(2.5e6, "x_bytes_per_s").is_binary);
     EXPECT_EQ(axis_unit_of(1e300, "x_bytes").symbol, "EiB");
-    EXPECT_EQ(axis_unit_of(infinity, "x_bytes").divisor, 1);
+    EXPECT_EQ(axis_unit_of(double_infinity, "x_bytes").divisor, 1);
     EXPECT_EQ(axis_unit_of(1e6, "busy_percent").symbol, "%");
     EXPECT_EQ(axis_unit_of(1e6, "load").symbol, "");
 }
@@ -97,9 +97,9 @@ TEST(MachineText, NumbersReadBackAndJsonHasNoNaN)
     EXPECT_EQ(number_field(0.1F), "0.1");
     EXPECT_EQ(number_field(16777216.0F), "16777216");
     EXPECT_EQ(number_field(std::numeric_limits<float>::quiet_NaN()), "");
-    EXPECT_EQ(number_field(-infinity), "-inf");
+    EXPECT_EQ(number_field(-double_infinity), "-inf");
     EXPECT_EQ(json_number(std::numeric_limits<float>::quiet_NaN()), "null");
-    EXPECT_EQ(json_number(infinity), "null");
+    EXPECT_EQ(json_number(double_infinity), "null");
     EXPECT_EQ(json_number(1.0 / 3), "0.3333333333333333");
     EXPECT_EQ(std::stof(number_field(3.4028235e38F)), 3.4028235e38F);
     EXPECT_EQ(std::stof(number_field(1.17549435e-38F)), 1.17549435e-38F);

@@ -13,6 +13,7 @@
 
 #include "box/box_writer.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 #include "verbs/command_line.hpp"
@@ -27,8 +28,6 @@ using ::testing::internal::CaptureStderr;
 using ::testing::internal::CaptureStdout;
 using ::testing::internal::GetCapturedStderr;
 using ::testing::internal::GetCapturedStdout;
-
-constexpr int64_t new_year = 1704067200;
 
 struct call_result {
     exit_code code = exit_done;

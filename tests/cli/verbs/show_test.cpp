@@ -9,6 +9,7 @@
 #include "box/box_writer.hpp"
 #include "box/waiting_events.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "text/own_events.hpp"
 #include "verbs/command_line.hpp"
@@ -64,7 +65,6 @@ protected:
     temporary_directory folder{quick_folder()};
 };
 
-const std::string boot = "boot_id=aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa";
 const std::string begin = "start host=web-7 kernel=6.1.0 version=1.0.0 interval=1 " + boot;
 
 TEST_F(Show, TellsOfAMachineThatDied)

@@ -19,6 +19,7 @@
 #include "box/box.hpp"
 #include "box/box_writer.hpp"
 #include "cli/quick_folder.hpp"
+#include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
 #include "text/telemetry_text.hpp"
@@ -35,8 +36,6 @@ using ::testing::internal::CaptureStderr;
 using ::testing::internal::CaptureStdout;
 using ::testing::internal::GetCapturedStderr;
 using ::testing::internal::GetCapturedStdout;
-
-constexpr int64_t new_year = 1704067200;
 
 exit_code vesk(const std::vector<std::string> &words)
 {
