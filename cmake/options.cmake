@@ -14,8 +14,8 @@ endforeach()
 add_library(vesk_options INTERFACE)
 target_compile_options(vesk_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow
-  # Sources in one piece hide names of each other; whether one hides its own shows in the other builds.
-  "$<$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>:-Wno-shadow;$<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>>"
+  # Of sources in one piece, none is the main one.
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wno-subobject-linkage>
   $<$<BOOL:${VESK_WERROR}>:-Werror>
   # No compiler may fuse a multiplication and an addition on its own: results are the same bits everywhere.
   -ffp-contract=off)

@@ -215,7 +215,7 @@ void unchanged(const fault &, const outcome &)
     EXPECT_EQ(read_file("kept"), read_file("b"));
 }
 
-const expectations opening = {
+const expectations opening_a_buffer = {
     {call_kind::allocation, {"-22", "-41"}},
     {call_kind::zlib, {"-41"}},
     {call_kind::open, {"-40"}},
@@ -228,7 +228,7 @@ fault_case opening_case(const std::string &function, const std::string &situatio
 {
     return {.function = function,
             .situation = situation,
-            .expected = opening,
+            .expected = opening_a_buffer,
             .run = open,
             .prepare =
                 [=] {

@@ -12,11 +12,11 @@
 namespace
 {
 
-using names = std::set<std::string>;
+using name_set = std::set<std::string>;
 
 // Neither ask for memory nor read, write, open, flush or close anything: they cannot fail for want
 // of it.
-const names without_failures = {
+const name_set without_failures = {
     // ---- support ----
     "_qe_free",
     "_qe_invalid_sensor_value", // a variable
@@ -206,24 +206,24 @@ const names without_failures = {
     "vesk_zcf_state_hcc_get_hbuf_filename",
 };
 
-names exported()
+name_set exported()
 {
     std::ifstream list(VESK_EXPORTED_LIST);
     return {std::istream_iterator<std::string>(list), std::istream_iterator<std::string>()};
 }
 
-names tried()
+name_set tried()
 {
-    names functions;
+    name_set functions;
     for (const fault_case &one : all_cases()) {
         functions.insert(one.function);
     }
     return functions;
 }
 
-names without(const names &all, const names &some)
+name_set without(const name_set &all, const name_set &some)
 {
-    names rest;
+    name_set rest;
     std::set_difference(all.begin(), all.end(), some.begin(), some.end(),
                         std::inserter(rest, rest.end()));
     return rest;
@@ -234,12 +234,12 @@ names without(const names &all, const names &some)
 TEST(FaultCoverage, EveryExportedFunctionThatCanFailIsTried)
 {
     ASSERT_LT(400U, exported().size()) << VESK_EXPORTED_LIST;
-    EXPECT_EQ(names(), without(without(exported(), without_failures), tried()));
+    EXPECT_EQ(name_set(), without(without(exported(), without_failures), tried()));
 }
 
 TEST(FaultCoverage, TheListsNameExportedFunctionsAndNoneTwice)
 {
-    EXPECT_EQ(names(), without(tried(), exported()));
-    EXPECT_EQ(names(), without(without_failures, exported()));
+    EXPECT_EQ(name_set(), without(tried(), exported()));
+    EXPECT_EQ(name_set(), without(without_failures, exported()));
     EXPECT_EQ(tried(), without(tried(), without_failures));
 }

@@ -14,7 +14,7 @@
 namespace
 {
 
-using names = std::vector<std::string>;
+using name_list = std::vector<std::string>;
 
 // A list that lives for one test.
 class HistValueList : public testing::Test
@@ -32,10 +32,10 @@ protected:
         return hv;
     }
 
-    names order() const
+    name_list order() const
     {
         sensor_array *array = hist_value_list_get_sensor_copies(list_);
-        names found;
+        name_list found;
         for (uint32_t i = 0; i < sensor_array_get_size(array); ++i) {
             found.emplace_back(sensor_array_get(array, static_cast<int>(i))->name);
         }
@@ -103,7 +103,7 @@ TEST_F(HistValueList, OrdersByBucketAndThenLatestFirst)
     for (const char *name : {"b", "ab", "a", "ba", "xxxxa", "A"}) {
         add(name);
     }
-    EXPECT_EQ((names{"A", "xxxxa", "a", "b", "ba", "ab"}), order());
+    EXPECT_EQ((name_list{"A", "xxxxa", "a", "b", "ba", "ab"}), order());
 }
 
 TEST_F(HistValueList, HandsOutValuesInTheOrderOfTheSensors)
@@ -112,7 +112,7 @@ TEST_F(HistValueList, HandsOutValuesInTheOrderOfTheSensors)
     for (const char *name : {"b", "ab", "a", "ba"}) {
         hist_value_update(add(name), v++);
     }
-    EXPECT_EQ((names{"a", "b", "ba", "ab"}), order());
+    EXPECT_EQ((name_list{"a", "b", "ba", "ab"}), order());
     hist_value *copies = hist_value_list_get_hist_value_copies(list_);
     EXPECT_EQ(3, copies[0].sum);
     EXPECT_EQ(1, copies[1].sum);
@@ -134,10 +134,10 @@ TEST_F(HistValueList, RevivesEntriesInTheirOldPlaces)
     EXPECT_EQ(1, ab->version);
     EXPECT_EQ(0U, ab->count);
     EXPECT_EQ(0.0F, ab->sum);
-    EXPECT_EQ(names{"ab"}, order());
+    EXPECT_EQ(name_list{"ab"}, order());
     EXPECT_EQ(ba, add("ba"));
     // Seen later this time, but the place is that of the first time.
-    EXPECT_EQ((names{"ba", "ab"}), order());
+    EXPECT_EQ((name_list{"ba", "ab"}), order());
 }
 
 TEST_F(HistValueList, HandsOutTheCurrentGenerationOnly)
@@ -148,7 +148,7 @@ TEST_F(HistValueList, HandsOutTheCurrentGenerationOnly)
     hist_value_list_clear(list_);
     add("b");
     EXPECT_EQ(1U, hist_value_list_get_size(list_));
-    EXPECT_EQ(names{"b"}, order());
+    EXPECT_EQ(name_list{"b"}, order());
     EXPECT_EQ(1, are_sensors({"b"}));
     EXPECT_EQ(0, are_sensors({"a"}));
 }
@@ -191,7 +191,7 @@ TEST_F(HistValueList, HoldsManySensors)
         hist_value_update(add(std::to_string(i).c_str()), static_cast<float>(i));
     }
     EXPECT_EQ(2000U, hist_value_list_get_size(list_));
-    const names sensors = order();
+    const name_list sensors = order();
     hist_value *copies = hist_value_list_get_hist_value_copies(list_);
     for (std::size_t j = 0; j < sensors.size(); ++j) {
         EXPECT_EQ(std::stof(sensors[j]), copies[j].sum);
@@ -201,7 +201,7 @@ TEST_F(HistValueList, HoldsManySensors)
 
 TEST_F(HistValueList, FindsSensorsInAnyOrder)
 {
-    const names sensors = {"a", "b", "c", "ab", "ba", "ca", "ac"};
+    const name_list sensors = {"a", "b", "c", "ab", "ba", "ca", "ac"};
     std::map<std::string, hist_value *> values;
     for (const std::string &name : sensors) {
         values[name] = add(name.c_str());
@@ -277,7 +277,7 @@ TEST_F(HistValueList, CanBeUsedAgainAfterDestruct)
     hist_value_list_destruct(list_);
     EXPECT_EQ(0U, hist_value_list_get_size(list_));
     add("psu");
-    EXPECT_EQ(names{"psu"}, order());
+    EXPECT_EQ(name_list{"psu"}, order());
 }
 
 TEST_F(HistValueList, RefusesACountThatIsTooSmall)

@@ -20,7 +20,7 @@
 namespace fs = std::filesystem;
 
 using owned_recorder = owned<vesk, vesk_close>;
-using names = std::set<std::string>;
+using name_set = std::set<std::string>;
 
 // The smallest recorder that has every stage: 4 vectors a buffer, 2 intervals of 2 vectors each.
 // The number of the first vector of each stage:
@@ -71,7 +71,7 @@ protected:
         return vesk_write_tagged_event(recorder, event.get());
     }
 
-    names files() const { return folder_.names(); }
+    name_set files() const { return folder_.names(); }
     static std::string state() { return read_file("r.state"); }
     // What a buffer contains, however it was cut into streams.
     static std::string content(const std::string &name)

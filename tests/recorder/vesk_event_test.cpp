@@ -41,7 +41,7 @@ TEST_F(Recorder, AnEventKeepsItsBufferFromBeingSummarised)
     EXPECT_EQ(-6, write(recorder.get(), 13));
     EXPECT_EQ(3U, recorder->state);
     EXPECT_EQ(
-        (names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z", "r.5.hbuf.z"}),
+        (name_set{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z", "r.5.hbuf.z"}),
         files())
         << "each attempt leaves a history behind, and no buffer is lost";
     EXPECT_EQ(before, state());
@@ -57,7 +57,8 @@ TEST_F(Recorder, ARestartDoesNotHelpASummaryThatFails)
     recorder.reset();
     recorder.reset(vesk_open("r"));
     EXPECT_EQ(-6, write(recorder.get(), 13));
-    EXPECT_EQ((names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z"}), files())
+    EXPECT_EQ((name_set{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z"}),
+              files())
         << "numbers count from the state file again";
 }
 
@@ -69,8 +70,8 @@ TEST_F(Recorder, AnEventInTheSecondStretchStopsTheLaterRotation)
     for (int attempt = 0; attempt < 3; ++attempt) {
         EXPECT_EQ(-6, write(recorder.get(), 21));
     }
-    EXPECT_EQ((names{"r.state", "r.6.hbuf.z", "r.5.cbuf.z", "r.7.cbuf.z", "r.8.hbuf.z",
-                     "r.9.hbuf.z", "r.10.hbuf.z"}),
+    EXPECT_EQ((name_set{"r.state", "r.6.hbuf.z", "r.5.cbuf.z", "r.7.cbuf.z", "r.8.hbuf.z",
+                        "r.9.hbuf.z", "r.10.hbuf.z"}),
               files());
     EXPECT_EQ(4U, recorder->state);
 }

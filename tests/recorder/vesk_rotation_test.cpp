@@ -41,7 +41,7 @@ TEST_F(Recorder, AFailureOnTheWayToTheSecondStageLeavesTheStateAhead)
     unblock("r.2.cbuf.z");
     recorder.reset(vesk_open("r"));
     write_all(recorder.get(), 5, 24);
-    EXPECT_EQ((names{"r.state", "r.8.hbuf.z", "r.7.cbuf.z", "r.9.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.8.hbuf.z", "r.7.cbuf.z", "r.9.cbuf.z"}), files());
 }
 
 TEST_F(Recorder, AFailureOnTheWayToTheThirdStageLeavesTheStateAhead)
@@ -57,7 +57,7 @@ TEST_F(Recorder, AFailureOnTheWayToTheThirdStageLeavesTheStateAhead)
     recorder.reset(vesk_open("r"));
     EXPECT_EQ(2U, recorder->state);
     write_all(recorder.get(), 9, 24);
-    EXPECT_EQ((names{"r.state", "r.8.hbuf.z", "r.7.cbuf.z", "r.9.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.8.hbuf.z", "r.7.cbuf.z", "r.9.cbuf.z"}), files());
 }
 
 TEST_F(Recorder, AHistoryThatCannotBeMadeCostsOnlyItsNumber)
@@ -68,7 +68,7 @@ TEST_F(Recorder, AHistoryThatCannotBeMadeCostsOnlyItsNumber)
     EXPECT_EQ(3U, recorder->state);
     ASSERT_EQ(0, write(recorder.get(), 13));
     unblock("r.4.hbuf.z");
-    EXPECT_EQ((names{"r.state", "r.5.hbuf.z", "r.3.cbuf.z", "r.6.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.5.hbuf.z", "r.3.cbuf.z", "r.6.cbuf.z"}), files());
     EXPECT_EQ(stored_state(4, 7, {"r.5.hbuf.z", "r.3.cbuf.z", "r.6.cbuf.z"}), state());
 }
 
@@ -82,8 +82,8 @@ TEST_F(Recorder, AFailureOnTheWayToTheLastStageTakesTheOldBufferForTheHistory)
     EXPECT_EQ(0, write_event(recorder.get())) << "the open buffer is still there";
     EXPECT_EQ(-3, write(recorder.get(), 13));
     EXPECT_EQ(-3, write(recorder.get(), 13));
-    EXPECT_EQ((names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z",
-                     "r.5.cbuf.z", "r.6.hbuf.z", "r.7.hbuf.z"}),
+    EXPECT_EQ((name_set{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z",
+                        "r.5.cbuf.z", "r.6.hbuf.z", "r.7.hbuf.z"}),
               files());
     EXPECT_EQ(before, state());
     recorder.reset();
@@ -100,7 +100,8 @@ TEST_F(Recorder, ReopeningHealsAFailureOnTheWayToTheLastStage)
     recorder.reset(vesk_open("r"));
     EXPECT_EQ(3U, recorder->state);
     write_all(recorder.get(), 13, 13);
-    EXPECT_EQ((names{"r.state", "r.4.hbuf.z", "r.3.cbuf.z", "r.5.cbuf.z", "r.6.hbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.4.hbuf.z", "r.3.cbuf.z", "r.5.cbuf.z", "r.6.hbuf.z"}),
+              files());
 }
 
 TEST_F(Recorder, AFailureInTheLastStageIsRetried)
@@ -111,7 +112,8 @@ TEST_F(Recorder, AFailureInTheLastStageIsRetried)
     EXPECT_EQ(4U, recorder->state);
     ASSERT_EQ(0, write(recorder.get(), 17));
     unblock("r.7.cbuf.z");
-    EXPECT_EQ((names{"r.state", "r.6.hbuf.z", "r.8.hbuf.z", "r.5.cbuf.z", "r.9.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.6.hbuf.z", "r.8.hbuf.z", "r.5.cbuf.z", "r.9.cbuf.z"}),
+              files());
     EXPECT_EQ(content("r.6.hbuf.z"), content("r.8.hbuf.z"));
 }
 
@@ -126,7 +128,7 @@ TEST_F(Recorder, ABufferThatIsGoneStopsTheRotation)
     fs::rename("away", "r.2.cbuf.z");
     ASSERT_EQ(0, write(recorder.get(), 13));
     EXPECT_EQ(
-        (names{"r.state", "r.4.hbuf.z", "r.5.hbuf.z", "r.6.hbuf.z", "r.3.cbuf.z", "r.7.cbuf.z"}),
+        (name_set{"r.state", "r.4.hbuf.z", "r.5.hbuf.z", "r.6.hbuf.z", "r.3.cbuf.z", "r.7.cbuf.z"}),
         files());
 }
 
@@ -137,7 +139,8 @@ TEST_F(Recorder, AHistoryThatIsGoneStopsTheRotation)
     EXPECT_EQ(-40, write(recorder.get(), 17));
     fs::rename("away", "r.4.hbuf.z");
     ASSERT_EQ(0, write(recorder.get(), 17));
-    EXPECT_EQ((names{"r.state", "r.6.hbuf.z", "r.7.hbuf.z", "r.5.cbuf.z", "r.8.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.6.hbuf.z", "r.7.hbuf.z", "r.5.cbuf.z", "r.8.cbuf.z"}),
+              files());
 }
 
 TEST_F(Recorder, AHistoryThatIsNotFullStopsTheRotation)
@@ -184,7 +187,7 @@ TEST_F(Recorder, AbortsWhenTheFirstHistoryCannotBeSaved)
     block("r.state");
     EXPECT_ABORTS(write(recorder.get(), 13), "*hbuf != ((void *)0)");
     EXPECT_EQ(
-        (names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z", "r.5.cbuf.z"}),
+        (name_set{"r.state", "r.1.cbuf.z", "r.2.cbuf.z", "r.3.cbuf.z", "r.4.hbuf.z", "r.5.cbuf.z"}),
         files())
         << "nothing is deleted";
 }
@@ -196,7 +199,7 @@ TEST_F(Recorder, ALaterHistoryThatCannotBeSavedDeletesNothing)
     block("r.state");
     EXPECT_EQ(-40, write(recorder.get(), 17));
     EXPECT_EQ(
-        (names{"r.state", "r.3.cbuf.z", "r.4.hbuf.z", "r.5.cbuf.z", "r.6.hbuf.z", "r.7.cbuf.z"}),
+        (name_set{"r.state", "r.3.cbuf.z", "r.4.hbuf.z", "r.5.cbuf.z", "r.6.hbuf.z", "r.7.cbuf.z"}),
         files());
     EXPECT_STREQ("r.6.hbuf.z", vesk_zcf_state_hcc_get_hbuf_filename(recorder->hcc));
     EXPECT_EQ(0, write(recorder.get(), 17));
@@ -221,7 +224,7 @@ TEST_F(Recorder, ADiskThatFillsInsideTheStageIsNotNoticed)
         EXPECT_EQ(0, write(recorder.get(), 13));
     }
     EXPECT_EQ(stage + 3, read_file("r.state").size()) << "cut inside the first name of the stage";
-    EXPECT_EQ((names{"r.state", "r.4.hbuf.z", "r.3.cbuf.z", "r.5.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.4.hbuf.z", "r.3.cbuf.z", "r.5.cbuf.z"}), files());
 }
 
 TEST_F(Recorder, ADiskThatFillsBeforeTheStageIsNoticed)
@@ -286,7 +289,7 @@ TEST_F(Recorder, RunningOutOfMemoryDeletesNothingAndARestartGoesOn)
         }
         for (int n = 1;; ++n) {
             create_with(last).reset();
-            const names files_before = files();
+            const name_set files_before = files();
             const std::string state_before = state();
             // 0 success, 1 a negative result, 2 no allocation was left to fail.
             const isolated_run run([=] {

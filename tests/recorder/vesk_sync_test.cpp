@@ -12,7 +12,7 @@ TEST_F(Recorder, SyncsItsBuffersItsStateAndItsFolder)
     for (const auto &[vectors, syncs] : stages) {
         const owned_recorder recorder = create_with(vectors);
         const auto open_files = count_open_files();
-        const names before = files();
+        const name_set before = files();
         const failing_call counting(call_kind::sync, 0);
         EXPECT_EQ(0, vesk_sync(recorder.get())) << vectors;
         EXPECT_EQ(syncs, failing_call::count(call_kind::sync)) << vectors;

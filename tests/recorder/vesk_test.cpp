@@ -12,7 +12,7 @@ TEST_F(Recorder, CreatesItsStateFileAndItsFirstBuffer)
 {
     const owned_recorder recorder = create();
     ASSERT_TRUE(recorder);
-    EXPECT_EQ((names{"r.state", "r.1.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.1.cbuf.z"}), files());
     EXPECT_EQ(1, recorder->version);
     EXPECT_STREQ("r", recorder->filename);
     EXPECT_STREQ("r.state", recorder->state_filename);
@@ -54,7 +54,7 @@ TEST_F(Recorder, CreatingOverAnOldRecorderReplacesItButForItsOtherBuffers)
 {
     create_with(first_in_cc0);
     const owned_recorder recorder = create();
-    EXPECT_EQ((names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
     EXPECT_EQ("", read_file("r.1.cbuf.z"));
     EXPECT_EQ(stored_state(1, 2, {"r.1.cbuf.z"}), state());
 }
@@ -66,7 +66,7 @@ TEST_F(Recorder, CreatingInAMissingFolderGives40)
     EXPECT_EQ(-40, qe_get_last_error());
     EXPECT_EQ(nullptr, vesk_create(std::string(20000, 'r').c_str(), 4, 2));
     EXPECT_EQ(-40, qe_get_last_error());
-    EXPECT_EQ(names{}, files());
+    EXPECT_EQ(name_set{}, files());
 }
 
 TEST_F(Recorder, AStateFileThatCannotBeMadeLeavesTheFirstBuffer)
@@ -112,7 +112,7 @@ TEST_F(Recorder, NamesOfBuffersAreCutAt1023Bytes)
     base += "r";
     const owned_recorder recorder(vesk_create(base.c_str(), 4, 2));
     ASSERT_TRUE(recorder);
-    EXPECT_EQ((names{"r.state", "r.1.cbuf."}), files());
+    EXPECT_EQ((name_set{"r.state", "r.1.cbuf."}), files());
 }
 
 // ---- Rotation ---------------------------------------------------------------------------------
@@ -122,7 +122,7 @@ TEST_F(Recorder, FilesFollowTheNumberOfVectors)
     const owned_recorder recorder = create();
     for (int i = 1; i <= 24; ++i) {
         ASSERT_EQ(0, write(recorder.get(), i));
-        names expected = {"r.state"};
+        name_set expected = {"r.state"};
         if (i < first_in_hcc) {
             expected.insert("r.1.cbuf.z");
             if (i >= first_in_cc0) {
@@ -221,7 +221,8 @@ TEST_F(Recorder, ContinuesAfterEveryVectorAsIfItHadNotStopped)
         ASSERT_TRUE(recorder) << stop;
         write_all(recorder.get(), stop + 1, last);
         recorder.reset();
-        EXPECT_EQ((names{"r.state", "r.10.hbuf.z", "r.9.cbuf.z", "r.11.cbuf.z"}), files()) << stop;
+        EXPECT_EQ((name_set{"r.state", "r.10.hbuf.z", "r.9.cbuf.z", "r.11.cbuf.z"}), files())
+            << stop;
         EXPECT_EQ(stored_state(4, 12, {"r.10.hbuf.z", "r.9.cbuf.z", "r.11.cbuf.z"}), state());
         EXPECT_EQ(stored_hbuf_head() + stored_interval(1, 12) + stored_interval(13, 16) +
                       stored_interval(17, 18) + stored_interval(19, 20),
@@ -345,7 +346,7 @@ TEST_F(Recorder, TheNamesInTheStateFileCount)
     ASSERT_TRUE(recorder);
     EXPECT_STREQ("r", recorder->filename);
     write_all(recorder.get(), 3, 5);
-    EXPECT_EQ((names{"moved.state", "r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
+    EXPECT_EQ((name_set{"moved.state", "r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
 }
 
 TEST_F(Recorder, OpeningWithoutMemoryFailsOrTells)

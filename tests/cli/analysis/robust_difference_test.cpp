@@ -8,11 +8,11 @@ namespace
 {
 
 using namespace cli;
-using values = std::vector<weighted_value>;
+using weighted_values = std::vector<weighted_value>;
 
 robust_summary summary_of(std::initializer_list<double> numbers)
 {
-    values all;
+    weighted_values all;
     for (const double number : numbers) {
         all.push_back({number, 1});
     }
@@ -21,9 +21,9 @@ robust_summary summary_of(std::initializer_list<double> numbers)
 
 // Quantiles of the normal distribution by the logistic one would not do: these are sums of twelve
 // equally distributed numbers of a fixed sequence.
-values normal_values(double mean, double deviation)
+weighted_values normal_values(double mean, double deviation)
 {
-    values all;
+    weighted_values all;
     uint64_t state = 1;
     for (int i = 0; i < 20000; ++i) {
         double sum = -6;
@@ -47,8 +47,8 @@ TEST(RobustSummary, LeavesOutTheLowestAndTheHighestFifth)
 
 TEST(RobustSummary, AWeightIsAsManyValues)
 {
-    values few = {{5, 6}, {1, 2}, {9, 2}};
-    values many;
+    weighted_values few = {{5, 6}, {1, 2}, {9, 2}};
+    weighted_values many;
     for (const weighted_value &each : few) {
         many.insert(many.end(), static_cast<std::size_t>(each.weight), {each.value, 1});
     }
@@ -68,8 +68,8 @@ TEST(RobustSummary, OneValueIsItsMean)
 
 TEST(RobustDifference, IsThatOfCohenForNormalDistributions)
 {
-    values first = normal_values(10, 2);
-    values second = normal_values(11.6, 2);
+    weighted_values first = normal_values(10, 2);
+    weighted_values second = normal_values(11.6, 2);
     const robust_difference found = difference_of(summarise(first), summarise(second));
     EXPECT_NEAR(found.shift, 0.8, 0.02);
     EXPECT_NEAR(found.spread, 0, 1e-9);
@@ -77,8 +77,8 @@ TEST(RobustDifference, IsThatOfCohenForNormalDistributions)
 
 TEST(RobustDifference, AFewOutliersChangeLittle)
 {
-    values first = normal_values(10, 2);
-    values second = normal_values(11.6, 2);
+    weighted_values first = normal_values(10, 2);
+    weighted_values second = normal_values(11.6, 2);
     for (std::size_t i = 0; i < second.size(); i += 20) {
         second[i].value = 1e6;
     }
@@ -87,16 +87,16 @@ TEST(RobustDifference, AFewOutliersChangeLittle)
 
 TEST(RobustDifference, TellsWhichVariesMore)
 {
-    values first = normal_values(10, 1);
-    values second = normal_values(10, 4);
+    weighted_values first = normal_values(10, 1);
+    weighted_values second = normal_values(10, 4);
     EXPECT_NEAR(difference_of(summarise(first), summarise(second)).spread, std::log(4), 0.01);
     EXPECT_NEAR(difference_of(summarise(second), summarise(first)).spread, -std::log(4), 0.01);
 }
 
 TEST(RobustDifference, ASpreadThatOnlyTheFifthsOrOnlyTheRestShowIsNone)
 {
-    values first = normal_values(10, 1);
-    values second = normal_values(10, 1);
+    weighted_values first = normal_values(10, 1);
+    weighted_values second = normal_values(10, 1);
     for (std::size_t i = 0; i < second.size(); i += 20) {
         second[i].value = 1e6;
     }

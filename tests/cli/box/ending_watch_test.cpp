@@ -11,7 +11,7 @@ namespace
 using namespace cli;
 using ::testing::HasSubstr;
 using ::testing::Not;
-using how = box_ending::how;
+using ended_how = box_ending::how;
 
 constexpr int64_t end_of_night = 1795235971; // 2026-11-21T04:39:31Z
 
@@ -61,7 +61,7 @@ TEST(Ending, ThatIsCleanTellsItsReason)
     ending_watch watch = machine_that_died();
     watch.take_event(end_of_night, "end reason=SIGTERM " + boot);
     EXPECT_EQ(sentence(watch), "ended cleanly on 21 November 2026 04:39:31 UTC (SIGTERM)");
-    EXPECT_EQ(watch.result(false).it_ended, how::clean);
+    EXPECT_EQ(watch.result(false).it_ended, ended_how::clean);
 }
 
 TEST(Ending, ByAnErrorTellsTheError)
@@ -70,7 +70,7 @@ TEST(Ending, ByAnErrorTellsTheError)
     watch.take_event(end_of_night, "end reason=error error=\"No space left\" " + boot);
     EXPECT_EQ(sentence(watch),
               "ended with an error on 21 November 2026 04:39:31 UTC: No space left");
-    EXPECT_EQ(watch.result(false).it_ended, how::failed);
+    EXPECT_EQ(watch.result(false).it_ended, ended_how::failed);
 }
 
 TEST(Ending, IsUntoldWhereNoRecordingWrote)

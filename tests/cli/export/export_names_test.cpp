@@ -9,25 +9,25 @@ namespace
 
 using namespace cli;
 
-using names = std::vector<std::string>;
+using name_list = std::vector<std::string>;
 using label_list = std::vector<label>;
 
 TEST(ExportNames, NamesThatCanBeShownStayAsTheyAre)
 {
-    const names sensors = {"::cpu.total", "a b", "\u00e9,=\"\\x"};
+    const name_list sensors = {"::cpu.total", "a b", "\u00e9,=\"\\x"};
     EXPECT_EQ(export_names(sensors), sensors);
 }
 
 TEST(ExportNames, NamesThatCannotBeShownStayApart)
 {
-    EXPECT_EQ(export_names(names{"a\n", "a\t", "a\xff", "a?", ""}),
-              (names{"a?_2", "a?_3", "a?_4", "a?", "?"}));
+    EXPECT_EQ(export_names(name_list{"a\n", "a\t", "a\xff", "a?", ""}),
+              (name_list{"a?_2", "a?_3", "a?_4", "a?", "?"}));
 }
 
 TEST(ExportNames, NoTagEndsWithABackslash)
 {
-    EXPECT_EQ(export_names(names{"a\\", "a?"}, true), (names{"a?_2", "a?"}));
-    EXPECT_EQ(export_names(names{"a\\", "a?"}), (names{"a\\", "a?"}));
+    EXPECT_EQ(export_names(name_list{"a\\", "a?"}, true), (name_list{"a?_2", "a?"}));
+    EXPECT_EQ(export_names(name_list{"a\\", "a?"}), (name_list{"a\\", "a?"}));
 }
 
 TEST(ExportNames, AMetricIsNamedByLettersAndDigits)
@@ -48,7 +48,7 @@ TEST(Labels, TheBoxAndTheHostAreLabels)
 TEST(Labels, ToldOnesReplaceThemAndEmptyOnesTakeThemAway)
 {
     const machine_identity who = {"north-1", "", "", ""};
-    EXPECT_EQ(labels_of("box", who, names{"host=a=b", "box=", "site=x", "site=y"}),
+    EXPECT_EQ(labels_of("box", who, name_list{"host=a=b", "box=", "site=x", "site=y"}),
               (label_list{{"host", "a=b"}, {"site", "y"}}));
 }
 
@@ -63,13 +63,13 @@ TEST(Labels, KeysThatAFormatCannotHoldAreRefused)
     for (const char *wrong : {"site", "=x", "1a=x", "a-b=x", "a b=x", "sensor=x", "__name__=x",
                               "time=x", "le=x", "\u00e9=x"}) {
         try {
-            (void)labels_of("box", {}, names{wrong});
+            (void)labels_of("box", {}, name_list{wrong});
             ADD_FAILURE() << wrong;
         } catch (const failure &reason) {
             EXPECT_EQ(reason.code(), exit_usage) << wrong;
         }
     }
-    EXPECT_THROW((void)labels_of("box", {}, names{"a=" + std::string(1025, 'x')}), failure);
+    EXPECT_THROW((void)labels_of("box", {}, name_list{"a=" + std::string(1025, 'x')}), failure);
 }
 
 } // namespace
