@@ -82,6 +82,7 @@ class Desk:
             self.run(f"vesk import {name} --samples 720 --intervals 60", text)
         (self.here / "day.kelt").write_text("".join(samples(now + 60, now + 86400)))
         self.run("gzip < day.kelt > telemetry.kelt.gz; cp day.kelt data.kelt")
+        self.run("cp day.kelt month-of-minutes.kelt")
         self.run("vesk import other day.kelt; vesk fetch other --format csv > measurements.csv")
         shutil.copytree(self.here, self.kept)
 
