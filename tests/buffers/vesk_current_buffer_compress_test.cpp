@@ -27,13 +27,13 @@ namespace
 
 using owned_cbuf = owned<vesk_current_buffer, vesk_current_buffer_close>;
 using owned_hbuf = owned<vesk_hist_buffer, vesk_hist_buffer_close>;
-using strings = std::vector<std::string>;
+using string_list = std::vector<std::string>;
 
 class CurrentBufferCompress : public testing::Test
 {
 protected:
     // Makes a file of raw samples of these records.
-    void write_samples(uint32_t capacity, const strings &records)
+    void write_samples(uint32_t capacity, const string_list &records)
     {
         std::string content = stored_buffer_header(1, capacity);
         for (const std::string &record : records) {
@@ -54,7 +54,7 @@ protected:
         return result;
     }
     // The intervals that come of the samples, with the history's header in front.
-    strings history(uint32_t capacity, uint32_t samples_per_interval, int expected = 0)
+    string_list history(uint32_t capacity, uint32_t samples_per_interval, int expected = 0)
     {
         owned_hbuf hbuf = create_history(capacity);
         EXPECT_EQ(expected, compress(hbuf.get(), samples_per_interval));

@@ -19,8 +19,8 @@
 namespace
 {
 
-const std::string header = "20070101:00:00:00,::SENSOR0,::SENSOR1\n";
-const std::string data = "20070101:00:00:00,1.000,2.500\n";
+const std::string header_line = "20070101:00:00:00,::SENSOR0,::SENSOR1\n";
+const std::string data_line = "20070101:00:00:00,1.000,2.500\n";
 
 // A file of text with a reader on it, in UTC.
 class KeltReader : public testing::Test
@@ -69,7 +69,7 @@ protected:
 
 TEST_F(KeltReader, ReadsVectorsLineByLine)
 {
-    ASSERT_TRUE(open(header + data + "20070101:00:00:01,-3,4e2\n"));
+    ASSERT_TRUE(open(header_line + data_line + "20070101:00:00:01,-3,4e2\n"));
     EXPECT_EQ(2U, kelt_reader_get_number_sensors(reader_));
     EXPECT_EQ(telemetry_matrix_get_sensors(reader_->vector), kelt_reader_get_sensors(reader_));
     EXPECT_EQ((std::vector<std::string>{"::SENSOR0", "::SENSOR1"}), sensors());
@@ -89,7 +89,7 @@ TEST_F(KeltReader, ReadsVectorsLineByLine)
 
 TEST_F(KeltReader, OpensAFileWithoutData)
 {
-    ASSERT_TRUE(open(header));
+    ASSERT_TRUE(open(header_line));
     EXPECT_EQ((grid{{0, 0}}), elements_of(reader_->vector));
     EXPECT_EQ(std::vector<long>{0}, seconds_of(reader_->vector));
     EXPECT_EQ(nullptr, next());
@@ -111,8 +111,9 @@ TEST_F(KeltReader, ReadsMissingReadings)
 
 TEST_F(KeltReader, FollowsHeadersInTheMiddleOfTheFile)
 {
-    ASSERT_TRUE(open(header + data + "20070101:00:00:05,CPU0,CPU1,CPU2\n" +
-                     "20070101:00:00:05,1,2,3\n" + "20070101:00:00:06,DISK0\n" + header + data));
+    ASSERT_TRUE(open(header_line + data_line + "20070101:00:00:05,CPU0,CPU1,CPU2\n" +
+                     "20070101:00:00:05,1,2,3\n" + "20070101:00:00:06,DISK0\n" + header_line +
+                     data_line));
     EXPECT_EQ((std::vector<double>{1, 2.5}), next_values());
     EXPECT_EQ((std::vector<double>{1, 2, 3}), next_values());
     EXPECT_EQ((std::vector<std::string>{"CPU0", "CPU1", "CPU2"}), sensors());
@@ -193,8 +194,8 @@ TEST_F(KeltReader, TakesOtherTextForData)
 
 TEST_F(KeltReader, NeedsAHeaderFirst)
 {
-    EXPECT_EQ(-6, open_error(data + header));
-    EXPECT_EQ(-6, open_error("\n" + header));
+    EXPECT_EQ(-6, open_error(data_line + header_line));
+    EXPECT_EQ(-6, open_error("\n" + header_line));
     EXPECT_EQ(-6, open_error("20070101:00:00:00,\n"));
     EXPECT_EQ(-6, open_error(std::string("\0\n", 2)));
 }
@@ -202,7 +203,7 @@ TEST_F(KeltReader, NeedsAHeaderFirst)
 TEST_F(KeltReader, NeedsSensorsInAHeader)
 {
     EXPECT_EQ(-6, open_error("20070101:00:00:00:CPU\n"));
-    ASSERT_TRUE(open(header + "20070101:00:00:00:CPU\n" + data));
+    ASSERT_TRUE(open(header_line + "20070101:00:00:00:CPU\n" + data_line));
     EXPECT_EQ(nullptr, next());
     EXPECT_EQ(-6, qe_get_last_error());
     // The sensors are unknown from there on.
@@ -226,7 +227,7 @@ TEST_F(KeltReader, RefusesAFileThatIsNotThere)
 
 TEST_F(KeltReader, RefusesMoreValuesThanSensors)
 {
-    ASSERT_TRUE(open(header + "20070101:00:00:00,1,2,3\n" + data));
+    ASSERT_TRUE(open(header_line + "20070101:00:00:00,1,2,3\n" + data_line));
     EXPECT_EQ(nullptr, next());
     EXPECT_EQ(-6, qe_get_last_error());
     // The next line can be read.
@@ -235,17 +236,17 @@ TEST_F(KeltReader, RefusesMoreValuesThanSensors)
 
 TEST_F(KeltReader, AbortsOnFewerValuesThanSensors)
 {
-    ASSERT_TRUE(open(header + "20070101:00:00:00,1\n"));
+    ASSERT_TRUE(open(header_line + "20070101:00:00:00,1\n"));
     EXPECT_ABORTS(next(), "nvalues == nsensors");
-    ASSERT_TRUE(open(header + "20070101:00:00:00\n"));
+    ASSERT_TRUE(open(header_line + "20070101:00:00:00\n"));
     EXPECT_ABORTS(next(), "nvalues == nsensors");
 }
 
 TEST_F(KeltReader, RefusesEmptyLines)
 {
     for (const char *line : {"\n", ",\n", ",,,\n"}) {
-        std::string text = header;
-        text.append(line).append(data);
+        std::string text = header_line;
+        text.append(line).append(data_line);
         ASSERT_TRUE(open(text));
         EXPECT_EQ(nullptr, next());
         EXPECT_EQ(-6, qe_get_last_error());
@@ -255,7 +256,7 @@ TEST_F(KeltReader, RefusesEmptyLines)
 
 TEST_F(KeltReader, RefusesMalformedTimestamps)
 {
-    ASSERT_TRUE(open(header + "20071301:00:00:00,1,2\n" + "1,2\n" + data));
+    ASSERT_TRUE(open(header_line + "20071301:00:00:00,1,2\n" + "1,2\n" + data_line));
     EXPECT_EQ(nullptr, next());
     EXPECT_EQ(-11, qe_get_last_error());
     EXPECT_EQ(nullptr, next());
@@ -268,15 +269,15 @@ TEST_F(KeltReader, AbortsOnTextInPlaceOfATimestamp)
     EXPECT_ABORTS(open("CPU0,CPU1\n"), "p >= line + 18");
     EXPECT_ABORTS(open("20070101:00:00:00CPU\n"), "p >= line + 18");
     EXPECT_ABORTS(open("\r\n"), "p >= line + 18");
-    ASSERT_TRUE(open(header + "\r\n"));
+    ASSERT_TRUE(open(header_line + "\r\n"));
     EXPECT_ABORTS(next(), "p >= line + 18");
-    ASSERT_TRUE(open(header + " " + data));
+    ASSERT_TRUE(open(header_line + " " + data_line));
     EXPECT_ABORTS(next(), "p >= line + 18");
 }
 
 TEST_F(KeltReader, AbortsOnAFileThatCannotBeRead)
 {
-    ASSERT_TRUE(open(header));
+    ASSERT_TRUE(open(header_line));
     FILE *whole = reader_->fp;
     reader_->fp = fopen(directory_.path().c_str(), "r");
     EXPECT_ABORTS(next(), "feof (kelt->fp)");
@@ -319,7 +320,7 @@ TEST_F(KeltReader, TakesTheRestOfALongerLineForAnother)
 
 TEST_F(KeltReader, LeavesTheFileWithTheCaller)
 {
-    write_file(path_, header + data);
+    write_file(path_, header_line + data_line);
     FILE *fp = fopen(path_.c_str(), "r");
     kelt_reader *kelt = kelt_reader_open_from_fp(fp);
     ASSERT_NE(nullptr, kelt);
@@ -334,7 +335,7 @@ TEST_F(KeltReader, LeavesTheFileWithTheCaller)
 
 TEST_F(KeltReader, LeavesNothingBehindWithoutMemory)
 {
-    write_file(path_, header + data);
+    write_file(path_, header_line + data_line);
     FILE *fp = fopen(path_.c_str(), "r");
     for (int n = 1;; ++n) {
         rewind(fp);
@@ -353,7 +354,7 @@ TEST_F(KeltReader, LeavesNothingBehindWithoutMemory)
 
 TEST_F(KeltReader, ReportsMissingMemoryForTheNextVector)
 {
-    const std::string text = header + data + data;
+    const std::string text = header_line + data_line + data_line;
     ASSERT_TRUE(open(text));
     for (int n = 1;; ++n) {
         const failing_allocation fails(n);
@@ -370,7 +371,7 @@ TEST_F(KeltReader, ReportsMissingMemoryForTheNextVector)
 
 TEST_F(KeltReader, HasNoVectorAfterAHeaderWithoutMemory)
 {
-    ASSERT_TRUE(open(header + "20070101:00:00:05,CPU0\n"));
+    ASSERT_TRUE(open(header_line + "20070101:00:00:05,CPU0\n"));
     {
         const failing_allocation fails(1);
         EXPECT_EQ(nullptr, next());
