@@ -2,6 +2,7 @@
 // missing or that no recorder writes, with the code of the reason. No file that it names is looked
 // at.
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <vesk/error.h>
@@ -28,8 +29,13 @@ static int _scan_string(byte_cursor *at, char **to)
     if (memchr(bytes, 0, length) != nullptr) {
         return QE_ERROR_MALFORMED;
     }
-    *to = strndup(reinterpret_cast<const char *>(bytes), length);
-    return *to == nullptr ? QE_ERROR_NO_MEMORY : 0;
+    *to = static_cast<char *>(malloc(static_cast<size_t>(length) + 1));
+    if (*to == nullptr) {
+        return QE_ERROR_NO_MEMORY;
+    }
+    memcpy(*to, bytes, length);
+    (*to)[length] = '\0';
+    return 0;
 }
 
 // Takes the four counts and the stage, each checked as vesk_open() does.

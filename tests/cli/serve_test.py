@@ -104,15 +104,16 @@ class Sockets(unittest.TestCase):
             watcher = Watcher(server, data_of(page)["follows"])
             feeder.feed(1)
             watcher.sample()
-            # After a while in which the server rests, a page is made anew.
+            # After a while in which the server rests, a page is made anew; it takes as long as wanted.
             time.sleep(9 * seconds + 0.5)
             answers = []
             reader = threading.Thread(target=lambda: answers.append(server.ask()[1]))
-            reader.start()
-            time.sleep(seconds / 4)
-            feeder.feed(1)
-            watcher.sample()
-            self.assertTrue(reader.is_alive(), "the page was faster than the sample")
+            with server.processes_beside_stopped() as stopped:
+                reader.start()
+                wait_until(lambda: stopped, "no process is begun")
+                feeder.feed(1)
+                watcher.sample()
+                self.assertTrue(reader.is_alive(), "the page was not made beside the server")
             reader.join()
             first = data_of(page)["sensors"][0]["numbers"]["count"]
             self.assertGreater(data_of(answers[0])["sensors"][0]["numbers"]["count"], first)

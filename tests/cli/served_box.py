@@ -6,6 +6,7 @@ its stream of events.
 """
 
 import base64
+import contextlib
 import http.client
 import json
 import os
@@ -14,6 +15,7 @@ import signal
 import socket
 import struct
 import subprocess
+import threading
 import time
 from pathlib import Path
 
@@ -126,6 +128,29 @@ class Server:
     def memory(self):
         status = Path(f"/proc/{self.process.pid}/status").read_text()
         return int(re.search(r"VmRSS:\s*(\d+)", status).group(1))
+
+    @contextlib.contextmanager
+    def processes_beside_stopped(self):
+        """Stops each process that the server begins, and lets them go on at the end."""
+        children = Path(f"/proc/{self.process.pid}/task/{self.process.pid}/children")
+        stopped = set()
+        at_end = threading.Event()
+
+        def stop_all():
+            while not at_end.wait(0.002):
+                for number in set(map(int, children.read_text().split())) - stopped:
+                    os.kill(number, signal.SIGSTOP)
+                    stopped.add(number)
+
+        stopper = threading.Thread(target=stop_all)
+        stopper.start()
+        try:
+            yield stopped
+        finally:
+            at_end.set()
+            stopper.join()
+            for number in stopped:
+                os.kill(number, signal.SIGCONT)
 
     def end(self, how=signal.SIGTERM):
         self.process.send_signal(how)
