@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "process/child_program.hpp"
+#include "process/startup_pages.hpp"
 
 namespace cli
 {
@@ -78,6 +79,7 @@ void leave_signals_to_parent()
     }
     static char paths[space_helper::most_bytes + 1];
     static space answers[space_helper::most_paths];
+    bool is_used = false;
     while (true) {
         const ssize_t length = recv(socket_of_process, paths, sizeof paths - 1, 0);
         if (length < 0 && errno == EINTR) {
@@ -95,6 +97,10 @@ void leave_signals_to_parent()
         }
         if (send(socket_of_process, answers, count * sizeof *answers, MSG_NOSIGNAL) < 0) {
             _exit(0);
+        }
+        if (!is_used) {
+            leave_startup_pages();
+            is_used = true;
         }
     }
 }

@@ -10,6 +10,7 @@
 #include "machine/schedule.hpp"
 #include "process/clock.hpp"
 #include "process/failure.hpp"
+#include "process/startup_pages.hpp"
 #include "text/byte_size.hpp"
 #include "text/duration.hpp"
 #include "text/value_text.hpp"
@@ -133,6 +134,9 @@ void recording::take_samples()
         }
         take(found);
         before_ = std::move(now);
+        if (taken == 0) {
+            leave_startup_pages();
+        }
     }
 }
 
