@@ -1,5 +1,5 @@
-// Walks over the segments of the program and its libraries. Only those are left that nothing can have
-// written to: dropping a page of them loses nothing, because its file still has it.
+// Walks over the segments of the program and its libraries. Only those are left that nothing can
+// have written to: dropping a page of them loses nothing, because its file still has it.
 #include "process/startup_pages.hpp"
 
 #include <cstdint>

@@ -6,8 +6,8 @@ namespace cli
 {
 
 // Takes the code and the constants of this process out of its memory; what runs on comes back from
-// the page cache. For a process that stays when its start is over: reading options, making a box and
-// finding the sensors of a machine take three times as much code as a sample.
+// the page cache. For a process that stays when its start is over: reading options, making a box
+// and finding the sensors of a machine take much more code than a sample.
 void leave_startup_pages();
 
 } // namespace cli

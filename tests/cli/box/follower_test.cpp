@@ -31,10 +31,7 @@ protected:
         }
     }
 
-    std::string newest_buffer() const
-    {
-        return find_box(base).current_buffers().back()->path;
-    }
+    std::string newest_buffer() const { return find_box(base).current_buffers().back()->path; }
 
     static std::string content_of(const std::string &path)
     {
@@ -51,10 +48,9 @@ protected:
     std::vector<float> look()
     {
         std::vector<float> numbers;
-        followed.look({[&](const vesk_scan_item &item) {
-                           numbers.push_back(item.values->values[0]);
-                       },
-                       [this] { ++losses; }});
+        followed.look(
+            {[&](const vesk_scan_item &item) { numbers.push_back(item.values->values[0]); },
+             [this] { ++losses; }});
         return numbers;
     }
 
