@@ -23,8 +23,8 @@ from served_box import (BEGIN, NAMES, PATIENCE, Feeder, Server, Watcher, data_of
                         single, use_command, vesk, wait_until)
 
 SKIPPED = 77
-# Longer than a server makes its watchers wait for a page (0.2 s), and a bit.
-SLOW_PAGE = 0.3
+# Three times as long as a server makes its watchers wait for a page: the way to the client is in it, too.
+SLOW_PAGE = 0.6
 
 
 class Sockets(unittest.TestCase):

@@ -1,5 +1,4 @@
 // Shows what a follower hands out when the files under it change in other ways than a recorder's.
-#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
 // Shows that a process has less memory when it has left the pages of its start, and runs on.
-#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <link.h>
