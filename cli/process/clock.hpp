@@ -9,7 +9,7 @@ namespace cli
 // Seconds since some fixed moment, by a clock that nobody can set.
 double monotonic_seconds();
 
-// Seconds since 1970, by the clock on the wall.
+// Seconds since 1970, by the clock on the wall; 0 when it cannot be read.
 double clock_seconds();
 
 } // namespace cli

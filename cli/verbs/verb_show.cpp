@@ -67,6 +67,16 @@ std::optional<charted_span> draw_sparklines(reading &source, const unusual_ranki
     return read_charted(source, end_of(source, ranking), {ranking.order.begin(), end}, width);
 }
 
+// How long ago the box ended cannot be told without it.
+int64_t time_of_this_machine()
+{
+    const double now = clock_seconds();
+    if (now == 0) {
+        throw failure(exit_failed, "the clock of this machine cannot be read");
+    }
+    return static_cast<int64_t>(now);
+}
+
 exit_code show(const show_options &options)
 {
     options.source.settle();
@@ -85,7 +95,7 @@ exit_code show(const show_options &options)
                        ranking,
                        std::nullopt,
                        health_of(options.source.name, source)};
-    shown.now = static_cast<int64_t>(clock_seconds());
+    shown.now = time_of_this_machine();
     shown.where = options.source.where();
     if (options.json) {
         put(show_json(shown) + "\n");

@@ -50,7 +50,7 @@ MOST_CALLS = 2000
 ONCE_WRONG = ("check/hcc/list/EIO/once", "check/hcc/open/EMFILE/once", "check/hcc/stat/EIO/once",
               "info/hcc/stat/EIO/once", "diff--all--b//c00_full/read/EIO/once",
               "fetch--formatcsv/c00_full/read/EIO/once", "show/hcc/open/EMFILE/once",
-              "show/hcc/read/EIO/once", "report/hcc/read/EIO/once")
+              "show/hcc/read/EIO/once", "report/hcc/read/EIO/once", "show/c00/clock/EINVAL/once")
 
 
 class Failure(Exception):
