@@ -127,9 +127,6 @@ Buffer *allocate_buffer(const char *filename)
     });
 }
 
-// Opens the file of a new buffer, whose content is lost if it is there; null with errno.
-using create_file = owned_file (*)(const char *filename);
-
 inline owned_file create_any_file(const char *filename)
 {
     return owned_file(fopen(filename, "w"));

@@ -11,6 +11,8 @@
 #include <vesk/vesk_hist_buffer.h>
 #include <vesk/writer.h>
 
+#include "support/owner.hpp"
+
 // A compressed stream over `fp`, which stays the caller's: destroying the stream leaves it open.
 // Null with the last error set on failure.
 reader *_vesk_buffer_create_reader(FILE *fp);
@@ -22,8 +24,9 @@ vesk_current_buffer *_vesk_current_buffer_open(const char *filename, reader *rea
 vesk_hist_buffer *_vesk_hist_buffer_open(const char *path, reader *reader, FILE *fp);
 
 // How a file is read: in pieces, where a medium that fails is taken for a broken precondition and
-// ends the process, or as a whole before anything else, where it gives QE_ERROR_IO (-41).
-enum class file_reading { in_pieces, whole };
+// ends the process; as a whole before anything else, where it gives QE_ERROR_IO (-41); or in pieces
+// with that code from the read that it strikes, which takes no memory for the file.
+enum class file_reading { in_pieces, whole, reported };
 
 // As the exported functions of like name, for the files of a recorder: what stands under one of its
 // names and is no regular file, be it a link to one, is not followed or waited for, but gives
@@ -36,6 +39,13 @@ vesk_current_buffer *_vesk_current_buffer_open_plain(const char *filename, file_
 vesk_current_buffer *_vesk_current_buffer_open_plain_for_append(const char *filename,
                                                                 file_reading reading);
 vesk_hist_buffer *_vesk_hist_buffer_open_plain(const char *filename, file_reading reading);
+
+// Opens the file of a new buffer, whose content is lost if it is there; null with errno.
+using create_file = owned_file (*)(const char *filename);
+
+// A history named `filename` in the file that `create` gives.
+vesk_hist_buffer *_vesk_hist_buffer_create_in(const char *filename, uint32_t max_data_records,
+                                              create_file create);
 
 // Summarise buffers that are open, and close them.
 int _vesk_current_buffer_compress(vesk_current_buffer *cbuf, vesk_hist_buffer *hbuf,

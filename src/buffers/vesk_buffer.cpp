@@ -20,6 +20,7 @@
 #include "io/file_bytes.hpp"
 #include "io/memory_reader.hpp"
 #include "io/plain_open.hpp"
+#include "io/reporting_reader.hpp"
 
 // Destroying a stream leaves the file open: the buffer closes it.
 static constexpr uint32_t keep_open = 1;
@@ -160,6 +161,9 @@ static reader *_create_source(FILE *file, file_reading reading)
 {
     if (reading == file_reading::in_pieces) {
         return _vesk_buffer_create_reader(file);
+    }
+    if (reading == file_reading::reported) {
+        return _create_reader_over(_reporting_reader_create(fileno(file)));
     }
     byte_list bytes;
     int result = _vesk_read_to_end(file, &bytes);

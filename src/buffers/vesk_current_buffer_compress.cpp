@@ -8,41 +8,9 @@
 #include <vesk/vesk_current_buffer.h>
 #include <vesk/vesk_current_buffer_compress.h>
 
-#include "support/owner.hpp"
+#include "buffers/buffer_internal.hpp"
+#include "buffers/summary_steps.hpp"
 #include "support/precondition.hpp"
-
-// The work of one call.
-struct compression {
-    vesk_current_buffer *cbuf;
-    vesk_hist_buffer *hbuf;
-    timestamp start; // of the first sample of the open interval
-    timestamp end;   // of its latest sample
-    hist_value_list list;
-    vesk_hb_record_events events;
-    uint32_t samples_in_interval;
-    uint32_t samples_per_hb_interval;
-};
-
-static void _init(compression *state, vesk_current_buffer *cbuf, vesk_hist_buffer *hbuf,
-                  uint32_t samples_per_hb_interval)
-{
-    state->cbuf = cbuf;
-    state->hbuf = hbuf;
-    timestamp_init_null(&state->start);
-    timestamp_init_null(&state->end);
-    hist_value_list_init(&state->list);
-    vesk_hb_record_events_init_null(&state->events);
-    state->samples_in_interval = 0;
-    state->samples_per_hb_interval = samples_per_hb_interval;
-}
-
-static void _destruct(compression *state)
-{
-    hist_value_list_destruct(&state->list);
-    vesk_hb_record_events_destruct(&state->events);
-    timestamp_destruct(&state->start);
-    timestamp_destruct(&state->end);
-}
 
 static int _vesk_write_current_interval(compression *state)
 {
@@ -151,6 +119,23 @@ static int _vesk_handle_cb_record(compression *state, vesk_cb_record *rec)
     }
 }
 
+// Whether handling it would abort.
+static bool _is_odd(const vesk_cb_record *rec)
+{
+    constexpr uint32_t kinds_of_events = 5;
+    if (rec->type == VESK_CB_RECORD_SENSOR_VALUES) {
+        vesk_cb_record_sensor_values *values = rec->values;
+        return values->values == nullptr ||
+               vesk_cb_record_sensor_values_get_number_values(values) == 0 ||
+               timestamp_is_null(vesk_cb_record_sensor_values_get_timestamp(values)) != 0;
+    }
+    if (rec->type == VESK_CB_RECORD_EVENT) {
+        const uint32_t type = vesk_cb_record_event_get_type(rec->event);
+        return type < 1 || type > kinds_of_events;
+    }
+    return rec->type != VESK_CB_RECORD_SENSOR_NAMES;
+}
+
 // Whether whole intervals come out and the history has room for them.
 static bool _fits(const vesk_current_buffer *cbuf, const vesk_hist_buffer *hbuf,
                   uint32_t samples_per_hb_interval)
@@ -160,24 +145,46 @@ static bool _fits(const vesk_current_buffer *cbuf, const vesk_hist_buffer *hbuf,
            static_cast<uint32_t>(room) >= cbuf->max_data_records / samples_per_hb_interval;
 }
 
-// Handles all records. Returns 0 at the end of the buffer or a negative error.
-static int _handle_all_records(compression *state)
+int _vesk_compression_init(compression *state, vesk_current_buffer *cbuf, vesk_hist_buffer *hbuf,
+                           uint32_t samples_per_hb_interval, odd_content odd)
 {
-    vesk_cb_record rec;
-    vesk_cb_record_init_null(&rec);
-    int result = 0;
-    while (result == 0) {
-        if (state->cbuf->num_data_records > state->cbuf->max_data_records) {
-            result = QE_ERROR_MALFORMED;
-            break;
-        }
-        result = vesk_current_buffer_read_record(state->cbuf, &rec);
-        if (result == 0) {
-            result = _vesk_handle_cb_record(state, &rec);
-        }
+    state->cbuf = cbuf;
+    state->hbuf = hbuf;
+    state->odd = odd;
+    vesk_cb_record_init_null(&state->rec);
+    timestamp_init_null(&state->start);
+    timestamp_init_null(&state->end);
+    hist_value_list_init(&state->list);
+    vesk_hb_record_events_init_null(&state->events);
+    state->samples_in_interval = 0;
+    state->samples_per_hb_interval = samples_per_hb_interval;
+    return _fits(cbuf, hbuf, samples_per_hb_interval) ? 0 : QE_ERROR_MALFORMED;
+}
+
+void _vesk_compression_destruct(compression *state)
+{
+    vesk_cb_record_destruct(&state->rec);
+    hist_value_list_destruct(&state->list);
+    vesk_hb_record_events_destruct(&state->events);
+    timestamp_destruct(&state->start);
+    timestamp_destruct(&state->end);
+    vesk_current_buffer_close(&state->cbuf);
+}
+
+// Handles the next record. Returns 0 or a negative error, QE_ERROR_END_OF_RECORDS (-43) at the end.
+static int _handle_next_record(compression *state)
+{
+    if (state->cbuf->num_data_records > state->cbuf->max_data_records) {
+        return QE_ERROR_MALFORMED;
     }
-    vesk_cb_record_destruct(&rec);
-    return result == QE_ERROR_END_OF_RECORDS ? 0 : result;
+    const int result = vesk_current_buffer_read_record(state->cbuf, &state->rec);
+    if (result < 0) {
+        return result;
+    }
+    if (state->odd == odd_content::gives_code && _is_odd(&state->rec)) {
+        return QE_ERROR_MALFORMED;
+    }
+    return _vesk_handle_cb_record(state, &state->rec);
 }
 
 // Writes what an unfinished interval holds. A first sample that did not match its sensors leaves
@@ -190,21 +197,33 @@ static int _write_partial_interval(compression *state)
     return _vesk_write_current_interval(state);
 }
 
+int _vesk_compression_step(compression *state)
+{
+    const int result = _handle_next_record(state);
+    if (result == 0) {
+        return more_to_do;
+    }
+    const bool at_end = result == QE_ERROR_END_OF_RECORDS;
+    // Behind a failure, what is written is of use only where it stays in sight.
+    if (!at_end && state->odd == odd_content::gives_code) {
+        return result;
+    }
+    const int written = _write_partial_interval(state);
+    return at_end ? written : result;
+}
+
 int _vesk_current_buffer_compress(vesk_current_buffer *open, vesk_hist_buffer *hbuf,
                                   uint32_t samples_per_hb_interval)
 {
-    const owned<vesk_current_buffer, vesk_current_buffer_close> cbuf(open);
-    if (!_fits(cbuf.get(), hbuf, samples_per_hb_interval)) {
-        return QE_ERROR_MALFORMED;
-    }
     compression state;
-    _init(&state, cbuf.get(), hbuf, samples_per_hb_interval);
-    int result = _handle_all_records(&state);
-    const int written = _write_partial_interval(&state);
+    int result =
+        _vesk_compression_init(&state, open, hbuf, samples_per_hb_interval, odd_content::aborts);
     if (result == 0) {
-        result = written;
+        do {
+            result = _vesk_compression_step(&state);
+        } while (result == more_to_do);
     }
-    _destruct(&state);
+    _vesk_compression_destruct(&state);
     return result;
 }
 

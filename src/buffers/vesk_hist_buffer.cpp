@@ -40,6 +40,12 @@ vesk_hist_buffer *vesk_hist_buffer_create(const char *filename, uint32_t max_dat
     return _create(filename, max_data_records, create_any_file);
 }
 
+vesk_hist_buffer *_vesk_hist_buffer_create_in(const char *filename, uint32_t max_data_records,
+                                              create_file create)
+{
+    return _create(filename, max_data_records, create);
+}
+
 vesk_hist_buffer *_vesk_hist_buffer_create_plain(const char *filename, uint32_t max_data_records)
 {
     return _create(filename, max_data_records, _vesk_overwrite_plain_file);

@@ -8,29 +8,7 @@
 #include <vesk/vesk_hist_buffer_compress.h>
 
 #include "buffers/buffer_file.hpp"
-
-// The work of one call.
-struct merging {
-    vesk_hist_buffer *hbuf_in;
-    vesk_hist_buffer *hbuf_out;
-    vesk_hb_record_sensor_names *names1; // sensors of the first interval; the input's working set,
-                                         // or a copy of what that was then
-    vesk_hb_record values1;
-    vesk_hb_record values2;
-    hist_value_list list;
-    uint32_t intervals_consumed;
-};
-
-static void _init(merging *state, vesk_hist_buffer *hbuf_in, vesk_hist_buffer *hbuf_out)
-{
-    state->hbuf_in = hbuf_in;
-    state->hbuf_out = hbuf_out;
-    state->names1 = nullptr;
-    vesk_hb_record_init_null(&state->values1);
-    vesk_hb_record_init_null(&state->values2);
-    hist_value_list_init(&state->list);
-    state->intervals_consumed = 0;
-}
+#include "buffers/summary_steps.hpp"
 
 // Destroys `*names` if it is a copy, and forgets it in any case.
 static void _release_names(const merging *state, vesk_hb_record_sensor_names **names)
@@ -125,7 +103,7 @@ static void _vesk_cleanup_adjacent_intervals(merging *state, vesk_hb_record_sens
 
 // Folds one interval into the list. The first of a pair must find every summary fresh, which
 // forbids a sensor to occur twice. Returns 0 or a negative error.
-static int _fold(hist_value_list *list, const vesk_hb_record_sensor_names *names,
+static int _fold(merging *state, const vesk_hb_record_sensor_names *names,
                  const vesk_hb_record_sensor_values *values, bool first)
 {
     const sensor_array *sensors = vesk_hb_record_sensor_names_get_sensors(names);
@@ -136,9 +114,12 @@ static int _fold(hist_value_list *list, const vesk_hb_record_sensor_names *names
     sensor *const *sensor_list = sensor_array_get_sensors(sensors);
     const hist_value *hvalues = vesk_hb_record_sensor_values_get_hist_values(values);
     for (uint32_t i = 0; i < n; ++i) {
-        hist_value *hvalue = hist_value_list_add_if_not_present(list, sensor_list[i]);
+        hist_value *hvalue = hist_value_list_add_if_not_present(&state->list, sensor_list[i]);
         if (hvalue == nullptr) {
             return qe_get_last_error();
+        }
+        if (first && hvalue->count != 0 && state->odd == odd_content::gives_code) {
+            return QE_ERROR_MALFORMED;
         }
         VESK_REQUIRE(!first || hvalue->count == 0, "hvalue->count == 0");
         hist_value_merge_with(hvalue, &hvalues[i]);
@@ -151,12 +132,12 @@ static int _write_merged_pair(merging *state)
 {
     vesk_hb_record_sensor_values *values1 = state->values1.values;
     vesk_hb_record_sensor_values *values2 = state->values2.values;
-    int result = _fold(&state->list, state->names1, values1, true);
+    int result = _fold(state, state->names1, values1, true);
     if (result < 0) {
         return result;
     }
     // Without names in between, the working set still is that of the first interval.
-    result = _fold(&state->list, state->hbuf_in->hb_rec_sensors_last, values2, false);
+    result = _fold(state, state->hbuf_in->hb_rec_sensors_last, values2, false);
     if (result < 0) {
         return result;
     }
@@ -186,35 +167,57 @@ static int _merge_next_pair(merging *state)
     return result;
 }
 
-// Returns 0 when all of a full input is merged, or a negative error.
-static int _merge_all_pairs(merging *state, uint32_t max_input_intervals)
+int _vesk_merging_init(merging *state, vesk_hist_buffer *hbuf_in, vesk_hist_buffer *hbuf_out,
+                       odd_content odd)
 {
-    while (state->intervals_consumed <= max_input_intervals) {
-        const int result = _merge_next_pair(state);
-        if (result == QE_ERROR_END_OF_RECORDS) {
-            return state->intervals_consumed == max_input_intervals ? 0 : QE_ERROR_NOT_FULL;
-        }
-        if (result < 0) {
-            return result;
-        }
+    state->hbuf_in = hbuf_in;
+    state->hbuf_out = hbuf_out;
+    state->odd = odd;
+    state->names1 = nullptr;
+    vesk_hb_record_init_null(&state->values1);
+    vesk_hb_record_init_null(&state->values2);
+    hist_value_list_init(&state->list);
+    state->intervals_consumed = 0;
+    const uint32_t max_input_intervals = hbuf_in->max_data_records;
+    VESK_REQUIRE(max_input_intervals > 0, "max_input_intervals > 0");
+    const int room = vesk_hist_buffer_get_number_empty_intervals(hbuf_out);
+    const bool fits = max_input_intervals % 2 == 0 && room >= 0 &&
+                      static_cast<uint32_t>(room) >= max_input_intervals / 2;
+    return fits ? 0 : QE_ERROR_MALFORMED;
+}
+
+void _vesk_merging_destruct(merging *state)
+{
+    hist_value_list_destruct(&state->list);
+    vesk_hist_buffer_close(&state->hbuf_in);
+}
+
+int _vesk_merging_step(merging *state)
+{
+    const uint32_t max_input_intervals = state->hbuf_in->max_data_records;
+    const int result = _merge_next_pair(state);
+    if (result == QE_ERROR_END_OF_RECORDS) {
+        return state->intervals_consumed == max_input_intervals
+                   ? all_done
+                   : static_cast<int>(QE_ERROR_NOT_FULL);
     }
-    return QE_ERROR_MALFORMED;
+    if (result < 0) {
+        return result;
+    }
+    return state->intervals_consumed <= max_input_intervals ? more_to_do
+                                                            : static_cast<int>(QE_ERROR_MALFORMED);
 }
 
 int _vesk_hist_buffer_compress(vesk_hist_buffer *open, vesk_hist_buffer *hbuf_out)
 {
-    const owned<vesk_hist_buffer, vesk_hist_buffer_close> hbuf_in(open);
-    const uint32_t max_input_intervals = hbuf_in->max_data_records;
-    VESK_REQUIRE(max_input_intervals > 0, "max_input_intervals > 0");
-    const int room = vesk_hist_buffer_get_number_empty_intervals(hbuf_out);
-    if (max_input_intervals % 2 != 0 || room < 0 ||
-        static_cast<uint32_t>(room) < max_input_intervals / 2) {
-        return QE_ERROR_MALFORMED;
-    }
     merging state;
-    _init(&state, hbuf_in.get(), hbuf_out);
-    const int result = _merge_all_pairs(&state, max_input_intervals);
-    hist_value_list_destruct(&state.list);
+    int result = _vesk_merging_init(&state, open, hbuf_out, odd_content::aborts);
+    if (result == 0) {
+        do {
+            result = _vesk_merging_step(&state);
+        } while (result == more_to_do);
+    }
+    _vesk_merging_destruct(&state);
     return result;
 }
 

@@ -67,5 +67,6 @@ bool _reader_gives_blocks(const reader *r)
 {
     return r->fn_read_bytes == _raw_reader_read_bytes ||
            r->fn_read_bytes == _zlib_reader_read_bytes ||
-           r->fn_read_bytes == _memory_reader_read_bytes;
+           r->fn_read_bytes == _memory_reader_read_bytes ||
+           r->fn_read_bytes == _reporting_reader_read_bytes;
 }

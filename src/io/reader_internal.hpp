@@ -13,13 +13,15 @@ int _reader_init(reader *reader, uint32_t type);
 void _reader_destruct(reader *reader);
 
 // Whether numbers may be read in blocks from it: from a raw or a compressed stream of the library
-// itself and from one over memory, told by its function, since a caller may give his own any type.
+// itself, from one over memory and from a reporting one, told by its function, since a caller may
+// give his own any type.
 // A caller's reader, and one that makes garbage, is asked for each number alone.
 bool _reader_gives_blocks(const reader *reader);
 
-// The functions of those three.
+// The functions of those four.
 int _raw_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 int _memory_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
+int _reporting_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 
 #endif

@@ -17,6 +17,10 @@ void _writer_destruct(writer *writer);
 // A caller's writer is given each number alone.
 bool _writer_takes_blocks(const writer *writer);
 
+// Forgets what a compressed stream of the library has not written yet, and that it failed, so that
+// destroying it writes nothing and never aborts.
+void _zlib_writer_abandon(writer *writer);
+
 // The functions of the first two.
 int _raw_writer_write_bytes(void *implementation, const void *buffer, uint32_t n);
 int _zlib_writer_write_bytes(void *implementation, const void *buffer, uint32_t n);

@@ -146,6 +146,14 @@ static int _zlib_writer_flush(void *implementation)
     return result;
 }
 
+void _zlib_writer_abandon(writer *w)
+{
+    struct zwriter *zwriter = _live(w->writer);
+    _close_stream(zwriter);
+    zwriter->i_in = 0;
+    zwriter->err = 0;
+}
+
 static int _zlib_writer_destruct(void *implementation)
 {
     struct zwriter *zwriter = _live(implementation);

@@ -69,13 +69,16 @@ stage_buffers _vesk_stage_buffers(const vesk *recorder, uint32_t state);
 
 // ---- What vesk_start() adds ---------------------------------------------------------------------
 
+class history_preparation;
+
 // A recorder with this survives what ends or endangers others: see vesk_start.h.
 struct recorder_safety {
     bool settle_due = false; // it has moved on since vesk_settle() was last through
     bool save_due = false;   // the state file on disk is not the state
     bool moved_on = false;   // the transition at hand has put its stage in place
     uint32_t num_consumed = 0;
-    char consumed[2][filename_size] = {}; // files that the history replaces, not deleted yet
+    char consumed[2][filename_size] = {};       // files that the history replaces, not deleted yet
+    history_preparation *preparation = nullptr; // owned: see vesk_prepare.h
 };
 
 inline recorder_safety *safety_of(const vesk *recorder)
@@ -103,6 +106,8 @@ void _vesk_destroy_stage(vesk *recorder);
 // The name of the next buffer, of which the number is used up.
 void _vesk_construct_cbuf_filename(vesk *recorder, char *buf, std::size_t size);
 void _vesk_construct_hbuf_filename(vesk *recorder, char *buf, std::size_t size);
+// The name that the latter will give.
+void _vesk_format_hbuf_filename(const vesk *recorder, char *buf, std::size_t size);
 
 // Overwrites the state file in place: a failure leaves what was written until then. The names of
 // the stage are written without a result: whether they could be, only the stream knows. It is asked

@@ -19,6 +19,7 @@
 #include "io/file_bytes.hpp"
 #include "io/memory_reader.hpp"
 #include "io/plain_open.hpp"
+#include "recorder/preparation.hpp"
 #include "recorder/recorder.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
@@ -42,6 +43,7 @@ static void _destroy(vesk *recorder)
     free(recorder->filename);
     free(recorder->state_filename);
     _vesk_destroy_stage(recorder);
+    _vesk_drop_preparation(recorder);
     free(recorder->safety);
     *recorder = vesk();
     free(recorder);
@@ -49,20 +51,26 @@ static void _destroy(vesk *recorder)
 
 using owned_recorder = owner<vesk, _destroy>;
 
-static void _construct_buffer_filename(vesk *recorder, const char *kind, char *buf, size_t size)
+static void _format_buffer_filename(const vesk *recorder, const char *kind, char *buf, size_t size)
 {
     snprintf(buf, size, "%s.%u.%s.z", recorder->filename, recorder->next_file_number, kind);
-    ++recorder->next_file_number;
 }
 
 void _vesk_construct_cbuf_filename(vesk *recorder, char *buf, size_t size)
 {
-    _construct_buffer_filename(recorder, "cbuf", buf, size);
+    _format_buffer_filename(recorder, "cbuf", buf, size);
+    ++recorder->next_file_number;
+}
+
+void _vesk_format_hbuf_filename(const vesk *recorder, char *buf, size_t size)
+{
+    _format_buffer_filename(recorder, "hbuf", buf, size);
 }
 
 void _vesk_construct_hbuf_filename(vesk *recorder, char *buf, size_t size)
 {
-    _construct_buffer_filename(recorder, "hbuf", buf, size);
+    _vesk_format_hbuf_filename(recorder, buf, size);
+    ++recorder->next_file_number;
 }
 
 static char *_vesk_construct_state_filename(const char *filename)
@@ -290,6 +298,15 @@ void vesk_close(vesk **recorder)
 
 // ---- Writing ----------------------------------------------------------------------------------
 
+// What is prepared takes room that a record may need: behind a failed write it is thrown away.
+static int _leave_room_after(const vesk *recorder, int written)
+{
+    if (written < 0) {
+        _vesk_drop_preparation(recorder);
+    }
+    return written;
+}
+
 int vesk_write_telemetry_vector(vesk *recorder, const matrix *vector)
 {
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
@@ -303,7 +320,7 @@ int vesk_write_telemetry_vector(vesk *recorder, const matrix *vector)
         const int written =
             vesk_current_buffer_write_telemetry_vector(_require_open_buffer(recorder), vector);
         if (written != QE_ERROR_FULL) {
-            return written;
+            return _leave_room_after(recorder, written);
         }
         const int rotated = _vesk_rotate(recorder);
         if (rotated != 0) {
@@ -326,7 +343,8 @@ int vesk_write_event(vesk *recorder, const vesk_cb_record_event *event)
     VESK_REQUIRE(recorder != nullptr, "vesk != ((void *)0)");
     VESK_REQUIRE(recorder->version == 1, "vesk->version == ((char) 1)");
     VESK_REQUIRE(event != nullptr, "event != ((void *)0)");
-    return vesk_current_buffer_write_event(_require_open_buffer(recorder), event);
+    return _leave_room_after(
+        recorder, vesk_current_buffer_write_event(_require_open_buffer(recorder), event));
 }
 
 int vesk_write_tagged_event(vesk *recorder, const vesk_cb_record_event *event)
@@ -339,5 +357,5 @@ int vesk_write_tagged_event(vesk *recorder, const vesk_cb_record_event *event)
         return saved;
     }
     vesk_current_buffer *cbuf = _vesk_stage_buffers(recorder, recorder->state).open;
-    return vesk_current_buffer_write_tagged_event(cbuf, event);
+    return _leave_room_after(recorder, vesk_current_buffer_write_tagged_event(cbuf, event));
 }

@@ -13,6 +13,7 @@
 #include "box/durable_file.hpp"
 #include "box/stage_places.hpp"
 #include "buffers/buffer_internal.hpp"
+#include "recorder/preparation.hpp"
 #include "recorder/recorder.hpp"
 #include "support/precondition.hpp"
 
@@ -125,11 +126,43 @@ static void _copy_filename(char (&buf)[filename_size], const char *filename)
     snprintf(buf, sizeof buf, "%s", filename);
 }
 
-// A new history buffer with room for the intervals of two current buffers.
-static vesk_hist_buffer *_create_hist_buffer(vesk *recorder, char (&hbuf_filename)[filename_size])
+// The history of a rotation: what was prepared, or a new buffer that has to be written.
+struct new_history {
+    char filename[filename_size];
+    bool prepared;
+    vesk_hist_buffer *hbuf; // null when it was prepared
+};
+
+// A new history buffer with room for the intervals of two current buffers. 0, or a code.
+static int _create_history(vesk *recorder, new_history *history)
 {
-    _vesk_construct_hbuf_filename(recorder, hbuf_filename, sizeof hbuf_filename);
-    return _vesk_hist_buffer_create_plain(hbuf_filename, 2 * recorder->num_hb_intervals);
+    history->prepared = _vesk_place_preparation(recorder);
+    history->hbuf = nullptr;
+    _vesk_construct_hbuf_filename(recorder, history->filename, sizeof history->filename);
+    if (history->prepared) {
+        return 0;
+    }
+    history->hbuf =
+        _vesk_hist_buffer_create_plain(history->filename, 2 * recorder->num_hb_intervals);
+    return history->hbuf == nullptr ? qe_get_last_error() : 0;
+}
+
+// Summarises a full file into the history.
+using summarise = int(const vesk *recorder, const char *filename, vesk_hist_buffer *hbuf);
+
+// Summarises two files, the older one first. 0, or a code.
+static int _fill_history(const vesk *recorder, new_history *history, summarise *summarise_older,
+                         const char *older, const char *newer)
+{
+    if (history->prepared) {
+        return 0;
+    }
+    int result = summarise_older(recorder, older, history->hbuf);
+    if (result >= 0) {
+        result = _compress_cbuf(recorder, newer, history->hbuf);
+    }
+    _finish_hbuf(recorder, &history->hbuf);
+    return result;
 }
 
 // The stage behind a new history buffer: the open current buffer of the old stage has become the
@@ -151,10 +184,10 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
     const vesk_zcf_state_ccc *ccc = recorder->ccc;
     VESK_REQUIRE(recorder->num_hb_intervals > 0, "vesk->num_hb_intervals > 0");
     VESK_REQUIRE(recorder->num_samples_per_interval > 0, "vesk->num_samples_per_interval > 0");
-    char hbuf_filename[filename_size];
-    vesk_hist_buffer *hbuf = _create_hist_buffer(recorder, hbuf_filename);
-    if (hbuf == nullptr) {
-        return qe_get_last_error();
+    new_history history;
+    int result = _create_history(recorder, &history);
+    if (result < 0) {
+        return result;
     }
     char cbuf0_filename[filename_size];
     _copy_filename(cbuf0_filename, vesk_zcf_state_ccc_get_cbuf0_filename(ccc));
@@ -163,15 +196,11 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
     const char *cbuf2_filename = vesk_zcf_state_ccc_get_cbuf2_filename(ccc);
     VESK_REQUIRE(cbuf2_filename != nullptr, "cbuf2_filename != ((void *)0)");
 
-    int result = _compress_cbuf(recorder, cbuf0_filename, hbuf);
-    if (result >= 0) {
-        result = _compress_cbuf(recorder, cbuf1_filename, hbuf);
-    }
-    _finish_hbuf(recorder, &hbuf);
+    result = _fill_history(recorder, &history, _compress_cbuf, cbuf0_filename, cbuf1_filename);
     if (result < 0) {
         return result;
     }
-    vesk_zcf_state_hcc *hcc = _create_hcc(recorder, hbuf_filename, cbuf2_filename);
+    vesk_zcf_state_hcc *hcc = _create_hcc(recorder, history.filename, cbuf2_filename);
     if (hcc == nullptr) {
         return qe_get_last_error();
     }
@@ -179,7 +208,7 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
     if (result < 0 && recorder->safety == nullptr) {
         // The history buffer is closed already, so this ends the process: a recorder cannot go on
         // when no state file refers to its first history.
-        vesk_hist_buffer_close(&hbuf);
+        vesk_hist_buffer_close(&history.hbuf);
         return result;
     }
     // Only now does the state file on disk no longer name them.
@@ -192,14 +221,14 @@ static int _vesk_hcc_to_hcc(vesk *recorder)
     VESK_REQUIRE(recorder->state == VESK_ZCF_STATE_HCC, "vesk->state == VESK_ZCF_STATE_HCC");
     _vesk_require_stage(recorder, VESK_ZCF_STATE_HCC);
     const vesk_zcf_state_hcc *hcc = recorder->hcc;
-    char hbuf_filename[filename_size];
-    vesk_hist_buffer *hbuf = _create_hist_buffer(recorder, hbuf_filename);
-    if (hbuf == nullptr) {
-        return qe_get_last_error();
+    new_history history;
+    int result = _create_history(recorder, &history);
+    if (result < 0) {
+        return result;
     }
     char hbuf0_filename[filename_size];
     _copy_filename(hbuf0_filename, vesk_zcf_state_hcc_get_hbuf_filename(hcc));
-    VESK_REQUIRE(strcmp(hbuf0_filename, hbuf_filename) != 0,
+    VESK_REQUIRE(strcmp(hbuf0_filename, history.filename) != 0,
                  "strcmp (hbuf0_filename, hbuf_filename) != 0");
     char cbuf1_filename[filename_size];
     _copy_filename(cbuf1_filename, vesk_zcf_state_hcc_get_cbuf1_filename(hcc));
@@ -207,15 +236,11 @@ static int _vesk_hcc_to_hcc(vesk *recorder)
     VESK_REQUIRE(cbuf2_filename != nullptr, "cbuf2_filename != ((void *)0)");
 
     // The old history comes first.
-    int result = _compress_hbuf(recorder, hbuf0_filename, hbuf);
-    if (result >= 0) {
-        result = _compress_cbuf(recorder, cbuf1_filename, hbuf);
-    }
-    _finish_hbuf(recorder, &hbuf);
+    result = _fill_history(recorder, &history, _compress_hbuf, hbuf0_filename, cbuf1_filename);
     if (result < 0) {
         return result;
     }
-    vesk_zcf_state_hcc *next = _create_hcc(recorder, hbuf_filename, cbuf2_filename);
+    vesk_zcf_state_hcc *next = _create_hcc(recorder, history.filename, cbuf2_filename);
     if (next == nullptr) {
         return qe_get_last_error();
     }

@@ -247,6 +247,7 @@ int __real_unlink(const char *path);
 int __real_remove(const char *path);
 int __real_rename(const char *from, const char *to);
 int __real_link(const char *from, const char *to);
+int __real_linkat(int from_folder, const char *from, int to_folder, const char *to, int flags);
 int __real_ftruncate(int fd, off_t length);
 int __real_ftruncate64(int fd, off64_t length);
 int __real_fsync(int fd);
@@ -331,7 +332,7 @@ FILE *__wrap_fopen64(const char *path, const char *mode)
 // Only files that are made count: folders are opened to be synced.
 static int _open(int (*real)(const char *, int, ...), const char *path, int flags, va_list rest)
 {
-    if ((flags & O_CREAT) == 0) {
+    if ((flags & O_CREAT) == 0 && (flags & O_TMPFILE) != O_TMPFILE) {
         return real(path, flags);
     }
     const mode_t mode = va_arg(rest, mode_t);
@@ -529,6 +530,13 @@ int __wrap_rename(const char *from, const char *to)
 {
     return _fails(call_kind::rename) ? _fail(EIO, -1)
                                      : _observed("rename", __real_rename(from, to));
+}
+
+int __wrap_linkat(int from_folder, const char *from, int to_folder, const char *to, int flags)
+{
+    return _fails(call_kind::rename)
+               ? _fail(EIO, -1)
+               : _observed("link", __real_linkat(from_folder, from, to_folder, to, flags));
 }
 
 int __wrap_link(const char *from, const char *to)

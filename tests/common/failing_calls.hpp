@@ -17,7 +17,7 @@ enum class call_kind {
     flush,      // fflush(): the disk is full, what was buffered is lost
     close,      // fclose(), closedir(): the descriptor is gone all the same
     remove,     // unlink(), remove()
-    rename,     // rename(), link()
+    rename,     // rename(), link(), linkat()
     sync,       // fsync(), fdatasync()
     truncate,   // ftruncate()
 };

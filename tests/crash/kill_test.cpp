@@ -10,7 +10,9 @@
 
 #include <vesk/error.h>
 #include <vesk/vesk.h>
+#include <vesk/vesk_prepare.h>
 #include <vesk/vesk_recover.h>
+#include <vesk/vesk_start.h>
 
 #include "common/temporary_directory.hpp"
 #include "crash/box.hpp"
@@ -47,6 +49,7 @@ struct life_plan {
     bool with_backups;
     std::size_t longest_event = 0;
     bool over_old_box = false; // under the name of an older one, of which some buffers are left
+    bool works_ahead = false;  // with vesk_start() and, between two vectors, vesk_prepare()
 };
 
 // What the recorder was given, in order, and how much of it was acknowledged at each moment.
@@ -74,9 +77,27 @@ entries plan_entries(const life_plan &plan)
     return all;
 }
 
+vesk *begin_life(const life_plan &plan)
+{
+    return plan.works_ahead ? vesk_start("r", plan.sizes.samples, plan.sizes.intervals, nullptr)
+                            : vesk_create("r", plan.sizes.samples, plan.sizes.intervals);
+}
+
+// Some slices of the next rotation: now more, now less than it needs.
+void work_ahead(const life_plan &plan, vesk *recorder, int number)
+{
+    if (!plan.works_ahead) {
+        return;
+    }
+    ASSERT_EQ(0, vesk_settle(recorder));
+    for (int slice = 0; slice < 2 + number % 5; ++slice) {
+        ASSERT_LE(0, vesk_prepare(recorder, 1, 0));
+    }
+}
+
 void live(const life_plan &plan, const entries &given, life_progress *progress)
 {
-    owned_recorder recorder(vesk_create("r", plan.sizes.samples, plan.sizes.intervals));
+    owned_recorder recorder(begin_life(plan));
     ASSERT_TRUE(recorder);
     uint32_t backed_up = 0;
     for (const entry &one : given) {
@@ -86,11 +107,12 @@ void live(const life_plan &plan, const entries &given, life_progress *progress)
         }
         if (!one.is_event && plan.reopen_every > 0 && one.number % plan.reopen_every == 0) {
             recorder.reset();
-            recorder.reset(vesk_open("r"));
+            recorder.reset(plan.works_ahead ? begin_life(plan) : vesk_open("r"));
             ASSERT_TRUE(recorder);
         }
         ASSERT_EQ(0, write_entry(recorder.get(), one)) << one.number;
         ++progress->acknowledged;
+        work_ahead(plan, recorder.get(), one.number);
     }
     ASSERT_EQ(0, vesk_sync(recorder.get()));
 }
@@ -284,6 +306,7 @@ const life_plan short_plans[] = {
     {"without backups", {2, 2}, 13, 0, 4, false},
     {"wide", {2, 2}, 9, 130, 0, true, 900},
     {"over an old box", {2, 2}, 11, 0, 0, true, 0, true},
+    {"works ahead", {4, 2}, 26, 0, 11, true, 0, false, true},
 };
 
 const life_plan long_plans[] = {
@@ -294,6 +317,7 @@ const life_plan long_plans[] = {
     {"six", {6, 2}, 60, 1, 7, true, 20},
     {"smallest", {2, 2}, 30, 0, 1, true},
     {"over an old box", {4, 2}, 40, 0, 3, true, 0, true},
+    {"works ahead", {4, 2}, 50, 2, 17, true, 100, false, true},
 };
 
 std::vector<life_plan> plans()

@@ -9,6 +9,7 @@
 
 #include <vesk/error.h>
 #include <vesk/vesk.h>
+#include <vesk/vesk_prepare.h>
 #include <vesk/vesk_recover.h>
 #include <vesk/vesk_start.h>
 
@@ -76,9 +77,12 @@ void live(const entries &given, life_progress *progress)
     }
 }
 
+// What a program does of the next rotation between two vectors.
+enum class ahead { nothing, in_slices };
+
 // A program that starts its box and syncs each vector: nothing of what it acknowledges is ever
 // lost, while the recorder moves on to other files least of all.
-void live_safely(const entries &given, life_progress *progress)
+void live_safely(const entries &given, life_progress *progress, ahead work)
 {
     for (std::size_t i = 0; i < given.size();) {
         vesk_start_report report;
@@ -93,6 +97,10 @@ void live_safely(const entries &given, life_progress *progress)
             ASSERT_EQ(0, vesk_settle(recorder.get()));
             ASSERT_EQ(0, vesk_sync(recorder.get()));
             progress->synced = progress->acknowledged;
+            // Sometimes the rotation has to finish what was begun.
+            for (std::size_t slice = 0; work == ahead::in_slices && slice < 2 + i % 5; ++slice) {
+                ASSERT_LE(0, vesk_prepare(recorder.get(), 1, 0));
+            }
         }
     }
 }
@@ -151,10 +159,10 @@ TEST_F(PowerLoss, CostsNothingThatWasSynced)
     EXPECT_EQ(0U, results.failed) << results.complaints;
 }
 
-TEST_F(PowerLoss, CostsAStartedRecorderNothingAtAnyMoment)
+static void lose_power_at_any_moment(ahead work)
 {
     const entries all = plan_entries(is_long_form() ? 80 : 26);
-    const recording life([&](life_progress *progress) { live_safely(all, progress); });
+    const recording life([&](life_progress *progress) { live_safely(all, progress, work); });
     ASSERT_EQ("", life.complaints());
     const std::size_t ways = std::size(all_power_losses);
     const trial_results results =
@@ -167,6 +175,16 @@ TEST_F(PowerLoss, CostsAStartedRecorderNothingAtAnyMoment)
         });
     printf("%zu losses of power, %zu failed\n", results.tried, results.failed);
     EXPECT_EQ(0U, results.failed) << results.complaints;
+}
+
+TEST_F(PowerLoss, CostsAStartedRecorderNothingAtAnyMoment)
+{
+    lose_power_at_any_moment(ahead::nothing);
+}
+
+TEST_F(PowerLoss, CostsARecorderThatWorksAheadNothingAtAnyMoment)
+{
+    lose_power_at_any_moment(ahead::in_slices);
 }
 
 TEST_F(PowerLoss, InARecoveryCostsNothing)

@@ -97,14 +97,22 @@ recording::recording(const std::function<void(life_progress *)> &life)
     }
 }
 
-// The name in the working folder of the file behind a descriptor.
+// The name in the working folder of the file behind a descriptor; nothing when it has none there.
+// One that got its name late is not known by it to the system.
 static std::string _name_of(int descriptor)
 {
-    char path[4096];
-    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
-    const ssize_t length = readlink(link.c_str(), path, sizeof path);
-    return length < 0 ? ""
-                      : fs::path(std::string(path, static_cast<std::size_t>(length))).filename();
+    struct stat wanted = {};
+    if (fstat(descriptor, &wanted) != 0) {
+        return "";
+    }
+    for (const auto &entry : fs::directory_iterator(".")) {
+        struct stat found = {};
+        if (lstat(entry.path().c_str(), &found) == 0 && found.st_ino == wanted.st_ino &&
+            found.st_dev == wanted.st_dev) {
+            return entry.path().filename();
+        }
+    }
+    return "";
 }
 
 void recording::look(const char *call, int synced, const life_progress &progress)

@@ -1,4 +1,6 @@
 // Scanning, recovering and starting boxes, with every call that can fail.
+#include <vesk/vesk_prepare.h>
+
 #include "faults/boxes.hpp"
 
 namespace
@@ -172,6 +174,12 @@ outcome settles(fault &f)
     return f.returns([&] { return vesk_settle(recorder.get()); });
 }
 
+outcome prepares(fault &f)
+{
+    const owned_recorder recorder(vesk_start("r", 4, 2, nullptr));
+    return f.returns([&] { return vesk_prepare(recorder.get(), 60000000, 0); });
+}
+
 void add_starts(std::vector<fault_case> *table)
 {
     table->push_back(
@@ -227,6 +235,20 @@ void add_starts(std::vector<fault_case> *table)
                           return fault::success();
                       },
                       remove_box});
+    table->push_back({"vesk_prepare",
+                      "",
+                      {{call_kind::allocation, {"-22", "-41", "-42"}},
+                       {call_kind::zlib, {"-41", "-42"}},
+                       {call_kind::open, {"-40"}},
+                       {call_kind::read, {"-41"}},
+                       {call_kind::write, {"-41"}},
+                       {call_kind::torn_write, {"-41"}},
+                       {call_kind::flush, {"-41", "ok"}},
+                       {call_kind::close, {"ok"}},
+                       {call_kind::sync, {"-41"}}},
+                      prepares,
+                      box_with(full_hcc),
+                      [](const fault &, const outcome &) { expect_startable(full_hcc); }});
     table->push_back({"vesk_settle",
                       "",
                       {{call_kind::allocation, {"-22"}},
