@@ -16,6 +16,7 @@
 #include <vesk/timestamp.h>
 #include <vesk/vesk_check.h>
 #include <vesk/vesk_limits.h>
+#include <vesk/vesk_prepare.h>
 
 #include "box/box.hpp"
 #include "box/box_check.hpp"
@@ -24,6 +25,13 @@
 
 namespace cli
 {
+namespace
+{
+
+// What a history may take in memory until its rotation where the file system has no place for it.
+constexpr std::size_t memory_ahead = std::size_t{8} << 20;
+
+} // namespace
 
 void box_writer::check_shape_for(const std::string &base, const box_shape &shape)
 {
@@ -263,12 +271,28 @@ void box_writer::finish_vector()
     }
 }
 
+void box_writer::work_ahead(double seconds)
+{
+    if (recorder_) {
+        (void)vesk_prepare(recorder_.get(), static_cast<uint32_t>(seconds * 1e6), memory_ahead);
+    }
+}
+
+// Nothing is left to be read.
+bool box_writer::has_worked_ahead() const
+{
+    return vesk_prepare(recorder_.get(), 0, 0) == 0;
+}
+
 // A rotation reads the older buffers, and some damage in them would end the process, so they are
-// checked first. A recovery deletes the files that a failed rotation of another process left.
+// checked first, unless they were read already. A recovery deletes the files that a failed rotation
+// of another process left.
 void box_writer::prepare_rotation()
 {
     try {
-        require_sound(name_.base);
+        if (!has_worked_ahead()) {
+            require_sound(name_.base);
+        }
         require_free_names();
     } catch (const failure &) {
         recorder_.reset();

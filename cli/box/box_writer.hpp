@@ -60,6 +60,10 @@ public:
     // first vector of a box and behind the last one of a full buffer. waiting_events keeps it then.
     // Throws an unrecordable_event when no box can hold it.
     event_result write(const event &what);
+    // To be called when there is time until the next write: summarises for about so long what the
+    // next rotation will need, so that the write that rotates does not have to. What fails here is
+    // told by that write.
+    void work_ahead(double seconds);
     // Brings what was written onto the medium, unless nothing is ever synced.
     void sync_now();
     // To be called last: syncs once more as the policy says.
@@ -85,6 +89,7 @@ private:
     int write_vector();
     void finish_vector();
     void prepare_rotation();
+    bool has_worked_ahead() const;
     void require_free_names() const;
 
     struct vector_release {

@@ -107,6 +107,13 @@ void tier_recorder::add(int64_t time, std::span<const std::string> names,
     }
 }
 
+void tier_recorder::work_ahead(double seconds)
+{
+    if (box_) {
+        box_->work_ahead(seconds);
+    }
+}
+
 void tier_recorder::finish()
 {
     if (std::optional<tier_row> row = period_.end()) {
@@ -236,6 +243,13 @@ void tier_recorders::add(int64_t time, std::span<const std::string> names,
 {
     for (tier_recorder &tier : tiers_) {
         tier.add(time, names, values);
+    }
+}
+
+void tier_recorders::work_ahead(double seconds)
+{
+    for (tier_recorder &tier : tiers_) {
+        tier.work_ahead(seconds);
     }
 }
 

@@ -40,6 +40,8 @@ public:
 
     // A sample that the box has taken.
     void add(int64_t time, std::span<const std::string> names, std::span<const float> values);
+    // As box_writer does.
+    void work_ahead(double seconds);
     // To be called last: writes the row under way.
     void finish();
 
@@ -74,6 +76,8 @@ public:
                    const sync_policy &sync);
 
     void add(int64_t time, std::span<const std::string> names, std::span<const float> values);
+    // Gives each of them so long.
+    void work_ahead(double seconds);
     void finish();
 
 private:

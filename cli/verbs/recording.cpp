@@ -25,6 +25,10 @@ namespace
 constexpr std::size_t events_at_once = 50;
 // The events that are taken when the recording ends: more than the kernel keeps in a socket.
 constexpr std::size_t events_at_end = 1000;
+// Between two samples each box works ahead for at most so many seconds, in which no event is taken,
+// and for such a part of the time that is left.
+constexpr double longest_work_ahead = 0.1;
+constexpr double part_of_rest = 0.125;
 
 } // namespace
 
@@ -144,6 +148,7 @@ void recording::take_samples()
 // the tick that it shows then. Nothing when the end was requested.
 std::optional<int64_t> recording::wait_for(int64_t tick)
 {
+    work_ahead(seconds_until(tick, clock_seconds(), settings_.interval));
     while (!stop_.requested()) {
         intake_.take(events_at_once);
         own_.look(read_clocks());
@@ -167,6 +172,16 @@ std::optional<int64_t> recording::wait_for(int64_t tick)
         }
     }
     return std::nullopt;
+}
+
+// Does in the time between two samples what would make a later one late.
+void recording::work_ahead(double rest)
+{
+    const double seconds = std::min(rest * part_of_rest, longest_work_ahead);
+    if (seconds > 0 && !stop_.requested()) {
+        box_.work_ahead(seconds);
+        tiers_->work_ahead(seconds);
+    }
 }
 
 void recording::wait(double seconds)

@@ -45,6 +45,7 @@ private:
     void reload();
     void change(const record_options &options);
     void look_at_program();
+    void work_ahead(double rest);
     void wait(double seconds);
 
     std::string words_about_size() const;

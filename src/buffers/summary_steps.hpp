@@ -13,6 +13,8 @@
 #include <vesk/vesk_hb_record_events.h>
 #include <vesk/vesk_hist_buffer.h>
 
+#include "buffers/interval_statistics.hpp"
+
 // What a step answers besides a negative code.
 inline constexpr int all_done = 0;
 inline constexpr int more_to_do = 1;
@@ -29,7 +31,7 @@ struct compression {
     vesk_cb_record rec;
     timestamp start; // of the first sample of the open interval
     timestamp end;   // of its latest sample
-    hist_value_list list;
+    interval_statistics statistics;
     vesk_hb_record_events events;
     uint32_t samples_in_interval;
     uint32_t samples_per_hb_interval;

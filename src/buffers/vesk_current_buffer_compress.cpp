@@ -1,8 +1,6 @@
 // Summarising a file of raw samples: every so many consecutive vectors become one interval of the
 // history.
 #include <vesk/error.h>
-#include <vesk/hist_value.h>
-#include <vesk/hist_value_list.h>
 #include <vesk/sensor_array.h>
 #include <vesk/vesk_cb_record.h>
 #include <vesk/vesk_current_buffer.h>
@@ -17,32 +15,17 @@ static int _vesk_write_current_interval(compression *state)
     VESK_REQUIRE(state->hbuf != nullptr, "state->hbuf != ((void *)0)");
     VESK_REQUIRE(!timestamp_is_null(&state->start), "!timestamp_is_null (&state->start)");
     VESK_REQUIRE(!timestamp_is_null(&state->end), "!timestamp_is_null (&state->end)");
-    return vesk_hist_buffer_write_interval(state->hbuf, &state->start, &state->end, &state->list,
-                                           &state->events);
+    return vesk_hist_buffer_write_interval(state->hbuf, &state->start, &state->end,
+                                           state->statistics.list(), &state->events);
 }
 
 // `end` keeps its value until the next sample replaces it.
 static void _begin_interval(compression *state)
 {
-    hist_value_list_clear(&state->list);
+    state->statistics.clear();
     state->samples_in_interval = 0;
     timestamp_init_null(&state->start);
     vesk_hb_record_events_init_null(&state->events);
-}
-
-// Folds one value a sensor into the open interval; returns 0 or a negative error.
-static int _fold(hist_value_list *list, const sensor_array *sensors, const float *values)
-{
-    const uint32_t n = sensor_array_get_size(sensors);
-    sensor *const *sensor_list = sensor_array_get_sensors(sensors);
-    for (uint32_t i = 0; i < n; ++i) {
-        hist_value *summary = hist_value_list_add_if_not_present(list, sensor_list[i]);
-        if (summary == nullptr) {
-            return qe_get_last_error();
-        }
-        hist_value_update(summary, values[i]);
-    }
-    return 0;
 }
 
 static int _vesk_update_current_interval(compression *state, vesk_cb_record_sensor_values *values)
@@ -67,7 +50,7 @@ static int _vesk_update_current_interval(compression *state, vesk_cb_record_sens
         return QE_ERROR_MALFORMED;
     }
 
-    int result = _fold(&state->list, sensors, readings);
+    int result = state->statistics.fold(sensors, readings);
     if (result < 0 || state->samples_in_interval < state->samples_per_hb_interval) {
         return result;
     }
@@ -108,6 +91,7 @@ static int _vesk_handle_cb_record(compression *state, vesk_cb_record *rec)
     switch (rec->type) {
     case VESK_CB_RECORD_SENSOR_NAMES:
         // Reading it made it the working set of the buffer.
+        state->statistics.sensors_change();
         return 0;
     case VESK_CB_RECORD_SENSOR_VALUES:
         return _vesk_update_current_interval(state, rec->values);
@@ -154,7 +138,6 @@ int _vesk_compression_init(compression *state, vesk_current_buffer *cbuf, vesk_h
     vesk_cb_record_init_null(&state->rec);
     timestamp_init_null(&state->start);
     timestamp_init_null(&state->end);
-    hist_value_list_init(&state->list);
     vesk_hb_record_events_init_null(&state->events);
     state->samples_in_interval = 0;
     state->samples_per_hb_interval = samples_per_hb_interval;
@@ -164,7 +147,6 @@ int _vesk_compression_init(compression *state, vesk_current_buffer *cbuf, vesk_h
 void _vesk_compression_destruct(compression *state)
 {
     vesk_cb_record_destruct(&state->rec);
-    hist_value_list_destruct(&state->list);
     vesk_hb_record_events_destruct(&state->events);
     timestamp_destruct(&state->start);
     timestamp_destruct(&state->end);
@@ -191,7 +173,7 @@ static int _handle_next_record(compression *state)
 // nothing to write.
 static int _write_partial_interval(compression *state)
 {
-    if (state->samples_in_interval == 0 || hist_value_list_is_empty(&state->list)) {
+    if (state->samples_in_interval == 0 || state->statistics.is_empty()) {
         return 0;
     }
     return _vesk_write_current_interval(state);

@@ -7,11 +7,13 @@
 //   hvalues      n_sensors hist values of 37 bytes, in the order of the sensors
 //   events       21 bytes, the event counters
 
+#include <algorithm>
 #include <stdlib.h>
 
 #include <vesk/vesk_hb_record_sensor_values.h>
 
 #include "io/fields.hpp"
+#include "model/hist_value_form.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
 #include "support/precondition.hpp"
@@ -200,6 +202,31 @@ vesk_hb_record_sensor_values *vesk_hb_record_sensor_values_copy(vesk_hb_record_s
     return dst;
 }
 
+// To the library's own streams in blocks, as numbers go (see io/fields.hpp); to others field by
+// field.
+static void _write_hist_values(const vesk_hb_record_sensor_values *rec, writer *target,
+                               field_writer *fields)
+{
+    if (!_writer_takes_blocks(target)) {
+        for (uint32_t i = 0; i < rec->n_sensors && !fields->failed(); ++i) {
+            fields->form<hist_value>(binary_serializer_write_hist_value, &rec->hvalues[i]);
+        }
+        return;
+    }
+    constexpr uint32_t most = field_block_size / hist_value_bytes;
+    unsigned char block[most * hist_value_bytes];
+    for (uint32_t done = 0; done < rec->n_sensors && !fields->failed();) {
+        const uint32_t n = std::min(rec->n_sensors - done, most);
+        for (uint32_t i = 0; i < n; ++i) {
+            VESK_REQUIRE(rec->hvalues[done + i].version == hist_value_version,
+                         "hv->version == ((char) 1)");
+            hist_value_store(rec->hvalues[done + i], block + i * hist_value_bytes);
+        }
+        fields->bytes(block, n * hist_value_bytes);
+        done += n;
+    }
+}
+
 int binary_serializer_write_vesk_hb_record_sensor_values(const vesk_hb_record_sensor_values *rec,
                                                          writer *target)
 {
@@ -216,15 +243,31 @@ int binary_serializer_write_vesk_hb_record_sensor_values(const vesk_hb_record_se
         .form(binary_serializer_write_timestamp, &rec->start)
         .form(binary_serializer_write_timestamp, &rec->end)
         .u32(rec->n_sensors);
-    for (uint32_t i = 0; i < rec->n_sensors && !fields.failed(); ++i) {
-        fields.form<hist_value>(binary_serializer_write_hist_value, &rec->hvalues[i]);
-    }
+    _write_hist_values(rec, target, &fields);
     return fields.form(binary_serializer_write_vesk_hb_record_events, &rec->events).result();
+}
+
+// Takes those of `count` hist values that a compressed stream of the library holds inflated
+// already, and that are as they should be. Returns how many.
+static uint32_t _read_held_values(hist_value *hvalues, uint32_t count, reader *source,
+                                  field_reader *fields)
+{
+    uint32_t size = 0;
+    const uint8_t *held = _zlib_reader_peek(source, &size);
+    const uint32_t most = std::min(count, size / hist_value_bytes);
+    uint32_t n = 0;
+    while (n < most && hist_value_load(held + n * hist_value_bytes, &hvalues[n])) {
+        ++n;
+    }
+    if (n > 0) {
+        fields->held(_zlib_reader_skip(source, n * hist_value_bytes));
+    }
+    return n;
 }
 
 // Reads `count` hist values into the array of the record, or into a new one when it has none of
 // this length. After a failure the record counts those that were read.
-static int _read_hist_values(vesk_hb_record_sensor_values *rec, uint32_t count,
+static int _read_hist_values(vesk_hb_record_sensor_values *rec, uint32_t count, reader *source,
                              field_reader *fields)
 {
     if (rec->hvalues != nullptr && rec->n_sensors != count) {
@@ -237,14 +280,20 @@ static int _read_hist_values(vesk_hb_record_sensor_values *rec, uint32_t count,
             return QE_ERROR_NO_MEMORY;
         }
     }
-    for (uint32_t i = 0; i < count; ++i) {
-        if (fresh) {
-            hist_value_init(&rec->hvalues[i]);
+    for (uint32_t i = 0; fresh && i < count; ++i) {
+        hist_value_init(&rec->hvalues[i]);
+    }
+    for (uint32_t i = 0; i < count;) {
+        const uint32_t n = _read_held_values(&rec->hvalues[i], count - i, source, fields);
+        i += n;
+        if (n > 0) {
+            continue;
         }
         if (!fields->form(binary_serializer_read_hist_value, &rec->hvalues[i]).ok()) {
             rec->n_sensors = i;
             return fields->result();
         }
+        ++i;
     }
     rec->n_sensors = count;
     return 0;
@@ -274,7 +323,7 @@ int binary_serializer_read_vesk_hb_record_sensor_values(vesk_hb_record_sensor_va
     if (count == 0 || count > max_stored_count) {
         return QE_ERROR_MALFORMED;
     }
-    const int read = _read_hist_values(rec, count, &fields);
+    const int read = _read_hist_values(rec, count, source, &fields);
     if (read < 0) {
         return read;
     }

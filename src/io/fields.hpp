@@ -219,6 +219,12 @@ public:
         return *this;
     }
 
+    // Bytes that were taken from the stream otherwise.
+    field_reader &held(int consumed)
+    {
+        return add([=] { return consumed; });
+    }
+
     field_reader &fail(int code)
     {
         if (ok()) {

@@ -18,6 +18,13 @@ void _reader_destruct(reader *reader);
 // A caller's reader, and one that makes garbage, is asked for each number alone.
 bool _reader_gives_blocks(const reader *reader);
 
+// What a compressed stream of the library holds inflated already, but for the byte whose reading
+// may tell more; *size is how much, 0 for other readers. Looking changes nothing, so that what is
+// not as expected can still be read as it always is.
+const uint8_t *_zlib_reader_peek(const reader *reader, uint32_t *size);
+// Reads `n` bytes of those and returns how many that are.
+int _zlib_reader_skip(reader *reader, uint32_t n);
+
 // The functions of those four.
 int _raw_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n);

@@ -240,6 +240,26 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
     return static_cast<int>(total);
 }
 
+const uint8_t *_zlib_reader_peek(const reader *r, uint32_t *size)
+{
+    *size = 0;
+    if (r->fn_read_bytes != _zlib_reader_read_bytes) {
+        return nullptr;
+    }
+    const struct zreader *zreader = _live(r->reader);
+    const uint32_t held = _held(zreader);
+    *size = held > 0 ? held - 1 : 0;
+    return zreader->block + zreader->block_next;
+}
+
+int _zlib_reader_skip(reader *r, uint32_t n)
+{
+    struct zreader *zreader = _live(r->reader);
+    VESK_REQUIRE(n < _held(zreader), "n < _held (zreader)");
+    zreader->block_next += n;
+    return static_cast<int>(n);
+}
+
 static int _zlib_reader_eof(void *implementation)
 {
     struct zreader *zreader = _live(implementation);

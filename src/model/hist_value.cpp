@@ -11,28 +11,16 @@
 //      25     4  sum_squares
 //      29     4  sum_cubes
 //      33     4  sum_fourth_powers
-#include <bit>
-#include <cmath>
 #include <cstdint>
-#include <iterator>
 
 #include <vesk/hist_value.h>
 #include <vesk/sensor_value.h>
 
 #include "io/fields.hpp"
+#include "model/hist_sum.hpp"
+#include "model/hist_value_form.hpp"
 #include "support/object.hpp"
 #include "support/precondition.hpp"
-
-// The floats, in the order in which they are stored.
-static constexpr float hist_value::*statistics[] = {
-    &hist_value::min_value,   &hist_value::max_value,
-    &hist_value::first_value, &hist_value::last_value,
-    &hist_value::sum,         &hist_value::sum_squares,
-    &hist_value::sum_cubes,   &hist_value::sum_fourth_powers,
-};
-
-// The count and the floats.
-static constexpr uint32_t stored_words = 1 + std::size(statistics);
 
 int hist_value_init(hist_value *hv)
 {
@@ -81,34 +69,12 @@ int hist_value_is_equal(const hist_value *hv1, const hist_value *hv2)
     if (hv1->count != hv2->count) {
         return 0;
     }
-    for (const auto statistic : statistics) {
+    for (const auto statistic : hist_value_floats) {
         if (sensor_value_is_equal(hv1->*statistic, hv2->*statistic) == 0) {
             return 0;
         }
     }
     return 1;
-}
-
-// Infinities of both signs add up to a NaN, which x86 makes with its sign set, other machines
-// without.
-#if defined(__x86_64__) || defined(__i386__)
-static constexpr bool makes_nans_of_x86 = true;
-#else
-static constexpr bool makes_nans_of_x86 = false;
-#endif
-
-// History stores the sums, so they get the bits of x86 everywhere. A NaN that was there before
-// stays.
-static void _add(float *sum, float addend)
-{
-    const float result = *sum + addend;
-    if constexpr (!makes_nans_of_x86) {
-        if (std::isnan(result) && !std::isnan(*sum) && !std::isnan(addend)) {
-            *sum = std::bit_cast<float>(UINT32_C(0xffc00000));
-            return;
-        }
-    }
-    *sum = result;
 }
 
 void hist_value_update(hist_value *hv, float value)
@@ -132,10 +98,10 @@ void hist_value_update(hist_value *hv, float value)
     const float cube = square * value;
     const float fourth_power = cube * value;
     hv->last_value = value;
-    _add(&hv->sum, value);
-    _add(&hv->sum_squares, square);
-    _add(&hv->sum_cubes, cube);
-    _add(&hv->sum_fourth_powers, fourth_power);
+    hv->sum = hist_sum(hv->sum, value);
+    hv->sum_squares = hist_sum(hv->sum_squares, square);
+    hv->sum_cubes = hist_sum(hv->sum_cubes, cube);
+    hv->sum_fourth_powers = hist_sum(hv->sum_fourth_powers, fourth_power);
 }
 
 void hist_value_merge_with(hist_value *hv1, const hist_value *hv2)
@@ -158,10 +124,10 @@ void hist_value_merge_with(hist_value *hv1, const hist_value *hv2)
     }
     hv1->count += hv2->count;
     hv1->last_value = hv2->last_value;
-    _add(&hv1->sum, hv2->sum);
-    _add(&hv1->sum_squares, hv2->sum_squares);
-    _add(&hv1->sum_cubes, hv2->sum_cubes);
-    _add(&hv1->sum_fourth_powers, hv2->sum_fourth_powers);
+    hv1->sum = hist_sum(hv1->sum, hv2->sum);
+    hv1->sum_squares = hist_sum(hv1->sum_squares, hv2->sum_squares);
+    hv1->sum_cubes = hist_sum(hv1->sum_cubes, hv2->sum_cubes);
+    hv1->sum_fourth_powers = hist_sum(hv1->sum_fourth_powers, hv2->sum_fourth_powers);
 }
 
 int binary_serializer_write_hist_value(const hist_value *hv, writer *w)
@@ -169,12 +135,9 @@ int binary_serializer_write_hist_value(const hist_value *hv, writer *w)
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
     VESK_REQUIRE(hv->version == 1, "hv->version == ((char) 1)");
     VESK_REQUIRE(w != nullptr, "writer != ((void *)0)");
-    const auto word = [hv](uint32_t i) {
-        return i == 0 ? hv->count : bits_of(hv->*statistics[i - 1]);
-    };
     return field_writer(w)
         .byte(static_cast<uint8_t>(hv->version))
-        .u32s(stored_words, word)
+        .u32s(hist_value_words, [hv](uint32_t i) { return hist_value_word(*hv, i); })
         .result();
 }
 
@@ -183,12 +146,6 @@ int binary_serializer_read_hist_value(hist_value *hv, reader *r)
     VESK_REQUIRE(hv != nullptr, "hv != ((void *)0)");
     VESK_REQUIRE(hv->version == 1, "hv->version == ((char) 1)");
     VESK_REQUIRE(r != nullptr, "reader != ((void *)0)");
-    const auto set = [hv](uint32_t i, uint32_t word) {
-        if (i == 0) {
-            hv->count = word;
-        } else {
-            set_bits(&(hv->*statistics[i - 1]), word);
-        }
-    };
-    return field_reader(r).version(1).u32s(stored_words, set).result();
+    const auto set = [hv](uint32_t i, uint32_t word) { hist_value_set_word(hv, i, word); };
+    return field_reader(r).version(hist_value_version).u32s(hist_value_words, set).result();
 }

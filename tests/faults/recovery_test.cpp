@@ -237,7 +237,7 @@ void add_starts(std::vector<fault_case> *table)
                       remove_box});
     table->push_back({"vesk_prepare",
                       "",
-                      {{call_kind::allocation, {"-22", "-41", "-42"}},
+                      {{call_kind::allocation, {"-22", "-41", "-42", "ok"}},
                        {call_kind::zlib, {"-41", "-42"}},
                        {call_kind::open, {"-40"}},
                        {call_kind::read, {"-41"}},

@@ -9,6 +9,7 @@
 #include "common/failing_calls.hpp"
 #include "common/memory_streams.hpp"
 #include "common/zlib_bytes.hpp"
+#include "io/reader_internal.hpp"
 
 namespace
 {
@@ -202,6 +203,34 @@ TEST(ZlibReader, PassesASavepointOnlyWithTheLastByteOfTheStream)
     EXPECT_EQ(0U, r.savepoint());
     EXPECT_EQ(0, r.read(1));
     EXPECT_EQ(compressed_stream("first").size(), r.savepoint());
+}
+
+TEST(ZlibReader, ShowsWhatItHoldsButForTheByteThatMayTellMore)
+{
+    const std::string content = "0123456789";
+    memory_reader source(compressed_stream(content));
+    owned_zlib_reader r(&source);
+    uint32_t size = 99;
+    (void)_zlib_reader_peek(r.get(), &size);
+    EXPECT_EQ(0U, size) << "nothing was read";
+    EXPECT_EQ(1, r.read(1));
+    for (int i = 0; i < 2; ++i) {
+        const uint8_t *held = _zlib_reader_peek(r.get(), &size);
+        ASSERT_EQ(8U, size);
+        EXPECT_EQ("12345678", std::string(held, held + size)) << "looking changes nothing";
+    }
+    EXPECT_EQ(7, _zlib_reader_skip(r.get(), 7));
+    EXPECT_EQ(1, r.read(1));
+    EXPECT_EQ("08", r.content());
+    (void)_zlib_reader_peek(r.get(), &size);
+    EXPECT_EQ(0U, size);
+    EXPECT_EQ(0U, r.savepoint());
+    EXPECT_EQ(1, r.read(5));
+    EXPECT_EQ("089", r.content());
+    EXPECT_NE(0U, r.savepoint());
+    EXPECT_ABORTS(_zlib_reader_skip(r.get(), 1), "n < _held (zreader)");
+    (void)_zlib_reader_peek(source.get(), &size);
+    EXPECT_EQ(0U, size) << "no compressed stream";
 }
 
 TEST(ZlibReader, CountsSavepointsFromWhereItBegan)

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <set>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -160,6 +161,50 @@ TEST_F(BoxWriter, DamageThatCameMeanwhileIsMendedBeforeARotationMeetsIt)
     write(writer, 13);
     EXPECT_THAT(GetCapturedStderr(), HasSubstr("recovered"));
     EXPECT_GE(samples(), 12U);
+}
+
+TEST_F(BoxWriter, WorkingAheadLeavesTheSameFiles)
+{
+    const auto content = [&] {
+        std::map<std::string, std::string> files;
+        for (const auto &entry : std::filesystem::directory_iterator(folder.path())) {
+            files[entry.path().filename()] = read_file(entry.path());
+        }
+        return files;
+    };
+    constexpr int count = 30;
+    fill(count);
+    const auto without = content();
+    for (const auto &[name, bytes] : without) {
+        std::filesystem::remove(folder.file(name.c_str()));
+    }
+    {
+        box_writer writer(base, {4, 2}, without_sync);
+        for (int i = 1; i <= count; ++i) {
+            write(writer, i);
+            writer.work_ahead(i % 3 == 0 ? 1e-6 : 1);
+        }
+    }
+    EXPECT_EQ(without, content());
+}
+
+TEST_F(BoxWriter, DamageThatCameBeforeWorkingAheadIsMendedAtTheRotation)
+{
+    box_writer writer(base, {4, 2}, without_sync);
+    for (int i = 1; i <= 16; ++i) {
+        write(writer, i);
+    }
+    const std::string damaged = base + ".3.cbuf.z";
+    std::string bytes = read_file(damaged);
+    bytes[bytes.size() / 2] = static_cast<char>(~bytes[bytes.size() / 2]);
+    write_file(damaged, bytes);
+    writer.work_ahead(1);
+    CaptureStderr();
+    write(writer, 17);
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("recovered"));
+    writer.work_ahead(1);
+    write(writer, 18);
+    EXPECT_LE(16U, samples());
 }
 
 TEST_F(BoxWriter, KeepsACopyOfTheStateFile)
