@@ -22,7 +22,7 @@ import time
 from pathlib import Path
 
 # Other machines, servers and places, programs of the reader, and what prints nothing for ever.
-ELSEWHERE = re.compile(r"-n 0|\bssh\b|/var/lib|\bcurl\b|promtool|my-sensors|systemctl|pidof|\bserve\b")
+ELSEWHERE = re.compile(r"-n 0|\bssh\b|/var/lib|\bcurl\b|promtool|my-sensors|systemctl|pidof|\bserve\b|\bpush\b")
 # A recording, an estimate or a look at the machine samples in real time.
 SLOW = re.compile(r"^vesk (record|estimate|sensors)\b")
 ENDLESS = re.compile(r"^vesk tail -f\b")

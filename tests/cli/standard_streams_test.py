@@ -77,6 +77,7 @@ CALLS = [
     (healthy, ["plot", "box", "a"], 0, True),
     (healthy, ["plot", "box", "a", "--svg", "-"], 0, True),
     (healthy, ["export", "--format", "jsonl", "box"], 0, True),
+    (healthy, ["push", "box"], 2, False),
     (healthy, ["report", "box"], 0, True),
     (healthy, ["check", "box"], 0, True),
     (torn, ["check", "box"], 3, True),

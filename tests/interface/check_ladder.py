@@ -15,8 +15,8 @@ from pathlib import Path
 # Each rung may include from the rungs before it; folders on one rung know nothing of each other.
 LIBRARY = [["support"], ["io"], ["model"], ["matrix"], ["buffers", "text"], ["box"],
            ["recorder", "recovery"], ["start"]]
-COMMAND = [["process"], ["text"], ["analysis", "draw"], ["box"], ["machine", "export"], ["page"],
-           ["serve"], ["verbs"]]
+COMMAND = [["process"], ["text"], ["analysis", "draw"], ["box"], ["machine", "export"],
+           ["page", "push"], ["serve"], ["verbs"]]
 
 # Forms of matrices are written by the serializer, and matrices are printed for debugging.
 ALLOWED = {"src/io/binary_serializer.cpp", "src/support/debug_matrix.cpp"}
