@@ -73,6 +73,15 @@ void write_vector_reset_floor(benchmark::State &state)
 constexpr uint32_t n_samples = 120;
 constexpr uint32_t n_intervals = 12;
 
+// The sizes of a box whose rotation is measured.
+struct box_shape {
+    uint32_t samples;
+    uint32_t intervals;
+};
+constexpr box_shape small_box = {n_samples, n_intervals};
+constexpr box_shape short_intervals = {1000, 100};
+constexpr box_shape long_intervals = {1000, 10};
+
 // A box whose open buffer is full, with a full history: the next vector rotates it.
 void fill(vesk *recorder, const std::vector<vector_ptr> &vectors, uint32_t count)
 {
@@ -81,30 +90,30 @@ void fill(vesk *recorder, const std::vector<vector_ptr> &vectors, uint32_t count
     }
 }
 
-void rotation(benchmark::State &state)
+void rotate(benchmark::State &state, const box_shape &shape)
 {
     const temporary_directory folder;
     const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
-    vesk *recorder = vesk_create(folder.file("box").c_str(), n_samples, n_intervals);
-    fill(recorder, vectors, 4 * n_samples);
+    vesk *recorder = vesk_create(folder.file("box").c_str(), shape.samples, shape.intervals);
+    fill(recorder, vectors, 4 * shape.samples);
     for (auto _ : state) {
         if (vesk_write_telemetry_vector(recorder, vectors[0].get()) != 0) {
             state.SkipWithError("the rotation failed");
             break;
         }
         state.PauseTiming();
-        fill(recorder, vectors, n_samples - 1);
+        fill(recorder, vectors, shape.samples - 1);
         state.ResumeTiming();
     }
     vesk_close(&recorder);
 }
 
-void rotation_floor(benchmark::State &state)
+void rotate_floor(benchmark::State &state, const box_shape &shape)
 {
     const temporary_directory folder;
     const auto vectors = make_vectors(static_cast<uint32_t>(state.range(0)), n_vectors);
-    vesk *recorder = vesk_create(folder.file("box").c_str(), n_samples, n_intervals);
-    fill(recorder, vectors, 4 * n_samples + 1);
+    vesk *recorder = vesk_create(folder.file("box").c_str(), shape.samples, shape.intervals);
+    fill(recorder, vectors, 4 * shape.samples + 1);
     vesk_close(&recorder);
     // The rotation has just made 6.hbuf of 4.hbuf and 3.cbuf; it would now read 6 and 5.
     const std::string history = folder.file("box.6.hbuf.z");
@@ -125,6 +134,36 @@ void rotation_floor(benchmark::State &state)
         unlink(folder.file("floor.hbuf").c_str());
         unlink(folder.file("floor.cbuf").c_str());
     }
+}
+
+void rotation(benchmark::State &state)
+{
+    rotate(state, small_box);
+}
+
+void rotation_floor(benchmark::State &state)
+{
+    rotate_floor(state, small_box);
+}
+
+void rotation_100_by_10(benchmark::State &state)
+{
+    rotate(state, short_intervals);
+}
+
+void rotation_100_by_10_floor(benchmark::State &state)
+{
+    rotate_floor(state, short_intervals);
+}
+
+void rotation_10_by_100(benchmark::State &state)
+{
+    rotate(state, long_intervals);
+}
+
+void rotation_10_by_100_floor(benchmark::State &state)
+{
+    rotate_floor(state, long_intervals);
 }
 
 void reopen(benchmark::State &state)
@@ -204,6 +243,13 @@ BENCHMARK(write_vector_reset_floor)
     ->Range(10, 10000)
     ->Unit(benchmark::kMicrosecond);
 VESK_BENCHMARK(rotation);
+// A rotation of 10,000 sensors takes more than a second, and filling the box ten times that: it is
+// left to bench_rotation_pause.
+#define VESK_BENCHMARK_ROTATION(name)                                                              \
+    BENCHMARK(name)->RangeMultiplier(10)->Range(10, 1000)->Unit(benchmark::kMillisecond);          \
+    BENCHMARK(name##_floor)->RangeMultiplier(10)->Range(10, 1000)->Unit(benchmark::kMillisecond)
+VESK_BENCHMARK_ROTATION(rotation_100_by_10);
+VESK_BENCHMARK_ROTATION(rotation_10_by_100);
 VESK_BENCHMARK(reopen);
 VESK_BENCHMARK(read_back);
 
