@@ -260,7 +260,8 @@ static uint32_t _read_held_values(hist_value *hvalues, uint32_t count, reader *s
         ++n;
     }
     if (n > 0) {
-        fields->held(_zlib_reader_skip(source, n * hist_value_bytes));
+        _zlib_reader_skip(source, n * hist_value_bytes);
+        fields->held(static_cast<int>(n * hist_value_bytes));
     }
     return n;
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include <vesk/binary_serializer_common.h>
 #include <vesk/error.h>
@@ -131,7 +132,16 @@ public:
 
     field_reader &bytes(void *data, uint32_t n)
     {
-        return add([&] { return binary_serializer_read_bytes(data, n, source_); });
+        uint32_t size = 0;
+        const uint8_t *held = _zlib_reader_peek(source_, &size);
+        if (n > size) {
+            return add([&] { return binary_serializer_read_bytes(data, n, source_); });
+        }
+        return add([&] {
+            memcpy(data, held, n);
+            _zlib_reader_skip(source_, n);
+            return static_cast<int>(n);
+        });
     }
     field_reader &byte(uint8_t *value) { return bytes(value, sizeof *value); }
     // The version byte that begins a form; QE_ERROR_BAD_VERSION (-12) for any other than

@@ -3,6 +3,8 @@
 #ifndef VESK_IO_READER_INTERNAL_HPP
 #define VESK_IO_READER_INTERNAL_HPP
 
+#include <cstdint>
+
 #include <vesk/reader.h>
 
 // Makes `reader` live with the tag of its implementation, which then sets the implementation
@@ -18,16 +20,44 @@ void _reader_destruct(reader *reader);
 // A caller's reader, and one that makes garbage, is asked for each number alone.
 bool _reader_gives_blocks(const reader *reader);
 
-// What a compressed stream of the library holds inflated already, but for the byte whose reading
-// may tell more; *size is how much, 0 for other readers. Looking changes nothing, so that what is
-// not as expected can still be read as it always is.
-const uint8_t *_zlib_reader_peek(const reader *reader, uint32_t *size);
-// Reads `n` bytes of those and returns how many that are.
-int _zlib_reader_skip(reader *reader, uint32_t n);
+// What the reader of a compressed stream of the library begins with: the bytes that it has inflated
+// and not handed out yet.
+inline constexpr uint32_t zlib_reader_block_size = 2048;
+struct zlib_held_bytes {
+    char version;  // 1 while live
+    uint32_t next; // from here ...
+    uint32_t end;  // ... to here
+    uint8_t bytes[zlib_reader_block_size];
+};
 
-// The functions of those four.
-int _raw_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
+
+// What a compressed stream of the library holds, but for the byte whose reading may tell more;
+// *size is how much, 0 for other readers. Looking changes nothing, so that what is not as expected
+// can still be read as it always is.
+inline const uint8_t *_zlib_reader_peek(const reader *source, uint32_t *size)
+{
+    *size = 0;
+    if (source->fn_read_bytes != _zlib_reader_read_bytes || source->version != 1) {
+        return nullptr;
+    }
+    const auto *held = static_cast<const zlib_held_bytes *>(source->reader);
+    if (held == nullptr || held->version != 1) {
+        return nullptr;
+    }
+    const uint32_t n = held->end - held->next;
+    *size = n > 0 ? n - 1 : 0;
+    return held->bytes + held->next;
+}
+
+// Hands out `n` of those, which must be there.
+inline void _zlib_reader_skip(reader *source, uint32_t n)
+{
+    static_cast<zlib_held_bytes *>(source->reader)->next += n;
+}
+
+// The functions of the others of those.
+int _raw_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 int _memory_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 int _reporting_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 

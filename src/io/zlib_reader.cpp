@@ -25,7 +25,7 @@
 static constexpr uint32_t direct_read = 256;
 
 struct zreader {
-    char version;
+    zlib_held_bytes held; // what the caller has not taken yet
     uint8_t in[zlib_block_size];
     int initialised; // a zlib stream is open
     struct reader *reader;
@@ -33,11 +33,8 @@ struct zreader {
     uint32_t last_savepoint; // `consumed` at the end of the last complete stream
     int err;                 // the zlib error that killed the stream
     z_stream zstrm;          // its avail_out tells whether the last call filled its output
-    uint8_t block[zlib_block_size];
-    uint32_t block_next; // what the caller has not taken yet: from here ...
-    uint32_t block_end;  // ... to here
-    int block_result;    // what zlib said behind the block and nobody has seen yet; else Z_OK
-    int filled;          // the last read filled the buffer of the caller
+    int block_result;        // what zlib said behind `held` and nobody has seen yet; else Z_OK
+    int filled;              // the last read filled the buffer of the caller
     zlib_memory memory;
 };
 
@@ -45,7 +42,7 @@ static zreader *_live(void *implementation)
 {
     auto *zreader = static_cast<struct zreader *>(implementation);
     VESK_REQUIRE(zreader != nullptr, "zreader != ((void *)0)");
-    VESK_REQUIRE(zreader->version == 1, "zreader->version == ((char) 1)");
+    VESK_REQUIRE(zreader->held.version == 1, "zreader->version == ((char) 1)");
     VESK_REQUIRE(zreader->reader != nullptr, "zreader->reader != ((void *)0)");
     return zreader;
 }
@@ -127,7 +124,7 @@ static int _settle(struct zreader *zreader, int result)
 
 static uint32_t _held(const struct zreader *zreader)
 {
-    return zreader->block_end - zreader->block_next;
+    return zreader->held.end - zreader->held.next;
 }
 
 // True if what zlib said behind the block shows in the read that takes the last byte of the block.
@@ -151,16 +148,17 @@ static int _settle_block(struct zreader *zreader)
 static int _inflate_block(struct zreader *zreader)
 {
     uint32_t produced = 0;
-    const int result = _inflate(zreader, zreader->block, sizeof zreader->block, &produced);
-    zreader->block_next = 0;
-    zreader->block_end = produced;
+    const int result =
+        _inflate(zreader, zreader->held.bytes, sizeof zreader->held.bytes, &produced);
+    zreader->held.next = 0;
+    zreader->held.end = produced;
     if (produced > 0 && (result == Z_STREAM_END || result == Z_DATA_ERROR)) {
         zreader->block_result = result;
         return 0;
     }
     const int settled = _settle(zreader, result);
     if (settled < 0) {
-        zreader->block_end = 0;
+        zreader->held.end = 0;
     }
     return settled;
 }
@@ -178,8 +176,8 @@ static int _inflate_directly(struct zreader *zreader, uint8_t *out, uint32_t siz
 static uint32_t _take_held(struct zreader *zreader, uint8_t *out, uint32_t size)
 {
     const uint32_t n = std::min(size, _held(zreader));
-    memcpy(out, zreader->block + zreader->block_next, n);
-    zreader->block_next += n;
+    memcpy(out, zreader->held.bytes + zreader->held.next, n);
+    zreader->held.next += n;
     return n;
 }
 
@@ -240,26 +238,6 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
     return static_cast<int>(total);
 }
 
-const uint8_t *_zlib_reader_peek(const reader *r, uint32_t *size)
-{
-    *size = 0;
-    if (r->fn_read_bytes != _zlib_reader_read_bytes) {
-        return nullptr;
-    }
-    const struct zreader *zreader = _live(r->reader);
-    const uint32_t held = _held(zreader);
-    *size = held > 0 ? held - 1 : 0;
-    return zreader->block + zreader->block_next;
-}
-
-int _zlib_reader_skip(reader *r, uint32_t n)
-{
-    struct zreader *zreader = _live(r->reader);
-    VESK_REQUIRE(n < _held(zreader), "n < _held (zreader)");
-    zreader->block_next += n;
-    return static_cast<int>(n);
-}
-
 static int _zlib_reader_eof(void *implementation)
 {
     struct zreader *zreader = _live(implementation);
@@ -287,7 +265,7 @@ int zlib_reader_init(reader *r, reader *reader_base)
     if (zreader == nullptr) {
         return QE_ERROR_NO_MEMORY;
     }
-    zreader->version = 1;
+    zreader->held.version = 1;
     zreader->reader = reader_base;
     zreader->zstrm.avail_out = UINT32_MAX;
     _reader_init(r, READER_TYPE_ZLIB);

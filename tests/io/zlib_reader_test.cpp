@@ -219,7 +219,7 @@ TEST(ZlibReader, ShowsWhatItHoldsButForTheByteThatMayTellMore)
         ASSERT_EQ(8U, size);
         EXPECT_EQ("12345678", std::string(held, held + size)) << "looking changes nothing";
     }
-    EXPECT_EQ(7, _zlib_reader_skip(r.get(), 7));
+    _zlib_reader_skip(r.get(), 7);
     EXPECT_EQ(1, r.read(1));
     EXPECT_EQ("08", r.content());
     (void)_zlib_reader_peek(r.get(), &size);
@@ -228,7 +228,6 @@ TEST(ZlibReader, ShowsWhatItHoldsButForTheByteThatMayTellMore)
     EXPECT_EQ(1, r.read(5));
     EXPECT_EQ("089", r.content());
     EXPECT_NE(0U, r.savepoint());
-    EXPECT_ABORTS(_zlib_reader_skip(r.get(), 1), "n < _held (zreader)");
     (void)_zlib_reader_peek(source.get(), &size);
     EXPECT_EQ(0U, size) << "no compressed stream";
 }
