@@ -2,8 +2,10 @@
 // it takes a file for one of the box.
 #include "box/strangers.hpp"
 
+#include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
+#include <memory>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,10 +20,16 @@ namespace
 
 std::string user_text(uid_t user)
 {
-    // The number counts: another system may know the user by another name.
-    const passwd *known = getpwuid(user);
-    return known != nullptr ? fmt::format("user {} ({})", user, known->pw_name)
-                            : fmt::format("user {}", user);
+    // The number counts: another system may know the user by another name. The file is read
+    // directly, because getpwuid() loads libraries of the system, which a statically linked command
+    // must not.
+    const std::unique_ptr<FILE, int (*)(FILE *)> users(fopen("/etc/passwd", "re"), fclose);
+    while (const passwd *known = users != nullptr ? fgetpwent(users.get()) : nullptr) {
+        if (known->pw_uid == user) {
+            return fmt::format("user {} ({})", user, known->pw_name);
+        }
+    }
+    return fmt::format("user {}", user);
 }
 
 std::vector<std::string> files_of(const std::string &base)

@@ -3,12 +3,15 @@
 // new file, which gets its name when it is complete.
 //
 // The samples are written sensor by sensor, in the order of their key, so that the table grows at
-// its end only.
+// its end only. A build without SQLite gets the function at the end of this file, which refuses.
+#include "export/export_job.hpp"
+
+#ifdef VESK_HAVE_SQLITE
+
 #include <array>
 #include <charconv>
 
 #include "export/database.hpp"
-#include "export/export_job.hpp"
 #include "export/new_file.hpp"
 #include "export/series.hpp"
 #include "text/machine_text.hpp"
@@ -187,3 +190,21 @@ void export_sqlite(const export_job &job, const std::string &path, bool force)
 }
 
 } // namespace cli
+
+#else
+
+#include "process/failure.hpp"
+
+namespace cli
+{
+
+void export_sqlite(const export_job &, const std::string &, bool)
+{
+    throw failure(exit_usage,
+                  "--format sqlite: this vesk was built without SQLite; another one, or "
+                  "another format, can do it");
+}
+
+} // namespace cli
+
+#endif

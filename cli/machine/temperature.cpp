@@ -84,7 +84,7 @@ void measure_frequency(const machine_files &files, measurements &out)
 {
     const std::vector<double> found = read_frequencies(files);
     if (!found.empty()) {
-        const std::string source = files.full_path(std::string(processors) + "/cpufreq");
+        const std::string source = files.full_path(fmt::format("{}/cpufreq", processors));
         const auto [least, largest] = std::minmax_element(found.begin(), found.end());
         double sum = 0;
         for (const double each : found) {
@@ -96,7 +96,7 @@ void measure_frequency(const machine_files &files, measurements &out)
         out.push_back({"::cpufreq.max_MHz", gauge{*largest}, source});
     }
     const throttle_counts counts = read_throttle_counts(files);
-    const std::string source = files.full_path(std::string(processors) + "/cpu*/thermal_throttle");
+    const std::string source = files.full_path(fmt::format("{}/cpu*/thermal_throttle", processors));
     if (counts.of_cores) {
         out.push_back({"::cpufreq.core_throttles_per_s", counter{*counts.of_cores, 1}, source});
     }
