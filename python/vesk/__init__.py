@@ -2,6 +2,7 @@
 
 :class:`Box` reads a box, also one that is written to, lies elsewhere than it was made, or is
 damaged: samples, history and events as DataFrames or arrays of numpy. :class:`Recorder` writes one.
+:mod:`vesk.dask` reads many at once.
 
     >>> import vesk
     >>> box = vesk.Box("/var/lib/vesk/box")

@@ -75,7 +75,7 @@ class Suspect(NamedTuple):
     """What it did, for people."""
 
 
-def _patterns(sensors: Sensors) -> List[bytes]:
+def patterns_of(sensors: Sensors) -> List[bytes]:
     if sensors is None:
         return []
     if isinstance(sensors, (bytes, bytearray)):
@@ -99,16 +99,21 @@ def path_bytes(path: Any) -> bytes:
     return name
 
 
+def summary_of(told: List[str]) -> str:
+    """One text of what a call had to tell."""
+    lines = told[:_MOST_TOLD]
+    if len(told) > _MOST_TOLD:
+        lines.append(f"and {len(told) - _MOST_TOLD} more")
+    return "\n".join(lines)
+
+
 def warn(told: List[str], category: type, stacklevel: int = 4) -> None:
     """Makes one warning of what a call had to tell."""
     if told:
-        lines = told[:_MOST_TOLD]
-        if len(told) > _MOST_TOLD:
-            lines.append(f"and {len(told) - _MOST_TOLD} more")
-        warnings.warn("\n".join(lines), category, stacklevel=stacklevel)
+        warnings.warn(summary_of(told), category, stacklevel=stacklevel)
 
 
-def _pandas() -> Any:
+def package_of_pandas() -> Any:
     try:
         import pandas
     except ImportError:
@@ -119,7 +124,7 @@ def _pandas() -> Any:
     return pandas
 
 
-def _index(pandas: Any, times: npt.NDArray[np.datetime64], name: str) -> Any:
+def time_index(pandas: Any, times: npt.NDArray[np.datetime64], name: str) -> Any:
     return pandas.DatetimeIndex(times.astype("datetime64[ns]"), name=name).tz_localize("UTC")
 
 
@@ -166,11 +171,11 @@ class Box:
         machine names them. Values that are missing are NaN. Times repeat or go back where the clock
         was set back.
         """
-        pandas = _pandas()
+        pandas = package_of_pandas()
         arrays = self._samples(sensors, start, end)
         return pandas.DataFrame(
             arrays.values,
-            index=_index(pandas, arrays.times, "time"),
+            index=time_index(pandas, arrays.times, "time"),
             columns=pandas.Index(arrays.sensors, name="sensor", dtype=object),
             copy=False,
         )
@@ -190,14 +195,14 @@ class Box:
         uint32, the others are float32 and NaN where a sensor has no values. An interval that
         ``start`` or ``end`` lies in belongs to the table.
         """
-        pandas = _pandas()
+        pandas = package_of_pandas()
         arrays = self._history(sensors, start, end)
         rows, width = arrays.values.shape
         numbers = len(STATISTICS) - 1
         floats = np.empty((rows, width, numbers), dtype=np.float32)
         for i, statistic in enumerate(STATISTICS[1:]):
             floats[:, :, i] = arrays.values[statistic]
-        index = _index(pandas, arrays.starts, "start")
+        index = time_index(pandas, arrays.starts, "start")
         columns = pandas.MultiIndex.from_product(
             [pandas.Index(arrays.sensors, dtype=object), list(STATISTICS)],
             names=["sensor", "statistic"],
@@ -224,14 +229,14 @@ class Box:
 
         The index is that of :meth:`history`; the columns are ``end`` and ``type1`` to ``type5``.
         """
-        pandas = _pandas()
+        pandas = package_of_pandas()
         arrays = self._history(None, start, end)
         table = pandas.DataFrame(
             arrays.events,
-            index=_index(pandas, arrays.starts, "start"),
+            index=time_index(pandas, arrays.starts, "start"),
             columns=[f"type{number}" for number in range(1, 6)],
         )
-        table.insert(0, "end", _index(pandas, arrays.ends, "end"))
+        table.insert(0, "end", time_index(pandas, arrays.ends, "end"))
         return table
 
     def event_list(self, start: Time = None, end: Time = None) -> List[Event]:
@@ -245,7 +250,7 @@ class Box:
 
         With ``text`` only those whose text fits this pattern, such as ``"*oom*"``.
         """
-        pandas = _pandas()
+        pandas = package_of_pandas()
         found = self._events(start, end)
         if text is not None:
             if not isinstance(text, str):
@@ -258,7 +263,7 @@ class Box:
                 "text": np.array([one.text for one in found], dtype=object),
                 "waits": np.array([one.waits for one in found], dtype=bool),
             },
-            index=_index(pandas, times, "time"),
+            index=time_index(pandas, times, "time"),
         )
 
     def info(self) -> Dict[str, Any]:
@@ -295,7 +300,7 @@ class Box:
             seconds = int(last)
         if not 0 <= seconds <= 1 << 32:
             raise ValueError(f"last {last}: is no length of time")
-        found, told = _vesk.suspects(self._path, _patterns(sensors), seconds)
+        found, told = _vesk.suspects(self._path, patterns_of(sensors), seconds)
         warn(told, DamageWarning, stacklevel=3)
         return [Suspect(rank, *one) for rank, one in enumerate(found, start=1)]
 
@@ -304,14 +309,14 @@ class Box:
 
     def _samples(self, sensors: Sensors, start: Time, end: Time) -> SampleArrays:
         names, times, values, told = _vesk.samples(
-            self._path, _patterns(sensors), *self._span(start, end)
+            self._path, patterns_of(sensors), *self._span(start, end)
         )
         warn(told, DamageWarning)
         return SampleArrays(names, times.view("datetime64[s]"), values)
 
     def _history(self, sensors: Sensors, start: Time, end: Time) -> HistoryArrays:
         names, starts, ends, events, values, told = _vesk.history(
-            self._path, _patterns(sensors), *self._span(start, end)
+            self._path, patterns_of(sensors), *self._span(start, end)
         )
         warn(told, DamageWarning)
         return HistoryArrays(
