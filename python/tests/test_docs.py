@@ -92,13 +92,25 @@ class Documentation(BoxTest):
                 Path(copy, name).write_bytes(self.read_bytes(name))
         recorder.close()
         os.environ["VESK_BOX"] = os.path.join(copy, "box")
-        self.addCleanup(os.environ.pop, "VESK_BOX")
+        self.addCleanup(os.environ.pop, "VESK_BOX", None)
         names = self.run_pieces(cells_of(ROOT / "python" / "examples" / "crash.ipynb"))
         self.assertEqual(names["first"], "memory.available_MiB")
         self.assertTrue(names["cut_off"])
         self.assertLess(abs(names["began"].timestamp() - (BEGIN + 6000)), 300)
         self.assertIn("load_1", names["reason"])
         self.assertIn("Out of memory: Killed process 4711", names["reason"])
+
+    def test_notebook_finds_no_reason_where_there_is_none(self):
+        for rows in (3, 60):
+            base = f"{self.base}-{rows}"
+            with vesk.Recorder(base, samples=20, intervals=2) as recorder:
+                for row in range(rows):
+                    recorder.write({"a": row % 3, "b": None}, time=BEGIN + row)
+            os.environ["VESK_BOX"] = base
+            self.addCleanup(os.environ.pop, "VESK_BOX", None)
+            names = self.run_pieces(cells_of(ROOT / "python" / "examples" / "crash.ipynb"))
+            self.assertIn("Nothing was unusual", names["reason"])
+            self.assertIn("nothing", names["reason"])
 
     def test_notebook_holds_no_outputs(self):
         content = json.loads((ROOT / "python" / "examples" / "crash.ipynb").read_text())
