@@ -73,11 +73,9 @@ public:
         line("disk",
              fmt::format("{} usually, at most {}, {} of that for events", format_byte_size(usual_),
                          format_byte_size(most_), format_byte_size(event_total())));
-        line("rotation",
-             fmt::format("{:.3g} s of processor time every {}{}", turn_,
-                         format_duration(interval_ * shape.samples),
-                         turn_ > static_cast<double>(interval_) / 2 ? ", which may cost samples"
-                                                                    : ""));
+        line("rotation", fmt::format("{:.3g} s of processor time every {}{}", turn_,
+                                     format_duration(interval_ * shape.samples),
+                                     turn_ > time_for_turn() ? ", which may cost samples" : ""));
     }
 
     void print_json() const
@@ -111,6 +109,10 @@ public:
     }
 
 private:
+    // What a recording can spend between the samples of one buffer, in seconds: no more than a
+    // tenth of a second behind each, and only while nothing else needs the processor.
+    double time_for_turn() const { return plan_.shape.samples * 0.05; }
+
     static void line(const std::string &title, const std::string &text)
     {
         put(fmt::format("{:<10} {}\n", title, text));

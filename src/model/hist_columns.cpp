@@ -110,8 +110,8 @@ void hist_columns::update_some(uint32_t at, const float *values) const
     const auto is_first = valid & (count == words{});
     _put(counts, valid ? count + 1 : count);
     // A reading that is missing is neither less nor greater.
-    update(0, [&](floats min) { return is_first | (value < min) ? value : min; });
-    update(1, [&](floats max) { return is_first | (value > max) ? value : max; });
+    update(0, [&](floats min) { return (is_first | (value < min)) ? value : min; });
+    update(1, [&](floats max) { return (is_first | (value > max)) ? value : max; });
     update(2, [&](floats first) { return is_first ? value : first; });
     update(3, [&](floats last) { return valid ? value : last; });
     const floats square = value * value;
