@@ -54,9 +54,9 @@ void clickhouse_door::create(const std::string &cluster)
     }
 }
 
-void clickhouse_door::begin(const std::string &box)
+void clickhouse_door::begin(const box_labels &labels, const std::vector<std::string> & /*sensors*/)
 {
-    box_ = box;
+    box_ = labels.box;
     counts_ = {};
     for (clickhouse_rows *rows : {&samples_, &intervals_, &events_, &boxes_}) {
         rows->clear();

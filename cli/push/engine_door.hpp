@@ -58,8 +58,12 @@ public:
     // Makes the schema where it is missing.
     virtual void create(const std::string &cluster) = 0;
 
-    // To be called before the rows of a box.
-    virtual void begin(const std::string &box) = 0;
+    // To be called before the rows of a box, with the names of its sensors.
+    virtual void begin(const box_labels &labels, const std::vector<std::string> &sensors) = 0;
+    // Whether the engine may lose what it has taken, so that it has to be asked at each push.
+    virtual bool forgets() const { return false; }
+    // Whether the engine has refused to be asked, so that the cursor is all that is known.
+    virtual bool cannot_tell() const { return false; }
     // How far the engine has been told it has the raw records of the box.
     virtual std::optional<timed_position> known_position() = 0;
     // The newest interval that the engine has of the box in history buffers up to @p file, of those

@@ -12,6 +12,7 @@
 #include "push/box_search.hpp"
 #include "push/clickhouse_door.hpp"
 #include "push/push_job.hpp"
+#include "push/remote_write_door.hpp"
 #include "text/byte_size.hpp"
 #include "text/duration.hpp"
 #include "text/machine_text.hpp"
@@ -64,7 +65,7 @@ public:
           client_(target_.origin(), find_credentials(request.credentials, target_.user),
                   request.ca_file, stop_),
           requests_(target_, client_, stop_, retries(patience_of(request), any_seed())),
-          door_(std::make_unique<clickhouse_door>(target_, requests_))
+          door_(open_door())
     {
     }
 
@@ -86,6 +87,14 @@ public:
     }
 
 private:
+    std::unique_ptr<engine_door> open_door()
+    {
+        if (target_.engine == engine_kind::clickhouse) {
+            return std::make_unique<clickhouse_door>(target_, requests_);
+        }
+        return std::make_unique<remote_write_door>(target_, requests_);
+    }
+
     // False when the others need not be tried.
     bool push(const found_box &box, const std::string &folder)
     {

@@ -40,7 +40,7 @@ public:
         if (box_.code() == exit_unreadable) {
             throw failure(exit_unreadable, "nothing of the box can be read");
         }
-        door_.begin(labels_.box);
+        door_.begin(labels_, box_.sensors());
         const std::optional<push_cursor> before = what_.again ? std::nullopt : cursors_.read();
         cursor_ = fitting(before);
         push_intervals();
@@ -57,14 +57,19 @@ private:
     push_cursor fitting(const std::optional<push_cursor> &before)
     {
         push_cursor cursor = before.value_or(push_cursor());
-        if (before && is_of_this_box({before->position, before->time})) {
+        const bool fits = before && is_of_this_box({before->position, before->time});
+        if (fits && !door_.forgets()) {
+            return cursor;
+        }
+        const std::optional<timed_position> known =
+            what_.again ? std::nullopt : door_.known_position();
+        const bool agrees = known && before && known->place == before->position;
+        if (fits && (agrees || door_.cannot_tell())) {
             return cursor;
         }
         // The history is asked for, too.
         cursor.history_file = 0;
         cursor.position = {};
-        const std::optional<timed_position> known =
-            what_.again ? std::nullopt : door_.known_position();
         if (known && is_of_this_box(*known)) {
             cursor.position = known->place;
             cursor.time = known->time;

@@ -45,7 +45,26 @@ reply_class of_clickhouse(long status, std::string_view text)
     return may_pass ? reply_class::passing : reply_class::permanent;
 }
 
+reply_class of_remote_write(long status, std::string_view text)
+{
+    // Prometheus has 500 for it, which would be worth another attempt.
+    return tells_wrong_time(text) ? reply_class::permanent : of_status(status);
+}
+
 } // namespace
+
+bool tells_wrong_time(std::string_view text)
+{
+    constexpr std::string_view signs[] = {"too old sample",
+                                          "out of order sample",
+                                          "out of bounds",
+                                          "out-of-order",
+                                          "duplicate sample for timestamp",
+                                          "too far in the past"};
+    return std::any_of(std::begin(signs), std::end(signs), [&](std::string_view sign) {
+        return text.find(sign) != std::string_view::npos;
+    });
+}
 
 int clickhouse_code(std::string_view text)
 {
@@ -62,7 +81,8 @@ int clickhouse_code(std::string_view text)
 
 reply_class classify_reply(engine_kind engine, long status, std::string_view text)
 {
-    return engine == engine_kind::clickhouse ? of_clickhouse(status, text) : of_status(status);
+    return engine == engine_kind::clickhouse ? of_clickhouse(status, text)
+                                             : of_remote_write(status, text);
 }
 
 std::string reply_words(long status, std::string_view text)

@@ -19,6 +19,10 @@ reply_class classify_reply(engine_kind engine, long status, std::string_view tex
 // The code of an exception of ClickHouse ("Code: 60, ..."); 0 where the text is none.
 int clickhouse_code(std::string_view text);
 
+// Whether a store of metrics has refused a point for its time: too old, or not behind the others of
+// its series.
+bool tells_wrong_time(std::string_view text);
+
 // The reply for people: one printable line of bounded length.
 std::string reply_words(long status, std::string_view text);
 

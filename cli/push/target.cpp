@@ -28,6 +28,8 @@ struct scheme {
 constexpr scheme schemes[] = {
     {"clickhouse://", engine_kind::clickhouse, false, "8123"},
     {"clickhouses://", engine_kind::clickhouse, true, "8443"},
+    {"remote-write+http://", engine_kind::remote_write, false, "80"},
+    {"remote-write+https://", engine_kind::remote_write, true, "443"},
 };
 
 [[noreturn]] void refuse(std::string_view url, const std::string &why)
@@ -56,8 +58,8 @@ const scheme &scheme_of(std::string_view url)
         }
     }
     // What stands there may be a password.
-    throw failure(exit_usage, "--to: the URL of a target begins with clickhouse:// or "
-                              "clickhouses:// (over TLS)");
+    throw failure(exit_usage, "--to: the URL of a target begins with clickhouse://, clickhouses:// "
+                              "(over TLS), remote-write+http:// or remote-write+https://");
 }
 
 // @p begin is the scheme, all that may be shown before it is known that there is no password.
@@ -134,6 +136,14 @@ std::string database_in(std::string_view rest, std::string_view url)
     return std::string(database);
 }
 
+std::string path_in(std::string_view rest, std::string_view url)
+{
+    if (!rest.starts_with('/') || !is_of(rest, "/.-~%?=&")) {
+        refuse(url, "the path of remote write is needed behind the host: /api/v1/write");
+    }
+    return std::string(rest);
+}
+
 } // namespace
 
 std::string push_target::origin() const
@@ -169,7 +179,11 @@ push_target parse_target(const std::string &url)
     if (target.port.empty()) {
         target.port = kind.port;
     }
-    target.database = database_in(rest, shown);
+    if (kind.engine == engine_kind::clickhouse) {
+        target.database = database_in(rest, shown);
+    } else {
+        target.path = path_in(rest, shown);
+    }
     return target;
 }
 

@@ -25,8 +25,9 @@ struct push_target {
     std::string name() const;
 };
 
-// "clickhouse://[USER@]HOST[:PORT]/DATABASE", with "clickhouses" over TLS. Throws a usage failure
-// for anything else, and for a password.
+// "clickhouse://[USER@]HOST[:PORT]/DATABASE", with "clickhouses" over TLS, or
+// "remote-write+http://[USER@]HOST[:PORT]/PATH", with "https" over TLS. Throws a usage failure for
+// anything else, and for a password.
 push_target parse_target(const std::string &url);
 
 } // namespace cli

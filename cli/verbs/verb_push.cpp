@@ -52,6 +52,7 @@ constexpr const char *more =
     "\n"
     "  clickhouse://[USER@]HOST[:PORT]/DATABASE   ClickHouse over HTTP (8123)\n"
     "  clickhouses://...                          the same over TLS (8443)\n"
+    "  remote-write+http[s]://HOST[:PORT]/PATH    a store of metrics, such as VictoriaMetrics\n"
     "\n"
     "Each box needs a name of its own there: NAME OF THIS MACHINE/BASE, with --all the path below\n"
     "the folder, or what --label box= says. With --raw last:2h, the usual, a first push of an old\n"
@@ -63,6 +64,7 @@ constexpr const char *more =
     "\n"
     "Examples:\n"
     "  vesk push box --to clickhouse://fleet.example/fleet --create --label site=north\n"
+    "  vesk push box --to remote-write+http://fleet.example:8428/api/v1/write\n"
     "  vesk push --all /srv/boxes --to clickhouses://push@fleet.example/fleet --raw all\n";
 
 const registration registered({46, "push", "Bring boxes into an engine for many machines", more,

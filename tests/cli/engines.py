@@ -2,6 +2,7 @@
 own, and ended by their number.
 """
 
+import json
 import os
 import shutil
 import signal
@@ -181,3 +182,66 @@ class ClickHouse(Server):
 
     def number(self, query, **settings):
         return int(self.ask(query, **settings)[0][0])
+
+
+class MetricStore(Server):
+    """A store of metrics that takes remote write and answers queries of Prometheus."""
+
+    port = 0
+
+    def url(self):
+        return f"remote-write+http://127.0.0.1:{self.port}/api/v1/write"
+
+    def query(self, query, when=None):
+        """The series of the answer: labels, and points with times in milliseconds."""
+        words = {"query": query, "nocache": "1"}
+        if when is not None:
+            words["time"] = str(when)
+        request = urllib.request.Request(f"http://127.0.0.1:{self.port}/api/v1/query",
+                                         data=urllib.parse.urlencode(words).encode())
+        try:
+            with DIRECT.open(request, timeout=60) as reply:
+                answer = json.load(reply)["data"]["result"]
+        except urllib.error.HTTPError as error:
+            raise Failure(f"{query}: {error.read().decode(errors='replace')[:500]}") from error
+        return [(series["metric"], [(round(1000 * when), float(value))
+                                    for when, value in series.get("values",
+                                                                  [series.get("value")])])
+                for series in answer]
+
+
+class VictoriaMetrics(MetricStore):
+    def __init__(self, folder):
+        self.server = program("victoria-metrics")
+        super().__init__(folder)
+        self.port = free_ports(1)[0]
+
+    def words(self):
+        return [self.server, f"-storageDataPath={self.folder}/data",
+                f"-httpListenAddr=127.0.0.1:{self.port}", "-retentionPeriod=100y",
+                "-dedup.minScrapeInterval=1ms", "-search.latencyOffset=0s"]
+
+    def ready_url(self):
+        return f"http://127.0.0.1:{self.port}/health"
+
+
+class Prometheus(MetricStore):
+    """Takes what is up to @p window old, if there is one, and else what is newer than all before."""
+
+    def __init__(self, folder, window="12h"):
+        self.server = program("prometheus")
+        super().__init__(folder)
+        self.port = free_ports(1)[0]
+        text = "global: {scrape_interval: 1h}\n"
+        if window:
+            text += f"storage: {{tsdb: {{out_of_order_time_window: {window}}}}}\n"
+        (self.folder / "config.yml").write_text(text)
+
+    def words(self):
+        return [self.server, f"--config.file={self.folder}/config.yml",
+                f"--storage.tsdb.path={self.folder}/data",
+                f"--web.listen-address=127.0.0.1:{self.port}",
+                "--web.enable-remote-write-receiver", "--storage.tsdb.retention.time=100y"]
+
+    def ready_url(self):
+        return f"http://127.0.0.1:{self.port}/-/ready"

@@ -5,8 +5,8 @@ each question on boxes whose answers are known.
   fleet_page_test.py --vesk build/release/cli/vesk --page docs/fleet.md [--show]
 
 A command is an indented line that begins with "vesk", a question is a block of SQL. The host
-fleet.example is the server of the test, and /srv/boxes a folder of boxes. Without clickhouse-server
-the test is skipped and says so.
+fleet.example is the server of the test, metrics.example a VictoriaMetrics, and /srv/boxes a folder of
+boxes. Without one of these servers the test is skipped and says so.
 """
 
 import argparse
@@ -17,7 +17,7 @@ import tempfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import ClickHouse, Failure, Skip, require  # noqa: E402
+from engines import ClickHouse, Failure, Skip, VictoriaMetrics, require  # noqa: E402
 from pushed import EPOCH, Desk, stamp  # noqa: E402
 
 SKIPPED = 77
@@ -77,7 +77,7 @@ def require_answers(answers):
     require(spread[0][0] == str(MACHINES), f"the percentiles of machines: {spread}")
 
 
-def try_page(desk, server, page, show):
+def try_page(desk, server, store, page, show):
     make_boxes(desk)
     found = commands(page)
     require(len(found) >= 3, f"{len(found)} commands on the page")
@@ -85,6 +85,7 @@ def try_page(desk, server, page, show):
                    "XDG_STATE_HOME": str(desk.folder / "home")}
     for command in found:
         words = command.replace("fleet.example", f"127.0.0.1:{server.http}")
+        words = words.replace("metrics.example:8428", f"127.0.0.1:{store.port}")
         words = words.replace("/srv/boxes", "boxes").split()[1:]
         text = desk.run(*words, env=environment)
         if show:
@@ -112,8 +113,9 @@ def main():
     with tempfile.TemporaryDirectory(prefix="vesk-fleet-") as folder:
         desk = Desk(arguments.vesk, folder)
         try:
-            with ClickHouse(desk.folder / "server") as server:
-                print(try_page(desk, server, arguments.page.read_text(), arguments.show))
+            with ClickHouse(desk.folder / "server") as server, \
+                    VictoriaMetrics(desk.folder / "metrics") as store:
+                print(try_page(desk, server, store, arguments.page.read_text(), arguments.show))
         except Skip as reason:
             print(f"skipped: {reason}")
             return SKIPPED

@@ -51,6 +51,20 @@ TEST(ReplyClass, WithoutACodeTheStatusDecides)
     }
 }
 
+TEST(ReplyClass, AStoreOfMetricsRefusesWrongTimesForGood)
+{
+    const auto of_store = [](long status, std::string_view text) {
+        return classify_reply(engine_kind::remote_write, status, text);
+    };
+    EXPECT_EQ(of_store(204, ""), reply_class::taken);
+    EXPECT_EQ(of_store(500, "too old sample"), reply_class::permanent);
+    EXPECT_EQ(of_store(400, "out of order sample"), reply_class::permanent);
+    EXPECT_EQ(of_store(500, "no space left"), reply_class::passing);
+    EXPECT_EQ(of_store(400, "snappy"), reply_class::permanent);
+    EXPECT_TRUE(tells_wrong_time("x refuses: HTTP 400: out of bounds"));
+    EXPECT_FALSE(tells_wrong_time("x refuses: HTTP 400: snappy"));
+}
+
 TEST(ReplyClass, WordsAreOneShortPrintableLine)
 {
     EXPECT_EQ(reply_words(404, "Code: 60, e.displayText() = DB::Exception: no table, e.what() = "

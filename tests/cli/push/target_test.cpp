@@ -29,6 +29,19 @@ TEST(PushTarget, AUrlNamesEngineHostPortAndDatabase)
     EXPECT_EQ(target.name(), "clickhouse://fleet.example:9999/all_boxes");
 }
 
+TEST(PushTarget, RemoteWriteHasAPath)
+{
+    const push_target target = parse_target("remote-write+https://u@h/api/v1/write?a=b");
+    EXPECT_EQ(target.engine, engine_kind::remote_write);
+    EXPECT_EQ(target.origin(), "https://h:443");
+    EXPECT_EQ(target.path, "/api/v1/write?a=b");
+    EXPECT_EQ(target.name(), "remote-write+https://h:443/api/v1/write?a=b");
+    EXPECT_EQ(parse_target("remote-write+http://h:9090/w").origin(), "http://h:9090");
+    EXPECT_NE(refusal_of("remote-write+http://h"), "");
+    EXPECT_NE(refusal_of("remote-write+http://h/a b"), "");
+    EXPECT_NE(refusal_of("remote-write://h/w"), "");
+}
+
 TEST(PushTarget, PortsHaveTheirUsualNumbers)
 {
     EXPECT_EQ(parse_target("clickhouse://h/d").origin(), "http://h:8123");
