@@ -100,6 +100,7 @@ static floats _sum(floats sum, floats addend)
 void hist_columns::update_some(uint32_t at, const float *values) const
 {
     const auto value = _take<floats>(values);
+    // NOLINTNEXTLINE(misc-redundant-expression): only a NaN differs from itself
     const auto valid = value == value;
     const auto update = [&](uint32_t i, auto of) {
         const auto old = _take<floats>(column(i) + at);

@@ -133,18 +133,18 @@ struct new_history {
     vesk_hist_buffer *hbuf; // null when it was prepared
 };
 
-// A new history buffer with room for the intervals of two current buffers. 0, or a code.
-static int _create_history(vesk *recorder, new_history *history)
+// A new history buffer with room for the intervals of two current buffers. False, with the code in
+// the cell, when there is none.
+static bool _create_history(vesk *recorder, new_history *history)
 {
     history->prepared = _vesk_place_preparation(recorder);
     history->hbuf = nullptr;
     _vesk_construct_hbuf_filename(recorder, history->filename, sizeof history->filename);
-    if (history->prepared) {
-        return 0;
+    if (!history->prepared) {
+        history->hbuf =
+            _vesk_hist_buffer_create_plain(history->filename, 2 * recorder->num_hb_intervals);
     }
-    history->hbuf =
-        _vesk_hist_buffer_create_plain(history->filename, 2 * recorder->num_hb_intervals);
-    return history->hbuf == nullptr ? qe_get_last_error() : 0;
+    return history->prepared || history->hbuf != nullptr;
 }
 
 // Summarises a full file into the history.
@@ -185,9 +185,8 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
     VESK_REQUIRE(recorder->num_hb_intervals > 0, "vesk->num_hb_intervals > 0");
     VESK_REQUIRE(recorder->num_samples_per_interval > 0, "vesk->num_samples_per_interval > 0");
     new_history history;
-    int result = _create_history(recorder, &history);
-    if (result < 0) {
-        return result;
+    if (!_create_history(recorder, &history)) {
+        return qe_get_last_error();
     }
     char cbuf0_filename[filename_size];
     _copy_filename(cbuf0_filename, vesk_zcf_state_ccc_get_cbuf0_filename(ccc));
@@ -196,7 +195,7 @@ static int _vesk_ccc_to_hcc(vesk *recorder)
     const char *cbuf2_filename = vesk_zcf_state_ccc_get_cbuf2_filename(ccc);
     VESK_REQUIRE(cbuf2_filename != nullptr, "cbuf2_filename != ((void *)0)");
 
-    result = _fill_history(recorder, &history, _compress_cbuf, cbuf0_filename, cbuf1_filename);
+    int result = _fill_history(recorder, &history, _compress_cbuf, cbuf0_filename, cbuf1_filename);
     if (result < 0) {
         return result;
     }
@@ -222,9 +221,8 @@ static int _vesk_hcc_to_hcc(vesk *recorder)
     _vesk_require_stage(recorder, VESK_ZCF_STATE_HCC);
     const vesk_zcf_state_hcc *hcc = recorder->hcc;
     new_history history;
-    int result = _create_history(recorder, &history);
-    if (result < 0) {
-        return result;
+    if (!_create_history(recorder, &history)) {
+        return qe_get_last_error();
     }
     char hbuf0_filename[filename_size];
     _copy_filename(hbuf0_filename, vesk_zcf_state_hcc_get_hbuf_filename(hcc));
@@ -236,7 +234,7 @@ static int _vesk_hcc_to_hcc(vesk *recorder)
     VESK_REQUIRE(cbuf2_filename != nullptr, "cbuf2_filename != ((void *)0)");
 
     // The old history comes first.
-    result = _fill_history(recorder, &history, _compress_hbuf, hbuf0_filename, cbuf1_filename);
+    int result = _fill_history(recorder, &history, _compress_hbuf, hbuf0_filename, cbuf1_filename);
     if (result < 0) {
         return result;
     }
