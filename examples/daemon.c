@@ -12,6 +12,7 @@
 #include <vesk/error.h>
 #include <vesk/telemetry_matrix.h>
 #include <vesk/vesk_check.h>
+#include <vesk/vesk_prepare.h>
 #include <vesk/vesk_start.h>
 
 static vesk *box;     /* null while it cannot be started */
@@ -68,6 +69,7 @@ static void run(const char *base, matrix *vector, const struct timespec *interva
             succeeded("not on the medium yet", vesk_settle(box)); /* the next call tries again */
             succeeded("not synced", number % 10 == 0 ? vesk_sync(box) : 0);
             printf("sample %ld\n", number);
+            (void)vesk_prepare(box, 50000, 0); /* the next rotation, for at most 50 ms */
             /* Behind the last sample of a file the history would not count the event. */
             begun = begun || (!vesk_is_full(box) && record_event(1, "daemon started"));
         }

@@ -150,7 +150,7 @@ void recording::look(const char *call, int synced, const life_progress &progress
     if (_is_folder(synced)) {
         now.names = _names_of(now.files);
     }
-    const bool idle = changed.empty() && synced_name.empty() &&
+    const bool idle = changed.empty() && synced < 0 &&
                       last.progress.acknowledged == progress.acknowledged &&
                       last.progress.synced == progress.synced;
     if (!idle) {

@@ -191,7 +191,7 @@ class Content:
 
 READERS = ("dump", "dump --history", "dump --events", "info", "info --json", "show", "report",
            "check", "check --json", "repair --dry-run", "suspects --json", "stats --json", "fetch --format csv",
-           "export --format jsonl", "diff --all --b /", "tail", "sensors --groups")
+           "export --format jsonl", "diff --all --b /", "tail", "events")
 WRITERS = ("import", "record", "event", "repair")
 Case = collections.namedtuple("Case", "verb shape kind how lasting")
 Result = collections.namedtuple("Result", "code output messages reached")
