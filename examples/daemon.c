@@ -1,7 +1,7 @@
 /*
- * Records the load until SIGTERM, with an event at its start and its end, in the order of calls
- * that keeps what was acknowledged: check, write, settle, and sync now and then.
- *     daemon BASE [MILLISECONDS]     a line for each sample that is in the box
+ * Records the load until SIGTERM, with an event at its start and its end, in an order of calls that
+ * keeps what was acknowledged. A line tells of each sample that is in the box:
+ *     daemon BASE [MILLISECONDS]
  */
 #define _DEFAULT_SOURCE
 #include <math.h>
@@ -17,7 +17,6 @@
 
 static vesk *box;     /* null while it cannot be started */
 static timestamp now; /* of the latest sample */
-
 static int succeeded(const char *what, int result)
 {
     if (result < 0) {
@@ -58,8 +57,7 @@ static int record_event(unsigned type, const char *text)
 
 static void run(const char *base, matrix *vector, const struct timespec *interval, sigset_t *end)
 {
-    int begun = 0;
-    for (long number = 1, ended = 0; !ended; ++number) {
+    for (long number = 1, begun = 0, ended = 0; !ended; ++number) {
         double load;
         matrix_set(vector, 0, 0, (double)number);
         matrix_set(vector, 0, 1, getloadavg(&load, 1) == 1 ? load : NAN); /* NaN: no reading */
@@ -68,8 +66,8 @@ static void run(const char *base, matrix *vector, const struct timespec *interva
             record_vector(base, vector)) {
             succeeded("not on the medium yet", vesk_settle(box)); /* the next call tries again */
             succeeded("not synced", number % 10 == 0 ? vesk_sync(box) : 0);
-            printf("sample %ld\n", number);
             (void)vesk_prepare(box, 50000, 0); /* the next rotation, for at most 50 ms */
+            printf("sample %ld\n", number);
             /* Behind the last sample of a file the history would not count the event. */
             begun = begun || (!vesk_is_full(box) && record_event(1, "daemon started"));
         }
