@@ -12,7 +12,9 @@
 #include "push/box_search.hpp"
 #include "push/clickhouse_door.hpp"
 #include "push/push_job.hpp"
+#ifdef VESK_HAVE_REMOTE_WRITE
 #include "push/remote_write_door.hpp"
+#endif
 #include "text/byte_size.hpp"
 #include "text/duration.hpp"
 #include "text/machine_text.hpp"
@@ -92,7 +94,12 @@ private:
         if (target_.engine == engine_kind::clickhouse) {
             return std::make_unique<clickhouse_door>(target_, requests_);
         }
+#ifdef VESK_HAVE_REMOTE_WRITE
         return std::make_unique<remote_write_door>(target_, requests_);
+#else
+        throw failure(exit_failed, "this vesk-push was built without protobuf and snappy, which "
+                                   "remote write needs");
+#endif
     }
 
     // False when the others need not be tried.

@@ -43,8 +43,7 @@ std::string find_push_program(const std::string &command)
     throw failure(exit_failed, "pushing needs the program vesk-push, which is not installed "
                                "(looked for " +
                                    installed.string() +
-                                   "): install the package vesk-push, or build Vesk where libcurl, "
-                                   "libprotobuf and libsnappy are");
+                                   "): install the package vesk-push, or build Vesk with libcurl");
 }
 
 void become_push_program(const push_request &request)

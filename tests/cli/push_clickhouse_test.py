@@ -99,7 +99,9 @@ def with_recorder(desk, server, telemetry, work, samples=64):
     covered = require_whole(server, "box", telemetry.rows)
     require(covered >= len(telemetry.rows) - 3 * samples,
             f"the history ends behind {covered} of {len(telemetry.rows)} samples")
-    return covered
+    print(f"{len(telemetry.rows)} samples in {len(telemetry.rows) // samples} buffers, "
+          f"{rows_of(server, 'samples')} values and {rows_of(server, 'intervals')} interval rows "
+          "in the engine before it has merged what came twice")
 
 
 def push_beside(desk, recorder, server, *more, codes=(0,)):
