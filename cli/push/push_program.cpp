@@ -46,9 +46,14 @@ std::string find_push_program(const std::string &command)
                                    "): install the package vesk-push, or build Vesk with libcurl");
 }
 
+std::string find_push_program()
+{
+    return find_push_program(path_of_this_program());
+}
+
 void become_push_program(const push_request &request)
 {
-    const std::string path = find_push_program(path_of_this_program());
+    const std::string path = find_push_program();
     std::vector<std::string> words = words_of(request);
     words.insert(words.begin(), program);
     std::vector<char *> pointers;

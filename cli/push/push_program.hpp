@@ -12,6 +12,8 @@ namespace cli
 // Its path: where it is installed as seen from @p command, the path of the running program, or
 // beside that in a build. Throws a failure that says what is missing.
 std::string find_push_program(const std::string &command);
+// The same for the running program.
+std::string find_push_program();
 
 // Replaces this process. Throws a failure when the program is not there.
 [[noreturn]] void become_push_program(const push_request &request);

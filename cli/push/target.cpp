@@ -34,8 +34,7 @@ constexpr scheme schemes[] = {
 
 [[noreturn]] void refuse(std::string_view url, const std::string &why)
 {
-    throw failure(exit_usage,
-                  fmt::format("--to {}: {}", printable(url.substr(0, most_shown)), why));
+    throw failure(exit_usage, fmt::format(" {}: {}", printable(url.substr(0, most_shown)), why));
 }
 
 bool is_word(char c)
@@ -58,7 +57,7 @@ const scheme &scheme_of(std::string_view url)
         }
     }
     // What stands there may be a password.
-    throw failure(exit_usage, "--to: the URL of a target begins with clickhouse://, clickhouses:// "
+    throw failure(exit_usage, ": the URL of a target begins with clickhouse://, clickhouses:// "
                               "(over TLS), remote-write+http:// or remote-write+https://");
 }
 
@@ -73,14 +72,14 @@ std::string user_in(std::string_view &rest, std::string_view begin)
     const std::string_view user = authority.substr(0, at);
     if (user.find(':') != std::string_view::npos) {
         throw failure(exit_usage,
-                      fmt::format("--to {}...: a password does not belong on a command line, where "
+                      fmt::format(" {}...: a password does not belong on a command line, where "
                                   "everybody sees it; put it into a file for --credentials or into "
                                   "VESK_PUSH_PASSWORD",
                                   begin));
     }
     if (!is_of(user, ".-")) {
         throw failure(exit_usage,
-                      fmt::format("--to {}...: the user consists of letters, digits, '_', '.' "
+                      fmt::format(" {}...: the user consists of letters, digits, '_', '.' "
                                   "and '-'; one that does not belongs into --credentials",
                                   begin));
     }
@@ -144,28 +143,11 @@ std::string path_in(std::string_view rest, std::string_view url)
     return std::string(rest);
 }
 
-} // namespace
-
-std::string push_target::origin() const
-{
-    return fmt::format("{}://{}:{}", with_tls ? "https" : "http", host, port);
-}
-
-std::string push_target::name() const
-{
-    for (const scheme &each : schemes) {
-        if (each.engine == engine && each.with_tls == with_tls) {
-            return fmt::format("{}{}:{}{}", each.begin, host, port,
-                               engine == engine_kind::clickhouse ? "/" + database : path);
-        }
-    }
-    return {};
-}
-
-push_target parse_target(const std::string &url)
+// Failures lack the name of the option in front.
+push_target parse(const std::string &url)
 {
     if (url.size() > longest_url) {
-        throw failure(exit_usage, "--to: a URL of more than 2048 bytes");
+        throw failure(exit_usage, ": a URL of more than 2048 bytes");
     }
     const scheme &kind = scheme_of(url);
     push_target target;
@@ -185,6 +167,33 @@ push_target parse_target(const std::string &url)
         target.path = path_in(rest, shown);
     }
     return target;
+}
+
+} // namespace
+
+std::string push_target::origin() const
+{
+    return fmt::format("{}://{}:{}", with_tls ? "https" : "http", host, port);
+}
+
+std::string push_target::name() const
+{
+    for (const scheme &each : schemes) {
+        if (each.engine == engine && each.with_tls == with_tls) {
+            return fmt::format("{}{}:{}{}", each.begin, host, port,
+                               engine == engine_kind::clickhouse ? "/" + database : path);
+        }
+    }
+    return {};
+}
+
+push_target parse_target(const std::string &url, const std::string &option)
+{
+    try {
+        return parse(url);
+    } catch (const failure &reason) {
+        throw failure(reason.code(), option + reason.what());
+    }
 }
 
 } // namespace cli

@@ -27,8 +27,8 @@ struct push_target {
 
 // "clickhouse://[USER@]HOST[:PORT]/DATABASE", with "clickhouses" over TLS, or
 // "remote-write+http://[USER@]HOST[:PORT]/PATH", with "https" over TLS. Throws a usage failure for
-// anything else, and for a password.
-push_target parse_target(const std::string &url);
+// anything else, and for a password, that names @p option.
+push_target parse_target(const std::string &url, const std::string &option = "--to");
 
 } // namespace cli
 

@@ -9,6 +9,7 @@
 
 #include "box/sync_policy.hpp"
 #include "process/failure.hpp"
+#include "push/target.hpp"
 #include "text/duration.hpp"
 #include "verbs/common_options.hpp"
 #include "verbs/option_file.hpp"
@@ -65,6 +66,9 @@ void add_record_options(option_list &options, record_options &record)
     options.text("--from", "COMMAND", record.from,
                  "Record what this command prints as text telemetry, too");
     add_record_event_options(options, record.events);
+    options.text("--push", "URL", record.push,
+                 "Push the box there now and then, as 'vesk push' does");
+    options.text("--push-every", "TIME", record.push_every, "Time between two pushes");
 }
 
 record_settings settings_of(const record_options &options)
@@ -82,6 +86,10 @@ record_settings settings_of(const record_options &options)
     }
     settings.events = options.events.for_recording(options.sensors.root, settings.interval);
     settings.sync = parse_sync_policy(options.sync);
+    settings.push_every = parse_duration(options.push_every, "--push-every");
+    if (!options.push.empty()) {
+        (void)parse_target(options.push, "--push");
+    }
     options.sizes.check();
     options.sizes.wanted_tiers(settings.interval);
     return settings;
@@ -111,6 +119,8 @@ std::string unchangeable(const record_options &before, const record_options &now
     compare("--for", before.duration == now.duration);
     compare("--sync", before.sync == now.sync);
     compare("--from", before.from == now.from);
+    compare("--push", before.push == now.push);
+    compare("--push-every", before.push_every == now.push_every);
     compare("--root", before.sensors.root == now.sensors.root);
     compare("--samples", before.sizes.shape.samples == now.sizes.shape.samples);
     compare("--intervals", before.sizes.shape.intervals == now.sizes.shape.intervals);

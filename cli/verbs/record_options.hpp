@@ -23,6 +23,8 @@ struct record_options {
     std::string sync = "10s";
     sensor_options sensors;
     std::string from; // a command that gives more sensors; empty: none
+    std::string push; // the URL of an engine; empty: none
+    std::string push_every = "10m";
     size_options sizes;
     record_event_options events;
 
@@ -39,6 +41,7 @@ struct record_settings {
     sensor_choice sensors;
     recording_event_options events;
     sync_policy sync;
+    int64_t push_every;
 };
 
 // Throws a usage failure where the options make no sense or contradict each other.

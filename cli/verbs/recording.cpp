@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "machine/rates.hpp"
 #include "machine/schedule.hpp"
@@ -80,7 +81,34 @@ void recording::begin()
                                     : fmt::format("a recording begins, with a sample every {}",
                                                   format_duration(settings_.interval));
     log(fmt::format("{}; {}", what, words_about_size()));
+    prepare_push();
     manager_.ready(status_words());
+}
+
+// A program that is missing is told, and hinders nothing.
+void recording::prepare_push()
+{
+    if (options_.push.empty()) {
+        return;
+    }
+    try {
+        const auto moment = static_cast<uint64_t>(clock_seconds() * 1e6);
+        push_.emplace(push_command(base_, options_.push), static_cast<double>(settings_.push_every),
+                      static_cast<uint32_t>(moment) ^ static_cast<uint32_t>(getpid()));
+    } catch (const failure &reason) {
+        note(fmt::format("{}: {}", base_, reason.what()));
+    }
+}
+
+void recording::look_at_push()
+{
+    if (!push_) {
+        return;
+    }
+    push_->look(monotonic_seconds());
+    if (const std::optional<std::string> notice = push_->take_notice()) {
+        note(fmt::format("{}: {}", base_, *notice));
+    }
 }
 
 std::string recording::status_words() const
@@ -154,6 +182,7 @@ std::optional<int64_t> recording::wait_for(int64_t tick)
         own_.look(read_clocks());
         note_kernel_problem();
         look_at_program();
+        look_at_push();
         const double now = clock_seconds();
         const double rest = seconds_until(tick, now, settings_.interval);
         if (rest < 0) {
@@ -190,7 +219,8 @@ void recording::wait(double seconds)
     const double least = manager_.seconds_to_alive(monotonic_seconds()).value_or(seconds);
     const double next_look =
         program_ ? program_->seconds_to_look(monotonic_seconds()) : std::max(seconds, least);
-    stop_.wait(std::min({seconds, least, next_look}),
+    const double next_push = push_ ? push_->seconds_to_look(monotonic_seconds()) : seconds;
+    stop_.wait(std::min({seconds, least, next_look, next_push}),
                {intake_.fd(), own_.kernel_fd(), program_ ? program_->fd() : -1});
 }
 
@@ -276,6 +306,7 @@ void recording::finish()
     own_.end(read_clocks(), reason);
     box_.finish();
     tiers_->finish();
+    push_.reset();
     status_.clear();
     log(fmt::format("the recording ends ({}), {} recorded", reason,
                     samples_are(samples_.recorded())));

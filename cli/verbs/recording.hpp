@@ -20,6 +20,7 @@
 #include "process/service_manager.hpp"
 #include "process/stop_request.hpp"
 #include "process/terminal.hpp"
+#include "push/paced_push.hpp"
 #include "verbs/record_options.hpp"
 #include "verbs/size_plan.hpp"
 
@@ -45,6 +46,8 @@ private:
     void reload();
     void change(const record_options &options);
     void look_at_program();
+    void prepare_push();
+    void look_at_push();
     void work_ahead(double rest);
     void wait(double seconds);
 
@@ -67,6 +70,7 @@ private:
     recording_events own_;
     std::optional<sampler> machine_;
     std::optional<program_source> program_;
+    std::optional<paced_push> push_;
     event_intake intake_;
     sample_writer samples_;
     std::vector<wanted_tier> wanted_tiers_;
