@@ -177,7 +177,7 @@ class Cluster(BoxTest):
         from distributed import Client, LocalCluster
 
         self.names, self.paths = make_boxes(self.folder)
-        cluster = LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=None)
+        cluster = LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address="127.0.0.1:0")
         self.addCleanup(cluster.close)
         self.client = Client(cluster)
         self.addCleanup(self.client.close)
