@@ -21,7 +21,8 @@
  * there that the rotation would take, or in memory where the file system knows no such files. It is
  * gone with the recorder and with the process, and it is thrown away when a vector or an event
  * cannot be written, and at the rotation if anything is not as it was: the files that were read,
- * the number of the next file. The rotation then does its work itself.
+ * the number of the next file. To get its name it needs /proc. Where that is not there, and in all
+ * those cases, the rotation does its work itself.
  */
 #ifndef VESK_PREPARE_H
 #define VESK_PREPARE_H
