@@ -134,7 +134,7 @@ public:
     {
         uint32_t size = 0;
         const uint8_t *held = _zlib_reader_peek(source_, &size);
-        if (n > size) {
+        if (n == 0 || n > size) {
             return add([&] { return binary_serializer_read_bytes(data, n, source_); });
         }
         return add([&] {

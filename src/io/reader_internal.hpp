@@ -38,7 +38,8 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n);
 inline const uint8_t *_zlib_reader_peek(const reader *source, uint32_t *size)
 {
     *size = 0;
-    if (source->fn_read_bytes != _zlib_reader_read_bytes || source->version != 1) {
+    if (source == nullptr || source->fn_read_bytes != _zlib_reader_read_bytes ||
+        source->version != 1) {
         return nullptr;
     }
     const auto *held = static_cast<const zlib_held_bytes *>(source->reader);

@@ -47,7 +47,6 @@ private:
     int open_input(input &from);
     int open_old_history(const char *filename);
     int open_samples(const char *filename);
-    int step_in_input();
     void close_input();
     int keep_file();
     bool is_unchanged(const input &from) const;
@@ -72,8 +71,8 @@ private:
 // Ends the preparation of a recorder, if there is one.
 void _vesk_drop_preparation(const vesk *recorder);
 
-// Puts the history that was prepared under the name `hbuf_filename`; what is left to do is done
-// first. False when there is none that fits: the rotation makes it then.
+// Gives the history that was prepared the name that is next; what is left to do is done first.
+// False when there is none that fits: the rotation makes it then.
 bool _vesk_place_preparation(const vesk *recorder);
 
 #endif
