@@ -128,6 +128,7 @@ void box_writer::set_sensors(std::span<const std::string> names)
         throw failure(exit_failed, words_for(error));
     }
     vector_.reset(vector);
+    is_checked_ = false;
 }
 
 bool box_writer::is_full() const
@@ -146,12 +147,23 @@ void box_writer::write(int64_t time, std::span<const float> values)
         const float value = std::isnan(values[i]) ? _qe_invalid_sensor_value : values[i];
         matrix_set(vector_.get(), 0, i, static_cast<double>(value));
     }
+    require_recordable_sensors();
+    attempt([&] { return write_vector(); });
+}
+
+// Looks at the sensors once: the vectors that follow differ in their values and in their time,
+// which is known to be good.
+void box_writer::require_recordable_sensors()
+{
+    if (is_checked_) {
+        return;
+    }
     const int refused = vesk_check_vector(vector_.get());
     if (refused < 0) {
         throw passing_failure(
             fmt::format("{}: this cannot be recorded: {}", name_.base, words_for(refused)));
     }
-    attempt([&] { return write_vector(); });
+    is_checked_ = true;
 }
 
 event_result box_writer::write(const event &what)

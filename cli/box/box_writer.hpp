@@ -82,6 +82,7 @@ private:
     std::optional<int64_t> open();
     void reopen();
 
+    void require_recordable_sensors();
     int attempt(const std::function<int()> &write_it);
     int try_once(const std::function<int()> &write_it);
     void make_ready();
@@ -101,6 +102,7 @@ private:
     box_sync sync_;
     owned_recorder recorder_;                        // null after a failure
     std::unique_ptr<matrix, vector_release> vector_; // what write() fills
+    bool is_checked_ = false;                        // the sensors of vector_ can be recorded
     std::unordered_set<std::string> known_sensors_;
     std::optional<int64_t> last_time_before_;
     uint64_t buffers_begun_ = 0;

@@ -45,7 +45,8 @@ timestamp stamp_of(int64_t time)
     timestamp stamp = {};
     timeval tv = {};
     tv.tv_sec = static_cast<decltype(tv.tv_sec)>(time);
-    const int result = timestamp_init_from_timeval(&stamp, &tv);
+    // Second 0 means no time.
+    const int result = time == 0 ? QE_ERROR_BAD_TIME : timestamp_init_from_timeval(&stamp, &tv);
     if (result < 0) {
         throw passing_failure("the time cannot be recorded: " + words_for(result));
     }

@@ -88,7 +88,7 @@ sample_parser::line_kind telemetry_parser::parse(std::string_view line)
     }
     const std::string_view rest = line.substr(time.size() + 1);
     // A line of values with a word in the wrong place is not a header, whatever the word is.
-    if (is_header(line, time, rest) && !is_value(rest.substr(0, rest.find(',')))) {
+    if (!is_value(rest.substr(0, rest.find(','))) && is_header(line, time, rest)) {
         parse_header(rest);
         return line_kind::header;
     }
@@ -115,20 +115,32 @@ void telemetry_parser::parse_header(std::string_view names)
 
 void telemetry_parser::parse_values(std::string_view fields)
 {
+    const std::string_view all = fields;
+    begin_values();
+    try {
+        add_value(take_value(fields));
+        while (!fields.empty()) {
+            fields.remove_prefix(1);
+            add_value(take_value(fields));
+        }
+    } catch (const bad_text &reason) {
+        require_value_for_each_sensor(all);
+        throw bad_text(fmt::format("value {} ({}): {}", values().size() + 1,
+                                   shortened_name(sensors()[values().size()]), reason.what()));
+    }
+    if (values().size() != sensors().size()) {
+        require_value_for_each_sensor(all);
+    }
+}
+
+// Says what is wrong with a line before its values do: often a name in the header is missing.
+void telemetry_parser::require_value_for_each_sensor(std::string_view fields) const
+{
     const auto count = static_cast<std::size_t>(std::count(fields.begin(), fields.end(), ',')) + 1;
     if (count != sensors().size()) {
         throw bad_text(
             fmt::format("{} for {}", counted(count, "value"), counted(sensors().size(), "sensor")));
     }
-    begin_values();
-    for_each_field(fields, [&](std::string_view field) {
-        try {
-            add_value(parse_value(field));
-        } catch (const bad_text &reason) {
-            throw bad_text(fmt::format("value {} ({}): {}", values().size() + 1,
-                                       shortened_name(sensors()[values().size()]), reason.what()));
-        }
-    });
 }
 
 std::string representable_name(std::string_view name)

@@ -26,6 +26,7 @@ public:
 private:
     void parse_header(std::string_view names);
     void parse_values(std::string_view values);
+    void require_value_for_each_sensor(std::string_view fields) const;
 };
 
 // Both end with a line end. Names that a line cannot hold are changed: see representable_names().

@@ -27,13 +27,20 @@ bool is_digit(char c)
     return c >= '0' && c <= '9';
 }
 
+bool is_blank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
 std::string_view without_blanks(std::string_view text)
 {
-    const auto first = text.find_first_not_of(" \t");
-    if (first == std::string_view::npos) {
-        return {};
+    while (!text.empty() && is_blank(text.front())) {
+        text.remove_prefix(1);
     }
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+    while (!text.empty() && is_blank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
 }
 
 std::string lower(std::string_view text)
@@ -137,6 +144,24 @@ float parse_value(std::string_view text)
         throw bad_text("is empty (a missing value is written nan)");
     }
     throw bad_text(quoted(text) + " is not a number");
+}
+
+float take_value(std::string_view &fields)
+{
+    const char *begin = fields.data();
+    const char *end = begin + fields.size();
+    const char *number = begin != end && *begin == '-' ? begin + 1 : begin;
+    if (number != end && is_digit(*number)) {
+        float value = 0;
+        const auto result = std::from_chars(number, end, value);
+        if (result.ec == std::errc{} && (result.ptr == end || *result.ptr == ',')) {
+            fields.remove_prefix(static_cast<std::size_t>(result.ptr - begin));
+            return number == begin ? value : -value;
+        }
+    }
+    const float value = parse_value(fields.substr(0, fields.find(',')));
+    fields.remove_prefix(std::min(fields.find(','), fields.size()));
+    return value;
 }
 
 bool is_value(std::string_view text)

@@ -21,6 +21,9 @@ public:
 // A decimal number, "nan" for a missing value, or "inf"; blanks around it do not count. Numbers
 // round to the nearest single-precision number, and one that is too large for it is refused.
 float parse_value(std::string_view text);
+// The value before the next comma, which is taken off the front of @p fields; the comma stays. The
+// same value and the same refusals as of parse_value().
+float take_value(std::string_view &fields);
 bool is_value(std::string_view text);
 
 // Appends the shortest decimal that parse_value() turns back into the same number.

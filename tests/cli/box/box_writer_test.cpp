@@ -1,4 +1,5 @@
 // The recorder behind the verbs, on disks that fail and after crashes.
+#include <array>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -444,6 +445,20 @@ TEST_F(BoxWriter, ATimeBeyondTheBoxCostsThatSampleOnly)
     EXPECT_THROW(writer.write(0, {&value, 1}), passing_failure);
     write(writer, 2);
     EXPECT_EQ(samples(), 2U);
+}
+
+TEST_F(BoxWriter, RefusesEachVectorOfSensorsThatCannotBeReadBack)
+{
+    box_writer writer(base, {4, 2}, without_sync);
+    const std::array<std::string, 2> twice = {"::a", "::a"};
+    const std::array<float, 2> values = {1, 2};
+    writer.set_sensors(twice);
+    EXPECT_THROW(writer.write(new_year, values), passing_failure);
+    EXPECT_THROW(writer.write(new_year + 1, values), passing_failure);
+    write(writer, 1);
+    writer.set_sensors(twice);
+    EXPECT_THROW(writer.write(new_year + 2, values), passing_failure);
+    EXPECT_EQ(samples(), 1U);
 }
 
 TEST_F(BoxWriter, EveryMomentToSyncWorks)

@@ -76,6 +76,9 @@ TEST_F(TelemetryText, RefusesTooFewAndTooManyValues)
     EXPECT_EQ(refusal_of(at_new_year("1")), "1 value for 2 sensors");
     EXPECT_EQ(refusal_of(at_new_year("1,2,3")), "3 values for 2 sensors");
     EXPECT_EQ(refusal_of(at_new_year("1,2,")), "3 values for 2 sensors");
+    EXPECT_EQ(refusal_of(at_new_year("1,x,3")), "3 values for 2 sensors");
+    EXPECT_EQ(refusal_of(at_new_year("1,2,x")), "3 values for 2 sensors");
+    EXPECT_EQ(refusal_of(at_new_year("x")), "1 value for 2 sensors");
 }
 
 TEST_F(TelemetryText, RefusesAnEmptyValueInsteadOfShiftingTheOthers)

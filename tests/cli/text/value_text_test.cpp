@@ -73,6 +73,45 @@ TEST(ValueText, ReadsDecimalNumbers)
     EXPECT_EQ(parse_value("2.5E-1"), 0.25F);
 }
 
+// What parse_value() makes of a field: the bits of the number, or the reason of its refusal.
+template <typename Take>
+std::string outcome_of(Take take)
+{
+    uint32_t bits = 0;
+    const std::string reason = reason_of([&] { bits = std::bit_cast<uint32_t>(take()); });
+    return reason + " " + std::to_string(bits);
+}
+
+void expect_taken_as_parsed(const std::string &field)
+{
+    const std::string wanted = outcome_of([&] { return parse_value(field); });
+    const bool is_good = wanted.starts_with("(accepted)");
+    for (const char *behind : {"", ",", ",7", ",,"}) {
+        const std::string line = field + behind;
+        std::string_view rest = line;
+        EXPECT_EQ(outcome_of([&] { return take_value(rest); }), wanted) << line;
+        EXPECT_EQ(rest, is_good ? std::string_view(behind) : std::string_view(line));
+    }
+}
+
+TEST(ValueText, TakesWhatStandsBeforeTheNextComma)
+{
+    for (const char *field :
+         {"0",         "-0",     "1.5",     "-0.25", "+2",     "3.",       ".5",   "-.5",
+          "1e3",       "2.5E-1", "  7.5\t", " -1",   "1 ",     "nan",      "-nan", "inf",
+          "-Infinity", "1e39",   "-3.5e38", "1e-60", "-1e-45", "16777217", "",     " ",
+          "-",         "+",      ".",       "--1",   "+-1",    "1e",       "1.5x", "0x10",
+          "7 5",       "1.2.3",  "12:30",   "nan(5)"}) {
+        expect_taken_as_parsed(field);
+    }
+    std::mt19937 draw(1);
+    for (int i = 0; i < 10000; ++i) {
+        std::string field;
+        append_value(field, std::bit_cast<float>(static_cast<uint32_t>(draw())));
+        expect_taken_as_parsed(field);
+    }
+}
+
 TEST(ValueText, IgnoresBlanksAroundANumber)
 {
     EXPECT_EQ(parse_value("  7.5\t"), 7.5F);
