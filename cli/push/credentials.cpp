@@ -18,6 +18,7 @@ namespace
 {
 
 constexpr std::size_t largest_file = 4096;
+const std::string password_variable = "VESK_PUSH_PASSWORD";
 
 void refuse_unsafe(const std::string &path, const struct stat &status)
 {
@@ -93,14 +94,14 @@ credentials from_file(const std::string &path)
     return who;
 }
 
-std::string from_environment(const char *name)
+std::string from_environment(const std::string &name)
 {
-    const char *value = std::getenv(name);
+    const char *value = std::getenv(name.c_str());
     if (value == nullptr || *value == '\0') {
         return {};
     }
     if (!is_value(value)) {
-        throw failure(exit_usage, std::string(name) + " holds control characters");
+        throw failure(exit_usage, name + " holds control characters");
     }
     return value;
 }
@@ -111,7 +112,7 @@ credentials find_credentials(const std::string &path, const std::string &user)
 {
     credentials who;
     if (path.empty()) {
-        who = {from_environment("VESK_PUSH_USER"), from_environment("VESK_PUSH_PASSWORD")};
+        who = {from_environment("VESK_PUSH_USER"), from_environment(password_variable)};
     } else {
         who = from_file(path);
     }
@@ -119,7 +120,8 @@ credentials find_credentials(const std::string &path, const std::string &user)
         who.user = user;
     }
     if (who.user.empty() && !who.password.empty()) {
-        throw failure(exit_usage, "there is a password, but no user that it belongs to");
+        throw failure(exit_usage, (path.empty() ? password_variable : path) +
+                                      ": there is a password, but no user that it belongs to");
     }
     return who;
 }

@@ -3,13 +3,13 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
 
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
 #include "push/push_program.hpp"
-#include "push/push_request.hpp"
 
 namespace cli
 {
@@ -21,6 +21,11 @@ constexpr double between_looks = 0.5;
 constexpr std::size_t longest_output = 400;
 // After many failures it is tried so many times less often.
 constexpr uint32_t most_doublings = 3;
+// For the shell, which becomes the push: it yields to the recording, and where memory runs out the
+// kernel ends it first. A service may be forbidden to change its priority; that is not worth a
+// word.
+constexpr std::string_view low_priority =
+    "{ renice -n 10 -p $$; echo 500 >/proc/self/oom_score_adj; } >/dev/null 2>&1;";
 
 std::string quoted(const std::string &word)
 {
@@ -119,20 +124,14 @@ double paced_push::between_09_and_11()
     return 0.9 + 0.2 * static_cast<double>(seed_ >> 8U) / static_cast<double>(1U << 24U);
 }
 
-std::string push_command(const std::string &base, const std::string &url)
+std::string push_command(const push_request &request)
 {
-    push_request request;
-    request.boxes = {base};
-    request.url = url;
-    request.quiet = true;
-    // The next push comes anyway.
-    request.retry_for = "15s";
     request.check();
     std::string words;
     for (const std::string &word : words_of(request)) {
         words += fmt::format(" {}", quoted(word));
     }
-    return fmt::format("exec nice -n 10 {}{} 2>&1", quoted(find_push_program()), words);
+    return fmt::format("{} exec {}{} 2>&1", low_priority, quoted(find_push_program()), words);
 }
 
 } // namespace cli

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "process/child_program.hpp"
+#include "push/push_request.hpp"
 
 namespace cli
 {
@@ -48,9 +49,9 @@ private:
     std::optional<std::string> notice_;
 };
 
-// What paced_push runs for a box and a target: the program of pushes, quiet and with low priority.
-// Throws a failure when it is not installed.
-std::string push_command(const std::string &base, const std::string &url);
+// What paced_push runs for a request: the program of pushes, with low priority. Throws a failure
+// when it is not installed.
+std::string push_command(const push_request &request);
 
 } // namespace cli
 

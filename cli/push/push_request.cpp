@@ -3,9 +3,12 @@
 #include "push/push_request.hpp"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <string_view>
+#include <sys/stat.h>
 
+#include "box/event_channel.hpp"
 #include "process/failure.hpp"
 #include "process/terminal.hpp"
 #include "push/target.hpp"
@@ -63,9 +66,9 @@ bool take_option(push_request &request, const std::string &word)
     return false;
 }
 
-[[noreturn]] void refuse_label(const std::string &told, const char *why)
+[[noreturn]] void refuse_label(const std::string &option, const std::string &told, const char *why)
 {
-    throw failure(exit_usage, fmt::format("--label {}: {}", printable(told.substr(0, 60)), why));
+    throw failure(exit_usage, fmt::format("{} {}: {}", option, printable(told.substr(0, 60)), why));
 }
 
 bool is_name(std::string_view text)
@@ -78,7 +81,7 @@ bool is_name(std::string_view text)
 
 } // namespace
 
-raw_choice parse_raw_choice(const std::string &text)
+raw_choice parse_raw_choice(const std::string &text, const std::string &option)
 {
     constexpr std::string_view last = "last:";
     if (text == "none") {
@@ -88,14 +91,14 @@ raw_choice parse_raw_choice(const std::string &text)
         return {raw_choice::kind::all};
     }
     if (text.starts_with(last)) {
-        return {raw_choice::kind::last, parse_duration(text.substr(last.size()), "--raw")};
+        return {raw_choice::kind::last, parse_duration(text.substr(last.size()), option)};
     }
-    throw failure(exit_usage, fmt::format("--raw {}: there is none, all and last:LENGTH, such as "
+    throw failure(exit_usage, fmt::format("{} {}: there is none, all and last:LENGTH, such as "
                                           "last:2h",
-                                          printable(text.substr(0, 20))));
+                                          option, printable(text.substr(0, 20))));
 }
 
-box_labels parse_box_labels(std::span<const std::string> told)
+box_labels parse_box_labels(std::span<const std::string> told, const std::string &option)
 {
     box_labels labels;
     const std::pair<std::string_view, std::string *> keys[] = {{"box=", &labels.box},
@@ -107,17 +110,33 @@ box_labels parse_box_labels(std::span<const std::string> told)
             return each.starts_with(known.first);
         });
         if (key == std::end(keys)) {
-            refuse_label(each, "there is box=, host=, site= and firmware=");
+            refuse_label(option, each, "there is box=, host=, site= and firmware=");
         }
         if (each.size() > longest_label) {
-            refuse_label(each, "longer than 1024 bytes");
+            refuse_label(option, each, "longer than 1024 bytes");
         }
         *key->second = each.substr(key->first.size());
         if (key->second == &labels.box && labels.box.empty()) {
-            refuse_label(each, "a box needs a name");
+            refuse_label(option, each, "a box needs a name");
         }
     }
     return labels;
+}
+
+void check_ca_file(const std::string &path)
+{
+    if (path.empty()) {
+        return;
+    }
+    // A FIFO would be waited for.
+    const file_descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status = {};
+    if (!file.is_open() || fstat(file.get(), &status) != 0) {
+        throw failure(exit_failed, with_errno(path));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw failure(exit_failed, path + ": is no file");
+    }
 }
 
 void push_request::check() const
@@ -131,6 +150,7 @@ void push_request::check() const
         (void)parse_duration(retry_for, "--retry-for");
     }
     const box_labels told = parse_box_labels(labels);
+    check_ca_file(ca_file);
     if (boxes.empty() && folder.empty() && !create) {
         throw failure(exit_usage, "BASE is needed, or --all DIR");
     }

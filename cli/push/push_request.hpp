@@ -37,8 +37,8 @@ struct raw_choice {
     kind which = kind::none;
     int64_t seconds = 0; // of the last ones
 };
-// "none", "all" or "last:2h". Throws a usage failure for anything else.
-raw_choice parse_raw_choice(const std::string &text);
+// "none", "all" or "last:2h". Throws a usage failure for anything else, which names @p option.
+raw_choice parse_raw_choice(const std::string &text, const std::string &option = "--raw");
 
 // What labels say of a box; empty where nothing is said.
 struct box_labels {
@@ -47,8 +47,14 @@ struct box_labels {
     std::string site;
     std::string firmware;
 };
-// Each is "KEY=VALUE", with a key of the four. Throws a usage failure for anything else.
-box_labels parse_box_labels(std::span<const std::string> told);
+// Each is "KEY=VALUE", with a key of the four. Throws a usage failure for anything else, which
+// names
+// @p option.
+box_labels parse_box_labels(std::span<const std::string> told,
+                            const std::string &option = "--label");
+
+// Throws a failure where the file cannot be read; an empty path is none.
+void check_ca_file(const std::string &path);
 
 // The words of @p request, and back.
 std::vector<std::string> words_of(const push_request &request);

@@ -73,14 +73,14 @@ std::string user_in(std::string_view &rest, std::string_view begin)
     if (user.find(':') != std::string_view::npos) {
         throw failure(exit_usage,
                       fmt::format(" {}...: a password does not belong on a command line, where "
-                                  "everybody sees it; put it into a file for --credentials or into "
+                                  "everybody sees it; put it into a file of credentials or into "
                                   "VESK_PUSH_PASSWORD",
                                   begin));
     }
     if (!is_of(user, ".-")) {
         throw failure(exit_usage,
                       fmt::format(" {}...: the user consists of letters, digits, '_', '.' "
-                                  "and '-'; one that does not belongs into --credentials",
+                                  "and '-'; one that does not belongs into a file of credentials",
                                   begin));
     }
     rest.remove_prefix(at + 1);

@@ -9,7 +9,6 @@
 
 #include "box/sync_policy.hpp"
 #include "process/failure.hpp"
-#include "push/target.hpp"
 #include "text/duration.hpp"
 #include "verbs/common_options.hpp"
 #include "verbs/option_file.hpp"
@@ -66,9 +65,7 @@ void add_record_options(option_list &options, record_options &record)
     options.text("--from", "COMMAND", record.from,
                  "Record what this command prints as text telemetry, too");
     add_record_event_options(options, record.events);
-    options.text("--push", "URL", record.push,
-                 "Push the box there now and then, as 'vesk push' does");
-    options.text("--push-every", "TIME", record.push_every, "Time between two pushes");
+    add_record_push_options(options, record.push);
 }
 
 record_settings settings_of(const record_options &options)
@@ -86,10 +83,7 @@ record_settings settings_of(const record_options &options)
     }
     settings.events = options.events.for_recording(options.sensors.root, settings.interval);
     settings.sync = parse_sync_policy(options.sync);
-    settings.push_every = parse_duration(options.push_every, "--push-every");
-    if (!options.push.empty()) {
-        (void)parse_target(options.push, "--push");
-    }
+    settings.push_every = options.push.checked_period();
     options.sizes.check();
     options.sizes.wanted_tiers(settings.interval);
     return settings;
@@ -119,8 +113,12 @@ std::string unchangeable(const record_options &before, const record_options &now
     compare("--for", before.duration == now.duration);
     compare("--sync", before.sync == now.sync);
     compare("--from", before.from == now.from);
-    compare("--push", before.push == now.push);
-    compare("--push-every", before.push_every == now.push_every);
+    compare("--push", before.push.what.url == now.push.what.url);
+    compare("--push-every", before.push.every == now.push.every);
+    compare("--push-raw", before.push.what.raw == now.push.what.raw);
+    compare("--push-label", before.push.what.labels == now.push.what.labels);
+    compare("--push-credentials", before.push.what.credentials == now.push.what.credentials);
+    compare("--push-ca-file", before.push.what.ca_file == now.push.what.ca_file);
     compare("--root", before.sensors.root == now.sensors.root);
     compare("--samples", before.sizes.shape.samples == now.sizes.shape.samples);
     compare("--intervals", before.sizes.shape.intervals == now.sizes.shape.intervals);

@@ -8,6 +8,7 @@
 
 #include "box/sync_policy.hpp"
 #include "verbs/record_event_options.hpp"
+#include "verbs/record_push_options.hpp"
 #include "verbs/sensor_options.hpp"
 #include "verbs/size_options.hpp"
 #include "verbs/verb.hpp"
@@ -23,10 +24,9 @@ struct record_options {
     std::string sync = "10s";
     sensor_options sensors;
     std::string from; // a command that gives more sensors; empty: none
-    std::string push; // the URL of an engine; empty: none
-    std::string push_every = "10m";
     size_options sizes;
     record_event_options events;
+    record_push_options push;
 
     uint64_t event_bytes() const { return sizes.event_bytes(events.event_bytes); }
 };

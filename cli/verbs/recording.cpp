@@ -88,12 +88,13 @@ void recording::begin()
 // A program that is missing is told, and hinders nothing.
 void recording::prepare_push()
 {
-    if (options_.push.empty()) {
+    if (!options_.push.are_wanted()) {
         return;
     }
     try {
         const auto moment = static_cast<uint64_t>(clock_seconds() * 1e6);
-        push_.emplace(push_command(base_, options_.push), static_cast<double>(settings_.push_every),
+        push_.emplace(push_command(options_.push.request(base_)),
+                      static_cast<double>(settings_.push_every),
                       static_cast<uint32_t>(moment) ^ static_cast<uint32_t>(getpid()));
     } catch (const failure &reason) {
         note(fmt::format("{}: {}", base_, reason.what()));

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""A recording that pushes: the engine gets its samples, and whatever happens to the engine, the
-recording goes on and says so once.
+"""A recording that pushes: the engine gets its samples under the labels that were told, and whatever
+happens to the engine, the recording goes on and says so once.
 
   push_record_test.py --vesk build/release/cli/vesk
 
@@ -22,6 +22,8 @@ from pushed import Desk  # noqa: E402
 
 SKIPPED = 77
 LIMIT = 120
+# Of the user "pusher" of these servers.
+PASSWORD = "secret of a test"
 
 
 def wait_for(what, holds):
@@ -29,6 +31,13 @@ def wait_for(what, holds):
     while not holds():
         require(time.monotonic() < until, f"{what}: in vain")
         time.sleep(0.2)
+
+
+def secret_file(desk):
+    path = desk.folder / "secret"
+    path.write_text(f"user pusher\npassword {PASSWORD}\n")
+    path.chmod(0o600)
+    return path
 
 
 def samples_in_box(desk):
@@ -39,16 +48,24 @@ def samples_in_box(desk):
 def check(desk):
     messages = desk.folder / "messages"
     environment = {**os.environ, "XDG_STATE_HOME": str(desk.folder / "home")}
+    secret = secret_file(desk)
     with ClickHouse(desk.folder / "server") as server:
         desk.run("push", "--create", "--to", server.url())
+        # Samples of the past are in the box; with the usual --push-raw they would stay there.
+        desk.run("import", "box", "--utc", data=b"20240101:00:00:00,::old\n20240101:00:00:00,7\n")
         with open(messages, "wb") as file:
             recording = subprocess.Popen(
                 [desk.program, "record", "box", "--interval", "1s", "--push", server.url(),
-                 "--push-every", "1s"],
+                 "--push-every", "1s", "--push-raw", "all", "--push-credentials", str(secret),
+                 "--push-label", "box=a name", "--push-label", "site=it's north"],
                 cwd=desk.folder, env=environment, stderr=file, stdin=subprocess.DEVNULL)
         try:
             times = "select uniqExact(time) from fleet.samples"
-            wait_for("the engine gets samples", lambda: server.number(times) >= 3)
+            wait_for("the engine gets samples", lambda: server.number(times) >= 4)
+            require(server.ask("select distinct box, site from fleet.boxes") ==
+                    [["a name", "it\\'s north"]], server.ask("select * from fleet.boxes"))
+            require(server.number("select count() from fleet.samples where sensor = '::old'") == 1,
+                    "a sample of the past")
             server.kill()
             wait_for("the failure is told", lambda: b"a push has failed" in messages.read_bytes())
             before = samples_in_box(desk)
@@ -61,17 +78,47 @@ def check(desk):
             code = recording.wait(LIMIT)
     text = messages.read_text()
     require(code == 0, f"the recording ended with {code}: {text}")
-    require(text.count("a push has failed") == 1, text)
+    require(text.count("a push has failed") == 1 and PASSWORD not in text, text)
+
+
+def lone_command(desk, name):
+    """A copy of the command in a folder without vesk-push, and what it needs to run."""
+    folder = desk.folder / name
+    folder.mkdir()
+    (folder / "vesk").write_bytes(Path(desk.program).read_bytes())
+    (folder / "vesk").chmod(0o755)
+    library = Path(desk.program).parent.parent / "src"
+    return folder, {**os.environ, "LD_LIBRARY_PATH": str(library)}
+
+
+def check_words(desk):
+    """Another program takes the place of vesk-push and leaves its words."""
+    folder, environment = lone_command(desk, "words")
+    (folder / "vesk-push").write_text("#!/bin/sh\nfor word; do printf '%s\\n' \"$word\"; done >words\n"
+                                      "nice >>words; cat /proc/self/oom_score_adj >>words\n"
+                                      "touch done\n")
+    (folder / "vesk-push").chmod(0o755)
+    words = ["--push", "clickhouses://h/d", "--push-every", "1s", "--push-raw", "none",
+             "--push-credentials", str(secret_file(desk)), "--push-ca-file", "vesk",
+             "--push-label", "box=a 'quoted' $name", "--push-label", "site=--"]
+    recording = subprocess.Popen([str(folder / "vesk"), "record", "box", *words], cwd=folder,
+                                 env=environment, stderr=subprocess.DEVNULL)
+    try:
+        wait_for("a push", (folder / "done").exists)
+    finally:
+        recording.send_signal(signal.SIGINT)
+        recording.wait(LIMIT)
+    *found, niceness, first_to_die = (folder / "words").read_text().splitlines()
+    wanted = {"--to=clickhouses://h/d", "--raw=none", f"--credentials={secret_file(desk)}",
+              "--ca-file=vesk", "--label=box=a 'quoted' $name", "--label=site=--", "--quiet",
+              "--retry-for=15s"}
+    require(set(found[:-2]) == wanted and found[-2:] == ["--", "box"], f"{found}")
+    require((int(niceness), int(first_to_die)) == (10, 500), f"{niceness}, {first_to_die}")
 
 
 def check_missing_program(desk):
     """Of an installation without vesk-push."""
-    lone = desk.folder / "lone"
-    lone.mkdir()
-    library = Path(desk.program).parent.parent / "src"
-    (lone / "vesk").write_bytes(Path(desk.program).read_bytes())
-    (lone / "vesk").chmod(0o755)
-    environment = {**os.environ, "LD_LIBRARY_PATH": str(library)}
+    lone, environment = lone_command(desk, "lone")
     done = subprocess.run([str(lone / "vesk"), "record", "other", "--for", "1s", "--push",
                            "clickhouse://127.0.0.1/x"], cwd=desk.folder, env=environment,
                           stderr=subprocess.PIPE, timeout=LIMIT, check=False)
@@ -89,6 +136,7 @@ def main():
         desk = Desk(arguments.vesk, folder)
         try:
             check_missing_program(desk)
+            check_words(desk)
             check(desk)
         except Skip as reason:
             print(f"skipped: {reason}")
