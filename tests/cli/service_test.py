@@ -16,9 +16,10 @@
       The program of --from dies with a recording that is killed.
   service_test.py --vesk build/release/cli/vesk unit --unit build/release/vesk-record.service
       systemd finds no fault in the unit and rates its exposure at 2.0 or less.
-  service_test.py --vesk build/release/cli/vesk limits --unit build/release/vesk-record.service
+  service_test.py --vesk build/release/cli/vesk limits --unit build/release/vesk-record.service \
+      --manual docs/service.md
       Without systemd, a recording within the limits that the unit states records all that it records
-      outside of them.
+      outside of them. It pushes with what the manual adds to the unit for that, and only with that.
 """
 
 import argparse
@@ -269,10 +270,10 @@ PR_SET_MDWE = 65
 
 
 class Unit:
-    """What a unit says of the limits of its service."""
+    """What a unit, and what is added to it, says of the limits of its service."""
 
-    def __init__(self, path):
-        self.lines = Path(path).read_text().splitlines()
+    def __init__(self, path, added=()):
+        self.lines = [*Path(path).read_text().splitlines(), *added]
 
     def all(self, key):
         return [line.split("=", 1)[1] for line in self.lines if line.startswith(key + "=")]
@@ -306,14 +307,16 @@ def allowed_calls(unit):
     return names - {"unshare", "setns"}
 
 
-def filter_of(names):
+def filter_of(names, families):
     """The program of the kernel's filter: other calls, and sockets of other families, are errors."""
     numbers = {name: int(number) for name, number in
                re.findall(r"#define __NR_(\w+) (\d+)", UNISTD.read_text())}
     load, equal, give, allow, error = 0x20, 0x15, 0x06, 0x7fff0000, 0x00050000
     steps = [(load, 0, 0, 0),
-             (equal, 0, 4, numbers["socket"]), (load, 0, 0, 16), (equal, 1, 0, socket.AF_UNIX),
-             (give, 0, 0, error | EAFNOSUPPORT), (give, 0, 0, allow)]
+             (equal, 0, len(families) + 3, numbers["socket"]), (load, 0, 0, 16)]
+    steps += [(equal, len(families) - at, 0, getattr(socket, name))
+              for at, name in enumerate(families)]
+    steps += [(give, 0, 0, error | EAFNOSUPPORT), (give, 0, 0, allow)]
     for name in sorted(names & numbers.keys() - {"socket"}):
         steps += [(equal, 0, 1, numbers[name]), (give, 0, 0, allow)]
     steps.append((give, 0, 0, error | EPERM))
@@ -372,12 +375,13 @@ def within_limits(arguments, unit, folder, *words):
          python, str(Path(__file__).resolve()), "--vesk", arguments.vesk,
          "--filter", str(folder.parent / "filter"), "filtered", *words],
         preexec_fn=lambda: confine(arguments, unit, folder), cwd=folder, capture_output=True, text=True,
-        env=without_search_for_leaks(), timeout=PATIENCE, check=False)
+        env=environment_of(folder), timeout=PATIENCE, check=False)
 
 
-def without_search_for_leaks():
+def environment_of(state):
     """A sanitizer's search for leaks traces the process, which the filter does not allow."""
-    return {**os.environ, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"}
+    return {**os.environ, "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0",
+            "STATE_DIRECTORY": str(state)}
 
 
 def groups_in(arguments, base):
@@ -405,7 +409,7 @@ def limits(arguments, folder):
         sys.exit(SKIPPED)
     unit_of_service = Unit(arguments.unit)
     folder.chmod(0o755)
-    (folder / "filter").write_bytes(filter_of(allowed_calls(unit_of_service)))
+    write_filter(folder, unit_of_service)
     state = folder / "state"
     state.mkdir()
     os.chown(state, USER, USER)
@@ -438,6 +442,41 @@ def limits(arguments, folder):
     require(not missing, f"without any of {sorted(missing)}")
     said = [notes_of(found, base), notes_of(outside, free)]
     require(said[0] == said[1], f"it says other things: {said}")
+    pushes_within_limits(arguments, folder, state)
+
+
+def write_filter(folder, unit):
+    families = [name for line in unit.all("RestrictAddressFamilies") for name in line.split()]
+    (folder / "filter").write_bytes(filter_of(allowed_calls(unit), families))
+
+
+def additions_for_pushes(manual):
+    """What a chapter of the manual adds to the unit."""
+    chapter = Path(manual).read_text().split("\n## A service that pushes\n")[1].split("\n## ")[0]
+    return re.findall(r"^    (\w+=.*)$", chapter.split("    [Service]\n")[1], re.M)
+
+
+def pushes_within_limits(arguments, folder, state):
+    if not Path(arguments.vesk).with_name("vesk-push").exists():
+        return
+    engine = socket.create_server(("127.0.0.1", 0))
+    engine.settimeout(0)
+    words = [arguments.vesk, "record", str(state / "pushed"), "--for", "4s", "--sensors", "load", "--push",
+             f"clickhouse://127.0.0.1:{engine.getsockname()[1]}/x", "--push-every", "1s"]
+
+    def connected(unit):
+        write_filter(folder, unit)
+        found = within_limits(arguments, unit, state, *words)
+        require(found.returncode == 0, f"record: {found}")
+        try:
+            engine.accept()[0].close()
+            return True
+        except BlockingIOError:
+            return False
+
+    require(not connected(Unit(arguments.unit)), "the unit lets it into the network")
+    require(connected(Unit(arguments.unit, additions_for_pushes(arguments.manual))),
+            "it cannot push with what the manual adds")
 
 
 
@@ -446,6 +485,7 @@ def main():
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--vesk", required=True, type=lambda text: str(Path(text).resolve()))
     parser.add_argument("--unit")
+    parser.add_argument("--manual")
     parser.add_argument("--filter")
     parser.add_argument("--shim", type=lambda text: str(Path(text).resolve()))
     parser.add_argument("what", choices=["notify", "ticks", "slow_disk", "journal", "child", "unit",
