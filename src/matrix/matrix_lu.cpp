@@ -12,6 +12,7 @@
 
 #include "matrix/element_access.hpp"
 #include "matrix/kernels/kernels.hpp"
+#include "matrix/lu_factorisation.hpp"
 #include "matrix/strided.hpp"
 #include "support/object.hpp"
 #include "support/owner.hpp"
@@ -21,117 +22,6 @@ using owned_matrix = owned<matrix, matrix_destroy>;
 using owned_lu = owned<matrix_lu, matrix_lu_destroy>;
 
 // ---- decomposition ----
-
-// Where the largest magnitude of the trailing block stands: its first row, when rows are read from
-// top to bottom. -1.0 when the block holds nothing but NaN.
-struct pivot_row {
-    double magnitude = -1.0;
-    uint32_t row = 0;
-
-    void offer(double candidate, uint32_t candidate_row)
-    {
-        if (candidate > magnitude) {
-            magnitude = candidate;
-            row = candidate_row;
-        }
-    }
-};
-
-static uint32_t _matrix_index_at(const matrix *indices, uint32_t k)
-{
-    return static_cast<uint32_t>(indices->values[k][0]);
-}
-
-// The pivot of step k: the element found first, row by row, among those of the largest magnitude. A
-// NaN at (k, k) stays, because no magnitude exceeds it.
-static void _matrix_lu_choose_pivot(matrix_lu *lu, uint32_t k, const pivot_row &largest)
-{
-    double **values = lu->matrix->values;
-    uint32_t row = k;
-    uint32_t column = k;
-    if (!std::isnan(values[k][k]) && largest.magnitude >= 0.0) {
-        row = largest.row;
-        while (fabs(values[row][column]) != largest.magnitude) {
-            ++column;
-        }
-    }
-    lu->p->values[k][0] = row;
-    lu->q->values[k][0] = column;
-}
-
-// Step k on the rows below the pivot row: exchanges the columns, eliminates unless the pivot is
-// negligible, and finds where the next pivot stands, all in one visit of each row.
-static pivot_row _matrix_lu_step(matrix_lu *lu, uint32_t k, bool eliminate)
-{
-    const matrix_kernels &kernels = _matrix_kernels();
-    const uint32_t n = lu->matrix->nrows;
-    double **values = lu->matrix->values;
-    const uint32_t column = _matrix_index_at(lu->q, k);
-    const std::size_t width = n - k - 1;
-    pivot_row next;
-    for (uint32_t r = k + 1; r < n; r += eliminate_rows) {
-        const uint32_t count = std::min<uint32_t>(eliminate_rows, n - r);
-        double factor[eliminate_rows];
-        double largest[eliminate_rows];
-        for (uint32_t i = 0; i < count; ++i) {
-            double *row = values[r + i];
-            std::swap(row[k], row[column]);
-            if (eliminate) {
-                row[k] = row[k] / values[k][k];
-                factor[i] = row[k];
-            } else {
-                largest[i] = kernels.largest_magnitude(row + k + 1, width);
-            }
-        }
-        if (eliminate) {
-            kernels.eliminate(values[r] + k + 1, n, count, factor, values[k] + k + 1, width,
-                              largest);
-        }
-        for (uint32_t i = 0; i < count; ++i) {
-            next.offer(largest[i], r + i);
-        }
-    }
-    return next;
-}
-
-// The exchanges of columns in the rows that were finished before: those of each later step.
-static void _matrix_lu_exchange_finished(matrix_lu *lu)
-{
-    const uint32_t n = lu->matrix->nrows;
-    for (uint32_t r = 0; r < n; ++r) {
-        double *row = lu->matrix->values[r];
-        for (uint32_t k = r + 1; k < n; ++k) {
-            std::swap(row[k], row[_matrix_index_at(lu->q, k)]);
-        }
-    }
-}
-
-static void _matrix_lu_factorise(matrix_lu *lu)
-{
-    const uint32_t n = lu->matrix->nrows;
-    double **values = lu->matrix->values;
-    pivot_row largest;
-    for (uint32_t r = 0; r < n; ++r) {
-        largest.offer(_matrix_kernels().largest_magnitude(values[r], n), r);
-    }
-    for (uint32_t k = 0; k < n; ++k) {
-        _matrix_lu_choose_pivot(lu, k, largest);
-        double *other = values[_matrix_index_at(lu->p, k)];
-        if (other != values[k]) {
-            std::swap_ranges(values[k], values[k] + n, other);
-        }
-        std::swap(values[k][k], values[k][_matrix_index_at(lu->q, k)]);
-        const bool eliminate = fabs(values[k][k]) > matrix_value_unit_roundoff();
-        if (eliminate) {
-            lu->rank = k + 1;
-        }
-        largest = _matrix_lu_step(lu, k, eliminate);
-    }
-    _matrix_lu_exchange_finished(lu);
-    for (uint32_t k = 0; k < n; ++k) {
-        lu->det = lu->det * values[k][k];
-    }
-}
 
 // All matrices of the record, or as many as there is memory for.
 static bool _matrix_lu_init(matrix_lu *lu, const matrix *m)

@@ -1,5 +1,5 @@
-// The step of an elimination (a row loses a multiple of the pivot row), which finds the next pivot
-// on the way, and the search for the largest magnitude of a row.
+// A step of an elimination with full pivoting (the rows below the pivot row lose multiples of it),
+// which finds the next pivot on the way, and the search for the largest magnitude of a row.
 #ifndef VESK_MATRIX_KERNELS_ELIMINATION_HPP
 #define VESK_MATRIX_KERNELS_ELIMINATION_HPP
 
@@ -11,21 +11,46 @@
 namespace
 {
 
-// One vector of each row: the step of the elimination and the magnitudes that it leaves.
-template <size_t Rows, bool Edge>
-inline void _eliminate_vector(double *rows, size_t stride, const simd::vector *factor,
-                              const double *pivot, simd::mask lanes, simd::vector *largest)
+// Where step k goes on: the columns behind k, from the vector on that holds the first of them. The
+// `passed` lanes of that vector lie before them.
+struct elimination {
+    double *rows;
+    size_t stride;
+    const double *pivot;
+    size_t k;
+    size_t column;
+    size_t begin;
+    size_t end;
+    simd::mask passed;
+};
+
+// Exchanges the columns and turns column k into the factors of `count` rows.
+inline void _find_factors(const elimination &step, size_t row, size_t count)
 {
-    const simd::vector p = Edge ? simd::load(pivot, lanes) : simd::load(pivot);
-#pragma GCC unroll 4
+    for (size_t r = row; r < row + count; ++r) {
+        double *at = step.rows + r * step.stride;
+        const double exchanged = at[step.column];
+        at[step.column] = at[step.k];
+        at[step.k] = exchanged / step.pivot[step.k];
+    }
+}
+
+// One vector of each row: the step and the magnitudes that it leaves.
+template <size_t Rows, bool First>
+[[gnu::always_inline]] inline void _eliminate_vector(const elimination &step, double *rows,
+                                                     size_t j, const simd::vector *factor,
+                                                     simd::vector *largest)
+{
+    const simd::vector p = simd::load(step.pivot + j);
+#pragma GCC unroll 8
     for (size_t r = 0; r < Rows; ++r) {
-        double *at = rows + r * stride;
-        const simd::vector x = simd::subtract(Edge ? simd::load(at, lanes) : simd::load(at),
-                                              simd::multiply(factor[r], p));
+        double *at = rows + r * step.stride + j;
+        const simd::vector before = simd::load(at);
+        const simd::vector x = simd::subtract(before, simd::multiply(factor[r], p));
         const simd::vector grown = simd::larger(simd::magnitude(x), largest[r]);
-        if (Edge) {
-            simd::store(at, x, lanes);
-            largest[r] = simd::choose(lanes, grown, largest[r]);
+        if (First) {
+            simd::store(at, simd::choose(step.passed, before, x));
+            largest[r] = simd::choose(step.passed, largest[r], grown);
         } else {
             simd::store(at, x);
             largest[r] = grown;
@@ -33,45 +58,65 @@ inline void _eliminate_vector(double *rows, size_t stride, const simd::vector *f
     }
 }
 
+// Rows row .. row + Rows - 1, whose factors stand in column k. Which of them has the largest
+// magnitude is only looked at when one is larger than those before.
 template <size_t Rows>
-void _eliminate_in(double *rows, size_t stride, const double *factor, const double *pivot, size_t n,
-                   double *largest)
+inline void _eliminate_rows(const elimination &step, size_t row, pivot_row *next)
 {
-    simd::vector factors[Rows];
-    simd::vector magnitudes[Rows];
-#pragma GCC unroll 4
+    double *rows = step.rows + row * step.stride;
+    simd::vector factor[Rows];
+    simd::vector largest[Rows];
+#pragma GCC unroll 8
     for (size_t r = 0; r < Rows; ++r) {
-        factors[r] = simd::fill(factor[r]);
-        magnitudes[r] = simd::fill(-1.0);
+        factor[r] = simd::fill(rows[r * step.stride + step.k]);
+        largest[r] = simd::fill(-1.0);
     }
-    const simd::mask all = simd::first_lanes(width);
-    size_t j = _elements_before_boundary(rows, n);
-    if (j > 0) {
-        _eliminate_vector<Rows, true>(rows, stride, factors, pivot, simd::first_lanes(j),
-                                      magnitudes);
+    size_t j = step.begin;
+    _eliminate_vector<Rows, true>(step, rows, j, factor, largest);
+    for (j += width; j < step.end; j += width) {
+        _eliminate_vector<Rows, false>(step, rows, j, factor, largest);
     }
-    for (; j + width <= n; j += width) {
-        _eliminate_vector<Rows, false>(rows + j, stride, factors, pivot + j, all, magnitudes);
+    simd::vector of_all = largest[0];
+#pragma GCC unroll 8
+    for (size_t r = 1; r < Rows; ++r) {
+        of_all = simd::larger(largest[r], of_all);
     }
-    if (j < n) {
-        _eliminate_vector<Rows, true>(rows + j, stride, factors, pivot + j,
-                                      simd::first_lanes(n - j), magnitudes);
+    if (!simd::any_larger(of_all, simd::fill(next->magnitude))) {
+        return;
     }
     for (size_t r = 0; r < Rows; ++r) {
-        largest[r] = simd::largest_lane(magnitudes[r]);
+        const double magnitude = simd::largest_lane(largest[r]);
+        if (magnitude > next->magnitude) {
+            *next = {magnitude, static_cast<uint32_t>(row + r)};
+        }
     }
 }
 
-void _eliminate(double *rows, size_t stride, size_t count, const double *factor,
-                const double *pivot, size_t n, double *largest)
+pivot_row _eliminate(double *rows, size_t stride, size_t n, size_t k, size_t column)
 {
-    if (count == eliminate_rows) {
-        _eliminate_in<eliminate_rows>(rows, stride, factor, pivot, n, largest);
-        return;
+    const size_t begin = (k + 1) / width * width;
+    const elimination step = {rows,
+                              stride,
+                              rows + k * stride,
+                              k,
+                              column,
+                              begin,
+                              (n + width - 1) / width * width,
+                              simd::first_lanes(k + 1 - begin)};
+    constexpr size_t group = simd::elimination_rows;
+    pivot_row next;
+    size_t row = k + 1;
+    // One group ahead: a vector that is loaded right behind a store into a part of it has to wait.
+    _find_factors(step, row, smaller(group, n - row));
+    for (; row + group <= n; row += group) {
+        const size_t ahead = row + group;
+        _find_factors(step, ahead, smaller(group, n - ahead));
+        _eliminate_rows<group>(step, row, &next);
     }
-    for (size_t r = 0; r < count; ++r) {
-        _eliminate_in<1>(rows + r * stride, stride, factor + r, pivot, n, largest + r);
+    for (; row < n; ++row) {
+        _eliminate_rows<1>(step, row, &next);
     }
+    return next;
 }
 
 double _largest_magnitude(const double *row, size_t n)

@@ -9,6 +9,7 @@
 #define VESK_MATRIX_KERNELS_KERNELS_HPP
 
 #include <cstddef>
+#include <cstdint>
 
 // The elements of a matrix in memory: element (i, j) is base[i * row + j * column]. Those of a
 // transposed matrix are those of its source with the two strides exchanged.
@@ -18,9 +19,15 @@ struct matrix_view {
     std::size_t column;
 };
 
-// The most rows that one call of eliminate() takes: the pivot row is loaded once for all of them.
-// So many factors and running maxima fit into the registers of every level. A choice.
-inline constexpr std::size_t eliminate_rows = 4;
+// What the distance of the rows that eliminate() works on is a multiple of: a vector of AVX-512.
+inline constexpr std::size_t lu_unit = 8;
+
+// Where the largest magnitude of some rows stands: the first row that has it, from top to bottom.
+// -1.0 where there is nothing but NaN.
+struct pivot_row {
+    double magnitude = -1.0;
+    uint32_t row = 0;
+};
 
 // How many columns of a triangular inverse are carried together (a choice: eight vectors of
 // AVX-512), and what their number in memory is rounded up to (one such vector).
@@ -57,11 +64,13 @@ struct matrix_kernels {
     void (*multiply)(const matrix_view &a, const matrix_view &b, double *c, std::size_t c_row,
                      std::size_t m, std::size_t n, std::size_t depth, double *scratch);
 
-    // Row r of `count` (1 to eliminate_rows) rows, `stride` apart, loses factor[r] times the pivot
-    // row, not fused; largest[r] becomes the largest magnitude left in it, -1.0 when there is none
-    // but NaN.
-    void (*eliminate)(double *rows, std::size_t stride, std::size_t count, const double *factor,
-                      const double *pivot, std::size_t n, double *largest);
+    // Step k of an elimination of n rows and columns with full pivoting, on rows that lie on
+    // boundaries of cache lines, `stride` apart, a multiple of lu_unit; behind their n elements
+    // stands NaN. In each row below k the elements k and `column` change places, element k is
+    // divided by that of row k, and those behind it lose so many times those of row k, not fused.
+    // Returns where the largest of these stands.
+    pivot_row (*eliminate)(double *rows, std::size_t stride, std::size_t n, std::size_t k,
+                           std::size_t column);
 
     // The largest magnitude among n elements, -1.0 when there is none but NaN.
     double (*largest_magnitude)(const double *row, std::size_t n);

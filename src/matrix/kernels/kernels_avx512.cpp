@@ -21,6 +21,7 @@ struct simd {
     static constexpr std::size_t block_columns = 4080;
     static constexpr std::size_t triangle_rows = 8;
     static constexpr std::size_t triangle_vectors = 2;
+    static constexpr std::size_t elimination_rows = 4;
     static constexpr std::size_t moment_vectors = 4;
 
     using vector = __m512d;
@@ -63,6 +64,10 @@ struct simd {
     static vector magnitude(vector v) { return _mm512_abs_pd(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return _mm512_mask_max_pd(kept, 0xff, v, kept); }
+    static bool any_larger(vector v, vector than)
+    {
+        return _mm512_cmp_pd_mask(v, than, _CMP_GT_OQ) != 0;
+    }
     // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v)
     {

@@ -16,6 +16,7 @@ struct simd {
     static constexpr std::size_t block_columns = 1024;
     static constexpr std::size_t triangle_rows = 1;
     static constexpr std::size_t triangle_vectors = 8;
+    static constexpr std::size_t elimination_rows = 4;
     static constexpr std::size_t moment_vectors = 8;
 
     using vector = double;
@@ -36,6 +37,7 @@ struct simd {
     static vector magnitude(vector v) { return __builtin_fabs(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return v > kept ? v : kept; }
+    static bool any_larger(vector v, vector than) { return v > than; }
     // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v) { return v; }
     static vector choose(mask m, vector a, vector b) { return m ? a : b; }
