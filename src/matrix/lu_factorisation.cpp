@@ -23,38 +23,6 @@ struct lu_rows {
     double *at(uint32_t r) const { return first + r * stride; }
 };
 
-// ---- steps element by element ----
-
-static void _matrix_lu_offer(pivot_row *largest, double magnitude, uint32_t row)
-{
-    if (magnitude > largest->magnitude) {
-        *largest = {magnitude, row};
-    }
-}
-
-// Step k on the rows below row k, where row k is not worth eliminating with or where there is no
-// memory for the kernels.
-static pivot_row _matrix_lu_step_in_place(const lu_rows &rows, uint32_t k, uint32_t column,
-                                          bool eliminate)
-{
-    const double *pivot = rows.at(k);
-    pivot_row next;
-    for (uint32_t r = k + 1; r < rows.n; ++r) {
-        double *row = rows.at(r);
-        std::swap(row[k], row[column]);
-        if (eliminate) {
-            row[k] = row[k] / pivot[k];
-        }
-        for (uint32_t j = k + 1; j < rows.n; ++j) {
-            if (eliminate) {
-                row[j] = row[j] - row[k] * pivot[j];
-            }
-            _matrix_lu_offer(&next, fabs(row[j]), r);
-        }
-    }
-    return next;
-}
-
 // The exchanges of columns in the rows that were finished before: those of each later step.
 static void _matrix_lu_exchange_finished(const matrix_lu *lu)
 {
@@ -139,65 +107,165 @@ void lu_work_area::finish(const matrix_lu *lu)
 
 // ---- factorisation ----
 
-// The pivot of step k: the element found first, row by row, among those of the largest magnitude. A
-// NaN at (k, k) stays, because no magnitude exceeds it.
-static void _matrix_lu_choose_pivot(matrix_lu *lu, const lu_rows &rows, uint32_t k,
-                                    const pivot_row &largest)
+// The steps in their order. On many rows two steps are made in one visit of them: the first only
+// finds the factors and the next pivot, and the rows are written with the second.
+class lu_elimination
 {
-    uint32_t row = k;
-    uint32_t column = k;
-    if (!std::isnan(rows.at(k)[k]) && largest.magnitude >= 0.0) {
-        row = largest.row;
-        while (fabs(rows.at(row)[column]) != largest.magnitude) {
-            ++column;
+public:
+    lu_elimination(matrix_lu *lu, const lu_rows &rows, bool by_kernels)
+        : lu_(lu), rows_(rows), by_kernels_(by_kernels)
+    {
+        for (uint32_t r = 0; r < rows.n; ++r) {
+            offer(&largest_, _matrix_kernels().largest_magnitude(rows.at(r), rows.n), r);
         }
     }
-    lu->p->values[k][0] = row;
-    lu->q->values[k][0] = column;
-}
 
-static void _matrix_lu_exchange_pivot(const matrix_lu *lu, const lu_rows &rows, uint32_t k)
-{
-    double *pivot = rows.at(k);
-    double *other = rows.at(_matrix_index_at(lu->p, k));
-    if (other != pivot) {
-        std::swap_ranges(pivot, pivot + rows.n, other);
-    }
-    std::swap(pivot[k], pivot[_matrix_index_at(lu->q, k)]);
-}
-
-static void _matrix_lu_eliminate(matrix_lu *lu, const lu_rows &rows, bool by_kernels)
-{
-    pivot_row largest;
-    for (uint32_t r = 0; r < rows.n; ++r) {
-        _matrix_lu_offer(&largest, _matrix_kernels().largest_magnitude(rows.at(r), rows.n), r);
-    }
-    for (uint32_t k = 0; k < rows.n; ++k) {
-        _matrix_lu_choose_pivot(lu, rows, k, largest);
-        _matrix_lu_exchange_pivot(lu, rows, k);
-        const double pivot = rows.at(k)[k];
-        const bool eliminate = fabs(pivot) > matrix_value_unit_roundoff();
-        if (eliminate) {
-            lu->rank = k + 1;
+    void run()
+    {
+        for (uint32_t k = 0; k < rows_.n; ++k) {
+            if (is_behind_ && !is_plain(k)) {
+                catch_up(k);
+            }
+            choose_pivot(k);
+            exchange(k);
+            const double pivot = rows_.at(k)[k];
+            const bool eliminate = fabs(pivot) > matrix_value_unit_roundoff();
+            if (eliminate) {
+                lu_->rank = k + 1;
+            }
+            lu_->det = lu_->det * pivot;
+            step(k, eliminate);
         }
-        lu->det = lu->det * pivot;
-        const uint32_t column = _matrix_index_at(lu->q, k);
-        largest = eliminate && by_kernels
-                      ? _matrix_kernels().eliminate(rows.first, rows.stride, rows.n, k, column)
-                      : _matrix_lu_step_in_place(rows, k, column, eliminate);
     }
-}
+
+private:
+    // From so many rows on writing each of them once for two steps is worth the work that it
+    // repeats: they do not fit into the first cache. A choice.
+    static constexpr uint32_t many_rows = 128;
+
+    static void offer(pivot_row *largest, double magnitude, uint32_t row)
+    {
+        if (magnitude > largest->magnitude) {
+            *largest = {magnitude, row};
+        }
+    }
+
+    uint32_t column_of(uint32_t k) const { return _matrix_index_at(lu_->q, k); }
+
+    // What element (r, j) is once step k - 1 is made.
+    double caught_up(uint32_t r, uint32_t k, uint32_t j) const
+    {
+        return rows_.at(r)[j] - rows_.at(r)[k - 1] * rows_.at(k - 1)[j];
+    }
+
+    void catch_up_row(uint32_t r, uint32_t k)
+    {
+        for (uint32_t j = k; j < rows_.n; ++j) {
+            rows_.at(r)[j] = caught_up(r, k, j);
+        }
+    }
+
+    void catch_up(uint32_t k)
+    {
+        for (uint32_t r = k; r < rows_.n; ++r) {
+            catch_up_row(r, k);
+        }
+        is_behind_ = false;
+    }
+
+    // Step k eliminates with a pivot from the row that was found.
+    bool is_plain(uint32_t k) const
+    {
+        return !std::isnan(caught_up(k, k, k)) && largest_.magnitude > matrix_value_unit_roundoff();
+    }
+
+    // The element found first, row by row, among those of the largest magnitude. A NaN at (k, k)
+    // stays, because no magnitude exceeds it.
+    void choose_pivot(uint32_t k)
+    {
+        uint32_t row = k;
+        uint32_t column = k;
+        if (is_behind_) {
+            catch_up_row(largest_.row, k);
+        }
+        if (is_behind_ || (!std::isnan(rows_.at(k)[k]) && largest_.magnitude >= 0.0)) {
+            row = largest_.row;
+            while (fabs(rows_.at(row)[column]) != largest_.magnitude) {
+                ++column;
+            }
+        }
+        lu_->p->values[k][0] = row;
+        lu_->q->values[k][0] = column;
+    }
+
+    void exchange(uint32_t k)
+    {
+        double *pivot = rows_.at(k);
+        double *other = rows_.at(_matrix_index_at(lu_->p, k));
+        if (other != pivot) {
+            std::swap_ranges(pivot, pivot + rows_.n, other);
+        }
+        std::swap(pivot[k], pivot[column_of(k)]);
+    }
+
+    void step(uint32_t k, bool eliminate)
+    {
+        const matrix_kernels &kernels = _matrix_kernels();
+        const uint32_t column = column_of(k);
+        if (is_behind_) {
+            // For this visit the columns of the row above are where those of the others are.
+            double *above = rows_.at(k - 1);
+            std::swap(above[k], above[column]);
+            largest_ = kernels.eliminate_two(rows_.first, rows_.stride, rows_.n, k, column);
+            std::swap(above[k], above[column]);
+            is_behind_ = false;
+        } else if (eliminate && by_kernels_) {
+            is_behind_ = rows_.n - k > many_rows;
+            largest_ =
+                kernels.eliminate(rows_.first, rows_.stride, rows_.n, k, column, !is_behind_);
+        } else {
+            step_in_place(k, column, eliminate);
+        }
+    }
+
+    // Step k element by element, where row k is not worth eliminating with or where there is no
+    // memory for the kernels.
+    void step_in_place(uint32_t k, uint32_t column, bool eliminate)
+    {
+        const double *pivot = rows_.at(k);
+        largest_ = {};
+        for (uint32_t r = k + 1; r < rows_.n; ++r) {
+            double *row = rows_.at(r);
+            std::swap(row[k], row[column]);
+            if (eliminate) {
+                row[k] = row[k] / pivot[k];
+            }
+            for (uint32_t j = k + 1; j < rows_.n; ++j) {
+                if (eliminate) {
+                    row[j] = row[j] - row[k] * pivot[j];
+                }
+                offer(&largest_, fabs(row[j]), r);
+            }
+        }
+    }
+
+    matrix_lu *lu_;
+    lu_rows rows_;
+    bool by_kernels_;
+    pivot_row largest_;      // of the rows and columns that are left
+    bool is_behind_ = false; // what is left lacks the last step, but for its factors
+};
 
 void _matrix_lu_factorise(matrix_lu *lu)
 {
     const uint32_t n = lu->matrix->nrows;
     lu_work_area area(n);
     if (!area) {
-        _matrix_lu_eliminate(lu, {lu->matrix->values[0], n, n}, false);
+        lu_elimination(lu, {lu->matrix->values[0], n, n}, false).run();
         _matrix_lu_exchange_finished(lu);
         return;
     }
     area.fill(lu->matrix);
-    _matrix_lu_eliminate(lu, area.rows(), true);
+    lu_elimination(lu, area.rows(), true).run();
     area.finish(lu);
 }

@@ -1,5 +1,7 @@
 // The factors of a matrix, its inverse and solutions: bit for bit those of the plain order of
 // arithmetic, by each of the kernels.
+#include <algorithm>
+
 #include <vesk/error.h>
 #include <vesk/matrix_compare.h>
 #include <vesk/matrix_lu.h>
@@ -67,6 +69,120 @@ TEST_P(MatrixLu, HasTheBitsOfThePlainOrderWithSpecialValues)
             EXPECT_EQ(nullptr, inverse);
         }
         matrix_destroy(&m);
+    }
+}
+
+void expect_factors_of(const table &values)
+{
+    matrix *m = plain::make(values);
+    matrix_lu *lu = matrix_lu_create(m);
+    expect_factors(plain::lu(values), lu);
+    matrix_lu_destroy(&lu);
+    matrix_destroy(&m);
+}
+
+// Of so many rows two steps are made in one visit.
+constexpr uint32_t sizes_of_many_rows[] = {129, 130, 131, 136, 137, 150, 191};
+
+TEST_P(MatrixLu, OfManyRowsHasTheBitsOfThePlainOrder)
+{
+    std::mt19937 random(7);
+    for (const uint32_t n : sizes_of_many_rows) {
+        SCOPED_TRACE(testing::Message() << "n " << n);
+        expect_factors_of(plain::random_values(random, n, n));
+    }
+}
+
+// Most of the magnitudes are the same, so which one is found first counts in each step.
+TEST_P(MatrixLu, OfManyEqualMagnitudesHasTheBitsOfThePlainOrder)
+{
+    std::mt19937 random(8);
+    for (const uint32_t n : {5U, 40U, 129U, 150U}) {
+        SCOPED_TRACE(testing::Message() << "n " << n);
+        table values = plain::zeros(n, n);
+        for (auto &row : values) {
+            for (double &value : row) {
+                value = static_cast<double>(random() % 3) - 1;
+            }
+        }
+        expect_factors_of(values);
+    }
+}
+
+// The pivots end somewhere between the first and the last row: an even or an odd number of steps.
+TEST_P(MatrixLu, OfManyRowsAndLowRankHasTheBitsOfThePlainOrder)
+{
+    std::mt19937 random(9);
+    for (const uint32_t rank : {1U, 2U, 3U, 8U, 9U}) {
+        SCOPED_TRACE(testing::Message() << "rank " << rank);
+        const uint32_t n = 150;
+        table values = plain::zeros(n, n);
+        for (uint32_t i = 0; i < rank; ++i) {
+            values[random() % n][random() % n] = static_cast<double>(random() % 1000) + 1;
+        }
+        expect_factors_of(values);
+    }
+}
+
+// Behind an even or an odd number of steps nothing is left but what rounding leaves, which is too
+// small to go on with and yet has to be right.
+TEST_P(MatrixLu, OfManyRowsStopsAtNegligiblePivots)
+{
+    std::mt19937 random(11);
+    std::uniform_real_distribution<double> element(-1, 1);
+    for (uint32_t rank = 1; rank <= 6; ++rank) {
+        SCOPED_TRACE(testing::Message() << "rank " << rank);
+        table wide = plain::zeros(rank, 140);
+        for (auto &row : wide) {
+            std::generate(row.begin(), row.end(), [&] { return element(random); });
+        }
+        table values = plain::zeros(140, 140);
+        for (uint32_t i = 0; i < 140; ++i) {
+            for (uint32_t j = 0; j < 140; ++j) {
+                for (uint32_t k = 0; k < rank; ++k) {
+                    values[i][j] += 1e-3 * wide[k][i] * wide[k][139 - j];
+                }
+            }
+        }
+        ASSERT_EQ(rank, plain::lu(values).rank);
+        expect_factors_of(values);
+    }
+}
+
+// A NaN that comes to the diagonal stays there, whatever the other elements are.
+TEST_P(MatrixLu, OfManyRowsKeepsANotANumberOnTheDiagonal)
+{
+    std::mt19937 random(12);
+    for (uint32_t steps = 1; steps <= 4; ++steps) {
+        SCOPED_TRACE(testing::Message() << "steps " << steps);
+        table values = plain::random_values(random, 140, 140);
+        for (uint32_t k = 0; k < steps; ++k) {
+            values[k][k] = 1e40;
+        }
+        values[steps][steps] = std::numeric_limits<double>::quiet_NaN();
+        ASSERT_TRUE(std::isnan(plain::lu(values).matrix[steps][steps]));
+        expect_factors_of(values);
+    }
+}
+
+// What is not a number comes into the pivots at once, after some steps or never.
+TEST_P(MatrixLu, OfManyRowsWithSpecialValuesHasTheBitsOfThePlainOrder)
+{
+    std::mt19937 random(10);
+    const double special[] = {std::numeric_limits<double>::quiet_NaN(),
+                              std::numeric_limits<double>::infinity(), 1e300, -1e308};
+    for (uint32_t round = 0; round < 12; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        const uint32_t n = 140 + round % 3;
+        table values = plain::random_values(random, n, n);
+        for (uint32_t i = 0; i <= round / 4 % 3; ++i) {
+            values[random() % n][random() % n] = special[round % 4];
+        }
+        // A step that meets it late: a diagonal element that nothing has touched before.
+        if (round % 2 == 0) {
+            values[round][round] = special[0];
+        }
+        expect_factors_of(values);
     }
 }
 
@@ -230,6 +346,7 @@ TEST_P(MatrixLu, SolvesTheFirstColumnOnly)
 TEST_P(MatrixLu, SolvesForAViewAsForWhatItShows)
 {
     std::mt19937 random(11);
+    std::uniform_real_distribution<double> element(-1, 1);
     const table values = plain::random_values(random, 6, 6);
     const table right = plain::random_values(random, 6, 3);
     matrix *m = plain::make(values, MATRIX_TYPE_TRANSPOSED);

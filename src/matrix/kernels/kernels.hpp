@@ -67,10 +67,13 @@ struct matrix_kernels {
     // Step k of an elimination of n rows and columns with full pivoting, on rows that lie on
     // boundaries of cache lines, `stride` apart, a multiple of lu_unit; behind their n elements
     // stands NaN. In each row below k the elements k and `column` change places, element k is
-    // divided by that of row k, and those behind it lose so many times those of row k, not fused.
-    // Returns where the largest of these stands.
+    // divided by that of row k, and those behind it lose so many times those of row k, not fused;
+    // where `write` is not set they stay as they are. Returns where the largest of these stands.
     pivot_row (*eliminate)(double *rows, std::size_t stride, std::size_t n, std::size_t k,
-                           std::size_t column);
+                           std::size_t column, bool write);
+    // Step k on rows that step k - 1 has not written, which is made up for.
+    pivot_row (*eliminate_two)(double *rows, std::size_t stride, std::size_t n, std::size_t k,
+                               std::size_t column);
 
     // The largest magnitude among n elements, -1.0 when there is none but NaN.
     double (*largest_magnitude)(const double *row, std::size_t n);

@@ -22,6 +22,7 @@ struct simd {
     static constexpr std::size_t triangle_rows = 4;
     static constexpr std::size_t triangle_vectors = 2;
     static constexpr std::size_t elimination_rows = 4;
+    static constexpr std::size_t two_eliminations_rows = 2;
     static constexpr std::size_t moment_vectors = 4;
 
     using vector = __m256d;
@@ -52,9 +53,9 @@ struct simd {
     static vector magnitude(vector v) { return _mm256_andnot_pd(_mm256_set1_pd(-0.0), v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return _mm256_max_pd(v, kept); }
-    static bool any_larger(vector v, vector than)
+    static bool any_as_large(vector v, vector than)
     {
-        return _mm256_movemask_pd(_mm256_cmp_pd(v, than, _CMP_GT_OQ)) != 0;
+        return _mm256_movemask_pd(_mm256_cmp_pd(v, than, _CMP_GE_OQ)) != 0;
     }
     // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v) { return _largest_of_four(v); }

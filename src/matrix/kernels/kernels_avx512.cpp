@@ -22,6 +22,7 @@ struct simd {
     static constexpr std::size_t triangle_rows = 8;
     static constexpr std::size_t triangle_vectors = 2;
     static constexpr std::size_t elimination_rows = 4;
+    static constexpr std::size_t two_eliminations_rows = 4;
     static constexpr std::size_t moment_vectors = 4;
 
     using vector = __m512d;
@@ -64,9 +65,9 @@ struct simd {
     static vector magnitude(vector v) { return _mm512_abs_pd(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return _mm512_mask_max_pd(kept, 0xff, v, kept); }
-    static bool any_larger(vector v, vector than)
+    static bool any_as_large(vector v, vector than)
     {
-        return _mm512_cmp_pd_mask(v, than, _CMP_GT_OQ) != 0;
+        return _mm512_cmp_pd_mask(v, than, _CMP_GE_OQ) != 0;
     }
     // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v)

@@ -25,8 +25,9 @@ namespace
 // Every level has its own table.
 // NOLINTNEXTLINE(misc-definitions-in-headers)
 constexpr matrix_kernels level = {
-    simd::name,    _multiply_scratch, _multiply,    _eliminate, _largest_magnitude, _invert_lower,
-    _invert_upper, _fold_along,       _fold_across, _moments,   _fold_differences,  _transpose};
+    simd::name,         _multiply_scratch, _multiply,     _eliminate,  _eliminate_two,
+    _largest_magnitude, _invert_lower,     _invert_upper, _fold_along, _fold_across,
+    _moments,           _fold_differences, _transpose};
 
 } // namespace
 

@@ -17,6 +17,7 @@ struct simd {
     static constexpr std::size_t triangle_rows = 1;
     static constexpr std::size_t triangle_vectors = 8;
     static constexpr std::size_t elimination_rows = 4;
+    static constexpr std::size_t two_eliminations_rows = 4;
     static constexpr std::size_t moment_vectors = 8;
 
     using vector = double;
@@ -37,7 +38,7 @@ struct simd {
     static vector magnitude(vector v) { return __builtin_fabs(v); }
     // `kept` where the other is NaN.
     static vector larger(vector v, vector kept) { return v > kept ? v : kept; }
-    static bool any_larger(vector v, vector than) { return v > than; }
+    static bool any_as_large(vector v, vector than) { return v >= than; }
     // The largest element of a vector that holds no NaN.
     static double largest_lane(vector v) { return v; }
     static vector choose(mask m, vector a, vector b) { return m ? a : b; }
