@@ -84,6 +84,13 @@ std::optional<known_interval> clickhouse_door::newest_interval(uint32_t file, in
                           static_cast<uint32_t>(row[3])};
 }
 
+bool clickhouse_door::delivers_later()
+{
+    const auto row =
+        clickhouse::numbers_in(ask(clickhouse::distributed_query(target_.database)), 1);
+    return !row.empty() && row[0] == 1;
+}
+
 bool clickhouse_door::make_room(clickhouse_rows &rows, int64_t time)
 {
     if (!is_storable(time)) {

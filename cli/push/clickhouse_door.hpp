@@ -54,6 +54,7 @@ public:
 
     void create(const std::string &cluster) override;
     void begin(const box_labels &labels, const std::vector<std::string> &sensors) override;
+    bool delivers_later() override;
     std::optional<timed_position> known_position() override;
     std::optional<known_interval> newest_interval(uint32_t file, int64_t from) override;
     void add_interval(const pushed_interval &interval, const std::vector<std::string> &sensors,

@@ -97,6 +97,13 @@ std::string newest_interval_query(const std::string &database, const std::string
                        named(database), named(intervals.name), quoted(box), file, from);
 }
 
+std::string distributed_query(const std::string &database)
+{
+    return fmt::format("SELECT engine = 'Distributed' FROM system.tables WHERE database = {} AND "
+                       "name = {} FORMAT TabSeparated",
+                       quoted(database), quoted(intervals.name));
+}
+
 int partition_of(const clickhouse_table &table, int64_t time)
 {
     const std::chrono::sys_seconds moment{std::chrono::seconds(time)};

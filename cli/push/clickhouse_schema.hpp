@@ -39,6 +39,8 @@ std::string insert_statement(const std::string &database, const clickhouse_table
 std::string position_query(const std::string &database, const std::string &box);
 std::string newest_interval_query(const std::string &database, const std::string &box,
                                   uint32_t file, int64_t from);
+// Whether the intervals go to other servers, as 1 or 0.
+std::string distributed_query(const std::string &database);
 
 // Which partition a row of this time lies in.
 int partition_of(const clickhouse_table &table, int64_t time);

@@ -2,6 +2,7 @@
 // one is written beside the old one and takes its name when it is on the medium.
 #include "push/cursor.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -25,7 +26,7 @@ namespace
 {
 
 constexpr std::size_t largest_file = 65536;
-constexpr std::string_view first_line = "vesk push cursor 1\n";
+constexpr std::string_view first_line = "vesk push cursor 2\n";
 
 // FNV-1a: names of files only, so that two boxes rarely meet; the content decides.
 uint64_t hash_of(std::string_view text)
@@ -74,6 +75,35 @@ bool take_number(std::string_view &rest, std::string_view key, Number &number)
     return value && read_number(*value, number);
 }
 
+std::string interval_text(const std::optional<known_interval> &interval)
+{
+    return interval ? fmt::format("{} {} {} {}", interval->file, interval->ordinal, interval->start,
+                                  interval->end)
+                    : "none";
+}
+
+// False for what is no interval, which "none" is not either.
+bool read_interval(std::string_view text, known_interval &interval)
+{
+    const auto next = [&text](auto &number) {
+        const std::string_view word = text.substr(0, text.find(' '));
+        text.remove_prefix(std::min(text.size(), word.size() + 1));
+        return read_number(word, number);
+    };
+    return next(interval.file) && next(interval.ordinal) && next(interval.start) &&
+           next(interval.end);
+}
+
+bool take_interval(std::string_view &rest, std::string_view key,
+                   std::optional<known_interval> &interval)
+{
+    const std::optional<std::string_view> value = take_value(rest, key);
+    if (value && *value != "none") {
+        return read_interval(*value, interval.emplace());
+    }
+    return value.has_value();
+}
+
 std::string content_of(int fd)
 {
     std::string text(largest_file, '\0');
@@ -119,9 +149,11 @@ std::string cursor_text(const push_cursor &cursor, const std::string &box,
 {
     std::string text(first_line);
     text += fmt::format("box {}\ntarget {}\n", percent_encoded(box), percent_encoded(target));
-    text += fmt::format("file {}\nrecords {}\ntime {}\nhistory {}\nfacts {}\n",
-                        cursor.position.file, cursor.position.records, cursor.time,
-                        cursor.history_file, percent_encoded(cursor.facts));
+    text +=
+        fmt::format("file {}\nrecords {}\ntime {}\nhistory {}\nnewest {}\n"
+                    "facts {}\n",
+                    cursor.position.file, cursor.position.records, cursor.time, cursor.history_file,
+                    interval_text(cursor.newest_interval), percent_encoded(cursor.facts));
     return text + fmt::format("crc32 {:08x}\n", checksum_of(text));
 }
 
@@ -141,7 +173,8 @@ std::optional<push_cursor> cursor_in(const std::string &text, const std::string 
     if (!take_number(rest, "file", cursor.position.file) ||
         !take_number(rest, "records", cursor.position.records) ||
         !take_number(rest, "time", cursor.time) ||
-        !take_number(rest, "history", cursor.history_file)) {
+        !take_number(rest, "history", cursor.history_file) ||
+        !take_interval(rest, "newest", cursor.newest_interval)) {
         return std::nullopt;
     }
     const std::optional<std::string_view> facts = take_value(rest, "facts");

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "box/raw_position.hpp"
+#include "push/known_interval.hpp"
 
 namespace cli
 {
@@ -17,7 +18,8 @@ struct push_cursor {
     raw_position position;     // behind the last raw record that is pushed, or was not wanted
     int64_t time = 0;          // of that record, by which a new box of the same name is told apart
     uint32_t history_file = 0; // the number of the history that is pushed
-    std::string facts;         // what the engine was told of the box
+    std::optional<known_interval> newest_interval; // of that history
+    std::string facts;                             // what the engine was told of the box
 
     bool operator==(const push_cursor &) const = default;
 };

@@ -8,19 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "push/known_interval.hpp"
 #include "push/push_request.hpp"
 #include "push/pushed_box.hpp"
 
 namespace cli
 {
-
-// An interval that an engine has.
-struct known_interval {
-    int64_t start;
-    int64_t end;
-    uint32_t file;
-    uint32_t ordinal;
-};
 
 // What is told of a box besides its content.
 struct box_facts {
@@ -64,6 +57,8 @@ public:
     virtual bool forgets() const { return false; }
     // Whether the engine has refused to be asked, so that the cursor is all that is known.
     virtual bool cannot_tell() const { return false; }
+    // Whether rows that were taken may be seen by questions much later only.
+    virtual bool delivers_later() { return false; }
     // How far the engine has been told it has the raw records of the box.
     virtual std::optional<timed_position> known_position() = 0;
     // The newest interval that the engine has of the box in history buffers up to @p file, of those

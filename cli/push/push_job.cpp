@@ -42,6 +42,7 @@ public:
         }
         door_.begin(labels_, box_.sensors());
         const std::optional<push_cursor> before = what_.again ? std::nullopt : cursors_.read();
+        is_first_ = !before;
         cursor_ = fitting(before);
         push_intervals();
         push_raw();
@@ -69,6 +70,7 @@ private:
         }
         // The history is asked for, too.
         cursor.history_file = 0;
+        cursor.newest_interval.reset();
         cursor.position = {};
         if (known && is_of_this_box(*known)) {
             cursor.position = known->place;
@@ -103,12 +105,25 @@ private:
             from = std::min({from, interval.start, interval.end});
         });
         if (!chain.empty()) {
-            const chain_place place = find_place(chain, box_.history_file(),
-                                                 door_.newest_interval(box_.history_file(), from));
-            send_intervals(place);
+            send_intervals(find_place(chain, box_.history_file(), newest_known(from)));
+            cursor_.newest_interval =
+                known_interval{chain.back().start, chain.back().end, box_.history_file(),
+                               static_cast<uint32_t>(chain.size() - 1)};
         }
         cursor_.history_file = box_.history_file();
         cursors_.write(cursor_);
+    }
+
+    // The newest interval that the engine has: the one that it tells, but for an engine that cannot
+    // be asked, or does not see yet what waits in a queue of its own, the one that was sent last.
+    std::optional<known_interval> newest_known(int64_t from)
+    {
+        const std::optional<known_interval> told = door_.newest_interval(box_.history_file(), from);
+        const std::optional<known_interval> &sent = cursor_.newest_interval;
+        if (!sent || (told && !sent->is_behind(*told))) {
+            return told;
+        }
+        return door_.cannot_tell() || door_.delivers_later() ? sent : told;
     }
 
     void send_intervals(const chain_place &place)
@@ -175,6 +190,12 @@ private:
 
     void note_what_stays() const
     {
+        if (is_first_ && door_.cannot_tell()) {
+            note(
+                fmt::format("{}: the target cannot be asked what it has, so intervals may be there "
+                            "twice when the cursor is lost: {}",
+                            what_.base, cursors_.path()));
+        }
         if (box_.waiting_events() > 0) {
             note(fmt::format("{}: {} for a sample, and goes along once it is in the box",
                              what_.base, counted(box_.waiting_events(), "event") + " waits"));
@@ -191,6 +212,7 @@ private:
     pushed_box box_;
     box_labels labels_;
     push_cursor cursor_;
+    bool is_first_ = true; // without a cursor
 };
 
 } // namespace

@@ -128,7 +128,7 @@ CLICKHOUSE_CONFIG = """<yandex>
 </yandex>
 """
 CLICKHOUSE_USERS = """<yandex><profiles><default><max_memory_usage>1000000000</max_memory_usage>
-</default></profiles>
+<skip_unavailable_shards>{skips}</skip_unavailable_shards></default></profiles>
 <users><default><password></password><networks><ip>127.0.0.1</ip></networks>
 <profile>default</profile><quota>default</quota></default>
 <pusher><password>secret of a test</password><networks><ip>127.0.0.1</ip></networks>
@@ -140,9 +140,10 @@ CLICKHOUSE_USERS = """<yandex><profiles><default><max_memory_usage>1000000000</m
 
 
 class ClickHouse(Server):
-    """@p ports: for HTTP, for others of its kind, and between replicas."""
+    """@p ports: for HTTP, for others of its kind, and between replicas. With @p skips it answers
+    without shards that are away."""
 
-    def __init__(self, folder, ports=None, shards=(), zone="Asia/Tokyo"):
+    def __init__(self, folder, ports=None, shards=(), zone="Asia/Tokyo", skips=False):
         self.server = program("clickhouse-server")
         super().__init__(folder)
         self.http, self.tcp, interserver = ports or free_ports(3)
@@ -151,7 +152,7 @@ class ClickHouse(Server):
             for tcp in shards)
         for name in ("data", "tmp", "files", "schemas"):
             (self.folder / name).mkdir(exist_ok=True)
-        (self.folder / "users.xml").write_text(CLICKHOUSE_USERS)
+        (self.folder / "users.xml").write_text(CLICKHOUSE_USERS.format(skips=int(skips)))
         (self.folder / "config.xml").write_text(CLICKHOUSE_CONFIG.format(
             folder=self.folder, http=self.http, tcp=self.tcp, interserver=interserver, zone=zone,
             clusters=f"<fleet>{clusters}</fleet>" if shards else ""))
@@ -220,6 +221,24 @@ class VictoriaMetrics(MetricStore):
         return [self.server, f"-storageDataPath={self.folder}/data",
                 f"-httpListenAddr=127.0.0.1:{self.port}", "-retentionPeriod=100y",
                 "-dedup.minScrapeInterval=1ms", "-search.latencyOffset=0s"]
+
+    def ready_url(self):
+        return f"http://127.0.0.1:{self.port}/health"
+
+
+class MetricAgent(MetricStore):
+    """Takes remote write for @p store, keeps it on the disk while that is away, and answers nothing."""
+
+    def __init__(self, folder, store):
+        self.server = program("vmagent")
+        super().__init__(folder)
+        self.port = free_ports(1)[0]
+        self.store = store
+
+    def words(self):
+        return [self.server, f"-httpListenAddr=127.0.0.1:{self.port}",
+                f"-remoteWrite.url=http://127.0.0.1:{self.store.port}/api/v1/write",
+                f"-remoteWrite.tmpDataPath={self.folder}/queue"]
 
     def ready_url(self):
         return f"http://127.0.0.1:{self.port}/health"

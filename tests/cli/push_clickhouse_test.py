@@ -11,6 +11,7 @@
   restart   the server is killed while it is pushed to, and comes back
   refused   what a server refuses for good is told at once
   shards    three shards, one of which is away for a while
+  queue     a shard is away and questions are answered without it, while its rows wait in a queue
 
 Without clickhouse-server the test is skipped and says so.
 """
@@ -288,6 +289,56 @@ def check_shards(desk, _times):
             shard.stop()
 
 
+def check_queue(desk, _times):
+    boxes = [f"box{number}" for number in range(6)]
+    telemetries = {box: Telemetry(30 + number) for number, box in enumerate(boxes)}
+    ports = [free_ports(3) for _ in range(2)]
+    near, far = (ClickHouse(desk.folder / f"shard{number}", mine, [each[1] for each in ports],
+                            skips=True) for number, mine in enumerate(ports))
+
+    def record_and_push(count):
+        for box in boxes:
+            desk.import_rows(box, [telemetries[box].row() for _ in range(count)])
+            desk.push(box, near.url())
+
+    try:
+        for shard in (near, far):
+            shard.start()
+            desk.run("push", "--create", "--cluster", "fleet", "--to", shard.url())
+        record_and_push(100)
+        far.stop()
+        # Each time the buffers take turns, which merges intervals that only the queue knows.
+        for _ in range(5):
+            record_and_push(64)
+        seen = near.number("select uniqExact(box) from fleet.intervals")
+        require(0 < seen < len(boxes), f"{seen} boxes are seen while a shard is away")
+        require(waiting_in_queues(near), "nothing waits for the shard that is away")
+        far.start()
+        wait_for_whole(near, telemetries)
+    finally:
+        near.stop()
+        far.stop()
+
+
+def waiting_in_queues(server):
+    """Files of rows that the server has taken and not delivered to another one yet."""
+    database = server.folder / "data" / "data" / "fleet"
+    return [each for table in ("samples", "intervals", "events", "boxes")
+            for each in (database / table).rglob("*.bin")]
+
+
+def wait_for_whole(server, telemetries):
+    """Queues take their time after a shard has come back."""
+    until = time.monotonic() + 120
+    while waiting_in_queues(server):
+        require(time.monotonic() < until, f"{waiting_in_queues(server)} are never delivered")
+        time.sleep(0.2)
+    for box, telemetry in telemetries.items():
+        covered = require_whole(server, box, telemetry.rows)
+        require(covered > len(telemetry.rows) - 192,
+                f"{box}: the history ends behind {covered} of {len(telemetry.rows)}")
+
+
 def require_samples_and_chain(server, box, rows):
     require_chain(server, box, rows)
     require_samples(server, box, rows)
@@ -295,7 +346,7 @@ def require_samples_and_chain(server, box, rows):
 
 CASES = {"first": check_first, "live": check_live, "gap": check_gap, "kills": check_kills,
          "clock": check_clock, "restart": check_restart, "refused": check_refused,
-         "shards": check_shards}
+         "shards": check_shards, "queue": check_queue}
 
 
 def main():

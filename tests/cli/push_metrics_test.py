@@ -8,6 +8,7 @@ recorded.
   live      the recorder makes its files take turns meanwhile, pushes are killed
   restart   the server is killed right behind a push, and loses what it has not stored
   old       (prometheus) what is too old for the store is left out and told, the rest arrives
+  agent     (victoria) an agent before the store, which is away meanwhile; the agent cannot be asked
 
 A server that is not installed skips the test and says so.
 """
@@ -23,7 +24,8 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import Failure, Prometheus, Skip, VictoriaMetrics, require  # noqa: E402
+from engines import (  # noqa: E402
+    Failure, MetricAgent, Prometheus, Skip, VictoriaMetrics, require)
 from pushed import SENSORS, Desk, Recorder, Telemetry, bits  # noqa: E402
 
 SKIPPED = 77
@@ -187,8 +189,40 @@ def check_old(desk, store):
         require(len(series) < len(rows), "nothing was too old")
 
 
+def check_agent(desk, store):
+    telemetry = telemetry_until_now(5)
+    agent = MetricAgent(desk.folder / "agent", store)
+
+    def record_and_push(count):
+        desk.import_rows("box", [telemetry.row() for _ in range(count)])
+        return desk.push("box", agent.url())
+
+    with agent:
+        text = record_and_push(100)
+        require("cannot be asked" in text, text)
+        # The buffers take turns between the pushes, which merge the intervals of before.
+        for _ in range(6):
+            text = record_and_push(64)
+            require("cannot be asked" not in text, text)
+        text = desk.push("box", agent.url())
+        require("0 sample values, 0 interval rows and 0 events" in text, text)
+        agent.stop()
+        agent.start()
+        record_and_push(64)
+        with store:
+            record_and_push(64)
+
+            def look():
+                covered = require_chain(store, "box", telemetry.rows)
+                require(covered > len(telemetry.rows) - 192,
+                        f"the history ends behind {covered} of {len(telemetry.rows)}")
+                require_samples(store, "box", telemetry.rows)
+
+            wait_for(look)
+
+
 STORES = {"victoria": VictoriaMetrics, "prometheus": Prometheus}
-CASES = {"first": check_first, "live": check_live, "restart": check_restart, "old": check_old}
+CASES = {"first": check_first, "live": check_live, "restart": check_restart, "old": check_old, "agent": check_agent}
 
 
 def main():

@@ -1,8 +1,10 @@
 // That a cursor is believed only as it was written, for its own box and target.
 #include <filesystem>
+#include <fmt/format.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <zlib.h>
 
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
@@ -15,7 +17,7 @@ using namespace cli;
 
 push_cursor some_cursor()
 {
-    return {{12, 345}, -7, 8, "host % \n site"};
+    return {{12, 345}, -7, 8, known_interval{-9, 10, 8, 11}, "host % \n site"};
 }
 
 std::string content_of(const std::string &path)
@@ -29,6 +31,35 @@ TEST(PushCursor, IsReadBackAsItWasWritten)
 {
     const std::string text = cursor_text(some_cursor(), "a box", "target");
     EXPECT_EQ(cursor_in(text, "a box", "target"), some_cursor());
+}
+
+TEST(PushCursor, WithoutAnIntervalIsReadBack)
+{
+    push_cursor cursor = some_cursor();
+    cursor.newest_interval.reset();
+    EXPECT_EQ(cursor_in(cursor_text(cursor, "box", "target"), "box", "target"), cursor);
+}
+
+TEST(PushCursor, WithAnythingElseForItsIntervalIsNone)
+{
+    const auto crc_is_right = [](std::string text) {
+        text.resize(text.rfind("crc32 "));
+        const auto sum =
+            crc32(0, reinterpret_cast<const Bytef *>(text.data()), static_cast<uInt>(text.size()));
+        return text + fmt::format("crc32 {:08x}\n", sum);
+    };
+    const std::string text = cursor_text(some_cursor(), "box", "target");
+    const std::string interval = "newest 8 11 -9 10\n";
+    ASSERT_NE(text.find(interval), std::string::npos);
+    EXPECT_EQ(crc_is_right(text), text);
+    for (const char *other :
+         {"newest 8 11 -9\n", "newest 8 11 -9 10 \n", "newest 8 11 -9 10 1\n",
+          "newest 8  11 -9 10\n", "newest\n", "newest \n", "newest 8\n", "newest nothing\n",
+          "newest 8 11 x 10\n", "newest 4294967296 11 -9 10\n", ""}) {
+        std::string changed = text;
+        changed.replace(changed.find(interval), interval.size(), other);
+        EXPECT_EQ(cursor_in(crc_is_right(changed), "box", "target"), std::nullopt) << other;
+    }
 }
 
 TEST(PushCursor, OfAnotherBoxOrTargetIsNone)
