@@ -18,23 +18,21 @@ def blocks(page, language):
     return re.findall(rf"^```{language}\n(.*?)^```", page, re.MULTILINE | re.DOTALL)
 
 
-def run_shell(text, folder, vesk, more=()):
-    """Runs lines of the shell in which "vesk" is this program, and the rest of the way to programs is
-    @p more; returns what they print."""
+def run_shell(text, folder, vesk):
+    """Runs lines of the shell in which "vesk" is this program; returns what they print."""
     programs = Path(folder) / "programs"
     programs.mkdir(exist_ok=True)
     for name in ("vesk", "vesk-push"):
         link = programs / name
         if not link.is_symlink():
             link.symlink_to(Path(vesk).parent / name)
-    way = ":".join([str(programs), *map(str, more), os.environ["PATH"]])
     done = subprocess.run(["bash", "-euo", "pipefail", "-c", text], cwd=folder, timeout=MAKE_LIMIT,
-                          env={**os.environ, "PATH": way, "HOME": str(folder),
+                          env={**os.environ, "PATH": f"{programs}:{os.environ['PATH']}", "HOME": str(folder),
                                "XDG_STATE_HOME": str(Path(folder) / "home")},
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
-    printed = done.stdout.decode(errors="replace")
-    require(done.returncode == 0, f"{text} ended with {done.returncode}: {printed}")
-    return printed
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+    require(done.returncode == 0, f"{text} ended with {done.returncode}: "
+            f"{(done.stdout + done.stderr).decode(errors='replace')}")
+    return done.stdout.decode(errors="replace")
 
 
 def bring_telemetry(folder):
