@@ -70,22 +70,22 @@ void hist_columns::store() const
     }
 }
 
+// Vectors go by reference: processors without such registers have no common way to pass them.
 template <typename Vector, typename Number>
-static Vector _take(const Number *from)
+static void _take(Vector &vector, const Number *from)
 {
-    Vector vector;
     memcpy(&vector, from, sizeof vector);
-    return vector;
 }
 
 template <typename Vector, typename Number>
-static void _put(Number *to, Vector vector)
+static void _put(Number *to, const Vector &vector)
 {
     memcpy(to, &vector, sizeof vector);
 }
 
-// As hist_sum().
-static floats _sum(floats sum, floats addend)
+// As hist_sum(), where the reading is valid.
+template <typename Mask>
+static void _add(floats &sum, const floats &addend, const Mask &valid)
 {
     floats result = sum + addend;
     if constexpr (!makes_nans_of_x86) {
@@ -93,35 +93,40 @@ static floats _sum(floats sum, floats addend)
             result[i] = hist_sum(sum[i], addend[i]);
         }
     }
-    return result;
+    sum = valid ? result : sum;
 }
 
 // Folds values into the statistics from number `at` on.
 void hist_columns::update_some(uint32_t at, const float *values) const
 {
-    const auto value = _take<floats>(values);
+    floats value;
+    _take(value, values);
     // NOLINTNEXTLINE(misc-redundant-expression): only a NaN differs from itself
     const auto valid = value == value;
-    const auto update = [&](uint32_t i, auto of) {
-        const auto old = _take<floats>(column(i) + at);
-        _put(column(i) + at, of(old));
+    const auto update = [&](uint32_t i, auto change) {
+        floats number;
+        _take(number, column(i) + at);
+        change(number);
+        _put(column(i) + at, number);
     };
     uint32_t *counts = counts_.get() + at;
-    const auto count = _take<words>(counts);
+    words count;
+    _take(count, counts);
     const auto is_first = valid & (count == words{});
-    _put(counts, valid ? count + 1 : count);
+    count = valid ? count + 1 : count;
+    _put(counts, count);
     // A reading that is missing is neither less nor greater.
-    update(0, [&](floats min) { return (is_first | (value < min)) ? value : min; });
-    update(1, [&](floats max) { return (is_first | (value > max)) ? value : max; });
-    update(2, [&](floats first) { return is_first ? value : first; });
-    update(3, [&](floats last) { return valid ? value : last; });
+    update(0, [&](floats &min) { min = (is_first | (value < min)) ? value : min; });
+    update(1, [&](floats &max) { max = (is_first | (value > max)) ? value : max; });
+    update(2, [&](floats &first) { first = is_first ? value : first; });
+    update(3, [&](floats &last) { last = valid ? value : last; });
     const floats square = value * value;
     const floats cube = square * value;
     const floats fourth_power = cube * value;
-    update(4, [&](floats sum) { return valid ? _sum(sum, value) : sum; });
-    update(5, [&](floats sum) { return valid ? _sum(sum, square) : sum; });
-    update(6, [&](floats sum) { return valid ? _sum(sum, cube) : sum; });
-    update(7, [&](floats sum) { return valid ? _sum(sum, fourth_power) : sum; });
+    update(4, [&](floats &sum) { _add(sum, value, valid); });
+    update(5, [&](floats &sum) { _add(sum, square, valid); });
+    update(6, [&](floats &sum) { _add(sum, cube, valid); });
+    update(7, [&](floats &sum) { _add(sum, fourth_power, valid); });
 }
 
 void hist_columns::update(const float *values)
