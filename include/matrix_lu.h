@@ -36,7 +36,7 @@ typedef struct matrix_lu {
 
 /**
  * Factorises a copy of @p m. A pivot of at most matrix_value_unit_roundoff() skips the elimination
- * of its step.
+ * of its step. Takes memory for n x n more elements while it works; without it, it is slower.
  *
  * @return the record, released with matrix_lu_destroy(), or null (QE_ERROR_NO_MEMORY (-22)). Aborts
  * with "rows == cols" when @p m is not square.
