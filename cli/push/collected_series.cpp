@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
 #include <snappy.h>
 
 #include "process/failure.hpp"
@@ -28,16 +27,6 @@ std::vector<int64_t> collected_series::times() const
         }
     }
     return {all.begin(), all.end()};
-}
-
-uint64_t collected_series::count_between(int64_t from, int64_t to) const
-{
-    uint64_t count = 0;
-    for (const auto &[labels, points] : points_) {
-        count +=
-            static_cast<uint64_t>(std::distance(points.lower_bound(from), points.upper_bound(to)));
-    }
-    return count;
 }
 
 std::string collected_series::request(int64_t from, int64_t to) const

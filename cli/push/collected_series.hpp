@@ -39,7 +39,6 @@ public:
     uint64_t count() const { return count_; }
     // All times of the points, in their order.
     std::vector<int64_t> times() const;
-    uint64_t count_between(int64_t from, int64_t to) const;
     // A compressed request with the points of these times, both of which belong to it.
     std::string request(int64_t from, int64_t to) const;
 

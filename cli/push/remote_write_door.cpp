@@ -59,6 +59,7 @@ void remote_write_door::begin(const box_labels &labels, const std::vector<std::s
     labels_ = labels;
     counts_ = {};
     rows_.clear();
+    uncounted_.clear();
     events_.clear();
     sensors_.clear();
     const std::vector<std::string> names = export_names(sensors, true);
@@ -135,7 +136,7 @@ void remote_write_door::add_interval(const pushed_interval &interval,
             (void)add(labels_of(sensor, fmt::format("_{}", name_of(what))), interval.end,
                       shortest_double(value_of(*value, what, how)));
         }
-        ++counts_.intervals;
+        ++uncounted_[interval.end * 1000].intervals;
     }
     (void)add(labels_of(length_metric), interval.end,
               static_cast<double>(interval.end - interval.start));
@@ -151,7 +152,9 @@ void remote_write_door::add_sample(const raw_record &sample)
     for (std::size_t i = 0; i < sample.values.size(); ++i) {
         const bool taken = add(labels_of(named((*sample.sensors)[i]), ""), sample.time,
                                shortest_double(sample.values[i]));
-        counts_.samples += taken ? 1 : 0;
+        if (taken) {
+            ++uncounted_[sample.time * 1000].samples;
+        }
     }
     send_if_full();
 }
@@ -164,7 +167,7 @@ void remote_write_door::add_event(const raw_record &event)
     series_labels labels = labels_of("vesk_events");
     labels.push_back({"type", std::to_string(event.type)});
     (void)add(std::move(labels), event.time, static_cast<double>(same.count));
-    ++counts_.events;
+    ++uncounted_[event.time * 1000].events;
     send_if_full();
 }
 
@@ -175,6 +178,23 @@ void remote_write_door::flush()
         (void)send(times, 0, times.size());
     }
     rows_.clear();
+    uncounted_.clear();
+}
+
+void remote_write_door::count_sent(int64_t from, int64_t to)
+{
+    for (auto at = uncounted_.lower_bound(from); at != uncounted_.end() && at->first <= to; ++at) {
+        counts_.samples += at->second.samples;
+        counts_.intervals += at->second.intervals;
+        counts_.events += at->second.events;
+    }
+}
+
+void remote_write_door::count_left_out(int64_t from, int64_t to)
+{
+    for (auto at = uncounted_.lower_bound(from); at != uncounted_.end() && at->first <= to; ++at) {
+        counts_.left_out += at->second.all();
+    }
 }
 
 bool remote_write_door::send(const std::vector<int64_t> &times, std::size_t begin, std::size_t end)
@@ -183,6 +203,7 @@ bool remote_write_door::send(const std::vector<int64_t> &times, std::size_t begi
         (void)to_.send(target_.path, rows_.request(times[begin], times[end - 1]),
                        {"Content-Type: application/x-protobuf", "Content-Encoding: snappy",
                         "X-Prometheus-Remote-Write-Version: 0.1.0"});
+        count_sent(times[begin], times[end - 1]);
         return true;
     } catch (const push_refused &reason) {
         if (!tells_wrong_time(reason.what())) {
@@ -191,14 +212,14 @@ bool remote_write_door::send(const std::vector<int64_t> &times, std::size_t begi
     }
     // One point that is too old costs the whole request: look from which time on all are taken.
     if (end - begin == 1) {
-        counts_.left_out += rows_.count_between(times[begin], times[begin]);
+        count_left_out(times[begin], times[begin]);
         return false;
     }
     const std::size_t middle = begin + (end - begin) / 2;
     if (send(times, middle, end)) {
         return send(times, begin, middle);
     }
-    counts_.left_out += rows_.count_between(times[begin], times[middle - 1]);
+    count_left_out(times[begin], times[middle - 1]);
     return false;
 }
 

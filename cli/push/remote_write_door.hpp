@@ -3,6 +3,7 @@
 #ifndef VESK_CLI_PUSH_REMOTE_WRITE_DOOR_HPP
 #define VESK_CLI_PUSH_REMOTE_WRITE_DOOR_HPP
 
+#include <map>
 #include <string>
 #include <unordered_map>
 
@@ -46,6 +47,9 @@ private:
     void send_if_full();
     // False where the newest of these times are too old for the store.
     bool send(const std::vector<int64_t> &times, std::size_t begin, std::size_t end);
+    // Counts the rows of the times from @p from to @p to, in milliseconds, as sent or left out.
+    void count_sent(int64_t from, int64_t to);
+    void count_left_out(int64_t from, int64_t to);
     // The value of a query, rounded; nothing where it has none, or where the store cannot tell.
     std::optional<int64_t> ask(const std::string &query);
     std::string selector(const std::string &metric, const std::string &more = {}) const;
@@ -55,6 +59,7 @@ private:
     box_labels labels_;
     std::unordered_map<std::string, named_sensor> sensors_;
     collected_series rows_;
+    std::map<int64_t, row_counts> uncounted_; // what is in rows_, by time in milliseconds
     bool cannot_tell_ = false;
     // Events of one type at one time, the newest of each type.
     struct event_count {

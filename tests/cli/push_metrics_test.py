@@ -14,6 +14,7 @@ A server that is not installed skips the test and says so.
 """
 
 import argparse
+import json
 import math
 import os
 import random
@@ -181,8 +182,12 @@ def check_old(desk, store):
     with store:
         # A store that has nothing yet takes whatever is the first.
         desk.push("other", store.url())
-        text = desk.push("box", store.url())
+        text = desk.push("box", store.url(), "--json")
         require("left out" in text, text)
+        told = json.loads(text[text.index("{"):])
+        values = sum(not math.isnan(value) for _, row in rows for value in row)
+        require(told["left_out"] > 0 and told["samples"] + told["left_out"] == values,
+                f"{values} values were recorded; told: {text}")
         series = points_of(store, "box", metric_of(SENSORS[0]), SENSORS[0])
         newest = {1000 * when for when, _ in rows[-300:]}
         require(newest <= series.keys(), f"{len(newest - series.keys())} of the newest are missing")
