@@ -47,9 +47,8 @@ struct box_labels {
     std::string site;
     std::string firmware;
 };
-// Each is "KEY=VALUE", with a key of the four. Throws a usage failure for anything else, which
-// names
-// @p option.
+// Each is "KEY=VALUE", with a key of the four. Throws a usage failure for anything else, in which
+// @p option stands.
 box_labels parse_box_labels(std::span<const std::string> told,
                             const std::string &option = "--label");
 

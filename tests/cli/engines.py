@@ -14,23 +14,12 @@ import urllib.parse
 import urllib.request
 from pathlib import Path
 
+from verdict import Failure, Skip
+
 START_LIMIT = 90
 QUICKLY = 30
 # A proxy that the environment names must not come between a test and its server.
 DIRECT = urllib.request.build_opener(urllib.request.ProxyHandler({}))
-
-
-class Failure(Exception):
-    pass
-
-
-class Skip(Exception):
-    pass
-
-
-def require(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 def free_ports(count):

@@ -33,24 +33,11 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "twin"))
 from vesk_format import Interval, Names, Values, read_buffer  # noqa: E402
+from verdict import Failure, Skip, require, verdict  # noqa: E402
 
 EPOCH = 1_704_067_200
-SKIPPED = 77
 START_LIMIT = 60
 STATISTICS = ("count", "sum", "min", "max", "first", "last")
-
-
-class Failure(Exception):
-    pass
-
-
-class Skip(Exception):
-    pass
-
-
-def require(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 def stamp(seconds):
@@ -524,16 +511,12 @@ def main():
     os.environ["TZ"] = "UTC0"
     time.tzset()
     with tempfile.TemporaryDirectory(prefix="vesk-export-") as folder:
-        try:
+
+        def run():
             CHECKS[arguments.check](Vesk(arguments.vesk, folder))
-        except Skip as reason:
-            print(reason)
-            return SKIPPED
-        except Failure as reason:
-            print(reason)
-            return 1
-    print(f"{arguments.check}: the same to the last bit")
-    return 0
+            print(f"{arguments.check}: the same to the last bit")
+
+        return verdict(run)
 
 
 if __name__ == "__main__":

@@ -17,10 +17,10 @@ import tempfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import ClickHouse, Failure, Skip, require  # noqa: E402
+from engines import ClickHouse  # noqa: E402
 from fleet_boxes import bring_telemetry, make_boxes  # noqa: E402
+from verdict import require, verdict  # noqa: E402
 
-SKIPPED = 77
 # A question, and the table behind it.
 QUESTION = re.compile(r"^(```sql\n(.*?)^```\n\n)((?:\|[^\n]*\n)+)", re.MULTILINE | re.DOTALL)
 
@@ -70,15 +70,8 @@ def main():
     arguments = parser.parse_args()
     os.environ["NO_PROXY"] = os.environ["no_proxy"] = "*"
     with tempfile.TemporaryDirectory(prefix="vesk-fleet-") as folder:
-        try:
-            check(arguments.vesk, arguments.page, Path(folder), arguments.write)
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(f"{arguments.page}: {reason}")
-            return 1
-    return 0
+        return verdict(lambda: check(arguments.vesk, arguments.page, Path(folder), arguments.write),
+                       arguments.page)
 
 
 if __name__ == "__main__":

@@ -7,7 +7,7 @@ import re
 import subprocess
 from pathlib import Path
 
-from engines import Skip, require
+from verdict import Skip, require
 
 TELEMETRY = "smd-machine-2-8.kelt.gz"
 MAKE_LIMIT = 300

@@ -20,10 +20,9 @@ import tempfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import Failure, Skip, require  # noqa: E402
 from fleet_boxes import bring_telemetry, make_boxes, run_shell  # noqa: E402
+from verdict import Skip, require, verdict  # noqa: E402
 
-SKIPPED = 77
 MACHINES = 40
 SENSOR = "::load_1"
 RECIPE = r"^```{language}\n((?:(?!^```).)*?{word}(?:(?!^```).)*)^```\n\n```text\n(.*?)^```"
@@ -128,15 +127,7 @@ def main():
     parser.add_argument("--write", action="store_true")
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="vesk-fleet-") as folder:
-        try:
-            check(arguments, Path(folder))
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(f"{arguments.case}: {reason}")
-            return 1
-    return 0
+        return verdict(lambda: check(arguments, Path(folder)), arguments.case)
 
 
 if __name__ == "__main__":

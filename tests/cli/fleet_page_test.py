@@ -18,11 +18,11 @@ import tempfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import ClickHouse, Failure, Skip, VictoriaMetrics, require  # noqa: E402
+from engines import ClickHouse, VictoriaMetrics  # noqa: E402
 from fleet_boxes import blocks  # noqa: E402
 from pushed import EPOCH, Desk, stamp  # noqa: E402
+from verdict import require, verdict  # noqa: E402
 
-SKIPPED = 77
 MACHINES = 12
 ROWS = 900
 STEP = 10
@@ -113,17 +113,13 @@ def main():
     os.environ["NO_PROXY"] = os.environ["no_proxy"] = "*"
     with tempfile.TemporaryDirectory(prefix="vesk-fleet-") as folder:
         desk = Desk(arguments.vesk, folder)
-        try:
+
+        def run():
             with ClickHouse(desk.folder / "server") as server, \
                     VictoriaMetrics(desk.folder / "metrics") as store:
                 print(try_page(desk, server, store, arguments.page.read_text(), arguments.show))
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(f"{arguments.page}: {reason}")
-            return 1
-    return 0
+
+        return verdict(run, arguments.page)
 
 
 if __name__ == "__main__":

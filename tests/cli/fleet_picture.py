@@ -21,11 +21,11 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 import browser  # noqa: E402
-from engines import Failure, Prometheus, Skip, require  # noqa: E402
+from engines import Prometheus  # noqa: E402
 from fleet_boxes import bring_telemetry, make_boxes  # noqa: E402
 from pushed import stamp  # noqa: E402
+from verdict import Skip, require, verdict  # noqa: E402
 
-SKIPPED = 77
 MACHINES = range(30, 40)
 ROWS = 1186
 STEP = 60
@@ -113,15 +113,7 @@ def main():
     arguments = parser.parse_args()
     os.environ["NO_PROXY"] = os.environ["no_proxy"] = "*"
     with tempfile.TemporaryDirectory(prefix="vesk-fleet-") as folder:
-        try:
-            check(arguments, Path(folder))
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(reason)
-            return 1
-    return 0
+        return verdict(lambda: check(arguments, Path(folder)))
 
 
 if __name__ == "__main__":

@@ -34,6 +34,8 @@ import threading
 import time
 from pathlib import Path
 
+from verdict import Failure, require
+
 EPOCH = 1_600_000_000
 SAMPLES = 24
 INTERVALS = 4
@@ -43,15 +45,6 @@ WIDTHS = (3, 40, 620)
 NAME = "::s{:05d}"
 # Values that hardly compress.
 POOL = [f"{random.Random(i).random():.6f}" for i in range(4096)]
-
-
-class Failure(Exception):
-    pass
-
-
-def require(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 def stamp(number):

@@ -18,13 +18,11 @@ import threading
 import time
 from pathlib import Path
 
+from verdict import Failure
+
 EPOCH = 1_600_000_000
 SAMPLES = 8
 INTERVALS = 2
-
-
-class Failure(Exception):
-    pass
 
 
 def lines():

@@ -26,11 +26,11 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import ClickHouse, Failure, Skip, free_ports, require  # noqa: E402
+from engines import ClickHouse, free_ports  # noqa: E402
 from pushed import (  # noqa: E402
     EPOCH, Desk, Recorder, Telemetry, require_chain, require_samples, require_whole)
+from verdict import Failure, require, verdict  # noqa: E402
 
-SKIPPED = 77
 KILLS = 8
 
 
@@ -358,16 +358,12 @@ def main():
     arguments = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="vesk-push-") as folder:
         os.environ["NO_PROXY"] = os.environ["no_proxy"] = "*"
-        try:
+
+        def run():
             CASES[arguments.case](Desk(arguments.vesk, folder), arguments.times)
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(f"{arguments.case}: {reason}")
-            return 1
-    print(f"{arguments.case}: the engine has what the boxes have")
-    return 0
+            print(f"{arguments.case}: the engine has what the boxes have")
+
+        return verdict(run, arguments.case)
 
 
 if __name__ == "__main__":

@@ -19,8 +19,8 @@ import threading
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import Failure, require  # noqa: E402
 from pushed import Desk, Telemetry  # noqa: E402
+from verdict import Failure, require  # noqa: E402
 
 # With what fits into the buffers of the system.
 MOST_TAKEN = 64 << 20

@@ -25,11 +25,10 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import (  # noqa: E402
-    Failure, MetricAgent, Prometheus, Skip, VictoriaMetrics, require)
+from engines import MetricAgent, Prometheus, VictoriaMetrics  # noqa: E402
 from pushed import SENSORS, Desk, Recorder, Telemetry, bits  # noqa: E402
+from verdict import Failure, require, verdict  # noqa: E402
 
-SKIPPED = 77
 SEEN_LIMIT = 60
 ROWS = 1500
 
@@ -239,18 +238,14 @@ def main():
     arguments = parser.parse_args()
     os.environ["NO_PROXY"] = os.environ["no_proxy"] = "*"
     with tempfile.TemporaryDirectory(prefix="vesk-push-") as folder:
-        try:
+
+        def run():
             words = {"window": "2h"} if arguments.case == "old" else {}
             store = STORES[arguments.store](Path(folder) / "server", **words)
             CASES[arguments.case](Desk(arguments.vesk, folder), store)
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(f"{arguments.store} {arguments.case}: {reason}")
-            return 1
-    print(f"{arguments.store} {arguments.case}: the store has what the boxes have")
-    return 0
+            print(f"{arguments.store} {arguments.case}: the store has what the boxes have")
+
+        return verdict(run, f"{arguments.store} {arguments.case}")
 
 
 if __name__ == "__main__":

@@ -17,10 +17,10 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import ClickHouse, Failure, Skip, require  # noqa: E402
+from engines import ClickHouse  # noqa: E402
 from pushed import Desk  # noqa: E402
+from verdict import require, verdict  # noqa: E402
 
-SKIPPED = 77
 LIMIT = 120
 # Of the user "pusher" of these servers.
 PASSWORD = "secret of a test"
@@ -134,18 +134,14 @@ def main():
     os.environ["NO_PROXY"] = os.environ["no_proxy"] = "*"
     with tempfile.TemporaryDirectory(prefix="vesk-push-") as folder:
         desk = Desk(arguments.vesk, folder)
-        try:
+
+        def run():
             check_missing_program(desk)
             check_words(desk)
             check(desk)
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(reason)
-            return 1
-    print("the recording went on")
-    return 0
+            print("the recording went on")
+
+        return verdict(run)
 
 
 if __name__ == "__main__":

@@ -24,10 +24,10 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
-from engines import ClickHouse, Failure, Skip, require  # noqa: E402
+from engines import ClickHouse  # noqa: E402
 from pushed import Desk, bits, chain_in, samples_in, single  # noqa: E402
+from verdict import require, verdict  # noqa: E402
 
-SKIPPED = 77
 LIMIT = 120
 SENSOR = "::load.1min"
 # An outage is shorter than the full buffers that a box keeps.
@@ -158,15 +158,8 @@ def main():
     os.environ["NO_PROXY"] = os.environ["no_proxy"] = "*"
     with tempfile.TemporaryDirectory(prefix="vesk-push-") as folder:
         os.environ["XDG_STATE_HOME"] = f"{folder}/home"
-        try:
-            check(Desk(arguments.vesk, folder), arguments.machines, arguments.seconds)
-        except Skip as reason:
-            print(f"skipped: {reason}")
-            return SKIPPED
-        except Failure as reason:
-            print(reason)
-            return 1
-    return 0
+        return verdict(lambda: check(Desk(arguments.vesk, folder), arguments.machines,
+                                     arguments.seconds))
 
 
 if __name__ == "__main__":

@@ -11,7 +11,7 @@ import threading
 import time
 from pathlib import Path
 
-from engines import Failure, require
+from verdict import Failure, require
 
 EPOCH = 1_704_067_200
 SENSORS = ("::a", "::b c", "::\u00e9\u4e16")

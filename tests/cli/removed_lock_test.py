@@ -18,16 +18,9 @@ import threading
 import time
 from pathlib import Path
 
+from verdict import Failure, require
+
 EPOCH = 1_700_000_000
-
-
-class Failure(Exception):
-    pass
-
-
-def require(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 def stamp(number):

@@ -18,17 +18,10 @@ import tempfile
 import time
 from pathlib import Path
 
+from verdict import Failure, require
+
 EPOCH = 1_700_000_000
 ROWS = 2000
-
-
-class Failure(Exception):
-    pass
-
-
-def require(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 def run(words, wanted=0, stdin=None):

@@ -22,18 +22,11 @@ import time
 import zlib
 from pathlib import Path
 
+from verdict import Failure, require
+
 EPOCH = 1_600_000_000
 SAMPLES = 8
 TIME_LIMIT = 60
-
-
-class Failure(Exception):
-    pass
-
-
-def require(condition, text):
-    if not condition:
-        raise Failure(text)
 
 
 class Feeder:
