@@ -52,9 +52,12 @@ static bool _is_whole(const box_file *file, bool when_mended)
     if (file == nullptr) {
         return false;
     }
-    const buffer_contents &contents = when_mended ? file->final_contents() : file->contents;
-    return file->is_full() && contents.data_records >= contents.capacity &&
-           contents.empty_records == 0;
+    if (when_mended && file->mended.steps > 0) {
+        // Mending fills a closed buffer up. Whether its header said so before does not count: who
+        // looks at it again finds the header that it has got.
+        return file->mended.records_padded == 0 && file->mended.empty_records == 0;
+    }
+    return file->is_full() && file->contents.empty_records == 0;
 }
 
 bool box_coverage::gather(const box_file_list &files, const arrangement &box, bool when_mended)

@@ -74,6 +74,21 @@ TEST_F(Recover, DeletesWhatAnEarlierRecoveryLeft)
     EXPECT_EQ((file_names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
 }
 
+// A buffer that lost its header holds all that it did, and nothing tells the next recovery of it.
+TEST_F(Recover, DeletesAnUnfinishedHistoryOfABufferThatLostOnlyItsHeader)
+{
+    make_box(6);
+    std::string records = stored_names_record(1001, {"a"});
+    for (int i = 1; i <= 4; ++i) {
+        records += stored_values_record(1000 + i, {static_cast<float>(i)});
+    }
+    write_file("r.1.cbuf.z", compressed_stream(records));
+    write_file("r.6.hbuf.z", "the beginning of a history");
+    EXPECT_EQ(1U, recover().files_deleted);
+    EXPECT_EQ((file_names{"r.state", "r.1.cbuf.z", "r.2.cbuf.z"}), files());
+    goes_on(7);
+}
+
 TEST_F(Recover, KeepsAnUnfinishedHistoryOfABufferThatWasDamaged)
 {
     make_box(16);
