@@ -8,7 +8,6 @@
 #include <vesk/error.h>
 #include <vesk/matrix_lu.h>
 #include <vesk/matrix_ops.h>
-#include <vesk/matrix_value.h>
 
 #include "matrix/element_access.hpp"
 #include "matrix/kernels/kernels.hpp"
