@@ -181,20 +181,23 @@ void remote_write_door::flush()
     uncounted_.clear();
 }
 
-void remote_write_door::count_sent(int64_t from, int64_t to)
+row_counts remote_write_door::uncounted_between(int64_t from, int64_t to) const
 {
+    row_counts sum;
     for (auto at = uncounted_.lower_bound(from); at != uncounted_.end() && at->first <= to; ++at) {
-        counts_.samples += at->second.samples;
-        counts_.intervals += at->second.intervals;
-        counts_.events += at->second.events;
+        sum.samples += at->second.samples;
+        sum.intervals += at->second.intervals;
+        sum.events += at->second.events;
     }
+    return sum;
 }
 
-void remote_write_door::count_left_out(int64_t from, int64_t to)
+void remote_write_door::count_sent(int64_t from, int64_t to)
 {
-    for (auto at = uncounted_.lower_bound(from); at != uncounted_.end() && at->first <= to; ++at) {
-        counts_.left_out += at->second.all();
-    }
+    const row_counts sent = uncounted_between(from, to);
+    counts_.samples += sent.samples;
+    counts_.intervals += sent.intervals;
+    counts_.events += sent.events;
 }
 
 bool remote_write_door::send(const std::vector<int64_t> &times, std::size_t begin, std::size_t end)
@@ -212,14 +215,14 @@ bool remote_write_door::send(const std::vector<int64_t> &times, std::size_t begi
     }
     // One point that is too old costs the whole request: look from which time on all are taken.
     if (end - begin == 1) {
-        count_left_out(times[begin], times[begin]);
+        counts_.left_out += uncounted_between(times[begin], times[begin]).all();
         return false;
     }
     const std::size_t middle = begin + (end - begin) / 2;
     if (send(times, middle, end)) {
         return send(times, begin, middle);
     }
-    count_left_out(times[begin], times[middle - 1]);
+    counts_.left_out += uncounted_between(times[begin], times[middle - 1]).all();
     return false;
 }
 

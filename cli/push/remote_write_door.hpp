@@ -47,9 +47,9 @@ private:
     void send_if_full();
     // False where the newest of these times are too old for the store.
     bool send(const std::vector<int64_t> &times, std::size_t begin, std::size_t end);
-    // Counts the rows of the times from @p from to @p to, in milliseconds, as sent or left out.
+    // The rows of the times from @p from to @p to, in milliseconds.
+    row_counts uncounted_between(int64_t from, int64_t to) const;
     void count_sent(int64_t from, int64_t to);
-    void count_left_out(int64_t from, int64_t to);
     // The value of a query, rounded; nothing where it has none, or where the store cannot tell.
     std::optional<int64_t> ask(const std::string &query);
     std::string selector(const std::string &metric, const std::string &more = {}) const;

@@ -4,8 +4,8 @@
   PYTHONPATH=build/release/python python/bench/reading.py [--vesk COMMAND] [BOX...]
 
 Without boxes it makes some: of the recorded telemetry in the folder that VESK_TEST_DATA names, and
-random walks of 10, 100 and 1000 sensors, whose digits hardly compress. Times are those of processors; the best
-of five runs counts, because others may be at work on the machine.
+random walks of 10, 100 and 1000 sensors, whose digits hardly compress. Times are those of processors;
+the best of five runs counts, because others may be at work on the machine.
 """
 
 import argparse

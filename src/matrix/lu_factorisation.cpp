@@ -23,7 +23,9 @@ struct lu_rows {
     double *at(uint32_t r) const { return first + r * stride; }
 };
 
-// The exchanges of columns in the rows that were finished before: those of each later step.
+// ---- what the rows have missed ----
+
+// The exchanges of columns in rows that were factorised in place: those of each later step.
 static void _matrix_lu_exchange_finished(const matrix_lu *lu)
 {
     const uint32_t n = lu->matrix->nrows;
@@ -35,7 +37,7 @@ static void _matrix_lu_exchange_finished(const matrix_lu *lu)
     }
 }
 
-// ---- steps by the kernels ----
+// ---- memory for the kernels ----
 
 // The rows on boundaries, with elements behind their ends that no pivot is taken from.
 class lu_work_area
@@ -123,7 +125,7 @@ public:
     void run()
     {
         for (uint32_t k = 0; k < rows_.n; ++k) {
-            if (is_behind_ && !is_plain(k)) {
+            if (is_behind_ && !takes_found_row(k)) {
                 catch_up(k);
             }
             choose_pivot(k);
@@ -173,8 +175,8 @@ private:
         is_behind_ = false;
     }
 
-    // Step k eliminates with a pivot from the row that was found.
-    bool is_plain(uint32_t k) const
+    // Whether step k eliminates, with a pivot from the row that was found.
+    bool takes_found_row(uint32_t k) const
     {
         return !std::isnan(caught_up(k, k, k)) && largest_.magnitude > matrix_value_unit_roundoff();
     }
