@@ -79,7 +79,7 @@ TEST_F(Recover, DeletesAnUnfinishedHistoryOfABufferThatLostOnlyItsHeader)
 {
     make_box(6);
     std::string records = stored_names_record(1001, {"a"});
-    for (int i = 1; i <= 4; ++i) {
+    for (std::uint32_t i = 1; i <= 4; ++i) {
         records += stored_values_record(1000 + i, {static_cast<float>(i)});
     }
     write_file("r.1.cbuf.z", compressed_stream(records));
