@@ -502,15 +502,20 @@ void scan_file_from(const stored_file &file, uint64_t begin,
             visit(placed);
         }
     };
-    const std::function<void(const vesk_scan_item &)> settled = visit_settled;
-    visit_context context{settled, nullptr};
+    scan_bytes(file.path, bytes, visit_settled);
+}
+
+void scan_bytes(const std::string &path, std::span<const unsigned char> bytes,
+                const std::function<void(const vesk_scan_item &)> &visit)
+{
+    visit_context context{visit, nullptr};
     const int result =
-        vesk_scan_bytes(bytes.data(), bytes.size(), kind_by_name(file.path), visit_item, &context);
+        vesk_scan_bytes(bytes.data(), bytes.size(), kind_by_name(path), visit_item, &context);
     if (context.thrown) {
         std::rethrow_exception(context.thrown);
     }
     if (result < 0) {
-        throw read_failure(exit_failed, file.path + ": " + words_for(result));
+        throw read_failure(exit_failed, path + ": " + words_for(result));
     }
 }
 

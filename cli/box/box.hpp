@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,10 @@ void scan_file(const stored_file &file, const std::function<void(const vesk_scan
 // the items: those before the next list of names have no names, and no record has a capacity.
 void scan_file_from(const stored_file &file, uint64_t begin,
                     const std::function<void(const vesk_scan_item &)> &visit);
+
+// The same of bytes that came from a buffer file of that name, however its last record looks.
+void scan_bytes(const std::string &path, std::span<const unsigned char> bytes,
+                const std::function<void(const vesk_scan_item &)> &visit);
 
 // "12 bytes at 340: the data ends inside a stream".
 std::string damage_text(const vesk_scan_item &item);

@@ -4,6 +4,7 @@
 // rotation has deleted it.
 #include "box/stored_bytes.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -172,11 +173,15 @@ std::size_t stored_bytes::read_some(unsigned char *to, std::size_t size, uint64_
 std::vector<unsigned char> stored_bytes::read(uint64_t begin) const
 {
     constexpr std::size_t piece = 65536;
+    constexpr uint64_t most_at_once = uint64_t(256) << 20U;
     remember_times();
-    std::vector<unsigned char> bytes;
+    // Most files are read in one go, and one byte more tells that this was the end.
+    const auto seen = static_cast<uint64_t>(seen_size_);
+    const uint64_t expected = seen > begin ? seen - begin + 1 : piece;
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(std::min(expected, most_at_once)));
     std::size_t filled = 0;
     for (;;) {
-        if (bytes.size() - filled < piece) {
+        if (bytes.size() == filled) {
             bytes.resize(filled + piece + bytes.size() / 2);
         }
         const std::size_t n =
