@@ -12,6 +12,7 @@
 #include "recovery/mended_stream.hpp"
 #include "recovery/padding.hpp"
 #include "recovery/record_mender.hpp"
+#include "recovery/scan_limits.hpp"
 
 namespace
 {
@@ -151,7 +152,7 @@ private:
                    : _vesk_write_padding(form, missing, stream_.content(), stream_.output());
     }
 
-    int finish() { return stream_.finish(); }
+    int finish() { return stream_.finish(fixed_part_of_file(expected_.files_of_box)); }
 
     const char *filename_;
     const buffer_expectation &expected_;

@@ -78,7 +78,7 @@ int governing_names::keep_one(int64_t time)
 int governing_names::use_waiting()
 {
     waiting_in_stream_ = false;
-    const int appended = content_->append(waiting_);
+    const int appended = content_->append_names(waiting_);
     waiting_.clear();
     return appended;
 }

@@ -21,8 +21,9 @@ int mended_output::open_source(const char *filename)
     return source_ ? 0 : QE_ERROR_OPEN;
 }
 
-int mended_output::copy(uint64_t offset, uint64_t length)
+int mended_output::copy(uint64_t offset, uint64_t length, uint64_t price)
 {
+    price_ += price;
     return give(offset, length, &mended_output::write);
 }
 
@@ -33,6 +34,7 @@ int mended_output::set_aside(uint64_t offset, uint64_t length)
 
 int mended_output::write(const unsigned char *bytes, std::size_t n)
 {
+    written_ += n;
     return fwrite(bytes, 1, n, output_->buffer) == n ? 0 : QE_ERROR_IO;
 }
 
@@ -69,6 +71,7 @@ int mended_output::give(uint64_t offset, uint64_t length,
 int mended_output::write_stream(mended_content *content)
 {
     const byte_list &bytes = content->bytes();
+    price_ += content->price();
     int result = 0;
     std::size_t begin = 0;
     for (const std::size_t end : content->part_ends()) {
@@ -93,4 +96,23 @@ int mended_output::write_compressed(const unsigned char *bytes, std::size_t n)
         return QE_ERROR_NO_MEMORY;
     }
     return write(compressed.get(), size);
+}
+
+// By a stream that holds nothing, in as many blocks as it takes.
+int mended_output::make_long_enough(uint64_t fixed_part)
+{
+    if (output_ == nullptr) {
+        return 0;
+    }
+    constexpr unsigned char header[] = {0x78, 0x01};
+    constexpr unsigned char block[] = {0, 0, 0, 0xff, 0xff};
+    constexpr unsigned char last_block_and_checksum[] = {1, 0, 0, 0xff, 0xff, 0, 0, 0, 1};
+    if (price_ <= written_ + fixed_part) {
+        return 0;
+    }
+    int result = write(header, sizeof header);
+    while (result == 0 && price_ > written_ + sizeof last_block_and_checksum + fixed_part) {
+        result = write(block, sizeof block);
+    }
+    return result != 0 ? result : write(last_block_and_checksum, sizeof last_block_and_checksum);
 }

@@ -29,12 +29,19 @@ public:
     // Opens the file that is recovered. 0 or QE_ERROR_OPEN (-40).
     int open_source(const char *filename);
 
-    int copy(uint64_t offset, uint64_t length);
+    // A stream that stays as it is, for whose records a scan charges @p price.
+    int copy(uint64_t offset, uint64_t length, uint64_t price);
     int set_aside(uint64_t offset, uint64_t length);
 
     // Writes the content as a stream, if there is any, or as several when it is long, and empties
     // it.
     int write_stream(mended_content *content);
+
+    // What a scan will charge for the records of all streams, at most.
+    uint64_t price() const { return price_; }
+    // Behind the last stream: makes the file so long that its scan allows that, which also has a
+    // fixed part for it. What the file has lost allowed it before.
+    int make_long_enough(uint64_t fixed_part);
 
 private:
     int write(const unsigned char *bytes, std::size_t n);
@@ -45,6 +52,8 @@ private:
 
     mended_file *output_;
     owned_file source_;
+    uint64_t written_ = 0;
+    uint64_t price_ = 0;
 };
 
 #endif

@@ -24,7 +24,8 @@ int mended_stream::end()
     changed_otherwise_ = changed_otherwise_ || changed_ || cut_at_end_;
     int result = to_torn_ ? output_.set_aside(offset_, length_) : 0;
     if (result == 0) {
-        result = changed_ ? output_.write_stream(&content_) : output_.copy(offset_, length_);
+        result = changed_ ? output_.write_stream(&content_)
+                          : output_.copy(offset_, length_, content_.price());
     }
     content_.clear();
     return result;
@@ -69,10 +70,12 @@ int mended_stream::tell(vesk_recover_action action, int error, uint64_t offset, 
     return steps_.add(action, error, offset, length, count);
 }
 
-int mended_stream::finish()
+int mended_stream::finish(uint64_t fixed_part)
 {
     const int flushed = steps_.finish();
-    contents_->cut_suffices = contents_->steps > 0 && cut_at_end_ && !changed_otherwise_;
+    // What is left must be long enough for a scan to allow its records.
+    contents_->cut_suffices = contents_->steps > 0 && cut_at_end_ && !changed_otherwise_ &&
+                              output_.price() <= cut_offset_ + fixed_part;
     contents_->cut_offset = cut_offset_;
-    return flushed;
+    return flushed != 0 ? flushed : output_.make_long_enough(fixed_part);
 }

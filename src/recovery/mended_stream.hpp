@@ -54,8 +54,9 @@ public:
     int tell(vesk_recover_action action, int error, uint64_t offset, uint64_t length,
              uint32_t count);
 
-    // Behind the last stream: hands the last steps over, and finds whether cutting is all.
-    int finish();
+    // Behind the last stream: hands the last steps over, and finds whether cutting is all. A scan
+    // of the file charges its records to a budget that has so large a fixed part.
+    int finish(uint64_t fixed_part);
 
 private:
     step_runs steps_;

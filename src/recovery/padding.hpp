@@ -10,11 +10,6 @@
 
 #include "recovery/mended_file.hpp"
 
-// A damaged header may state an enormous size, which must not fill the disk: this limits the
-// records and the values in them.
-inline constexpr uint32_t most_padding = 10'000'000;
-inline constexpr uint64_t most_padded_values = most_padding;
-
 struct padding {
     uint32_t kind; // VESK_BUFFER_TYPE_CURRENT or VESK_BUFFER_TYPE_HIST
     uint32_t n_sensors;

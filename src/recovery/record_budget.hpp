@@ -15,7 +15,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "recovery/padding.hpp"
+#include "recovery/scan_limits.hpp"
 
 class record_budget
 {
@@ -38,12 +38,22 @@ public:
         }
         if (is_padding && padding_left_ > 0) {
             --padding_left_;
-            return charge(length / bytes_of_a_unit);
+            return charge(price_of_record(length, true));
         }
-        return charge(1 + length / bytes_of_a_unit);
+        return charge(price_of_record(length, false));
     }
     // Names of so many sensors.
-    bool take_names(uint32_t n, uint64_t length) { return charge(n + length / bytes_of_a_unit); }
+    bool take_names(uint32_t n, uint64_t length) { return charge(price_of_names(n, length)); }
+
+    // What is charged for them where they are not free.
+    static uint64_t price_of_record(uint64_t length, bool is_padding)
+    {
+        return (is_padding ? 0 : 1) + length / bytes_of_a_unit;
+    }
+    static uint64_t price_of_names(uint32_t n, uint64_t length)
+    {
+        return n + length / bytes_of_a_unit;
+    }
 
 private:
     static constexpr uint64_t bytes_of_a_unit = 1024;

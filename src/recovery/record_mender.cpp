@@ -7,7 +7,7 @@
 #include <vesk/vesk_limits.h>
 
 #include "buffers/storable.hpp"
-#include "recovery/padding.hpp"
+#include "recovery/scan_limits.hpp"
 #include "support/object.hpp"
 
 static constexpr char textless[] = "(no text)";

@@ -36,4 +36,9 @@ inline constexpr uint64_t most_content(uint64_t stored)
     return for_each_stream + for_each_byte * stored;
 }
 
+// How many records without values a buffer is filled up with, and how many values they have. A
+// damaged header may state an enormous size, which must not fill the disk.
+inline constexpr uint32_t most_padding = 10'000'000;
+inline constexpr uint64_t most_padded_values = most_padding;
+
 #endif

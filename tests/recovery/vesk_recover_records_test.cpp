@@ -85,4 +85,46 @@ TEST_F(Recover, SetsAsideEventsThatCannotBeCounted)
     goes_on(6);
 }
 
+// A raw buffer of @p n samples, all in one stream.
+std::string dense_buffer(uint32_t capacity, uint32_t n)
+{
+    std::string content = stored_buffer_header(1, capacity) + stored_names_record(1001, {"a"});
+    for (uint32_t i = 1; i <= n; ++i) {
+        content += stored_values_record(1000, {1});
+    }
+    return compressed_stream(content);
+}
+
+// So many records are only believed because the file is so long: it must not get shorter by what
+// else is taken out of it.
+TEST_F(Recover, KeepsDenseRecordsWhereTheFileLosesItsEnd)
+{
+    constexpr uint32_t n = 10000;
+    write_file("r.1.cbuf.z", dense_buffer(n, n) + noise(8000));
+    ASSERT_GT(6000U, dense_buffer(n, n).size());
+    const vesk_recover_report report = recover(n, 2);
+    EXPECT_EQ(n, report.samples_kept);
+    EXPECT_EQ(8000U, report.bytes_aside);
+    EXPECT_EQ(n, samples_in("r.1.cbuf.z").size());
+    EXPECT_TRUE(noise(8000) == read_file("r.1.cbuf.z.torn"));
+
+    const owned_recorder recorder(vesk_open("r"));
+    const owned_matrix vector = make_vector(3000, {{"a", 2.0}});
+    for (uint32_t i = 0; i < 2 * n + 1; ++i) {
+        ASSERT_EQ(0, vesk_write_telemetry_vector(recorder.get(), vector.get()));
+    }
+    EXPECT_FALSE(fs::exists("r.1.cbuf.z"));
+}
+
+TEST_F(Recover, KeepsDenseRecordsWhereOthersAreTakenOut)
+{
+    write_file("r.1.cbuf.z", dense_buffer(30000, 20000));
+    const std::size_t size = read_file("r.1.cbuf.z").size();
+    const vesk_recover_report report = recover(30000, 2);
+    EXPECT_LT(8192U, report.samples_kept);
+    EXPECT_EQ(1U, report.records_aside);
+    EXPECT_EQ(report.samples_kept, samples_in("r.1.cbuf.z").size());
+    EXPECT_GE(size + 16, read_file("r.1.cbuf.z").size());
+}
+
 } // namespace
