@@ -13,7 +13,8 @@ endforeach()
 # Flags that hold for everything that is built here.
 add_library(vesk_options INTERFACE)
 target_compile_options(vesk_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+  # Clang counts changes of the sign among the conversions; GCC does in C, but not in C++.
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
   # Of sources in one piece, none is the main one.
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wno-subobject-linkage>
   $<$<BOOL:${VESK_WERROR}>:-Werror>

@@ -134,7 +134,7 @@ bool is_stuck(const value_track &track)
     for (std::size_t i = 0; i < end; ++i) {
         if (past[i].count > 1 && past[i].count <= run) {
             ++known;
-            flat += past[i].least == past[i].greatest ? 1 : 0;
+            flat += past[i].least == past[i].greatest ? 1U : 0U;
         }
     }
     return known >= least_known && flat * one_in <= known;

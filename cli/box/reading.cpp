@@ -246,7 +246,7 @@ private:
 
     void go_over(const vesk_scan_item &item)
     {
-        position_.records += is_raw_record(item) ? 1 : 0;
+        position_.records += is_raw_record(item) ? 1U : 0U;
         if (item.event != nullptr) {
             hand_out(seconds_of(item.event->timestamp), item.event->type,
                      item.event->text != nullptr ? item.event->text : "", false);

@@ -134,7 +134,7 @@ private:
             return one.samples > most_samples || !fits(one.shape());
         };
         uint32_t pairs = first(is_too_large);
-        pairs -= is_too_large(pairs) ? 1 : 0;
+        pairs -= is_too_large(pairs) ? 1U : 0U;
         if (pairs < least_pairs) {
             return std::nullopt;
         }

@@ -122,7 +122,7 @@ private:
     }
     bool is_field(float value)
     {
-        infinite_ += std::isinf(value) ? 1 : 0;
+        infinite_ += std::isinf(value) ? 1U : 0U;
         return std::isfinite(value);
     }
     bool has_time(int64_t seconds)

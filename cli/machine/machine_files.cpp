@@ -92,7 +92,7 @@ std::size_t machine_files::count_numbered(std::string_view path) const
 {
     std::size_t count = 0;
     for_each_entry(
-        path, [&](std::string_view name) { count += name[0] >= '0' && name[0] <= '9' ? 1 : 0; });
+        path, [&](std::string_view name) { count += name[0] >= '0' && name[0] <= '9' ? 1U : 0U; });
     return count;
 }
 

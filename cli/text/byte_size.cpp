@@ -30,7 +30,7 @@ uint64_t factor_of(std::string_view unit)
     }
     uint64_t factor = 1;
     for (std::size_t i = 0; i <= power; ++i) {
-        factor *= rest == "B" ? 1000 : 1024;
+        factor *= rest == "B" ? 1000U : 1024U;
     }
     return factor;
 }

@@ -189,10 +189,10 @@ private:
         tiers_->add(parser_->time(), parser_->sensors(), parser_->values());
         acknowledgements_.add(parser_->time());
         events_->take_over();
-        backwards_ += vectors_ > 0 && parser_->time() < latest_ ? 1 : 0;
+        backwards_ += vectors_ > 0 && parser_->time() < latest_ ? 1U : 0U;
         latest_ = parser_->time();
         const std::optional<int64_t> before = box_->last_time_before();
-        old_ += before && parser_->time() <= *before ? 1 : 0;
+        old_ += before && parser_->time() <= *before ? 1U : 0U;
         ++vectors_;
     }
 

@@ -63,7 +63,7 @@ public:
     void on_interval(const interval_row &row) override
     {
         ++intervals_;
-        cut_ += range_.holds(row.start) && range_.holds(row.end) ? 0 : 1;
+        cut_ += range_.holds(row.start) && range_.holds(row.end) ? 0U : 1U;
         extend(row.start, row.end);
         for (std::size_t i = 0; i < sensors_.size(); ++i) {
             if (row.values[i] != nullptr) {

@@ -244,7 +244,7 @@ private:
         }
         summary *row = rows_.add_row(columns_.columns(names));
         for (uint32_t i = 0; i < interval.n_sensors; ++i) {
-            impossible_ += cli::moments::is_possible(interval.hvalues[i]) ? 0 : 1;
+            impossible_ += cli::moments::is_possible(interval.hvalues[i]) ? 0U : 1U;
             row[i] = summary_of(interval.hvalues[i], how_);
         }
     }

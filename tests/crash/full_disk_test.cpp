@@ -234,7 +234,7 @@ TEST_F(FullDisk, WhileABoxIsBroughtBackCostsNothing)
     });
     std::vector<std::pair<cut_place, long>> cases;
     const std::vector<cut_place> places = find_cuts(life, false);
-    for (std::size_t i = 0; i < places.size(); i += is_long_form() ? 1 : 9) {
+    for (std::size_t i = 0; i < places.size(); i += is_long_form() ? 1U : 9U) {
         for (long room = 0; room < 700; room += is_long_form() ? 7 : 53) {
             cases.emplace_back(places[i], room);
         }

@@ -47,7 +47,7 @@ static std::size_t unchanged(const std::string &a, const std::string &b)
 {
     std::size_t count = 0;
     for (std::size_t i = 0; i < a.size(); ++i) {
-        count += a[i] == b[i] ? 1 : 0;
+        count += a[i] == b[i] ? 1U : 0U;
     }
     return count;
 }

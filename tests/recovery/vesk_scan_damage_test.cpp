@@ -17,7 +17,7 @@ TEST_F(ScanBuffer, ShowsAFileThatEndsAnywhere)
     const std::string file = file_of(recorded_contents());
     const std::vector<std::size_t> offsets = recorded_offsets();
     for (std::size_t size = 0, whole = 0; size <= file.size(); ++size) {
-        whole += whole + 1 < offsets.size() && offsets[whole + 1] == size ? 1 : 0;
+        whole += whole + 1 < offsets.size() && offsets[whole + 1] == size ? 1U : 0U;
         const std::size_t rest = size - offsets[whole];
         const seen_items items = scan_items(file.substr(0, size));
         EXPECT_EQ(recorded(0, whole) + (rest > 0 ? lines{damage(rest, -48)} : lines{}),
@@ -43,7 +43,7 @@ TEST_F(ScanBuffer, ShowsWhatLiesAroundABadByte)
     const std::string file = file_of(recorded_contents());
     const std::vector<std::size_t> offsets = recorded_offsets();
     for (std::size_t at = 0, bad = 0; at < file.size(); ++at) {
-        bad += offsets[bad + 1] == at ? 1 : 0;
+        bad += offsets[bad + 1] == at ? 1U : 0U;
         for (const char flip : {'\x01', '\x80', '\xff'}) {
             std::string broken = file;
             broken[at] = static_cast<char>(broken[at] ^ flip);

@@ -77,7 +77,7 @@ TEST_F(Charting, HistoryRunsWithoutASeamIntoTheSamples)
         EXPECT_FALSE(columns[i].has_hole);
         EXPECT_LE(columns[i].lowest(), static_cast<double>(i));
         EXPECT_GE(columns[i].highest(), static_cast<double>(i));
-        with_band += columns[i].has_band() ? 1 : 0;
+        with_band += columns[i].has_band() ? 1U : 0U;
     }
     EXPECT_GT(with_band, 10U);
     EXPECT_TRUE(columns.back().has_samples);

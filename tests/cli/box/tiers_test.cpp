@@ -59,7 +59,7 @@ public:
 private:
     void take(int64_t start, int64_t end)
     {
-        all.overlaps += last_ && start <= *last_ ? 1 : 0;
+        all.overlaps += last_ && start <= *last_ ? 1U : 0U;
         last_ = end;
     }
     std::optional<int64_t> last_;
