@@ -212,9 +212,15 @@ void append(const growing_array<Value> &from, growing_array<Value> &to)
 
 std::optional<stored_streams> stored_streams::of(byte_span file)
 {
-    if (file.empty()) {
+    try {
+        return file.empty() ? std::nullopt : decoded(file);
+    } catch (...) {
         return std::nullopt;
     }
+}
+
+std::optional<stored_streams> stored_streams::decoded(byte_span file)
+{
     std::vector<piece> pieces = pieces_of(file);
     decode_all(pieces);
     if (!std::all_of(pieces.begin(), pieces.end(), [](const piece &one) { return one.is_whole; })) {

@@ -1,9 +1,8 @@
 // A buffer file with its streams stored instead of compressed.
 //
 // zlib takes most of the time in which a box becomes a table. libdeflate decodes the streams of a
-// recorder in half of that, on several processors at once, and the scanner of the library then only
-// copies what is stored. It sees the same streams with the same content, so it finds the same
-// items.
+// recorder faster, and on several processors at once; the scanner of the library then only copies
+// what is stored. It sees the same streams with the same content, so it finds the same items.
 //
 // There is one difference: libdeflate reads on over a flipped bit that makes a code which zlib
 // knows no use for. Where that changes nothing, the checksum vouches for the content, and the
@@ -26,7 +25,8 @@ class stored_streams
 {
 public:
     // Nothing where some byte of @p file is in no complete stream, or where the content is so long
-    // for its size that the scanner might refuse a part: then it has to look at the file itself.
+    // for its size that the scanner might refuse a part: then it has to look at the file itself. So
+    // it has where there is no memory.
     static std::optional<stored_streams> of(std::span<const unsigned char> file);
 
     // What the scanner is to be shown.
@@ -35,9 +35,11 @@ public:
     vesk_scan_item in_file(const vesk_scan_item &item) const;
 
 private:
+    static std::optional<stored_streams> decoded(std::span<const unsigned char> file);
+
     growing_array<unsigned char> bytes_;
-    growing_array<uint64_t>
-        places_; // where each stream begins in the file, and where the last ends
+    // Where each stream begins in the file, and where the last one ends.
+    growing_array<uint64_t> places_;
 };
 
 } // namespace vesk_python
