@@ -13,8 +13,10 @@ endforeach()
 # Flags that hold for everything that is built here.
 add_library(vesk_options INTERFACE)
 target_compile_options(vesk_options INTERFACE
-  # Clang counts changes of the sign among the conversions; GCC does in C, but not in C++.
-  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+  # Clang counts changes of the sign among the conversions; GCC does in C, but not in C++. Where a
+  # long has 32 bits, it would also complain of each number that does fit into the usual one.
+  $<$<EQUAL:${CMAKE_SIZEOF_VOID_P},8>:-Wsign-conversion>
   # Of sources in one piece, none is the main one.
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wno-subobject-linkage>
   $<$<BOOL:${VESK_WERROR}>:-Werror>
