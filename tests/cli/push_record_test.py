@@ -91,13 +91,19 @@ def lone_command(desk, name):
     return folder, {**os.environ, "LD_LIBRARY_PATH": str(library)}
 
 
-def check_words(desk):
-    """Another program takes the place of vesk-push and leaves its words."""
-    folder, environment = lone_command(desk, "words")
+def command_with_witness(desk, name):
+    """The same with a program in the place of vesk-push that leaves its words."""
+    folder, environment = lone_command(desk, name)
     (folder / "vesk-push").write_text("#!/bin/sh\nfor word; do printf '%s\\n' \"$word\"; done >words\n"
                                       "nice >>words; cat /proc/self/oom_score_adj >>words\n"
                                       "touch done\n")
     (folder / "vesk-push").chmod(0o755)
+    return folder, environment
+
+
+def check_words(desk):
+    """vesk-push gets what was told, and no more of the machine than it should."""
+    folder, environment = command_with_witness(desk, "words")
     words = ["--push", "clickhouses://h/d", "--push-every", "1s", "--push-raw", "none",
              "--push-credentials", str(secret_file(desk)), "--push-ca-file", "vesk",
              "--push-label", "box=a 'quoted' $name", "--push-label", "site=--"]
@@ -114,6 +120,36 @@ def check_words(desk):
               "--retry-for=15s"}
     require(set(found[:-2]) == wanted and found[-2:] == ["--", "box"], f"{found}")
     require((int(niceness), int(first_to_die)) == (10, 500), f"{niceness}, {first_to_die}")
+
+
+def check_reload(desk):
+    """Where and what is pushed stays as it is while a recording goes on, and it says so."""
+    folder, environment = command_with_witness(desk, "reload")
+    options = folder / "options"
+    messages = folder / "messages"
+    secret = secret_file(desk)
+    options.write_text("push clickhouses://h/d\npush-every 1s\npush-raw none\npush-label site=one\n"
+                       f"push-credentials {secret}\npush-ca-file vesk\n")
+    with open(messages, "wb") as file:
+        recording = subprocess.Popen(
+            [str(folder / "vesk"), "record", "box", "--config", str(options)], cwd=folder,
+            env=environment, stderr=file, stdin=subprocess.DEVNULL)
+    try:
+        wait_for("a push", (folder / "done").exists)
+        before = (folder / "words").read_text()
+        options.write_text("push clickhouses://other/d\npush-every 2s\npush-raw all\n"
+                           "push-label site=two\n")
+        recording.send_signal(signal.SIGHUP)
+        wait_for("the options are read again", lambda: b"was read again" in messages.read_bytes())
+        (folder / "done").unlink()
+        wait_for("another push", (folder / "done").exists)
+    finally:
+        recording.send_signal(signal.SIGINT)
+        code = recording.wait(LIMIT)
+    text = messages.read_text()
+    require(code == 0 and "--push, --push-every, --push-raw, --push-label, --push-credentials, "
+            "--push-ca-file cannot change while it records" in text, f"{code}: {text}")
+    require((folder / "words").read_text() == before, (folder / "words").read_text())
 
 
 def check_missing_program(desk):
@@ -138,6 +174,7 @@ def main():
         def run():
             check_missing_program(desk)
             check_words(desk)
+            check_reload(desk)
             check(desk)
             print("the recording went on")
 
