@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -51,6 +52,11 @@ struct life_plan {
     bool over_old_box = false; // under the name of an older one, of which some buffers are left
     bool works_ahead = false;  // with vesk_start() and, between two vectors, vesk_prepare()
 };
+
+void PrintTo(const life_plan &plan, std::ostream *out)
+{
+    *out << plan.name;
+}
 
 // What the recorder was given, in order, and how much of it was acknowledged at each moment.
 struct box_life {
@@ -320,6 +326,18 @@ const life_plan long_plans[] = {
     {"works ahead", {4, 2}, 50, 2, 17, true, 100, false, true},
 };
 
+// Each is a test of its own, which can be run alone: the long ones take up to hours.
+class KillOf : public Kill, public testing::WithParamInterface<life_plan>
+{
+};
+
+std::string name_of(const testing::TestParamInfo<life_plan> &tested)
+{
+    std::string name = tested.param.name;
+    std::replace(name.begin(), name.end(), ' ', '_');
+    return name;
+}
+
 std::vector<life_plan> plans()
 {
     if (is_long_form()) {
@@ -429,28 +447,26 @@ TEST_F(Kill, AgainAndAgainLosesNothing)
     EXPECT_EQ(0U, results.failed) << results.complaints;
 }
 
-TEST_F(Kill, AnywhereInTheLifeOfARecorderLosesNothing)
+TEST_P(KillOf, AnywhereInTheLifeOfARecorderLosesNothing)
 {
-    for (const life_plan &plan : plans()) {
-        const box_life life = record_life(plan);
-        ASSERT_EQ("", life.recorded.complaints());
-        const std::vector<cut_place> places = find_cuts(life.recorded, is_long_form());
-        const trial_results results =
-            run_trials(places.size(), [&](std::size_t i) { return check_cut(life, places[i]); });
-        report_results(plan, "in the life", results);
-    }
+    const box_life life = record_life(GetParam());
+    ASSERT_EQ("", life.recorded.complaints());
+    const std::vector<cut_place> places = find_cuts(life.recorded, is_long_form());
+    const trial_results results =
+        run_trials(places.size(), [&](std::size_t i) { return check_cut(life, places[i]); });
+    report_results(GetParam(), "in the life", results);
 }
 
-TEST_F(Kill, AnywhereInTheRecoveryLosesNothing)
+TEST_P(KillOf, AnywhereInTheRecoveryLosesNothing)
 {
-    for (const life_plan &plan : plans()) {
-        const box_life life = record_life(plan);
-        const bool all = is_long_form();
-        std::vector<cut_place> places = distinct(life.recorded, find_cuts(life.recorded, false));
-        places = every_nth(places, all ? 3 : 17);
-        const trial_results results = run_trials(
-            places.size(), [&](std::size_t i) { return check_cut_recovery(life, places[i], all); },
-            600);
-        report_results(plan, "before a recovery", results);
-    }
+    const box_life life = record_life(GetParam());
+    const bool all = is_long_form();
+    std::vector<cut_place> places = distinct(life.recorded, find_cuts(life.recorded, false));
+    places = every_nth(places, all ? 3 : 17);
+    const trial_results results = run_trials(
+        places.size(), [&](std::size_t i) { return check_cut_recovery(life, places[i], all); },
+        600);
+    report_results(GetParam(), "before a recovery", results);
 }
+
+INSTANTIATE_TEST_SUITE_P(Lives, KillOf, testing::ValuesIn(plans()), name_of);

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -43,7 +44,8 @@ void count_trial(std::size_t index, uint64_t n)
 
 bool is_long_form()
 {
-    return getenv("VESK_CRASH_LONG") != nullptr;
+    const char *wanted = getenv("VESK_CRASH_LONG");
+    return wanted != nullptr && *wanted != '\0';
 }
 
 // VESK_CRASH_EVERY says to try only every so manyth trial, as slow builds do. Small sets are tried
@@ -64,6 +66,17 @@ static std::string _read_last_words(FILE *words)
     return {text, n};
 }
 
+// A long form tells every half minute how far it is.
+static void _tell_progress(std::size_t n)
+{
+    static time_t told = time(nullptr);
+    if (is_long_form() && time(nullptr) >= told + 30) {
+        told = time(nullptr);
+        (void)printf("  %zu of %zu trials, %zu failed\n", board->next, n, board->failed);
+        (void)fflush(stdout);
+    }
+}
+
 static void _run_from_next(std::size_t n, const std::function<std::string(std::size_t)> &trial,
                            std::size_t step, unsigned seconds)
 {
@@ -77,6 +90,7 @@ static void _run_from_next(std::size_t n, const std::function<std::string(std::s
         }
         board->next += step;
         ++board->tried;
+        _tell_progress(n);
     }
 }
 
