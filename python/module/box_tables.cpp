@@ -8,7 +8,6 @@
 #include <functional>
 #include <limits>
 #include <optional>
-#include <unistd.h>
 #include <unordered_set>
 
 #include <vesk/vesk_scan.h>
@@ -290,18 +289,6 @@ std::vector<cli::event> waiting_in(const cli::box &content)
 }
 
 } // namespace
-
-void require_memory(double bytes)
-{
-    const double machine =
-        static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
-    if (machine > 0 && bytes > machine / 2) {
-        throw cli::failure(cli::exit_failed,
-                           fmt::format("the table needs {:.0f} MB, which is more than half of the "
-                                       "memory: choose sensors or a shorter time",
-                                       bytes / 1e6));
-    }
-}
 
 sample_table read_samples(const std::string &name, const selection &wanted)
 {

@@ -25,8 +25,6 @@ using byte_span = std::span<const unsigned char>;
 constexpr std::size_t header_size = 2;
 constexpr std::size_t checksum_size = 4;
 
-// In smaller pieces than this the processors would wait for each other longer than they work.
-constexpr std::size_t least_piece = 256 * 1024;
 constexpr std::size_t most_pieces = 4;
 
 // Of a file, in bytes.
@@ -169,11 +167,11 @@ std::size_t find_stream(byte_span file, std::size_t from, decoder &streams)
     return file.size();
 }
 
-std::vector<piece> pieces_of(byte_span file)
+std::vector<piece> pieces_of(byte_span file, std::size_t least)
 {
     const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
     const std::size_t count =
-        std::max<std::size_t>(1, std::min({processors, most_pieces, file.size() / least_piece}));
+        std::max<std::size_t>(1, std::min({processors, most_pieces, file.size() / least}));
     decoder streams;
     std::vector<piece> pieces;
     std::size_t begin = 0;
@@ -210,18 +208,18 @@ void append(const growing_array<Value> &from, growing_array<Value> &to)
 
 } // namespace
 
-std::optional<stored_streams> stored_streams::of(byte_span file)
+std::optional<stored_streams> stored_streams::of(byte_span file, std::size_t least)
 {
     try {
-        return file.empty() ? std::nullopt : decoded(file);
+        return file.empty() ? std::nullopt : decoded(file, least);
     } catch (...) {
         return std::nullopt;
     }
 }
 
-std::optional<stored_streams> stored_streams::decoded(byte_span file)
+std::optional<stored_streams> stored_streams::decoded(byte_span file, std::size_t least)
 {
-    std::vector<piece> pieces = pieces_of(file);
+    std::vector<piece> pieces = pieces_of(file, least);
     decode_all(pieces);
     if (!std::all_of(pieces.begin(), pieces.end(), [](const piece &one) { return one.is_whole; })) {
         return std::nullopt;

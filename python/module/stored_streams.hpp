@@ -10,6 +10,7 @@
 #ifndef VESK_PYTHON_STORED_STREAMS_HPP
 #define VESK_PYTHON_STORED_STREAMS_HPP
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -24,10 +25,14 @@ namespace vesk_python
 class stored_streams
 {
 public:
+    // In smaller pieces than this the processors would wait for each other longer than they work.
+    static constexpr std::size_t least_piece = 256 * 1024;
+
     // Nothing where some byte of @p file is in no complete stream, or where the content is so long
     // for its size that the scanner might refuse a part: then it has to look at the file itself. So
-    // it has where there is no memory.
-    static std::optional<stored_streams> of(std::span<const unsigned char> file);
+    // it has where there is no memory. No processor takes fewer bytes than @p least.
+    static std::optional<stored_streams> of(std::span<const unsigned char> file,
+                                            std::size_t least = least_piece);
 
     // What the scanner is to be shown.
     std::span<const unsigned char> bytes() const { return {bytes_.data(), bytes_.size()}; }
@@ -35,7 +40,8 @@ public:
     vesk_scan_item in_file(const vesk_scan_item &item) const;
 
 private:
-    static std::optional<stored_streams> decoded(std::span<const unsigned char> file);
+    static std::optional<stored_streams> decoded(std::span<const unsigned char> file,
+                                                 std::size_t least);
 
     growing_array<unsigned char> bytes_;
     // Where each stream begins in the file, and where the last one ends.
