@@ -6,6 +6,10 @@
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
+#include <functional>
+#include <iterator>
+#include <numeric>
+#include <utility>
 
 #include "box/box.hpp"
 #include "box/reading.hpp"
@@ -18,61 +22,78 @@ namespace cli
 namespace
 {
 
-// Finds the raw sample that ended the last row of a tier. The order of samples counts and not their
-// times: the clock may have been set back.
-class end_of_rows : public row_visitor
+// Finds the raw samples that a tier has missed: those behind its last row, and before the first
+// sample of the recording under way. The order of samples counts and not their times: the clock may
+// have been set back.
+class missed_samples : public row_visitor
 {
 public:
-    explicit end_of_rows(std::optional<int64_t> last) : last_(last) {}
+    missed_samples(std::optional<int64_t> last_row, std::optional<int64_t> first_sample)
+        : last_row_(last_row), first_sample_(first_sample)
+    {
+    }
 
     void on_sample(const sample_row &row) override
     {
+        if (first_sample_ && row.time == *first_sample_ && !recording_) {
+            recording_ = samples_;
+        }
         ++samples_;
-        if (last_ && row.time == *last_) {
+        if (last_row_ && row.time == *last_row_) {
             exact_ = samples_;
-        } else if (last_ && row.time < *last_) {
+            recording_.reset();
+        } else if (last_row_ && row.time < *last_row_ && exact_ == 0) {
             older_ = samples_;
+            recording_.reset();
         }
     }
-    // So many samples are in the tier.
-    uint64_t known() const { return exact_ > 0 ? exact_ : older_; }
+    // The number of the first of them, from 0.
+    uint64_t begin() const { return exact_ > 0 ? exact_ : older_; }
+    // Behind the last of them. A box that has not even the beginning of the recording any more has
+    // nothing of what was before.
+    uint64_t end() const { return first_sample_ ? recording_.value_or(0) : samples_; }
 
 private:
-    std::optional<int64_t> last_;
+    std::optional<int64_t> last_row_;
+    std::optional<int64_t> first_sample_;
     uint64_t samples_ = 0;
     uint64_t exact_ = 0;
     uint64_t older_ = 0;
+    std::optional<uint64_t> recording_;
 };
 
-// Hands the raw samples of a box to a tier, without the first ones.
-class catching_up : public row_visitor
+// Hands on the raw samples of a box of these numbers.
+class numbered_samples : public row_visitor
 {
 public:
-    catching_up(tier_recorder &tier, const std::vector<std::string> &names, uint64_t known)
-        : tier_(tier), names_(names), known_(known)
+    using sink = std::function<void(const sample_row &)>;
+
+    numbered_samples(uint64_t begin, uint64_t end, sink take)
+        : begin_(begin), end_(end), take_(std::move(take))
     {
     }
 
     void on_sample(const sample_row &row) override
     {
-        if (known_ > 0) {
-            --known_;
-        } else {
-            tier_.add(row.time, names_, row.values);
+        if (number_ >= begin_ && number_ < end_) {
+            take_(row);
         }
+        ++number_;
     }
 
 private:
-    tier_recorder &tier_;
-    const std::vector<std::string> &names_;
-    uint64_t known_;
+    uint64_t number_ = 0;
+    uint64_t begin_;
+    uint64_t end_;
+    sink take_;
 };
 
 } // namespace
 
 tier_recorder::tier_recorder(const std::string &base, const wanted_tier &wanted,
                              const sync_policy &sync)
-    : base_(tier_base(base, wanted.kind)), wanted_(wanted), sync_(sync), period_(wanted.kind)
+    : box_base_(base), base_(tier_base(base, wanted.kind)), wanted_(wanted), sync_(sync),
+      period_(wanted.kind)
 {
     try {
         open();
@@ -99,8 +120,54 @@ void tier_recorder::open()
     }
 }
 
+void tier_recorder::catch_up(reading &source)
+{
+    const std::optional<time_range> extent = source.extent();
+    if (!box_ || has_caught_up_ || !extent) {
+        return;
+    }
+    has_caught_up_ = true;
+    std::vector<std::size_t> all(source.sensors().size());
+    std::iota(all.begin(), all.end(), std::size_t{0});
+    missed_samples missed(last_time_, first_time_);
+    source.read(*extent, {}, missed);
+    numbered_samples samples(missed.begin(), missed.end(), [&](const sample_row &row) {
+        absorb(row.time, source.sensors(), row.values);
+    });
+    source.read(*extent, all, samples);
+}
+
+// As though the recording had been interrupted until now: the period under way and the rows that
+// wait come behind what is caught up with.
+void tier_recorder::catch_up_late()
+{
+    tier_period period = std::exchange(period_, tier_period(wanted_.kind));
+    std::deque<tier_row> later = std::exchange(waiting_, {});
+    try {
+        reading source(box_base_, reading::tiers::none);
+        catch_up(source);
+    } catch (const failure &reason) {
+        note(fmt::format("{}: begins with this recording: {}", base_, reason.what()));
+    }
+    has_caught_up_ = true;
+    if (std::optional<tier_row> row = period_.end()) {
+        take(std::move(*row));
+    }
+    period_ = std::move(period);
+    std::move(later.begin(), later.end(), std::back_inserter(waiting_));
+}
+
 void tier_recorder::add(int64_t time, std::span<const std::string> names,
                         std::span<const float> values)
+{
+    if (!first_time_) {
+        first_time_ = time;
+    }
+    absorb(time, names, values);
+}
+
+void tier_recorder::absorb(int64_t time, std::span<const std::string> names,
+                           std::span<const float> values)
 {
     for (tier_row &row : period_.add(time, names, values)) {
         take(std::move(row));
@@ -146,6 +213,9 @@ void tier_recorder::write_waiting()
 {
     if (!box_) {
         open();
+        if (!has_caught_up_) {
+            catch_up_late();
+        }
     }
     while (!waiting_.empty()) {
         write(waiting_.front());
@@ -219,19 +289,8 @@ void tier_recorders::catch_up(const std::string &base)
 {
     try {
         reading source(base, reading::tiers::none);
-        const std::optional<time_range> extent = source.extent();
-        if (!extent) {
-            return;
-        }
-        std::vector<std::size_t> all(source.sensors().size());
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            all[i] = i;
-        }
         for (tier_recorder &tier : tiers_) {
-            end_of_rows rows(tier.last_time_before());
-            source.read(*extent, {}, rows);
-            catching_up rest(tier, source.sensors(), rows.known());
-            source.read(*extent, all, rest);
+            tier.catch_up(source);
         }
     } catch (const failure &reason) {
         note(fmt::format("{}: its tiers begin with the next sample: {}", base, reason.what()));

@@ -21,6 +21,8 @@
 namespace cli
 {
 
+class reading;
+
 struct wanted_tier {
     tier_kind kind;
     whole_shape shape; // where the tier has to be made; one that is there keeps its own
@@ -35,8 +37,10 @@ public:
     // Opens or makes the tier of the box on @p base.
     tier_recorder(const std::string &base, const wanted_tier &wanted, const sync_policy &sync);
 
-    // The time of the newest row that was there before.
-    std::optional<int64_t> last_time_before() const { return last_time_; }
+    // Fills up the tier with what the box still has in full detail and the tier has not, up to the
+    // first sample that was added: a recording that was killed costs no row then. A tier that
+    // cannot be opened yet does so by itself once it can.
+    void catch_up(reading &source);
 
     // A sample that the box has taken.
     void add(int64_t time, std::span<const std::string> names, std::span<const float> values);
@@ -47,12 +51,15 @@ public:
 
 private:
     void open();
+    void catch_up_late();
+    void absorb(int64_t time, std::span<const std::string> names, std::span<const float> values);
     void take(tier_row row);
     void write_waiting();
     void write(const tier_row &row);
     void drop_what_has_no_room(tier_row &row);
     void tell(const std::string &reason);
 
+    std::string box_base_; // whose tier this is
     std::string base_;
     wanted_tier wanted_;
     sync_policy sync_;
@@ -63,15 +70,16 @@ private:
     uint64_t lost_ = 0;
     bool is_told_ = false;
     bool told_names_ = false;
-    std::optional<int64_t> last_time_;
+    std::optional<int64_t> last_time_;  // of the newest row that was there before
+    std::optional<int64_t> first_time_; // of the first sample that was added
+    bool has_caught_up_ = false;
 };
 
 // All tiers of a recording.
 class tier_recorders
 {
 public:
-    // Fills up the tiers with what the box on @p base still has in full detail and they have not:
-    // a recording that was killed costs no row then.
+    // Fills up the tiers of the box on @p base.
     tier_recorders(const std::string &base, const std::vector<wanted_tier> &wanted,
                    const sync_policy &sync);
 

@@ -1,6 +1,8 @@
 // Shows that a box and its tiers are recorded together and read as one.
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
@@ -96,9 +98,11 @@ protected:
         return offset + static_cast<float>(second * second % 101);
     }
 
-    // Records the seconds behind @p from up to @p to, and is killed then or ends.
+    // Records the seconds behind @p from up to @p to, and is killed then or ends. What is done
+    // behind each second may change the surroundings.
     void record(int64_t from, int64_t to, bool ends = true,
-                const std::vector<std::string_view> &kinds = {"1m"})
+                const std::vector<std::string_view> &kinds = {"1m"},
+                const std::function<void(int64_t)> &behind = {})
     {
         auto box = std::make_unique<box_writer>(base, box_shape{120, 12}, without_sync);
         std::vector<wanted_tier> wanted;
@@ -114,6 +118,9 @@ protected:
             const std::vector<float> values = {value_at(second), 7};
             box->write(noon + second, values);
             tiers->add(noon + second, both_sensors, values);
+            if (behind) {
+                behind(second);
+            }
         }
         if (ends) {
             tiers->finish();
@@ -208,6 +215,39 @@ TEST_F(Tiers, AKilledRecordingLosesNoRow)
     counting rows;
     tier.read({}, {0}, rows);
     EXPECT_EQ(rows.all.raw + rows.all.intervals, 17U);
+}
+
+// It once began with all that the box has in full detail, also with what it had already.
+TEST_F(Tiers, ATierThatCanBeOpenedLaterHasEachSampleOnce)
+{
+    for (const int64_t opened : {533, 590, 660, 900}) {
+        temporary_directory other{quick_folder()};
+        base = other.file("box");
+        const std::string tier = tier_base(base, *find_tier("1m"));
+        record(0, 430, false);
+        auto lock = std::make_unique<box_lock>(tier);
+        CaptureStderr();
+        record(430, 530, false);
+        EXPECT_THAT(GetCapturedStderr(), HasSubstr("this tier waits"));
+        CaptureStderr();
+        record(530, 1500, true, {"1m"}, [&](int64_t second) {
+            if (second == opened) {
+                lock.reset();
+            }
+        });
+        EXPECT_THAT(GetCapturedStderr(), HasSubstr("recording again; 0 rows missing")) << opened;
+        counting rows;
+        reading source(tier);
+        source.read({}, {0}, rows);
+        EXPECT_EQ(rows.all.overlaps, 0U) << opened;
+        const long samples =
+            std::lround(rows.all.sum.mean() * static_cast<double>(rows.all.sum.count()));
+        // The tier has the first 420 seconds. What the box does not have in full detail any more,
+        // which are the last 120 to 240 seconds, is lost.
+        EXPECT_LE(samples, 1500) << opened;
+        EXPECT_GE(samples, opened < 600 ? 1500 : 1500 - 110) << opened;
+        EXPECT_EQ(count().overlaps, 0U) << opened;
+    }
 }
 
 // Nothing else tells the sizes of a tier that has no history yet.

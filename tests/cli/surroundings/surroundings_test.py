@@ -90,17 +90,19 @@ def stamp(number):
     return time.strftime("%Y%m%d:%H:%M:%S", time.gmtime(EPOCH + number))
 
 
-def lines(first, count):
-    text = f"{stamp(first)},::seq,::b\n"
+def lines(first, count, seconds=1):
+    text = f"{stamp(first * seconds)},::seq,::b\n"
     for number in range(first, first + count):
-        text += f"{stamp(number)},{number},{number % 7}.5\n"
+        text += f"{stamp(number * seconds)},{number},{number % 7}.5\n"
     return text
 
 
 # Of the events that this test makes; recordings write none of it.
 TYPE = "5"
 
-Shape = collections.namedtuple("Shape", "name samples intervals vectors damage")
+# The seconds are those between two vectors.
+Shape = collections.namedtuple("Shape", "name samples intervals vectors damage seconds tiers waiting",
+                               defaults=(1, None, 0))
 
 
 def all_shapes():
@@ -113,6 +115,8 @@ def all_shapes():
     result.append(Shape("small_hcc_full", 2, 2, 12, None))
     result.append(Shape("torn", 4, 2, 14, "torn"))
     result.append(Shape("stateless", 4, 2, 14, "stateless"))
+    result.append(Shape("tiered", 4, 2, 14, None, seconds=20, tiers="1m"))
+    result.append(Shape("waiting", 4, 2, 12, None, waiting=2))
     return result
 
 
@@ -123,15 +127,20 @@ def make(vesk, shape, base):
     if shape.vectors == 0:
         return
     sizes = ["--samples", str(shape.samples), "--intervals", str(shape.intervals)]
+    if shape.tiers is not None:
+        sizes += ["--tiers", shape.tiers]
 
     def run(*words, text=None):
         result = subprocess.run([vesk, *words], input=text, text=True, capture_output=True, check=False)
         require(result.returncode == 0, result.stderr)
 
-    run("import", base, "-", "--utc", *sizes, text=lines(1, shape.vectors - 1))
+    run("import", base, "-", "--utc", *sizes, text=lines(1, shape.vectors - 1, shape.seconds))
     # Behind the last vector of a full buffer the history would not count it.
     run("event", base, TYPE, "an event")
-    run("import", base, "-", "--utc", text=lines(shape.vectors, 1))
+    run("import", base, "-", "--utc", text=lines(shape.vectors, 1, shape.seconds))
+    for _ in range(shape.waiting):
+        run("event", base, TYPE, "an event for which the full buffer has no room")
+    require(Path(f"{base}.events").exists() == (shape.waiting > 0), "the events do not wait")
     if shape.damage == "torn":
         buffers = Path(base).parent.glob("box.*.cbuf.z")
         newest = max(buffers, key=lambda path: int(path.name.split(".")[1]))
@@ -153,7 +162,7 @@ class Content:
         self.read_raw(self.run(vesk, "dump", "--utc", base))
         self.count_events(self.run(vesk, "dump", "--events", base),
                           self.run(vesk, "info", "--json", base))
-        
+
     @staticmethod
     def run(*words):
         result = subprocess.run(words, capture_output=True, text=True, check=False)
@@ -181,6 +190,23 @@ class Content:
             elif "::load.1min" in names and fields[names.index("::load.1min")] != "nan":
                 self.samples += 1
 
+    @staticmethod
+    def read_tier(text):
+        """The vectors of each row, the first and the last; no two rows may sum up the same one."""
+        rows = []
+        names = []
+        for line in text.splitlines():
+            fields = line.split(",")[1:]
+            if fields[0].startswith("::"):
+                names = fields
+            elif "::seq" in names:
+                row = dict(zip(names, fields))
+                first, last = (int(float(row.get(f"::{side}.seq", row["::seq"])))
+                               for side in ("min", "max"))
+                require(first > (rows[-1][1] if rows else 0), f"{first} comes again in the tier")
+                rows.append((first, last))
+        return rows
+
     def count_events(self, shown, told):
         """Those in the box, those that wait and those that are counted in the history."""
         self.events = sum(row["type"] == TYPE for row in csv.DictReader(io.StringIO(shown)))
@@ -191,7 +217,8 @@ class Content:
 
 READERS = ("dump", "dump --history", "dump --events", "info", "info --json", "show", "report",
            "check", "check --json", "repair --dry-run", "suspects --json", "stats --json", "fetch --format csv",
-           "export --format jsonl", "diff --all --b /", "tail", "events")
+           "export --format jsonl", "diff --all --b /", "tail", "events",
+           "plot ::b --ascii --width 60 --height 8")
 WRITERS = ("import", "record", "event", "repair")
 Case = collections.namedtuple("Case", "verb shape kind how lasting")
 Result = collections.namedtuple("Result", "code output messages reached")
@@ -218,7 +245,8 @@ class Place:
         for shape in SHAPES:
             self.clear()
             make(self.vesk, shape, self.base)
-            (self.here / "text").write_text(lines(shape.vectors + 1, ADDED))
+            text = lines(shape.vectors + 1, ADDED, shape.seconds)
+            (self.here / "text").write_text(text)
             shutil.copytree(self.here, self.boxes / shape.name)
 
     def clear(self):
@@ -278,7 +306,9 @@ class Place:
                 self.mend(case.shape)
                 before = Content(self.vesk, self.base)
             self.lay_out(case.shape)
-            self.expectations[key] = (self.run(case, 0), before)
+            usual = self.run(case, 0)
+            require(usual.code != 2, f"{case.verb} is wrong usage: {usual.messages}")
+            self.expectations[key] = (usual, before)
         return self.expectations[key]
 
     def mend(self, shape):
@@ -326,12 +356,21 @@ class Place:
             added = max(least, min(len(after.numbers) - len(wanted), ADDED))
             wanted += range(case.shape.vectors + 1, case.shape.vectors + 1 + added)
         require(after.numbers == wanted, f"holds {after.numbers}, not {wanted}")
+        if case.shape.tiers is not None:
+            self.judge_tier(case.shape, after)
         events = 0 if before is None else before.events
         events += case.verb == "event" and found.code == 0
         require(events <= after.events <= events + (case.verb == "event"), f"{after.events} events, "
                 f"not {events}")
         if case.verb == "record":
             self.judge_recording(found, after)
+
+    def judge_tier(self, shape, content):
+        """What went wrong in the tier costs rows of it, and none of those that it had."""
+        rows = content.read_tier(
+            content.run(self.vesk, "dump", "--utc", f"{self.base}.{shape.tiers}"))
+        require(rows and rows[0][0] == 1 and rows[-1][1] >= shape.vectors, f"the tier has {rows}")
+        require(rows[-1][1] <= content.numbers[-1], f"the tier has {rows} of {content.numbers}")
 
     def acknowledged(self):
         told = self.here / "told"
