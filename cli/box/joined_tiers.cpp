@@ -134,13 +134,22 @@ void joined_tiers::open(const std::string &base, const tier_kind &kind)
             return;
         }
         auto box = std::make_unique<reading>(name, reading::tiers::none);
-        is_damaged_ = is_damaged_ || box->code() != exit_done;
+        take_code(box->code());
         if (box->samples() + box->intervals() > 0) {
             tiers_.push_back({kind, std::move(box)});
         }
     } catch (const failure &reason) {
         note(fmt::format("{}; this tier is left out", reason.what()));
-        is_damaged_ = true;
+        take_code(reason.code());
+    }
+}
+
+void joined_tiers::take_code(exit_code code)
+{
+    if (code == exit_failed) {
+        code_ = exit_failed;
+    } else if (code != exit_done && code_ == exit_done) {
+        code_ = exit_damaged;
     }
 }
 

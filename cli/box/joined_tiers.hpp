@@ -29,8 +29,9 @@ public:
     joined_tiers(const std::string &base, std::vector<std::string> sensors, int64_t usual_step,
                  box_reader read_box);
 
-    bool empty() const { return tiers_.empty() && !is_damaged_; }
-    bool is_damaged() const { return is_damaged_; }
+    bool empty() const { return tiers_.empty() && code_ == exit_done; }
+    // exit_failed where the machine failed, exit_damaged where a tier is damaged.
+    exit_code code() const { return code_; }
     // Those of the box, followed by those that only tiers have.
     const std::vector<std::string> &sensors() const { return sensors_; }
     // The number of all rows but raw samples, and the time that they are about.
@@ -52,6 +53,7 @@ private:
     };
 
     void open(const std::string &base, const tier_kind &kind);
+    void take_code(exit_code code);
     void add_sensors();
     void choose(int64_t usual_step);
     void look_at(const tier &what);
@@ -67,7 +69,7 @@ private:
     row_choice choice_;
     uint64_t rows_ = 0;
     std::optional<time_range> extent_;
-    bool is_damaged_ = false;
+    exit_code code_ = exit_done;
 };
 
 } // namespace cli

@@ -382,7 +382,7 @@ const kept_checks &reading::checks_of_tier(const std::string &name) const
 exit_code reading::code() const
 {
     const exit_code own = losses_.code(nothing_);
-    return own == exit_done && joined_ && joined_->is_damaged() ? exit_damaged : own;
+    return own == exit_done && joined_ ? joined_->code() : own;
 }
 
 bool reading::is_left_out(const vesk_hb_record_sensor_values &interval) const

@@ -3,9 +3,12 @@
 #include "box/tier.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <system_error>
 
 #include "box/box.hpp"
+#include "box/stored_bytes.hpp"
 #include "process/failure.hpp"
 
 namespace cli
@@ -34,19 +37,42 @@ std::optional<bool> names_sensor(const stored_file &file, const std::string &wan
     return found;
 }
 
-// A box without its state file is one, too: its buffers can be read and repaired. A name that
-// cannot be looked at counts as absent, because most boxes have no tiers.
-bool is_there(const std::string &base)
+// A name that one may not look at counts as absent, because most boxes have no tiers; where it is
+// the machine that fails, the next look may find one.
+void require_machine(const std::string &path, int error)
 {
-    const auto exists = [&](const char *suffix) {
-        std::error_code ignored;
-        return std::filesystem::exists(std::filesystem::symlink_status(base + suffix, ignored));
-    };
+    if (code_for_errno(error) == exit_failed) {
+        throw failure(exit_failed, path + ": " + std::generic_category().message(error));
+    }
+}
+
+bool exists(const std::string &path)
+{
+    std::error_code error;
+    const auto status = std::filesystem::symlink_status(path, error);
+    if (error && status.type() != std::filesystem::file_type::not_found) {
+        require_machine(path, error.value());
+    }
+    return std::filesystem::exists(status);
+}
+
+bool has_buffers(const std::string &base)
+{
     const auto is_buffer = [](const vesk_scan_file *file, void *) {
         return file->missing != 0 || file->foreign != 0 ? 0 : 1;
     };
-    return exists(".state") || exists(".state.bak") ||
-           vesk_scan_files(base.c_str(), is_buffer, nullptr) == 1;
+    errno = 0;
+    const int found = vesk_scan_files(base.c_str(), is_buffer, nullptr);
+    if (found < 0 && errno != 0) {
+        require_machine(base, errno);
+    }
+    return found == 1;
+}
+
+// A box without its state file is one, too: its buffers can be read and repaired.
+bool is_there(const std::string &base)
+{
+    return exists(base + ".state") || exists(base + ".state.bak") || has_buffers(base);
 }
 
 } // namespace
@@ -120,19 +146,16 @@ std::optional<bool> is_tier(const std::string &base, const tier_kind &kind)
     return !names_others;
 }
 
-std::vector<tier_kind> tiers_of(const std::string &base)
+bool may_be_tier(const std::string &base, const tier_kind &kind)
 {
-    std::vector<tier_kind> found;
-    for (const tier_kind &kind : all_tiers()) {
-        try {
-            if (is_tier(tier_base(base, kind), kind).value_or(false)) {
-                found.push_back(kind);
-            }
-        } catch (const failure &) {
-            found.push_back(kind);
-        }
+    if (!is_there(base)) {
+        return false;
     }
-    return found;
+    try {
+        return is_tier(base, kind).value_or(false);
+    } catch (const failure &) {
+        return true;
+    }
 }
 
 } // namespace cli

@@ -48,9 +48,9 @@ int64_t period_end(int64_t time, int64_t period);
 // sensor, because it is empty or damaged, counts as one. Throws a failure where it cannot be read.
 std::optional<bool> is_tier(const std::string &base, const tier_kind &kind);
 
-// The tiers that the box on @p base has, also those that cannot be read: what is done with one of
-// them then throws the failure, which costs this tier only.
-std::vector<tier_kind> tiers_of(const std::string &base);
+// The same, but also true of one that cannot be read: what is done with it then throws the failure,
+// which costs this tier only. Throws a failure where it cannot be told whether there is such a box.
+bool may_be_tier(const std::string &base, const tier_kind &kind);
 
 } // namespace cli
 

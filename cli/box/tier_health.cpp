@@ -39,10 +39,16 @@ tier_health check_tier(const std::string &name, const kept_checks &known)
 std::vector<tier_health> check_tiers(const std::string &base, const reading *read)
 {
     std::vector<tier_health> all;
-    for (const tier_kind &kind : tiers_of(base)) {
+    for (const tier_kind &kind : all_tiers()) {
         const std::string name = tier_base(base, kind);
-        all.push_back(
-            check_tier(name, read != nullptr ? read->checks_of_tier(name) : kept_checks()));
+        try {
+            if (may_be_tier(name, kind)) {
+                all.push_back(
+                    check_tier(name, read != nullptr ? read->checks_of_tier(name) : kept_checks()));
+            }
+        } catch (const failure &reason) {
+            all.push_back(without_verdict(name, reason.what()));
+        }
     }
     return all;
 }

@@ -186,6 +186,10 @@ void tier_recorder::finish()
     if (std::optional<tier_row> row = period_.end()) {
         take(std::move(*row));
     }
+    if (!waiting_.empty()) {
+        // No row follows with which it would be tried again.
+        try_to_write();
+    }
     if (box_) {
         box_->finish();
     }
@@ -198,14 +202,19 @@ void tier_recorder::finish()
 void tier_recorder::take(tier_row row)
 {
     waiting_.push_back(std::move(row));
+    try_to_write();
+    if (waiting_.size() > most_waiting) {
+        waiting_.pop_front();
+        ++lost_;
+    }
+}
+
+void tier_recorder::try_to_write()
+{
     try {
         write_waiting();
     } catch (const failure &reason) {
         tell(reason.what());
-    }
-    if (waiting_.size() > most_waiting) {
-        waiting_.pop_front();
-        ++lost_;
     }
 }
 
@@ -216,6 +225,7 @@ void tier_recorder::write_waiting()
         if (!has_caught_up_) {
             catch_up_late();
         }
+        settle_row_in_doubt();
     }
     while (!waiting_.empty()) {
         write(waiting_.front());
@@ -228,6 +238,15 @@ void tier_recorder::write_waiting()
     }
 }
 
+void tier_recorder::settle_row_in_doubt()
+{
+    if (is_row_in_doubt_ && !waiting_.empty() &&
+        waiting_.front().time == box_->last_time_before()) {
+        waiting_.pop_front();
+    }
+    is_row_in_doubt_ = false;
+}
+
 void tier_recorder::write(const tier_row &row)
 {
     tier_row rest = row;
@@ -238,9 +257,11 @@ void tier_recorder::write(const tier_row &row)
     }
     try {
         box_->write(rest.time, rest.values);
-    } catch (const box_in_use &) {
-        // Another process writes to it by now.
+    } catch (const failure &) {
+        // The row may be in the tier in spite of that. It is opened again to see, and because
+        // another process may write to it by now.
         box_.reset();
+        is_row_in_doubt_ = true;
         throw;
     }
 }

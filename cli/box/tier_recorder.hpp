@@ -54,7 +54,9 @@ private:
     void catch_up_late();
     void absorb(int64_t time, std::span<const std::string> names, std::span<const float> values);
     void take(tier_row row);
+    void try_to_write();
     void write_waiting();
+    void settle_row_in_doubt();
     void write(const tier_row &row);
     void drop_what_has_no_room(tier_row &row);
     void tell(const std::string &reason);
@@ -67,6 +69,7 @@ private:
     std::unique_ptr<box_writer> box_;  // null while the tier cannot be opened
     std::vector<std::string> sensors_; // that the box was told of
     std::deque<tier_row> waiting_;
+    bool is_row_in_doubt_ = false; // the first that waits may have been written
     uint64_t lost_ = 0;
     bool is_told_ = false;
     bool told_names_ = false;

@@ -75,9 +75,10 @@ std::vector<wanted_tier> with_tiers_that_are_there(std::vector<wanted_tier> tier
     if (sizes.tiers == "none") {
         return tiers;
     }
-    for (const tier_kind &kind : tiers_of(base)) {
+    for (const tier_kind &kind : all_tiers()) {
         const auto is_same = [&](const wanted_tier &each) { return each.kind.name == kind.name; };
-        if (std::none_of(tiers.begin(), tiers.end(), is_same)) {
+        if (std::none_of(tiers.begin(), tiers.end(), is_same) &&
+            may_be_tier(tier_base(base, kind), kind)) {
             tiers.push_back({kind, kind.shape});
         }
     }

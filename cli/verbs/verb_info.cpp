@@ -142,6 +142,7 @@ ordered_json span_json(const time_span &span)
 struct tier_report {
     box_report found; // of one that cannot be read only the name
     std::string problem;
+    bool failed = false; // the machine did
 
     bool is_damaged() const { return found.damaged || found.incomplete || !problem.empty(); }
 };
@@ -152,15 +153,20 @@ std::vector<tier_report> reports_of_tiers(const box &what)
     if (what.is_file) {
         return reports;
     }
-    for (const tier_kind &kind : tiers_of(what.name)) {
-        tier_report &one = reports.emplace_back();
-        const std::string name = tier_base(what.name, kind);
+    for (const tier_kind &kind : all_tiers()) {
+        tier_report one;
+        one.found.what.name = tier_base(what.name, kind);
         try {
-            one.found = make_report(name);
+            if (!may_be_tier(one.found.what.name, kind)) {
+                continue;
+            }
+            one.found = make_report(one.found.what.name);
+            one.failed = one.found.all.failed || one.found.incomplete;
         } catch (const failure &reason) {
-            one.found.what.name = name;
             one.problem = reason.what();
+            one.failed = reason.code() == exit_failed;
         }
+        reports.push_back(std::move(one));
     }
     return reports;
 }
@@ -189,10 +195,10 @@ void print_tier(const tier_report &tier)
          rows_text(found), found.bytes, tier.is_damaged() ? ", damaged" : "");
 }
 
-ordered_json tiers_json(const box &what)
+ordered_json tiers_json(const std::vector<tier_report> &reports)
 {
     ordered_json tiers = ordered_json::array();
-    for (const tier_report &tier : reports_of_tiers(what)) {
+    for (const tier_report &tier : reports) {
         const box_report &found = tier.found;
         tiers.push_back({{"box", found.what.name},
                          {"span", span_json(whole_span(found))},
@@ -204,7 +210,7 @@ ordered_json tiers_json(const box &what)
     return tiers;
 }
 
-void print_text(const box_report &found)
+void print_text(const box_report &found, const std::vector<tier_report> &tiers)
 {
     const box &what = found.what;
     line(what.is_file ? "file" : "box", "{}", printable(what.name));
@@ -225,7 +231,7 @@ void print_text(const box_report &found)
              size_words({size->shape, size->interval, size->largest, default_event_bytes}));
     }
     line("bytes", "{}", found.bytes);
-    for (const tier_report &tier : reports_of_tiers(found.what)) {
+    for (const tier_report &tier : tiers) {
         print_tier(tier);
     }
     fmt::print("files\n");
@@ -295,7 +301,7 @@ ordered_json state_json(const box_state &state)
     return result;
 }
 
-void print_json(const box_report &found)
+void print_json(const box_report &found, const std::vector<tier_report> &tiers)
 {
     const box &what = found.what;
     ordered_json result = {{what.is_file ? "file" : "box", what.name}};
@@ -319,7 +325,7 @@ void print_json(const box_report &found)
     add_recordings(found.log, what.writer, result);
     result["reach"] = size_json(found);
     result["bytes"] = found.bytes;
-    result["tiers"] = tiers_json(what);
+    result["tiers"] = tiers_json(tiers);
     result["files"] = ordered_json::array();
     for (const file_contents &file : found.files) {
         result["files"].push_back(file_json(file, what.is_file));
@@ -347,13 +353,15 @@ exit_code info(const info_options &options)
         throw failure(exit_unreadable,
                       options.name + ": is no buffer file, or nothing in it can be read");
     }
+    const std::vector<tier_report> tiers = reports_of_tiers(found.what);
     if (options.json) {
-        print_json(found);
+        print_json(found, tiers);
     } else {
-        print_text(found);
+        print_text(found, tiers);
     }
     flush_output();
-    if (found.all.failed) {
+    if (found.all.failed || std::any_of(tiers.begin(), tiers.end(),
+                                        [](const tier_report &tier) { return tier.failed; })) {
         return exit_failed;
     }
     if ((found.damaged || found.incomplete) && !found.all.readable) {

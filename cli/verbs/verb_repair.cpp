@@ -119,10 +119,12 @@ exit_code repair(const repair_options &options)
         throw failure(exit_usage, "the name of the box is empty");
     }
     exit_code worst = repair_box(options);
-    for (const tier_kind &kind : tiers_of(options.base)) {
+    for (const tier_kind &kind : all_tiers()) {
+        const std::string name = tier_base(options.base, kind);
         try {
-            worst =
-                std::max(worst, repair_box({tier_base(options.base, kind), {}, options.dry_run}));
+            if (may_be_tier(name, kind)) {
+                worst = std::max(worst, repair_box({name, {}, options.dry_run}));
+            }
         } catch (const failure &reason) {
             flush_output();
             complain(reason.what());

@@ -191,8 +191,11 @@ py::tuple info_of(const std::string &name)
     const auto [found, told] = call_library([&] {
         auto result = cli::make_report(name);
         if (!result.what.is_file) {
-            for (const cli::tier_kind &kind : cli::tiers_of(result.what.name)) {
-                tiers.push_back(cli::tier_base(result.what.name, kind));
+            for (const cli::tier_kind &kind : cli::all_tiers()) {
+                std::string tier = cli::tier_base(result.what.name, kind);
+                if (cli::may_be_tier(tier, kind)) {
+                    tiers.push_back(std::move(tier));
+                }
             }
         }
         return result;

@@ -44,10 +44,13 @@ owned_file _vesk_open_plain_file(const char *path, int flags, link_rule rule)
         return owned_file();
     }
     struct stat status = {};
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        const bool is_folder = S_ISDIR(status.st_mode);
+    const int error = fstat(descriptor, &status) != 0 ? errno
+                      : S_ISREG(status.st_mode)       ? 0
+                      : S_ISDIR(status.st_mode)       ? EISDIR
+                                                      : EINVAL;
+    if (error != 0) {
         (void)close(descriptor);
-        errno = is_folder ? EISDIR : EINVAL;
+        errno = error;
         return owned_file();
     }
     return _make_stream(descriptor, flags);

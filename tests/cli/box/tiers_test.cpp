@@ -1,11 +1,14 @@
 // Shows that a box and its tiers are recorded together and read as one.
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <dlfcn.h>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <optional>
+#include <sys/stat.h>
 
 #include "box/box.hpp"
 #include "box/box_lock.hpp"
@@ -16,6 +19,32 @@
 #include "cli/usual_values.hpp"
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
+
+namespace
+{
+
+// The looks at a name that still succeed, before one fails.
+struct failing_name {
+    std::string path;
+    int left = -1;
+    bool is_met = false;
+} watched_name;
+
+} // namespace
+
+// In the place of that of the C library, whose name depends on the size of offsets.
+extern "C" int lstat(const char *path, struct stat *status) noexcept
+{
+    using function = int (*)(const char *, struct stat *);
+    static const auto real = reinterpret_cast<function>(
+        dlsym(RTLD_NEXT, sizeof(off_t) > sizeof(long) ? "lstat64" : "lstat"));
+    if (watched_name.left >= 0 && watched_name.path == path && watched_name.left-- == 0) {
+        watched_name.is_met = true;
+        errno = EIO;
+        return -1;
+    }
+    return real(path, status);
+}
 
 namespace
 {
@@ -248,6 +277,29 @@ TEST_F(Tiers, ATierThatCanBeOpenedLaterHasEachSampleOnce)
         EXPECT_GE(samples, opened < 600 ? 1500 : 1500 - 110) << opened;
         EXPECT_EQ(count().overlaps, 0U) << opened;
     }
+}
+
+// The lock is looked at behind each row, too: what was written then came a second time.
+TEST_F(Tiers, ALookAtTheLockThatFailsCostsNoRowAndDoublesNone)
+{
+    watched_name.is_met = true;
+    int number = 0;
+    for (; watched_name.is_met; ++number) {
+        temporary_directory other{quick_folder()};
+        base = other.file("box");
+        const std::string tier = tier_base(base, *find_tier("1m"));
+        record(0, 130);
+        CaptureStderr();
+        watched_name = {tier + ".lock", number, false};
+        record(130, 500);
+        watched_name.left = -1;
+        GetCapturedStderr();
+        counting rows;
+        reading(tier).read({}, {0}, rows);
+        EXPECT_EQ(rows.all.overlaps, 0U) << number;
+        EXPECT_EQ(rows.all.sum.mean() * static_cast<double>(rows.all.sum.count()), 500) << number;
+    }
+    EXPECT_GT(number, 10);
 }
 
 // Nothing else tells the sizes of a tier that has no history yet.

@@ -41,7 +41,7 @@ TIME_LIMIT = 20
 ADDED = 6
 RECORDED = 3
 # One case of so many is tried with every change, and of that the calls 1, 2, 4, 8, ...
-SAMPLE = 97
+SAMPLE = 163
 # A call that is met again and again for ever is no call that fails.
 MOST_CALLS = 2000
 
@@ -50,7 +50,8 @@ MOST_CALLS = 2000
 ONCE_WRONG = ("check/hcc/list/EIO/once", "check/hcc/open/EMFILE/once", "check/hcc/stat/EIO/once",
               "info/hcc/stat/EIO/once", "diff--all--b//c00_full/read/EIO/once",
               "fetch--formatcsv/c00_full/read/EIO/once", "show/hcc/open/EMFILE/once",
-              "show/hcc/read/EIO/once", "report/hcc/read/EIO/once", "show/c00/clock/EINVAL/once")
+              "show/hcc/read/EIO/once", "report/hcc/read/EIO/once", "show/c00/clock/EINVAL/once",
+              "report/tiered/stat/EIO/once", "info/tiered/stat/EIO/once")
 
 
 class Failure(Exception):
