@@ -4,6 +4,7 @@
 #include "box/row_choice.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <optional>
 #include <tuple>
@@ -70,6 +71,9 @@ public:
         for (const row_span &span : raw) {
             raw_.add(span);
         }
+        if (!raw.empty() && is_anything_before(raw.front().start)) {
+            raw_is_all_from_ = raw.front().start;
+        }
         for (const row_source &source : sources) {
             result_.chosen.emplace_back(source.rows.size(), false);
         }
@@ -89,6 +93,16 @@ public:
     }
 
 private:
+    // Whether something was recorded that the raw samples, which begin at @p first, do not hold.
+    bool is_anything_before(int64_t first) const
+    {
+        return std::any_of(sources_.begin(), sources_.end(), [&](const row_source &source) {
+            return std::any_of(source.rows.begin(), source.rows.end(), [&](const row_span &span) {
+                return source.is_of_box || span.end < first;
+            });
+        });
+    }
+
     std::vector<candidate> candidates() const
     {
         std::vector<candidate> all;
@@ -119,11 +133,17 @@ private:
         if (sources_[source].is_of_box || !run) {
             return true;
         }
-        if (span.start >= run->start) {
+        if (span.start >= run->start || is_all_in_raw(span)) {
             return false;
         }
         result_.hidden.push_back({run->start, span.end});
         return true;
+    }
+
+    // A row ends with its last sample.
+    bool is_all_in_raw(const row_span &span)
+    {
+        return span.start >= raw_is_all_from_ && raw_.touching({span.end, span.end});
     }
 
     // Takes the row that begins first of those that come next in the sources.
@@ -194,6 +214,8 @@ private:
 
     const std::vector<row_source> &sources_;
     coverage raw_;
+    // The raw samples hold all that was recorded from here on, whatever gaps are between them.
+    int64_t raw_is_all_from_ = std::numeric_limits<int64_t>::min();
     std::vector<coverage> taken_;
     row_choice result_;
 };

@@ -41,9 +41,11 @@ struct row_choice {
     std::vector<row_span> left_out;
 };
 
-// @p raw are the times of raw samples, without gaps. Where a row of a tier begins before raw
-// samples and ends among them, the row is taken and hides these samples. Between rows of two other
-// sources less than one row of the coarser one is left out.
+// @p raw are the times of raw samples, each without gaps, in the order of their files. Where a row
+// of a tier begins before the first of them and ends among them, the row is taken and hides these
+// samples, unless nothing is older than they are: then they hold all that the row tells, as they do
+// of each later row that ends with one of them. Between rows of two other sources less than one row
+// of the coarser one is left out.
 row_choice choose_rows(const std::vector<row_span> &raw, const std::vector<row_source> &sources);
 
 } // namespace cli

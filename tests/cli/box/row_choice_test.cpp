@@ -82,6 +82,38 @@ TEST(RowChoice, ARowThatEndsAmongTheRawSamplesHidesThem)
     EXPECT_EQ(choice.hidden[0].end, 360);
 }
 
+// A recording begins in the midst of a minute, and of an hour: the rows of both tell nothing else.
+TEST(RowChoice, NoRowHidesRawSamplesThatNothingIsOlderThan)
+{
+    row_source minute;
+    minute.rows.push_back({301, 345});
+    row_source hour;
+    hour.rows.push_back({1, 345});
+    const row_choice choice = choose_rows({{330, 345}}, {history({}), minute, hour});
+    EXPECT_THAT(choice.chosen[1], ElementsAre(false));
+    EXPECT_THAT(choice.chosen[2], ElementsAre(false));
+    EXPECT_THAT(choice.hidden, IsEmpty());
+}
+
+// The recording ended and began again within a minute.
+TEST(RowChoice, OnlyTheFirstRawSamplesAreHidden)
+{
+    const row_source rows = {{{181, 240}, {241, 270}, {271, 300}}};
+    const row_choice choice = choose_rows({{200, 270}, {290, 350}}, {history({{1, 180}}), rows});
+    EXPECT_THAT(choice.chosen[1], ElementsAre(true, false, false));
+    ASSERT_EQ(choice.hidden.size(), 1U);
+    EXPECT_EQ(choice.hidden[0].start, 200);
+    EXPECT_EQ(choice.hidden[0].end, 240);
+}
+
+// Samples of a gap that was no gap when they were taken: files of the box are lost.
+TEST(RowChoice, ARowWithinAGapOfTheRawSamplesIsChosen)
+{
+    const row_choice choice = choose_rows({{181, 240}, {330, 400}}, {history({}), minutes(2, 4)});
+    EXPECT_THAT(choice.chosen[1], ElementsAre(true, false, true, false));
+    EXPECT_THAT(choice.hidden, IsEmpty());
+}
+
 TEST(RowChoice, HistoryOfTheBoxIsChosenWhereItIsFiner)
 {
     std::vector<row_span> rows = {{1, 120}, {121, 240}};
