@@ -128,6 +128,17 @@ void remove_foreign(const std::string &base, const std::string &path)
     throw failure(exit_failed, with_errno(fmt::format("{}: {} cannot be opened", base, path)));
 }
 
+std::string why_not_opened(const std::string &base, const std::string &path)
+{
+    if (errno == ELOOP) {
+        return fmt::format("{}: {} is a link, and no lock file", base, path);
+    }
+    if (errno == ENOENT) {
+        return fmt::format("{}: its folder does not exist; make it first", base);
+    }
+    return with_errno(fmt::format("{}: {} cannot be opened", base, path));
+}
+
 int open_lock_file(const std::string &path)
 {
     return open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
@@ -231,10 +242,7 @@ bool box_lock::try_to_take()
         return false;
     }
     if (fd_ < 0) {
-        throw failure(exit_failed,
-                      errno == ELOOP
-                          ? fmt::format("{}: {} is a link, and no lock file", base_, path_)
-                          : with_errno(fmt::format("{}: {} cannot be opened", base_, path_)));
+        throw failure(exit_failed, why_not_opened(base_, path_));
     }
     require_lock_file(fd_, path_);
     if (lock(fd_)) {

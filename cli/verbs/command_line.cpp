@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fmt/format.h>
+#include <limits>
 #include <optional>
 
 #include "process/failure.hpp"
@@ -197,11 +198,26 @@ std::string meant_option(const CLI::App &parser)
     return {};
 }
 
+// What the parser says of a value that is no number: "Could not convert: --rows = x".
+std::string reason_of(const CLI::ParseError &wrong)
+{
+    constexpr std::string_view before = "Could not convert: ";
+    constexpr std::string_view between = " = ";
+    const std::string reason = wrong.what();
+    const std::size_t split = reason.find(between);
+    if (!reason.starts_with(before) || split == std::string::npos) {
+        return reason;
+    }
+    return fmt::format("{} {}: must be a whole number, at most {}",
+                       reason.substr(before.size(), split - before.size()),
+                       reason.substr(split + between.size()), std::numeric_limits<uint32_t>::max());
+}
+
 exit_code refuse(const CLI::App &app, const CLI::ParseError &wrong)
 {
     const auto verbs = app.get_subcommands();
     const CLI::App &parser = verbs.empty() ? app : *verbs.front();
-    std::string reason = wrong.what();
+    std::string reason = reason_of(wrong);
     std::erase(reason, whole_word_mark);
     complain(printable(reason) + meant_option(parser));
     say(fmt::format("Try 'vesk {}--help'.\n", verbs.empty() ? "" : parser.get_name() + " "));

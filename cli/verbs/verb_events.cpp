@@ -244,7 +244,7 @@ action prepare(option_list &options)
     const auto chosen = std::make_shared<events_options>();
     add_reading(options, chosen->source);
     options.text("--type", "N,N-M", chosen->types, "Only events of these types");
-    options.text("--grep", "TEXT", chosen->text,
+    options.text("--grep", "WORDS", chosen->text,
                  "Only events whose text holds this, in large or small letters");
     options.flag("--json", chosen->json, "Print one JSON object");
     return [chosen] { return events(*chosen); };

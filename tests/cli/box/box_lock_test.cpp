@@ -118,7 +118,7 @@ TEST(BoxLock, LocksOfTwoBoxesAreNotInEachOthersWay)
 TEST(BoxLock, SaysWhyItCannotBeTaken)
 {
     const temporary_directory folder;
-    EXPECT_THAT(refusal_of_lock(folder.file("none/box")), HasSubstr("No such file or directory"));
+    EXPECT_THAT(refusal_of_lock(folder.file("none/box")), HasSubstr("its folder does not exist"));
 }
 
 TEST(BoxLock, ItsHolderNoticesThatTheFileIsGone)
