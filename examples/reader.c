@@ -65,8 +65,9 @@ static int visit_file(const vesk_scan_file *file, void *context)
         return 0; /* it does not belong to the box */
     }
     struct look look = {.show_from = (unsigned long)-1};
-    const int result =
-        file->missing ? QE_ERROR_ABSENT : vesk_scan_buffer(file->filename, visit_item, &look);
+    const int result = file->missing   ? QE_ERROR_ABSENT
+                       : file->foreign ? QE_ERROR_OPEN /* a link would lead anywhere */
+                                       : vesk_scan_buffer(file->filename, visit_item, &look);
     put_text(file->filename);
     printf(": %s, %lu records, %lu damaged places", roles[file->role], look.records, look.damage);
     if (look.records > 0) {

@@ -106,6 +106,18 @@ def check_room(examples):
     print("room: two runs, one box")
 
 
+def check_reader(examples):
+    """A link under the name of a buffer is told, and what it leads to is not read."""
+    buffer = Path(examples.folder) / "room.1.cbuf.z"
+    elsewhere = buffer.rename(buffer.with_name("elsewhere"))
+    buffer.symlink_to(elsewhere)
+    told = examples.run("reader", "room", codes=(3,))
+    require(told == "room.1.cbuf.z: open, 0 records, 0 damaged places, a file cannot be opened\n",
+            f"reader: {told}")
+    elsewhere.replace(buffer)
+    print("reader: a link is not followed")
+
+
 def check_summary(examples):
     numbers = [((7 * i) % 31) / 4 for i in range(97)]
     lines = "".join(f"{number}\n" for number in numbers) + "nan\n"
@@ -185,6 +197,7 @@ def main():
         try:
             check_sources(examples)
             check_room(examples)
+            check_reader(examples)
             check_summary(examples)
             check_daemon(examples)
         except (Failure, subprocess.SubprocessError) as failure:
