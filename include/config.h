@@ -16,7 +16,7 @@
  * - A key without a value is an error, and so are blanks without a newline at the end of the file.
  * - Lines end with a newline only: a carriage return before it belongs to the value, and one alone
  *   on its line is a key without a value. A line of more than 4095 characters goes on as if the
- * rest were another line.
+ *   rest were another line.
  *
  * All strings that are handed out belong to the configuration and live as long as it does.
  */

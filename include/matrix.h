@@ -214,6 +214,8 @@ VESK_API double matrix_norm_inf(const matrix *m);
 /**
  * @return the condition number of a square matrix in the infinity norm, that is its norm times that
  * of its inverse; -1 when it is singular or memory runs out.
+ *
+ * Aborts with "rows == cols" on any other matrix.
  */
 VESK_API double matrix_condition_number_inf(const matrix *m);
 

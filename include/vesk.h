@@ -29,11 +29,11 @@
  *    intervals; a history buffer holds twice as many. Two consecutive intervals of a full history
  *    become one when the next buffer is summarised. num_hb_intervals must not
  *    exceed #VESK_MAX_INTERVALS (65534).
- * 3. Durability. A vector or an event is with the operating system when the call returns; nothing
- *    is synced to the disk, except by vesk_sync(). The state file is written when a recorder is
- *    created and whenever its files change, in place, and never by vesk_close().
- *    vesk_backup_state() keeps a copy of it, and vesk_recover() (vesk_recover.h) recovers a box
- *    after a crash.
+ * 3. Durability. A vector or an event is with the operating system when the call returns. What
+ *    brings it onto the medium is vesk_sync(); a recorder of vesk_start() also syncs a new history
+ *    before the state file names it. The state file is written when a recorder is created and
+ *    whenever its files change, in place, and never by vesk_close(). vesk_backup_state() keeps a
+ *    copy of it, and vesk_recover() (vesk_recover.h) recovers a box after a crash.
  * 4. Failures. A vector that could not be written is not counted. When the call that failed had to
  *    move on to the next file first, the recorder should be closed and opened again: its state may
  *    be ahead of its files, and the next call may abort.

@@ -70,7 +70,7 @@ VESK_API const char *vesk_cb_record_event_get_text(const vesk_cb_record_event *r
 
 /**
  * @return 1 when both events have the same type, time and text, byte for byte; else 0. Null events
- * have no text to compare: they abort.
+ * have no text to compare: they abort with "rec1->text != ((void *)0)" or the same of @p rec2.
  */
 VESK_API int vesk_cb_record_event_is_equal(const vesk_cb_record_event *rec1,
                                            const vesk_cb_record_event *rec2);

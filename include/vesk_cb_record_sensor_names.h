@@ -4,6 +4,10 @@
  *
  * A buffer begins with one, and has another one wherever its sensors change. History buffers use
  * the same record under the names of vesk_hb_record_sensor_names.h.
+ *
+ * A null pointer aborts with the name of the argument, as in "rec != ((void *)0)", and a record
+ * that is not live with "rec->version > 0" (rec1 and rec2 where there are two) unless it is said
+ * otherwise.
  */
 #ifndef VESK_CB_RECORD_SENSOR_NAMES_H
 #define VESK_CB_RECORD_SENSOR_NAMES_H

@@ -4,6 +4,9 @@
  *
  * To be written, a record is made of a telemetry vector, whose values it reads in place. A record
  * that was read owns an array of single-precision floats. It never has both.
+ *
+ * A null pointer aborts with the name of the argument, as in "rec != ((void *)0)", and a record
+ * that is not live with "rec->version == ((char) 1)" (rec1 and rec2 where there are two).
  */
 #ifndef VESK_CB_RECORD_SENSOR_VALUES_H
 #define VESK_CB_RECORD_SENSOR_VALUES_H
@@ -83,6 +86,9 @@ VESK_API float *vesk_cb_record_sensor_values_get_values(vesk_cb_record_sensor_va
 /**
  * Both records have an array or a vector, each.
  *
+ * Aborts with "(rec1->values == ((void *)0)) ^ (rec1->vector == ((void *)0))", or the same of
+ * @p rec2, when one has neither or both.
+ *
  * @return 1 when both have the same timestamp, the same number of values and equal values, else 0.
  * Two vectors are compared by matrix_is_equal(), anything else as single-precision values by
  * sensor_value_compare(), which aborts on equal infinities.
@@ -94,7 +100,8 @@ VESK_API int vesk_cb_record_sensor_values_is_equal(const vesk_cb_record_sensor_v
  * Writes version 1 (1 byte), the timestamp (9), the number of values (4) and the values, 4 bytes
  * each, rounded to single precision if they come from a vector.
  *
- * Aborts as vesk_cb_record_sensor_values_get_values() does.
+ * Aborts as vesk_cb_record_sensor_values_get_values() does, or with "rec->n_sensors > 0" without
+ * values.
  *
  * @return what the writer reported; QE_ERROR_LIMIT (-49) with more than 10000 values, and nothing
  * is written; or the negative result of the writer.

@@ -4,6 +4,10 @@
  *
  * The version of this record is 2. The stored form of version 1 had no event counters; it is read,
  * with all counters 0, but no longer written.
+ *
+ * A null pointer aborts with the name of the argument, as in "rec != ((void *)0)", and a record
+ * that is not live with "rec->version == ((char) 2)" (rec1 and rec2 where there are two) unless it
+ * is said otherwise.
  */
 #ifndef VESK_HB_RECORD_SENSOR_VALUES_H
 #define VESK_HB_RECORD_SENSOR_VALUES_H
@@ -86,7 +90,7 @@ VESK_API vesk_hb_record_events *
 vesk_hb_record_sensor_values_get_events(vesk_hb_record_sensor_values *rec);
 
 /**
- * Aborts with "rec1->n_sensors > 0", "rec1->hvalues != ((void *)0)" or the same of @p rec2 when a
+ * Aborts with "rec1->hvalues != ((void *)0)", "rec1->n_sensors > 0" or the same of @p rec2 when a
  * record has no summaries.
  *
  * @return 1 when both have the same number of summaries, the same times, the same event counters

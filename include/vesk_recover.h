@@ -15,14 +15,15 @@
  * - a state file that is missing, partial or behind its buffers is written anew, from the backup
  *   (vesk_backup_state()) or from the buffers;
  * - files that nothing refers to any more are deleted, but only when all that they hold is proven
- *   to be in the history; others are named and kept.
+ *   to be in the history or in a buffer of the box; others are named and kept.
  *
  * What is taken out is kept: it is appended to FILE.torn beside its buffer, see
  * #VESK_RECOVER_CUT. A box that needs nothing is not written to.
  *
  * Changed files are written under the name FILE.new, synced and renamed, and the state file comes
  * last, so the process may be killed at any moment: recovering again does the rest. No content of
- * any file aborts the process. The memory needed is a small multiple of the largest file.
+ * any file aborts the process. The memory needed grows with the size of the largest file, and not
+ * with what it claims.
  *
  * No recorder may have the box open meanwhile.
  */
@@ -110,7 +111,7 @@ typedef struct vesk_recover_report {
     uint64_t intervals_padded;  /**< intervals that were added */
     uint64_t records_aside;     /**< records that had to be taken out */
     uint64_t bytes_aside;       /**< bytes of files that were taken out */
-    uint32_t files_deleted;     /**< files whose content is in the history */
+    uint32_t files_deleted;     /**< files whose content the box has elsewhere */
     uint32_t files_kept;        /**< files that do not belong to the box and were left alone */
 } vesk_recover_report;
 

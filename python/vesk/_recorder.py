@@ -141,8 +141,8 @@ class Recorder:
         """Writes many samples: ``values`` has a row for each of ``times``, a column for each sensor.
 
         The columns of a DataFrame become the :attr:`sensors`, so ``write_many(frame.index, frame)``
-        writes what :meth:`Box.samples` has read. It ends with the first sample that is refused; those before it are in the box, and
-        :attr:`written` counts them.
+        writes what :meth:`Box.samples` has read. It ends with the first sample that is refused;
+        those before it are in the box, and :attr:`written` counts them.
         """
         moments = np.asarray(times)
         if moments.ndim != 1:
