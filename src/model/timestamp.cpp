@@ -4,7 +4,6 @@
 //       0     1  version, 1
 //       1     4  seconds since the epoch, signed
 //       5     4  microseconds, always 0
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -117,11 +116,11 @@ int timestamp_init_from_string(timestamp *t, const char *str)
     if (result < 0) {
         return result;
     }
-    // The first use of an unknown time zone sets errno, which is no fault of the text.
-    tzset();
-    errno = 0;
+    // mktime() fills in the day of the week of every time that it can give. Its result does not
+    // tell, because -1 is a time, too, nor does errno, which a zone without a file sets as well.
+    fields.tm_wday = -1;
     const time_t seconds = mktime(&fields);
-    if (seconds < 0 && errno != 0) {
+    if (fields.tm_wday < 0) {
         return QE_ERROR_BAD_TIME;
     }
     return _timestamp_init_from_seconds(t, seconds);

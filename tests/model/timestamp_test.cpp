@@ -4,6 +4,7 @@
 #include <ctime>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
 
 #include <vesk/error.h>
 #include <vesk/timestamp.h>
@@ -271,6 +272,26 @@ TEST(Timestamp, ParsesTimesBeforeTheEpochInAnUnknownZone)
             timestamp t;
             const int result = timestamp_init_from_string(&t, "19690101:00:00:00");
             exit(result == 0 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+// Where no zone is named, each use looks for the file of the usual one, and errno tells each time
+// that it cannot be opened.
+TEST(Timestamp, ParsesTimesBeforeTheEpochWithoutAFileOfTheZone)
+{
+    EXPECT_EXIT(
+        {
+            // Away from the file that this process may have open in mind.
+            setenv("TZ", ":No/Such_Zone", 1);
+            tzset();
+            unsetenv("TZ");
+            const rlimit no_files = {};
+            setrlimit(RLIMIT_NOFILE, &no_files);
+            timestamp t;
+            const int first = timestamp_init_from_string(&t, "19690101:00:00:00");
+            const int second = timestamp_init_from_string(&t, "19691231:23:59:59");
+            exit(first == 0 && second == 0 && t.tv.tv_sec == -1 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
 }
