@@ -253,7 +253,7 @@ public:
 private:
     // Numbers of the width of `Word`: in blocks from the library's own streams, which give the same
     // bytes as for one number at a time, else one by one (the garbage reader draws its errors by
-    // the call). Where the data end among them, those before the end are kept.
+    // the call). Where the data end or are damaged among them, those before that are kept.
     template <typename Word, typename Set>
     field_reader &numbers(uint32_t count, Set set)
     {
@@ -276,11 +276,12 @@ private:
         return *this;
     }
 
-    // As binary_serializer_read_bytes(), telling also what came before the end.
+    // As binary_serializer_read_bytes(), telling also what came before the end or the damage.
     int read_block(void *block, uint32_t size, uint32_t *came)
     {
         const int nread = reader_read_bytes(source_, block, size);
         if (nread <= 0) {
+            *came = nread < 0 ? _zlib_reader_came(source_) : 0;
             return nread;
         }
         *came = std::min(static_cast<uint32_t>(nread), size);

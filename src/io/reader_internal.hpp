@@ -27,6 +27,7 @@ struct zlib_held_bytes {
     char version;  // 1 while live
     uint32_t next; // from here ...
     uint32_t end;  // ... to here
+    uint32_t came; // what a read that failed could have had without failing
     uint8_t bytes[zlib_reader_block_size];
 };
 
@@ -55,6 +56,15 @@ inline const uint8_t *_zlib_reader_peek(const reader *source, uint32_t *size)
 inline void _zlib_reader_skip(reader *source, uint32_t n)
 {
     static_cast<zlib_held_bytes *>(source->reader)->next += n;
+}
+
+// How many bytes of a read that failed would have come from a compressed stream of the library, had
+// they been all that was asked for; 0 for other readers.
+inline uint32_t _zlib_reader_came(const reader *source)
+{
+    return source->fn_read_bytes == _zlib_reader_read_bytes
+               ? static_cast<const zlib_held_bytes *>(source->reader)->came
+               : 0;
 }
 
 // The functions of the others of those.

@@ -127,20 +127,30 @@ static uint32_t _held(const struct zreader *zreader)
     return zreader->held.end - zreader->held.next;
 }
 
-// True if what zlib said behind the block shows in the read that takes the last byte of the block.
-// Only a match that begins before the content is seen no earlier than its first byte is wanted.
-static bool _shows_with_last_byte(const struct zreader *zreader)
+// True if what zlib said behind some bytes shows in the read that takes the last of them. Only a
+// match that begins before the content is seen no earlier than its first byte is wanted.
+static bool _shows_with_last_byte(const struct zreader *zreader, int result)
 {
     const char *message = zreader->zstrm.msg;
-    return zreader->block_result != Z_DATA_ERROR || message == nullptr ||
+    return result != Z_DATA_ERROR || message == nullptr ||
            strcmp(message, "invalid distance too far back") != 0;
 }
 
-static int _settle_block(struct zreader *zreader)
+// As _settle(), behind bytes that a read has taken: *total counts those before the one that fails.
+static int _settle_behind(struct zreader *zreader, int result, uint32_t *total)
+{
+    const int settled = _settle(zreader, result);
+    if (settled < 0 && _shows_with_last_byte(zreader, result)) {
+        *total -= 1;
+    }
+    return settled;
+}
+
+static int _settle_block(struct zreader *zreader, uint32_t *total)
 {
     const int result = zreader->block_result;
     zreader->block_result = Z_OK;
-    return _settle(zreader, result);
+    return _settle_behind(zreader, result, total);
 }
 
 // Inflates the next block. Nothing of it is kept when zlib has no memory: that would have failed
@@ -169,7 +179,7 @@ static int _inflate_directly(struct zreader *zreader, uint8_t *out, uint32_t siz
     const int result = _inflate(zreader, out, size, &produced);
     *total += produced;
     zreader->filled = produced == size ? 1 : 0;
-    return _settle(zreader, result);
+    return produced > 0 ? _settle_behind(zreader, result, total) : _settle(zreader, result);
 }
 
 // Hands out of the block what is wanted of it, and returns how much.
@@ -182,12 +192,13 @@ static uint32_t _take_held(struct zreader *zreader, uint8_t *out, uint32_t size)
 }
 
 // Reads on where nothing is held: at most `size` bytes to `out`, or a block. *total grows by what
-// came to `out`. Returns what the source returned or a negative code; 0 at the end of the source.
+// came to `out`; behind a failure it counts what could be read without it. Returns what the source
+// returned or a negative code; 0 at the end of the source.
 static int _read_on(struct zreader *zreader, uint8_t *out, uint32_t size, uint32_t *total)
 {
     if (zreader->block_result != Z_OK) {
         zreader->filled = 0;
-        const int result = _settle_block(zreader);
+        const int result = _settle_block(zreader, total);
         if (result < 0) {
             return result;
         }
@@ -218,6 +229,7 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
     while (total < n) {
         const int result = _read_on(zreader, bytes + total, n - total, &total);
         if (result < 0) {
+            zreader->held.came = total;
             return result;
         }
         if (result == 0) {
@@ -229,9 +241,10 @@ int _zlib_reader_read_bytes(void *implementation, void *buffer, uint32_t n)
     if (n > 0) {
         zreader->filled = 1;
     }
-    if (_held(zreader) == 0 && _shows_with_last_byte(zreader)) {
-        const int result = _settle_block(zreader);
+    if (_held(zreader) == 0 && _shows_with_last_byte(zreader, zreader->block_result)) {
+        const int result = _settle_block(zreader, &total);
         if (result < 0) {
+            zreader->held.came = total;
             return result;
         }
     }

@@ -318,6 +318,46 @@ TEST(FieldReader, KeepsTheNumbersThatCameBeforeAFailureOfACallersReader)
     EXPECT_EQ(-1.0F, values[2]);
 }
 
+// `count` floats in one compressed stream whose last byte, of its checksum, is wrong.
+static std::string compressed_with_wrong_end(uint32_t count)
+{
+    memory_writer target;
+    writer *w = zlib_writer_create(target.lend());
+    field_writer(w).f32s(count, third_of);
+    writer_destroy(&w);
+    std::string stored = target.bytes();
+    stored.back() = static_cast<char>(stored.back() ^ 1);
+    return stored;
+}
+
+// What of `count` floats comes from a stream that holds so many, with a wrong end.
+static std::vector<float> read_up_to_wrong_end(uint32_t count, uint32_t first_alone)
+{
+    memory_reader source(compressed_with_wrong_end(count));
+    const owned<reader, reader_destroy> r(zlib_reader_create(source.lend()));
+    std::vector<float> values(count, -1.0F);
+    field_reader fields(r.get());
+    fields.f32s(values.data(), first_alone);
+    EXPECT_EQ(-41, fields.f32s(values.data() + first_alone, count - first_alone).result());
+    return values;
+}
+
+// The damage shows with the last float, so all before it have been read by then, however many are
+// asked for in one call.
+TEST(FieldReader, KeepsTheNumbersThatCameBeforeDamage)
+{
+    for (const uint32_t count :
+         {2U, 3U, 9U, 63U, 64U, 65U, 511U, 512U, 513U, 2047U, 2049U, 5000U}) {
+        for (const uint32_t first_alone : {0U, 1U}) {
+            const std::vector<float> values = read_up_to_wrong_end(count, first_alone);
+            for (uint32_t i = 0; i + 1 < count; ++i) {
+                ASSERT_EQ(third_of(i), bits_of(values[i])) << i << " of " << count;
+            }
+            EXPECT_EQ(-1.0F, values[count - 1]) << count;
+        }
+    }
+}
+
 TEST(Fields, KeepTheBitsOfSignallingNaNs)
 {
     // Signalling as they are stored, and as a machine of the other byte order sees them.
