@@ -60,6 +60,14 @@ void interval_statistics::clear()
     columns_are_ahead_ = false;
 }
 
+void interval_statistics::reset()
+{
+    hist_value_list_destruct(&list_);
+    hist_value_list_init(&list_);
+    places_are_known_ = false;
+    columns_are_ahead_ = false;
+}
+
 const hist_value_list *interval_statistics::list()
 {
     store_columns();

@@ -24,6 +24,8 @@ public:
     void sensors_change();
     // Begins the next interval.
     void clear();
+    // Forgets the sensors as well: the order of the list tells in which order they were met.
+    void reset();
 
     bool is_empty() const { return hist_value_list_is_empty(&list_) != 0; }
     // All that was folded.

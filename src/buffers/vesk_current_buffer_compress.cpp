@@ -147,6 +147,7 @@ int _vesk_compression_init(compression *state, vesk_current_buffer *cbuf, vesk_h
 void _vesk_compression_destruct(compression *state)
 {
     vesk_cb_record_destruct(&state->rec);
+    state->statistics.reset();
     vesk_hb_record_events_destruct(&state->events);
     timestamp_destruct(&state->start);
     timestamp_destruct(&state->end);

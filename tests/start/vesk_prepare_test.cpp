@@ -73,6 +73,46 @@ TEST_F(Prepare, TheFilesAreTheSameAtEachMoment)
     }
 }
 
+// The second of the first two buffers is summarised as if there had been none before it: its
+// sensors come in the order in which it has them, which shows among names of one hash.
+TEST_F(Prepare, EachBufferHasAnOrderOfItsOwn)
+{
+    std::vector<folder_content> found;
+    for (const bool prepares : {false, true}) {
+        clear();
+        const owned_recorder recorder = start();
+        for (int i = 1; i <= full_ccc; ++i) {
+            const auto vector = i <= full_c00 ? make_vector(1000 + i, {{"ab", 1}, {"ba", 2}})
+                                              : make_vector(1000 + i, {{"ba", 2}, {"ab", 1}});
+            ASSERT_EQ(0, vesk_write_telemetry_vector(recorder.get(), vector.get()));
+        }
+        ASSERT_EQ(0, prepares ? vesk_prepare(recorder.get(), all_steps, 0) : 0);
+        ASSERT_EQ(0, write(recorder, full_ccc + 1));
+        ASSERT_EQ(0, vesk_settle(recorder.get()));
+        found.push_back(files());
+    }
+    EXPECT_EQ(found[0], found[1]);
+}
+
+// A first buffer that loses its last sample under the recorder ends within an interval, and nothing
+// of that comes into the first interval of the second one.
+TEST_F(Prepare, AnUnfinishedIntervalStaysAlone)
+{
+    std::vector<folder_content> found;
+    for (const bool prepares : {false, true}) {
+        clear();
+        const owned_recorder recorder = start_with(full_ccc);
+        std::string bytes = read_file("r.1.cbuf.z");
+        bytes.resize(bytes.rfind("\x78\x9c"));
+        write_file("r.1.cbuf.z", bytes);
+        ASSERT_EQ(0, prepares ? vesk_prepare(recorder.get(), all_steps, 0) : 0);
+        write_all(recorder, full_ccc + 1, full_ccc + 1);
+        found.push_back(files());
+    }
+    EXPECT_EQ(1U, found[0].count("r.4.hbuf.z"));
+    EXPECT_EQ(found[0], found[1]);
+}
+
 TEST_F(Prepare, TellsHowFarItIs)
 {
     const owned_recorder recorder = start();
