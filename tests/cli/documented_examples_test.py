@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs the examples of the manual, of the page about exports and of the help of each verb.
+"""Runs the examples of the manual, of the page about exports and of the help of each verb, and
+compares the options in the synopsis of the manual with those in the help.
 
   documented_examples_test.py --vesk build/release/cli/vesk --docs docs [--show]
 
@@ -127,6 +128,32 @@ def texts_of(vesk, docs):
             [vesk, verb, "--help"], stdout=subprocess.PIPE, check=True).stdout.decode()
 
 
+# Options that the manual has in another form, or for which it has a word.
+OTHERWISE = {("plot", "--sensor"), ("export", "--output"), ("report", "--output"),
+             ("tail", "--follow"), ("tail", "--rows")}
+
+
+def options_that_differ(texts):
+    """Those that the synopsis of the manual has and the help of the verb has not, or the reverse."""
+    synopsis = texts["command.md"].split("\n\n")[1]
+    shared = re.search(r"\((plot, .*?): (.*)\)", synopsis)
+    blocks = re.split(r"^    vesk (\w+) ", synopsis.replace(shared[0], ""), flags=re.MULTILINE)
+    told = {}
+    for verb, text in zip(blocks[1::2], blocks[2::2]):
+        text = text.split("\n    vesk -")[0]
+        text += shared[2] if verb in shared[1].split(", ") else ""
+        told.setdefault(verb, set()).update(re.findall(r"--[a-z][a-z-]*", text))
+    for where, text in texts.items():
+        verb = re.fullmatch(r"vesk (\w+) --help", where)
+        if verb is not None:
+            listed = text.split("Options:")[1].split("\n\n")[0]
+            known = set(re.findall(r"^  (?:-\w,)?(--[a-z-]+)", listed, re.MULTILINE)) - {"--help"}
+            for option in sorted(known ^ told.get(verb[1], set())):
+                if (verb[1], option) not in OTHERWISE:
+                    only = "help" if option in known else "synopsis"
+                    yield f"{verb[1]}: {option} is in the {only} only"
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -154,6 +181,9 @@ def main():
                 if code != 0:
                     failed += 1
                     print(f"{where}: {command}\n    ends with {code}: {printed.strip()[-400:]}")
+    for text in options_that_differ(dict(texts_of(arguments.vesk, arguments.docs))):
+        failed += 1
+        print(text)
     print(f"{len(tried)} examples, {failed} failed")
     return 1 if failed or len(tried) < 50 else 0
 
