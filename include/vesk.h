@@ -115,8 +115,9 @@ VESK_API vesk *vesk_create(const char *filename, uint32_t num_cb_samples,
  * something of a recorder, or another process is making one; QE_ERROR_OPEN (-40) when the folder is
  * missing or a file cannot be made; QE_ERROR_IO (-41) when the folder cannot be read, so that
  * nobody knows what is there; QE_ERROR_MALFORMED (-6) for sizes with which vesk_create() aborts;
- * QE_ERROR_LIMIT (-49) for more than #VESK_MAX_INTERVALS or a name of more than
- * #VESK_MAX_BASE_LENGTH bytes; or a code of vesk_create(). What was begun is removed then.
+ * QE_ERROR_LIMIT (-49) for more than #VESK_MAX_INTERVALS, a name of more than
+ * #VESK_MAX_BASE_LENGTH bytes, or one to which the file system does not let 23 bytes be added, as
+ * the last buffer needs; or a code of vesk_create(). What was begun is removed then.
  */
 VESK_API vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples,
                                uint32_t num_hb_intervals);

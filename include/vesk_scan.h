@@ -138,7 +138,7 @@ typedef struct vesk_state_summary {
      * version, QE_ERROR_MALFORMED (-6) for a content that vesk_open() refuses.
      */
     int error;
-    uint64_t size;                     /**< of the file, in bytes */
+    uint64_t size;                     /**< of the file, in bytes; no more than a state can have */
     uint32_t fields;                   /**< how many of the fields below were read, in this order */
     char *filename;                    /**< base name of the box, else null */
     char *state_filename;              /**< name of the state file, else null */

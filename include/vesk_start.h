@@ -61,8 +61,8 @@ typedef struct vesk_start_report {
  * a file cannot be read or written; QE_ERROR_EXISTS (-51) when another process made the box
  * meanwhile; QE_ERROR_MALFORMED (-6) for sizes that vesk_create() does not take, or when nothing
  * tells the sizes of a box; QE_ERROR_LIMIT
- * (-49) for a name of more than #VESK_MAX_BASE_LENGTH bytes or more intervals than
- * #VESK_MAX_INTERVALS; QE_ERROR_NO_MEMORY (-22); or another
+ * (-49) for a name of more than #VESK_MAX_BASE_LENGTH bytes, one that is too long for a new box, or
+ * more intervals than #VESK_MAX_INTERVALS; QE_ERROR_NO_MEMORY (-22); or another
  * code of vesk_recover() or vesk_create_new(). Nothing acknowledged is lost then.
  */
 VESK_API vesk *vesk_start(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_intervals,

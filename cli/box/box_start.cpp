@@ -76,6 +76,9 @@ void require_own_state(const box_name &name)
 // Makes the exception that says why the recorder could not be started.
 [[noreturn]] void refuse(const box_name &name, bool is_new, int result, int reason)
 {
+    if (is_new && result == QE_ERROR_LIMIT) {
+        throw failure(exit_failed, name.base + ": the box cannot be made: its name is too long");
+    }
     if (is_new) {
         throw storage_failure::because(
             fmt::format("{}: the box cannot be made: {}", name.base, words_for(result)), reason);

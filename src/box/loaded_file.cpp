@@ -2,6 +2,7 @@
 // a recorder may append to the file.
 #include "box/loaded_file.hpp"
 
+#include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -10,7 +11,7 @@
 
 #include "support/owner.hpp"
 
-int _vesk_load_file(const char *filename, link_rule rule, byte_list *store)
+int _vesk_load_file(const char *filename, link_rule rule, std::size_t most, byte_list *store)
 {
     constexpr std::size_t piece = 65536;
     const owned_file file = _vesk_open_plain_file(filename, O_RDONLY, rule);
@@ -18,15 +19,17 @@ int _vesk_load_file(const char *filename, link_rule rule, byte_list *store)
         // A folder can be opened, but not be read.
         return errno == EISDIR ? QE_ERROR_IO : QE_ERROR_OPEN;
     }
-    for (;;) {
+    while (store->size() < most) {
         unsigned char *room = store->reserve(piece);
         if (room == nullptr) {
             return QE_ERROR_NO_MEMORY;
         }
-        const std::size_t n = _vesk_read_some(file.get(), room, piece);
+        const std::size_t wanted = std::min(piece, most - store->size());
+        const std::size_t n = _vesk_read_some(file.get(), room, wanted);
         store->add(n);
-        if (n < piece) {
+        if (n < wanted) {
             return ferror(file.get()) != 0 ? QE_ERROR_IO : 0;
         }
     }
+    return 0;
 }

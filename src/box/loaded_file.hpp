@@ -8,8 +8,9 @@
 #include "box/plain_file.hpp"
 #include "io/memory_writer.hpp"
 
-// Puts all of a file into the empty `store`. 0, QE_ERROR_OPEN (-40) also for a pipe, a device or a
-// link that must not be followed, QE_ERROR_IO (-41) also for a folder, or QE_ERROR_NO_MEMORY (-22).
-int _vesk_load_file(const char *filename, link_rule rule, byte_list *store);
+// Puts all of a file, or the `most` bytes that it begins with, into the empty `store`. 0,
+// QE_ERROR_OPEN (-40) also for a pipe, a device or a link that must not be followed, QE_ERROR_IO
+// (-41) also for a folder, or QE_ERROR_NO_MEMORY (-22).
+int _vesk_load_file(const char *filename, link_rule rule, std::size_t most, byte_list *store);
 
 #endif

@@ -18,6 +18,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <vesk/vesk_limits.h>
+
 #include "io/fields.hpp"
 #include "io/memory_writer.hpp"
 
@@ -44,6 +46,11 @@ inline void write_state_head(const state_head &head, field_writer *fields)
 }
 
 inline constexpr std::size_t copy_checksum_size = 8;
+
+// No state file is longer: two versions, five counts and at most five strings. What follows the
+// form means nothing and is not read, so that a file that only claims to be long costs nothing.
+inline constexpr std::size_t most_state_bytes =
+    2 + 5 * sizeof(uint32_t) + 5 * (sizeof(uint32_t) + VESK_MAX_COUNT) + copy_checksum_size;
 
 // Makes a copy of the state file `bytes`. False without memory.
 bool _vesk_append_copy_checksum(byte_list *bytes);

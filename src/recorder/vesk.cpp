@@ -16,6 +16,8 @@
 #include "box/box_presence.hpp"
 #include "box/box_sizes.hpp"
 #include "box/durable_file.hpp"
+#include "box/plain_file.hpp"
+#include "box/state_file.hpp"
 #include "io/file_bytes.hpp"
 #include "io/memory_reader.hpp"
 #include "io/plain_open.hpp"
@@ -170,13 +172,28 @@ static int _check_sizes(uint32_t num_cb_samples, uint32_t num_hb_intervals)
     return sizes.history_fits() ? 0 : QE_ERROR_LIMIT;
 }
 
+// Whether the file system takes the longest name that a file of the box can have. A box whose last
+// buffers could not be named would stop recording one day. 0 or QE_ERROR_LIMIT (-49).
+static int _check_name(const char *filename)
+{
+    if (strlen(filename) > VESK_MAX_BASE_LENGTH) {
+        return QE_ERROR_LIMIT;
+    }
+    char longest[max_filename];
+    snprintf(longest, sizeof longest, "%s.4294967295.cbuf.z.torn", filename);
+    struct stat status = {};
+    return !_vesk_look_at_name(longest, &status) && errno == ENAMETOOLONG
+               ? static_cast<int>(QE_ERROR_LIMIT)
+               : 0;
+}
+
 vesk *vesk_create_new(const char *filename, uint32_t num_cb_samples, uint32_t num_hb_intervals)
 {
     VESK_REQUIRE(filename != nullptr, "filename != ((void *)0)");
     VESK_REQUIRE(filename[0] != 0, "filename[0] != 0");
     int result = _check_sizes(num_cb_samples, num_hb_intervals);
-    if (result == 0 && strlen(filename) > VESK_MAX_BASE_LENGTH) {
-        result = QE_ERROR_LIMIT;
+    if (result == 0) {
+        result = _check_name(filename);
     }
     if (result == 0) {
         const int found = _vesk_find_box(filename);
@@ -264,7 +281,8 @@ vesk *_vesk_open_read_whole(const char *filename)
     }
     const owned_file file = _vesk_open_plain_file(state_filename.get(), O_RDONLY);
     byte_list bytes;
-    int result = file ? _vesk_read_to_end(file.get(), &bytes) : static_cast<int>(QE_ERROR_OPEN);
+    int result = file ? _vesk_read_to_end(file.get(), &bytes, most_state_bytes)
+                      : static_cast<int>(QE_ERROR_OPEN);
     if (result < 0) {
         qe_set_last_error(result);
         return nullptr;

@@ -273,7 +273,7 @@ int _vesk_scan_items(const char *filename, link_rule rule, std::size_t files_of_
                      const item_receiver &receiver)
 {
     byte_list file;
-    const int loaded = _vesk_load_file(filename, rule, &file);
+    const int loaded = _vesk_load_file(filename, rule, SIZE_MAX, &file);
     if (loaded < 0 || file.size() == 0) {
         return loaded;
     }

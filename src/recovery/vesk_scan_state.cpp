@@ -11,6 +11,7 @@
 
 #include "box/loaded_file.hpp"
 #include "box/stage_places.hpp"
+#include "box/state_file.hpp"
 #include "recovery/byte_cursor.hpp"
 #include "recovery/state_scan.hpp"
 #include "support/precondition.hpp"
@@ -96,7 +97,7 @@ int vesk_scan_state(const char *filename, vesk_state_summary *summary)
     VESK_REQUIRE(summary != nullptr, "summary != ((void *)0)");
     *summary = {};
     byte_list file;
-    summary->error = _vesk_load_file(filename, link_rule::refuse, &file);
+    summary->error = _vesk_load_file(filename, link_rule::refuse, most_state_bytes, &file);
     summary->size = file.size();
     if (summary->error == 0) {
         byte_cursor at(file.begin(), file.size());

@@ -110,6 +110,19 @@ TEST_F(ScanState, IgnoresWhatFollows)
     EXPECT_EQ(0, error_of(hcc_state().bytes() + "more"));
 }
 
+TEST_F(ScanState, ReadsNoMoreThanAnyStateFileHas)
+{
+    state_form form = hcc_state();
+    form.base = std::string(VESK_MAX_COUNT - 6, 'r');
+    form.names = lines(3, std::string(VESK_MAX_COUNT, 'n'));
+    const std::string longest = form.bytes();
+    const owned_summary summary(longest + std::string(std::size_t{1} << 20U, 'x'));
+    EXPECT_EQ(0, summary->error);
+    EXPECT_EQ(form.names, summary.names());
+    EXPECT_LE(longest.size(), summary->size);
+    EXPECT_GT(longest.size() + 20000, summary->size);
+}
+
 TEST_F(ScanState, RefusesOtherVersions)
 {
     std::string bytes = hcc_state().bytes();

@@ -1,5 +1,7 @@
 // Starting a recorder: what there is of a box is not overwritten but recovered, its files are those
 // of other recorders, and what the history replaces stays until that is on the medium.
+#include <cstring>
+
 #include "start/start_fixture.hpp"
 
 // ---- Making a box -----------------------------------------------------------------------------
@@ -67,6 +69,20 @@ TEST_F(Start, RefusesANameWithWhichNamesOfBuffersWouldBeCut)
     EXPECT_EQ(nullptr, vesk_create_new(base.c_str(), 4, 2));
     EXPECT_EQ(QE_ERROR_LIMIT, qe_get_last_error());
     fs::remove_all(folder);
+}
+
+TEST_F(Start, RefusesANameThatItsLastBufferCouldNotHave)
+{
+    const long most = pathconf(".", _PC_NAME_MAX);
+    const std::size_t longest =
+        static_cast<std::size_t>(most) - std::strlen(".4294967295.cbuf.z.torn");
+    const std::string base(longest + 1, 'r');
+    EXPECT_EQ(nullptr, vesk_start(base.c_str(), 4, 2, nullptr));
+    EXPECT_EQ(QE_ERROR_LIMIT, qe_get_last_error());
+    EXPECT_EQ(nullptr, vesk_create_new(base.c_str(), 4, 2));
+    EXPECT_EQ(QE_ERROR_LIMIT, qe_get_last_error());
+    EXPECT_EQ(strings(), names());
+    EXPECT_TRUE(owned_recorder(vesk_start(base.substr(1).c_str(), 4, 2, nullptr)));
 }
 
 TEST_F(Start, AFolderThatIsNotThereIsAFailureOfItsOwn)
