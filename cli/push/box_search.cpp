@@ -47,34 +47,82 @@ bool is_tier_of_another(const std::string &base, const std::set<std::string> &al
     });
 }
 
+namespace fs = std::filesystem;
+
+// Walks through folders. One that cannot be listed is kept with the reason, because boxes may lie
+// in it; one that is gone meanwhile holds none.
+class walk
+{
+public:
+    explicit walk(const std::string &folder)
+    {
+        std::error_code error;
+        const fs::directory_iterator first(folder, error);
+        if (error) {
+            throw failure(exit_failed, folder + ": " + error.message());
+        }
+        look_through(folder, first, 0);
+    }
+
+    const std::set<std::string> &bases() const { return bases_; }
+    const std::vector<std::string> &unlisted() const { return unlisted_; }
+
+private:
+    void look_through(const fs::path &folder, fs::directory_iterator entry, int depth)
+    {
+        std::error_code error;
+        for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+            std::error_code ignored;
+            const fs::file_type type = entry->symlink_status(ignored).type();
+            if (type == fs::file_type::regular) {
+                take(entry->path().string());
+            } else if (type == fs::file_type::directory && depth < deepest) {
+                go_into(entry->path(), depth + 1);
+            }
+        }
+        keep(folder, error);
+    }
+
+    void go_into(const fs::path &folder, int depth)
+    {
+        std::error_code error;
+        const fs::directory_iterator first(folder, error);
+        keep(folder, error);
+        if (!error) {
+            look_through(folder, first, depth);
+        }
+    }
+
+    void take(const std::string &path)
+    {
+        const std::string base = base_of(path);
+        if (!base.empty() && !base.ends_with('/') && bases_.size() < most_boxes) {
+            bases_.insert(base);
+        }
+    }
+
+    void keep(const fs::path &folder, const std::error_code &error)
+    {
+        if (error && error != std::errc::no_such_file_or_directory) {
+            unlisted_.push_back(folder.string() + ": " + error.message());
+        }
+    }
+
+    std::set<std::string> bases_;
+    std::vector<std::string> unlisted_;
+};
+
 } // namespace
 
-std::vector<found_box> find_boxes(const std::string &folder)
+box_search find_boxes(const std::string &folder)
 {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    std::set<std::string> bases;
-    fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied,
-                                           error);
-    for (; !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-        if (entry.depth() >= deepest) {
-            entry.disable_recursion_pending();
-        }
-        const std::string base = base_of(entry->path().string());
-        std::error_code ignored;
-        if (!base.empty() && !base.ends_with('/') && bases.size() < most_boxes &&
-            entry->symlink_status(ignored).type() == fs::file_type::regular) {
-            bases.insert(base);
-        }
-    }
-    if (error) {
-        throw failure(exit_failed, folder + ": " + error.message());
-    }
-    std::vector<found_box> found;
-    for (const std::string &base : bases) {
-        if (!is_tier_of_another(base, bases)) {
+    const walk walked(folder);
+    box_search found;
+    found.unlisted = walked.unlisted();
+    for (const std::string &base : walked.bases()) {
+        if (!is_tier_of_another(base, walked.bases())) {
             const std::size_t skipped = folder.size() + (folder.ends_with('/') ? 0 : 1);
-            found.push_back({base, base.substr(std::min(skipped, base.size()))});
+            found.boxes.push_back({base, base.substr(std::min(skipped, base.size()))});
         }
     }
     return found;

@@ -13,9 +13,15 @@ struct found_box {
     std::string name; // the same from the folder on
 };
 
-// In the order of their names. Tiers belong to their boxes and are left out; links are not
-// followed. Throws a failure when the folder cannot be listed.
-std::vector<found_box> find_boxes(const std::string &folder);
+struct box_search {
+    std::vector<found_box> boxes; // in the order of their names
+    // Folders below that cannot be listed, and why: whether there are boxes in them is not known.
+    std::vector<std::string> unlisted;
+};
+
+// Tiers belong to their boxes and are left out; links are not followed. Throws a failure when the
+// folder itself cannot be listed.
+box_search find_boxes(const std::string &folder);
 
 } // namespace cli
 

@@ -31,7 +31,7 @@ std::string name_of_this_machine()
 }
 
 // Two machines call their boxes alike: the name of the machine tells them apart.
-std::vector<found_box> boxes_of(const push_request &request)
+box_search boxes_of(const push_request &request)
 {
     if (!request.folder.empty()) {
         return find_boxes(request.folder);
@@ -42,7 +42,7 @@ std::vector<found_box> boxes_of(const push_request &request)
         const std::string name = slash == std::string::npos ? base : base.substr(slash + 1);
         boxes.push_back({base, name_of_this_machine() + "/" + name});
     }
-    return boxes;
+    return {boxes, {}};
 }
 
 double patience_of(const push_request &request)
@@ -76,7 +76,12 @@ public:
         if (request_.create) {
             door_->create(request_.cluster);
         }
-        const std::vector<found_box> boxes = boxes_of(request_);
+        const box_search found = boxes_of(request_);
+        for (const std::string &folder_and_reason : found.unlisted) {
+            complain(folder_and_reason);
+            ++failed_;
+        }
+        const std::vector<found_box> &boxes = found.boxes;
         const std::string folder =
             request_.state.empty() && !boxes.empty() ? usual_cursor_folder() : request_.state;
         for (std::size_t i = 0; i < boxes.size(); ++i) {
@@ -180,7 +185,7 @@ private:
             put(fmt::format("{} of {} boxes pushed\n", pushed_, boxes));
             flush_output();
         }
-        if (boxes == 0 && !request_.create) {
+        if (boxes == 0 && failed_ == 0 && !request_.create) {
             note("there is no box below " + request_.folder);
         }
         if (failed_ > 0) {

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "common/temporary_directory.hpp"
 #include "process/failure.hpp"
@@ -24,7 +25,7 @@ protected:
     std::vector<std::string> names() const
     {
         std::vector<std::string> found;
-        for (const found_box &box : find_boxes(folder_.path())) {
+        for (const found_box &box : find_boxes(folder_.path()).boxes) {
             EXPECT_EQ(box.base, folder_.file(box.name));
             found.push_back(box.name);
         }
@@ -61,6 +62,29 @@ TEST_F(BoxSearch, LinksAreNotFollowed)
     std::filesystem::create_directory_symlink("real", folder_.file("link"));
     std::filesystem::create_symlink("real/box.state", folder_.file("other.state"));
     EXPECT_EQ(names(), std::vector<std::string>{"real/box"});
+}
+
+// Root lists every folder, so a user without rights looks.
+TEST_F(BoxSearch, AFolderThatCannotBeListedIsNotTakenForAnEmptyOne)
+{
+    using std::filesystem::perms;
+    make("a/box.state");
+    make("closed/box.state");
+    std::filesystem::permissions(folder_.path(), perms{0755});
+    std::filesystem::permissions(folder_.file("closed"), perms{0311});
+    constexpr uid_t nobody = 65534;
+    if (geteuid() == 0) {
+        ASSERT_EQ(seteuid(nobody), 0);
+    }
+    const box_search found = find_boxes(folder_.path());
+    EXPECT_THROW((void)find_boxes(folder_.file("closed")), failure);
+    if (getuid() == 0) {
+        ASSERT_EQ(seteuid(0), 0);
+    }
+    std::filesystem::permissions(folder_.file("closed"), perms{0755});
+    EXPECT_EQ(found.boxes.size(), 1U);
+    ASSERT_EQ(found.unlisted.size(), 1U);
+    EXPECT_EQ(found.unlisted[0], folder_.file("closed") + ": Permission denied");
 }
 
 TEST_F(BoxSearch, AFolderThatIsNotThereIsAFailure)
