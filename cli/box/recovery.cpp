@@ -58,6 +58,9 @@ std::string state_problem(int error)
 std::string foreign_text(const std::string &path)
 {
     const std::string foreign = foreign_words(path);
+    if (foreign.empty() && path.ends_with(".events")) {
+        return "is no file of waiting events, or that of another user: not looked into, left alone";
+    }
     return foreign.empty()
                ? owner_words(path) + ": not looked into, left alone; give it to the owner of the "
                                      "folder (chown) if it is to be kept"

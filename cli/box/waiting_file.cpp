@@ -163,8 +163,12 @@ void write_new(const std::string &path, const std::string &replaced, std::string
 // Removes the unfinished file that a killed repair left behind.
 void remove_left_file(const std::string &base, const std::string &path)
 {
-    if (open_file(base, path, O_RDONLY).is_open()) {
-        unlink(path.c_str());
+    try {
+        if (open_file(base, path, O_RDONLY).is_open()) {
+            unlink(path.c_str());
+        }
+    } catch (const foreign_waiting_file &) {
+        // No repair left it behind.
     }
 }
 
@@ -239,7 +243,12 @@ std::size_t mend_waiting_file(const std::string &base)
     const std::string path = waiting_file_of(base);
     const std::string new_path = path + ".new";
     remove_left_file(base, new_path);
-    const waiting_file found = read_waiting_file(base);
+    waiting_file found;
+    try {
+        found = read_waiting_file(base);
+    } catch (const foreign_waiting_file &) {
+        return 0; // left alone, as the plan tells
+    }
     if (found.damage.empty()) {
         return 0;
     }

@@ -99,18 +99,18 @@ waiting_content parse_waiting_records(std::string_view bytes)
             content.damage.push_back({end_of_latest, at - end_of_latest});
         }
     };
-    std::size_t at = bytes.find(magic);
-    while (at != std::string_view::npos) {
+    // The checksum proves a record behind another one even where its first word has rotted.
+    for (std::size_t at = 0; at < bytes.size();) {
         std::optional<waiting_record> found = parse(bytes.substr(at));
-        std::size_t next = at + 1;
-        if (found) {
-            found->offset = at;
-            next = at + found->size;
-            note_gap_before(at);
-            end_of_latest = next;
-            content.records.push_back(std::move(*found));
+        if (!found) {
+            at = bytes.find(magic, at + 1);
+            continue;
         }
-        at = bytes.find(magic, next);
+        note_gap_before(at);
+        found->offset = at;
+        at += found->size;
+        end_of_latest = at;
+        content.records.push_back(std::move(*found));
     }
     note_gap_before(bytes.size());
     return content;
