@@ -2,6 +2,7 @@
 // exception into a message and an exit code. A failure has its own message and code; anything else
 // that is thrown gives exit code 1.
 #include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,9 @@ exit_code run(const std::vector<std::string> &words)
         return run_command_line(words, VESK_VERSION);
     } catch (const failure &reason) {
         return give_up(reason);
+    } catch (const std::bad_alloc &) {
+        complain("out of memory");
+        return exit_failed;
     } catch (const std::exception &error) {
         complain(error.what());
         return exit_failed;
