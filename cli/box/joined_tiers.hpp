@@ -29,7 +29,7 @@ public:
     joined_tiers(const std::string &base, std::vector<std::string> sensors, int64_t usual_step,
                  box_reader read_box);
 
-    bool empty() const { return tiers_.empty() && code_ == exit_done; }
+    bool empty() const { return tiers_.empty(); }
     // exit_failed where the machine failed, exit_damaged where a tier is damaged.
     exit_code code() const { return code_; }
     // Those of the box, followed by those that only tiers have.

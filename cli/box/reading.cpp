@@ -335,6 +335,7 @@ void reading::join_tiers()
         box_.name, sensors_, usual_step_,
         [this](const time_range &range, const std::vector<std::size_t> &chosen,
                row_visitor &visitor) { read_box(range, chosen, visitor); });
+    tiers_code_ = joined->code();
     if (joined->empty()) {
         return;
     }
@@ -382,7 +383,8 @@ const kept_checks &reading::checks_of_tier(const std::string &name) const
 exit_code reading::code() const
 {
     const exit_code own = losses_.code(nothing_);
-    return own == exit_done && joined_ ? joined_->code() : own;
+    // Where the machine failed, another attempt may find more.
+    return own == exit_done || tiers_code_ == exit_failed ? tiers_code_ : own;
 }
 
 bool reading::is_left_out(const vesk_hb_record_sensor_values &interval) const

@@ -150,7 +150,8 @@ private:
     uint64_t intervals_ = 0;
     raw_position position_;
     bool nothing_ = false;
-    std::unique_ptr<joined_tiers> joined_; // null where the box has no tiers
+    std::unique_ptr<joined_tiers> joined_; // null where the box has no tiers that can be read
+    exit_code tiers_code_ = exit_done;
 };
 
 // Whether the interval holds no samples and no events: a repair fills up a history with such ones.

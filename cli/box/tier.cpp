@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 
 #include "box/box.hpp"
@@ -48,12 +48,12 @@ void require_machine(const std::string &path, int error)
 
 bool exists(const std::string &path)
 {
-    std::error_code error;
-    const auto status = std::filesystem::symlink_status(path, error);
-    if (error && status.type() != std::filesystem::file_type::not_found) {
-        require_machine(path, error.value());
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0) {
+        return true;
     }
-    return std::filesystem::exists(status);
+    require_machine(path, errno);
+    return false;
 }
 
 bool has_buffers(const std::string &base)

@@ -396,6 +396,23 @@ TEST_F(Tiers, ADamagedTierIsToldAndTheRestIsRead)
     EXPECT_EQ(found.all.overlaps, 0U);
 }
 
+// The history of the box was left out with its only tier.
+TEST_F(Tiers, WithoutATierThatTheMachineHidesTheBoxIsReadAlone)
+{
+    record(0, 2400);
+    const totals alone = count({}, reading::tiers::none);
+    CaptureStderr();
+    watched_name = {tier_base(base, *find_tier("1m")) + ".state", 0, false};
+    reading source(base);
+    watched_name.left = -1;
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("this tier is left out"));
+    counting found;
+    source.read({}, {0}, found);
+    EXPECT_EQ(source.code(), exit_failed);
+    EXPECT_EQ(found.all.samples, alone.samples);
+    EXPECT_EQ(found.all.intervals, alone.intervals);
+}
+
 TEST_F(Tiers, AnotherBoxOfTheNameOfATierIsLeftAlone)
 {
     {
