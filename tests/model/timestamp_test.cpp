@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <vesk/error.h>
 #include <vesk/timestamp.h>
@@ -291,7 +292,8 @@ TEST(Timestamp, ParsesTimesBeforeTheEpochWithoutAFileOfTheZone)
             timestamp t;
             const int first = timestamp_init_from_string(&t, "19690101:00:00:00");
             const int second = timestamp_init_from_string(&t, "19691231:23:59:59");
-            exit(first == 0 && second == 0 && t.tv.tv_sec == -1 ? 0 : 1);
+            // Without descriptors, what looks for leaks at the end would fail.
+            _exit(first == 0 && second == 0 && t.tv.tv_sec == -1 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
 }
