@@ -266,6 +266,10 @@ private:
             // Bytes that did not come must be zero before the garbage reader changes them.
             block[0] = 0;
             add([&] { return read_block(block, n * sizeof(Word), &came); });
+            if (came == 0 && !ok()) {
+                set_those_before_damage(block, done, set);
+                return *this;
+            }
             const uint32_t whole = came / sizeof(Word);
 #pragma GCC unroll 8
             for (uint32_t i = 0; i < whole; ++i) {
@@ -276,12 +280,21 @@ private:
         return *this;
     }
 
-    // As binary_serializer_read_bytes(), telling also what came before the end or the damage.
+    template <typename Word, typename Set>
+    [[gnu::noinline, gnu::cold]] void set_those_before_damage(const Word *block, uint32_t first,
+                                                              Set set)
+    {
+        const uint32_t whole = _zlib_reader_came(source_) / sizeof(Word);
+        for (uint32_t i = 0; i < whole; ++i) {
+            set(first + i, big_endian(block[i]));
+        }
+    }
+
+    // As binary_serializer_read_bytes(), telling also what came before the end.
     int read_block(void *block, uint32_t size, uint32_t *came)
     {
         const int nread = reader_read_bytes(source_, block, size);
         if (nread <= 0) {
-            *came = nread < 0 ? _zlib_reader_came(source_) : 0;
             return nread;
         }
         *came = std::min(static_cast<uint32_t>(nread), size);
