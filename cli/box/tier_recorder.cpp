@@ -162,6 +162,8 @@ void tier_recorder::add(int64_t time, std::span<const std::string> names,
 {
     if (!first_time_) {
         first_time_ = time;
+        // What an open tier has not been given by now would come behind newer rows.
+        has_caught_up_ = has_caught_up_ || box_ != nullptr;
     }
     absorb(time, names, values);
 }
